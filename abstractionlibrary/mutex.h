@@ -1,0 +1,42 @@
+#ifndef ABSTRACTIONLIBRARY_MUTEX_H
+#define ABSTRACTIONLIBRARY_MUTEX_H
+
+#include <abstractionlibrary/export.h>
+
+namespace VorelKestrel { namespace AL {
+
+class MutexPrivate; // defined in the source
+
+/**
+ * A lock between the threads of one process. It is not recursive: a second lock() by its holder never returns.
+ *
+ *              | lock()               | tryLock()     | unlock()
+ *     unlocked | locked               | locked, true  | Requires: locked
+ *     locked   | waits until unlocked | locked, false | unlocked
+ *
+ * Threads:   any thread may call any operation; the destructor comes last and alone, on an unlocked mutex.
+ * Ownership: keeps no pointer of the caller's.
+ * Errors:    nothing is thrown but the allocator's exception (by the constructor).
+ */
+class AUTHCHIPDRIVER_API Mutex
+{
+public:
+    Mutex();
+    ~Mutex();
+    Mutex(const Mutex&) = delete;
+    Mutex& operator=(const Mutex&) = delete;
+
+    /// Waits without limit until the mutex is this caller's.
+    void lock();
+    /// Takes the mutex if it is free. Never waits; returns true if the mutex was taken.
+    bool tryLock();
+    /// Gives the mutex back. Requires: it is locked.
+    void unlock();
+
+private:
+    MutexPrivate* m_data; // owned; never null from constructor to destructor
+};
+
+}} // namespace VorelKestrel::AL
+
+#endif

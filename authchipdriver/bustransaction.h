@@ -1,0 +1,30 @@
+#ifndef AUTHCHIPDRIVER_BUSTRANSACTION_H
+#define AUTHCHIPDRIVER_BUSTRANSACTION_H
+
+#include <authchipdriver/i2c.h>
+
+namespace VorelKestrel { namespace ACD {
+
+/// Holds the bus for one exchange, from construction to the end of the scope.
+/// Requires: this thread holds no transaction yet (the lock is not recursive).
+class BusTransaction
+{
+public:
+    BusTransaction() : m_started(i2cStartTransaction()) {}
+    ~BusTransaction()
+    {
+        if (m_started)
+            i2cStopTransaction();
+    }
+    BusTransaction(const BusTransaction&) = delete;
+    BusTransaction& operator=(const BusTransaction&) = delete;
+
+    bool started() const { return m_started; }
+
+private:
+    const bool m_started;
+};
+
+}} // namespace VorelKestrel::ACD
+
+#endif

@@ -19,8 +19,7 @@ public:
     ~AuthChipDriver20B() override;
 
     Error getDeviceID(AL::U32& id) override;
-    Error newSignature(const AL::U8* challenge, int challengeLength, AL::U8** signature,
-                       int* signatureLength) override;
+    Error newSignature(const AL::U8* challenge, int challengeLength, AL::U8** signature, int* signatureLength) override;
     Error getAccessoryCertificateDataLength(int& length) override;
     Error getAccessoryCertificateData(AL::U8* buffer, int& length) override;
     void getChallengeResponseDataMaximumLength(int& length) override;

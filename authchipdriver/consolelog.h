@@ -22,8 +22,8 @@
 #define DBG_STATEMENT(kind, gate, message)                                                                             \
     do {                                                                                                               \
         if (g_logger->getLogLevel() > (gate))                                                                          \
-            std::cout << "VorelKestrel" << (kind) << "(" << __FILE__ << ":" << std::dec << __LINE__ << ") "            \
-                      << message << std::endl; /* NOLINT(bugprone-macro-parentheses): a chain, not an operand */       \
+            std::cout << "VorelKestrel" << (kind) << "(" << __FILE__ << ":" << std::dec << __LINE__ << ") " << message \
+                      << std::endl; /* NOLINT(bugprone-macro-parentheses): a chain, not an operand */                  \
     } while (false)
 
 #endif

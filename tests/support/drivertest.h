@@ -1,0 +1,40 @@
+#ifndef TESTS_SUPPORT_DRIVERTEST_H
+#define TESTS_SUPPORT_DRIVERTEST_H
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <authchipdriver/i2c.h>
+
+#include "tests/support/consolelog.h"
+#include "tests/support/driverlog.h"
+#include "tests/support/fakebus.h"
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// A process with the fake bus and its console in the journal; no device is open yet.
+class BusTest : public ::testing::Test
+{
+protected:
+    Journal m_journal;
+    FakeBus m_bus{m_journal};
+    ConsoleLog m_console{m_journal};
+};
+
+/// The device is open and the journal begins after that; the drivers' log is recorded from DEBUG on.
+class OpenBusTest : public BusTest
+{
+protected:
+    OpenBusTest()
+    {
+        VorelKestrel::ACD::i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+        m_bus.forget();
+    }
+
+    std::vector<std::string> lines() const { return m_journal.only(Journal::Kind::Line); }
+
+    DriverLog m_log{m_journal};
+};
+
+#endif

@@ -1,0 +1,272 @@
+#include "tests/support/fakebus.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/i2c-dev.h>
+
+namespace {
+
+constexpr int kFirstDescriptor = 1 << 20; // far above what a process really opens
+constexpr std::size_t kPageSize = 128;
+
+/// The kernel refuses such counts; negative lengths arrive as them.
+bool isTooLarge(std::size_t count)
+{
+    return count > static_cast<std::size_t>(SSIZE_MAX);
+}
+
+int failWith(int error)
+{
+    errno = error;
+    return -1;
+}
+
+/// Counts one use of a fault that happens so many times; false when it is used up.
+bool strikes(int& times)
+{
+    if (times == 0)
+        return false;
+    if (times != FakeBus::kForever)
+        --times;
+    return true;
+}
+
+bool strikes(std::map<FakeBus::U8, int>& faults, FakeBus::U8 reg)
+{
+    const auto fault = faults.find(reg);
+    return fault != faults.end() && strikes(fault->second);
+}
+
+std::string hexNumber(unsigned long number)
+{
+    char text[32];
+    std::snprintf(text, sizeof(text), "%02lx", number);
+    return text;
+}
+
+/// Ends the process, loudly, where the real thing would wait for ever or do what no test asked for.
+[[noreturn]] void stop(const std::string& reason)
+{
+    std::fprintf(stderr, "fake bus: %s\n", reason.c_str());
+    std::abort();
+}
+
+} // namespace
+
+FakeBus::FakeBus(Journal& journal) : m_journal(journal)
+{
+    SystemCallHandler::install(this);
+}
+
+FakeBus::~FakeBus()
+{
+    SystemCallHandler::install(nullptr);
+    if (m_forward != -1)
+        realcalls::close(m_forward);
+}
+
+FakeBus& FakeBus::holds(U8 reg, Bytes content)
+{
+    m_content[reg] = std::move(content);
+    return *this;
+}
+
+FakeBus& FakeBus::holdsCertificate(const Bytes& certificate)
+{
+    holds(0x30, {static_cast<U8>(certificate.size() >> 8U), static_cast<U8>(certificate.size())});
+    U8 reg = 0x31;
+    for (std::size_t start = 0; start < certificate.size(); start += kPageSize) {
+        const auto end = std::min(start + kPageSize, certificate.size());
+        holds(reg++, Bytes(certificate.begin() + static_cast<std::ptrdiff_t>(start),
+                           certificate.begin() + static_cast<std::ptrdiff_t>(end)));
+    }
+    return *this;
+}
+
+FakeBus& FakeBus::refusesToOpen(int error)
+{
+    m_openError = error;
+    return *this;
+}
+
+FakeBus& FakeBus::refusesAddress(int error)
+{
+    m_addressError = error;
+    return *this;
+}
+
+FakeBus& FakeBus::refusesWrites(int times)
+{
+    m_refusedWrites = times;
+    return *this;
+}
+
+FakeBus& FakeBus::refusesRegister(U8 reg, int times)
+{
+    m_refusedRegisters[reg] = times;
+    return *this;
+}
+
+FakeBus& FakeBus::refusesData(U8 reg, int times)
+{
+    m_refusedData[reg] = times;
+    return *this;
+}
+
+FakeBus& FakeBus::takesOnly(U8 reg, int bytes)
+{
+    m_shortWrites[reg] = bytes;
+    return *this;
+}
+
+FakeBus& FakeBus::failsReads(int times, int error)
+{
+    m_failedReads = times;
+    m_readError = error;
+    return *this;
+}
+
+FakeBus& FakeBus::failsReadsOf(U8 reg, int times)
+{
+    m_failedReadsOf[reg] = times;
+    return *this;
+}
+
+FakeBus& FakeBus::deliversOnly(U8 reg, int bytes)
+{
+    m_shortReads[reg] = bytes;
+    return *this;
+}
+
+FakeBus& FakeBus::forwardsTransfers()
+{
+    m_forward = realcalls::open("/dev/zero", O_RDWR);
+    return *this;
+}
+
+std::string FakeBus::conversation() const
+{
+    return join(m_journal.only(Journal::Kind::Call), "; ");
+}
+
+bool FakeBus::answersFor(const char* path)
+{
+    return std::strncmp(path, "/dev/i2c-", std::strlen("/dev/i2c-")) == 0;
+}
+
+bool FakeBus::answersFor(int descriptor)
+{
+    return descriptor >= kFirstDescriptor;
+}
+
+int FakeBus::open(const char* path, int flags)
+{
+    record(std::string("open ") + path + (flags == O_RDWR ? "" : " with other flags"));
+    if (m_openError != 0)
+        return failWith(m_openError);
+    static int lastDescriptor = kFirstDescriptor;
+    return *m_open.insert(++lastDescriptor).first;
+}
+
+int FakeBus::ioctl(int descriptor, unsigned long request, unsigned long argument)
+{
+    if (m_open.count(descriptor) == 0)
+        stop("ioctl on a closed descriptor");
+    record((request == I2C_SLAVE ? "select " : "ioctl " + hexNumber(request) + " ") +
+           hexNumber(static_cast<unsigned>(argument)));
+    return m_addressError != 0 ? failWith(m_addressError) : 0;
+}
+
+ssize_t FakeBus::read(int descriptor, void* data, std::size_t count)
+{
+    if (m_open.count(descriptor) == 0)
+        stop("read on a closed descriptor");
+    record("read " + std::to_string(static_cast<ssize_t>(count)));
+    if (isTooLarge(count))
+        return failWith(EINVAL);
+    if (m_forward != -1)
+        realcalls::read(m_forward, data, count);
+    if (strikes(m_failedReadsOf, m_register))
+        return failWith(EIO);
+    if (strikes(m_failedReads))
+        return failWith(m_readError);
+    const auto content = m_content.find(m_register);
+    if (content == m_content.end())
+        return failWith(EIO);
+    std::size_t delivered = std::min(count, content->second.size());
+    const auto limit = m_shortReads.find(m_register);
+    if (limit != m_shortReads.end())
+        delivered = std::min(delivered, static_cast<std::size_t>(limit->second));
+    if (delivered > 0)
+        std::memcpy(data, content->second.data(), delivered);
+    return static_cast<ssize_t>(delivered);
+}
+
+ssize_t FakeBus::write(int descriptor, const void* data, std::size_t count)
+{
+    if (m_open.count(descriptor) == 0)
+        stop("write on a closed descriptor");
+    if (isTooLarge(count) || count == 0) {
+        record("write of " + std::to_string(static_cast<ssize_t>(count)) + " bytes");
+        return count == 0 ? 0 : failWith(EINVAL);
+    }
+    const auto* const first = static_cast<const U8*>(data);
+    const Bytes message(first, first + count);
+    record("write " + hex(message));
+    if (m_forward != -1)
+        realcalls::write(m_forward, data, count);
+    if (strikes(count == 1 ? m_refusedRegisters : m_refusedData, message[0]) || strikes(m_refusedWrites))
+        return failWith(ENXIO);
+    const auto limit = m_shortWrites.find(message[0]);
+    if (count > 1 && limit != m_shortWrites.end())
+        return limit->second;
+    m_register = message[0];
+    return static_cast<ssize_t>(count);
+}
+
+int FakeBus::close(int descriptor)
+{
+    record("close");
+    if (m_open.erase(descriptor) == 0)
+        stop("close of a closed descriptor");
+    return 0;
+}
+
+int FakeBus::usleep(unsigned microseconds)
+{
+    record("sleep " + std::to_string(microseconds));
+    return 0;
+}
+
+int FakeBus::changeSemaphore(int delta)
+{
+    record(delta < 0 ? "lock" : "unlock");
+    m_tokens += delta;
+    if (m_tokens < 0)
+        stop("the lock is taken twice: the process would wait for ever");
+    if (m_tokens > 1)
+        stop("the lock is released twice");
+    return 0;
+}
+
+std::string hex(const Bytes& bytes)
+{
+    std::vector<std::string> numbers;
+    numbers.reserve(bytes.size());
+    for (const auto byte : bytes)
+        numbers.push_back(hexNumber(byte));
+    return join(numbers, " ");
+}
+
+Bytes counting(std::size_t count, unsigned first)
+{
+    Bytes bytes(count);
+    for (std::size_t i = 0; i < count; ++i)
+        bytes[i] = static_cast<FakeBus::U8>(first + i);
+    return bytes;
+}

@@ -1,0 +1,41 @@
+#ifndef TESTS_SUPPORT_JOURNAL_H
+#define TESTS_SUPPORT_JOURNAL_H
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+/// What happened, in its order: system calls of the library and lines of its logs. Threads may write concurrently.
+class Journal
+{
+public:
+    enum class Kind
+    {
+        Call, ///< a faked system call
+        Line  ///< a console line or a log4cplus record
+    };
+
+    void add(Kind kind, const std::string& text);
+    void clear();
+
+    std::vector<std::string> all() const;
+    std::vector<std::string> only(Kind kind) const;
+
+private:
+    struct Entry
+    {
+        Kind kind;
+        std::string text;
+    };
+
+    mutable std::mutex m_mutex;
+    std::vector<Entry> m_entries; // guarded by m_mutex
+};
+
+/// The parts with @p separator between them.
+std::string join(const std::vector<std::string>& parts, const std::string& separator);
+
+/// @p part so many times, with "; " between: an expected conversation.
+std::string repeated(int times, const std::string& part);
+
+#endif

@@ -1,0 +1,37 @@
+#ifndef SIMULATOR_OPTIONS_H
+#define SIMULATOR_OPTIONS_H
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "simulator/simulation.h"
+
+namespace VorelKestrel::Simulator {
+
+/// What the command line asks for.
+struct Options
+{
+    SimulationSettings simulation;
+    std::string device = "/dev/i2c-7";
+    std::string keyFile;               // empty: a new key
+    std::string certificateFile;       // empty: a self-signed certificate
+    std::size_t certificateLength = 0; // 0: as it comes
+    std::string logFile;               // empty: no log
+    std::vector<std::string> command;  // empty only if help was asked for
+    std::string help;                  // not empty: to be printed, and nothing else done
+};
+
+/// A command line that cannot be understood; what() says what is wrong with it.
+class UsageError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Reads a command line. Throws UsageError.
+Options parseOptions(int argc, const char* const* argv);
+
+} // namespace VorelKestrel::Simulator
+
+#endif

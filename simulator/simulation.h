@@ -1,0 +1,54 @@
+#ifndef SIMULATOR_SIMULATION_H
+#define SIMULATOR_SIMULATION_H
+
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <set>
+
+#include "simulator/chipbus.h"
+#include "simulator/faultybus.h"
+#include "simulator/i2cdevnode.h"
+#include "simulator/loggedbus.h"
+#include "simulator/simulatedchip.h"
+
+namespace VorelKestrel::Simulator {
+
+struct SimulationSettings
+{
+    ChipSettings chip;
+    unsigned address = 0x2a;           // the chip's, 7 bits
+    std::set<unsigned> boundAddresses; // taken by a driver of the kernel
+    unsigned bitsPerSecond = 0;        // the clock of the bus; 0: the wires take no time
+    Faults faults;
+};
+
+/**
+ * A chip, the bus before it with its faults, and the node before the bus, put together:
+ *
+ *     node -> [log] -> faults -> wires -> chip
+ *
+ * Ownership: the clock and the log stay the caller's and outlive the simulation.
+ */
+class Simulation
+{
+public:
+    /// Without credentials, new ones are made. @p log may be null.
+    Simulation(const SimulationSettings& settings, std::shared_ptr<const Credentials> credentials, Clock& clock,
+               std::ostream* log = nullptr);
+
+    I2cDevNode& node() { return *m_node; }
+    FaultyBus& faults() { return m_faultyBus; }
+    const SimulatedChip& chip() const { return m_chip; }
+
+private:
+    SimulatedChip m_chip;
+    ChipBus m_chipBus;
+    FaultyBus m_faultyBus;
+    std::optional<LoggedBus> m_loggedBus;
+    std::optional<I2cDevNode> m_node; // never empty
+};
+
+} // namespace VorelKestrel::Simulator
+
+#endif

@@ -1,0 +1,224 @@
+#include "simulator/umockdevfront.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+#include <dlfcn.h>
+#include <linux/i2c-dev.h>
+#include <linux/i2c.h>
+#include <unistd.h>
+
+#include <umockdev.h>
+
+namespace VorelKestrel::Simulator {
+namespace {
+
+constexpr const char* kPreloadLibrary = "libumockdev-preload.so.0";
+constexpr const char* kFileKey = "i2c-dev-file";
+constexpr const char* kDevicesFolder = "/dev/";
+
+template<typename T>
+struct Unref
+{
+    void operator()(T* object) const { g_object_unref(object); }
+};
+template<typename T>
+using Object = std::unique_ptr<T, Unref<T>>;
+
+/// What the caller's pointer at an offset points to, brought into this process; null if it cannot be had.
+Object<UMockdevIoctlData> resolve(UMockdevIoctlData* data, std::size_t offset, std::size_t length)
+{
+    GError* error = nullptr;
+    Object<UMockdevIoctlData> resolved(umockdev_ioctl_data_resolve(data, offset, length, &error));
+    g_clear_error(&error);
+    return resolved;
+}
+
+void* pointerIn(const UMockdevIoctlData* data)
+{
+    void* pointer = nullptr;
+    std::memcpy(&pointer, data->data, sizeof(pointer));
+    return pointer;
+}
+
+I2cDevFile& fileOf(UMockdevIoctlClient* client)
+{
+    return *static_cast<I2cDevFile*>(g_object_get_data(G_OBJECT(client), kFileKey));
+}
+
+Object<UMockdevIoctlData> argumentOf(UMockdevIoctlClient* client)
+{
+    UMockdevIoctlData* argument = nullptr;
+    g_object_get(client, "arg", &argument, nullptr);
+    return Object<UMockdevIoctlData>(argument);
+}
+
+void complete(UMockdevIoctlClient* client, ssize_t result)
+{
+    if (result < 0)
+        umockdev_ioctl_client_complete(client, -1, static_cast<int>(-result));
+    else
+        umockdev_ioctl_client_complete(client, result, 0);
+}
+
+/// The buffers of a combined transfer. Those that the node refuses for their length stay where they are.
+bool resolveMessages(UMockdevIoctlData* transfer, std::vector<Object<UMockdevIoctlData>>& resolved)
+{
+    auto* header = reinterpret_cast<i2c_rdwr_ioctl_data*>(transfer->data);
+    const std::size_t count = header->nmsgs;
+    if (header->msgs == nullptr || count == 0 || count > I2C_RDWR_IOCTL_MAX_MSGS)
+        return true;
+    resolved.push_back(resolve(transfer, offsetof(i2c_rdwr_ioctl_data, msgs), count * sizeof(i2c_msg)));
+    if (resolved.back() == nullptr)
+        return false;
+    UMockdevIoctlData* messages = resolved.back().get();
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto length = reinterpret_cast<const i2c_msg*>(messages->data)[i].len;
+        if (length == 0)
+            continue;
+        resolved.push_back(resolve(messages, i * sizeof(i2c_msg) + offsetof(i2c_msg, buf), length));
+        if (resolved.back() == nullptr)
+            return false;
+    }
+    return true;
+}
+
+/// Brings what the argument of a request points to into this process.
+bool resolveArgument(unsigned long request, UMockdevIoctlData* argument,
+                     std::vector<Object<UMockdevIoctlData>>& resolved)
+{
+    const auto length = request == I2C_FUNCS   ? sizeof(unsigned long)
+                        : request == I2C_RDWR  ? sizeof(i2c_rdwr_ioctl_data)
+                        : request == I2C_SMBUS ? sizeof(i2c_smbus_ioctl_data)
+                                               : 0;
+    if (length == 0 || pointerIn(argument) == nullptr)
+        return true; // a number, or the node's to refuse
+    resolved.push_back(resolve(argument, 0, length));
+    UMockdevIoctlData* content = resolved.back().get();
+    if (content == nullptr)
+        return false;
+    if (request == I2C_RDWR)
+        return resolveMessages(content, resolved);
+    if (request == I2C_SMBUS && reinterpret_cast<const i2c_smbus_ioctl_data*>(content->data)->data != nullptr) {
+        resolved.push_back(resolve(content, offsetof(i2c_smbus_ioctl_data, data), sizeof(i2c_smbus_data)));
+        return resolved.back() != nullptr;
+    }
+    return true;
+}
+
+gboolean handleIoctl(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client, gpointer /*data*/)
+{
+    const unsigned long request = umockdev_ioctl_client_get_request(client);
+    const auto argument = argumentOf(client);
+    std::vector<Object<UMockdevIoctlData>> resolved; // held until the answer has been synchronised
+    if (!resolveArgument(request, argument.get(), resolved))
+        complete(client, -EFAULT);
+    else
+        complete(client, fileOf(client).ioctl(request, pointerIn(argument.get())));
+    return TRUE;
+}
+
+gboolean handleRead(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client, gpointer /*data*/)
+{
+    const auto argument = argumentOf(client);
+    complete(client, fileOf(client).read(argument->data, static_cast<std::size_t>(argument->data_len)));
+    return TRUE;
+}
+
+gboolean handleWrite(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client, gpointer /*data*/)
+{
+    const auto argument = argumentOf(client);
+    complete(client, fileOf(client).write(argument->data, static_cast<std::size_t>(argument->data_len)));
+    return TRUE;
+}
+
+void handleConnected(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client, gpointer node)
+{
+    auto file = static_cast<I2cDevNode*>(node)->open();
+    g_object_set_data_full(G_OBJECT(client), kFileKey, file.release(),
+                           [](gpointer data) { delete static_cast<I2cDevFile*>(data); });
+}
+
+/// umockdev ends the process where it cannot make its folder, so that is looked at first.
+void checkTemporaryFolder()
+{
+    const char* folder = g_get_tmp_dir();
+    if (access(folder, W_OK | X_OK) != 0)
+        throw FrontError(std::string("the folder for temporary files, ") + folder +
+                         ", cannot be written: " + std::strerror(errno) + "; set TMPDIR to one that can");
+}
+
+} // namespace
+
+class UmockdevFrontPrivate
+{
+public:
+    Object<UMockdevTestbed> m_testbed;
+    Object<UMockdevIoctlBase> m_handler;
+    std::filesystem::path m_folder; // umockdev's, under the temporary directory
+
+    ~UmockdevFrontPrivate()
+    {
+        m_testbed.reset();
+        m_handler.reset();
+        std::error_code ignored;
+        std::filesystem::remove_all(m_folder, ignored); // umockdev has been seen to leave some of it behind
+    }
+};
+
+UmockdevFront::UmockdevFront(I2cDevNode& node, const std::string& path) : m_data(new UmockdevFrontPrivate)
+{
+    if (path.rfind(kDevicesFolder, 0) != 0)
+        throw FrontError("the node " + path + " is not below " + kDevicesFolder);
+    checkTemporaryFolder();
+    m_data->m_testbed.reset(umockdev_testbed_new());
+    char* root = umockdev_testbed_get_root_dir(m_data->m_testbed.get());
+    m_data->m_folder = root;
+    g_free(root);
+
+    const std::string name = path.substr(std::strlen(kDevicesFolder));
+    std::string sysName = name;
+    for (char& c : sysName)
+        c = c == '/' ? '!' : c; // as the kernel names it
+    // With content the node is a file; without, it would be a terminal.
+    const std::string description = "P: /devices/simulated/" + sysName + "\nN: " + name +
+                                    "=00\nE: SUBSYSTEM=i2c-dev\nE: DEVNAME=" + path + "\nA: name=Simulated bus\\n\n";
+    GError* error = nullptr;
+    if (umockdev_testbed_add_from_string(m_data->m_testbed.get(), description.c_str(), &error) == FALSE) {
+        const std::string reason = error->message;
+        g_clear_error(&error);
+        throw FrontError("the node " + path + " cannot be made: " + reason);
+    }
+
+    m_data->m_handler.reset(umockdev_ioctl_base_new());
+    g_signal_connect(m_data->m_handler.get(), "client-connected", G_CALLBACK(handleConnected), &node);
+    g_signal_connect(m_data->m_handler.get(), "handle-ioctl", G_CALLBACK(handleIoctl), nullptr);
+    g_signal_connect(m_data->m_handler.get(), "handle-read", G_CALLBACK(handleRead), nullptr);
+    g_signal_connect(m_data->m_handler.get(), "handle-write", G_CALLBACK(handleWrite), nullptr);
+    if (umockdev_testbed_attach_ioctl(m_data->m_testbed.get(), path.c_str(), m_data->m_handler.get(), &error) ==
+        FALSE) {
+        const std::string reason = error->message;
+        g_clear_error(&error);
+        throw FrontError("the node " + path + " cannot be served: " + reason);
+    }
+}
+
+UmockdevFront::~UmockdevFront() = default;
+
+std::string UmockdevFront::preload()
+{
+    void* library = dlopen(kPreloadLibrary, RTLD_LAZY | RTLD_LOCAL);
+    if (library == nullptr)
+        throw FrontError(std::string("cannot find ") + kPreloadLibrary +
+                         "; on Debian it comes with the package umockdev");
+    dlclose(library);
+    const char* others = std::getenv("LD_PRELOAD");
+    return others == nullptr || *others == '\0' ? kPreloadLibrary : std::string(kPreloadLibrary) + ":" + others;
+}
+
+} // namespace VorelKestrel::Simulator

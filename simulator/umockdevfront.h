@@ -1,0 +1,50 @@
+#ifndef SIMULATOR_UMOCKDEVFRONT_H
+#define SIMULATOR_UMOCKDEVFRONT_H
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "simulator/i2cdevnode.h"
+
+namespace VorelKestrel::Simulator {
+
+/// A node that cannot be put up; what() says why.
+class FrontError : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+class UmockdevFrontPrivate; // defined in the source
+
+/**
+ * The way to the node for other processes: those that are started with the preload library find it under its path,
+ * and their calls are answered here by a thread of umockdev's.
+ *
+ * The node and the environment variable UMOCKDEV_DIR, through which the preload library finds it, are there from
+ * constructor to destructor.
+ *
+ * Requires:  nobody else reads or changes the environment while constructor or destructor runs.
+ * Ownership: the node stays the caller's and outlives the front.
+ * Errors:    the constructor throws FrontError.
+ */
+class UmockdevFront
+{
+public:
+    /// @p path is that of the node, for example "/dev/i2c-7".
+    UmockdevFront(I2cDevNode& node, const std::string& path);
+    UmockdevFront(const UmockdevFront&) = delete;
+    UmockdevFront& operator=(const UmockdevFront&) = delete;
+    ~UmockdevFront();
+
+    /// What LD_PRELOAD has to be for a process that shall see the node.
+    static std::string preload();
+
+private:
+    std::unique_ptr<UmockdevFrontPrivate> m_data;
+};
+
+} // namespace VorelKestrel::Simulator
+
+#endif

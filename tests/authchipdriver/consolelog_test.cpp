@@ -1,0 +1,193 @@
+#include <abstractionlibrary/debugstdiologger.h>
+
+#include <cerrno>
+#include <fstream>
+#include <iostream>
+#include <regex>
+
+#include <authchipdriver/authchipdriver30.h>
+#include <authchipdriver/authchipfactory.h>
+
+#include "tests/support/drivertest.h"
+
+using namespace VorelKestrel::ACD;
+using VorelKestrel::AL::DebugStdioLogger;
+using VorelKestrel::AL::U8;
+
+namespace {
+
+/// Makes each of the three source files that log to the console write every kind of line that it has.
+class ConsoleLogTest : public BusTest
+{
+protected:
+    std::vector<std::string> linesAtLevel(int level)
+    {
+        ConsoleLog::setLevel(level);
+        m_journal.clear();
+        m_bus.holds(0x00, {4});
+        AuthChipFactory::getAuthChipDriverInstance(FakeBus::kDevice, FakeBus::kAddress);
+        m_bus.failsReadsOf(0x01);
+        U8 version = 0;
+        AuthChipDriver30().getFirmwareVersion(version);
+        return m_journal.only(Journal::Kind::Line);
+    }
+
+    DriverLog m_log{m_journal, log4cplus::ERROR_LOG_LEVEL};
+
+    const std::string m_factoryError =
+        consoleLine("DbgError", "authchipfactory", "Unknown authentication chip driver version: 4");
+    const std::string m_factoryInfo =
+        consoleLine("DbgInfo", "authchipfactory", "Authentication chip driver version: 4");
+    const std::string m_driverError =
+        consoleLine("DbgError", "authchipdriver", "unable to read byte from register 0x1 - i2cRead returns -1");
+    const std::string m_busTrace = consoleLine("DbgTrace", "i2c_linuxdev", "i2cStartTransaction()");
+};
+
+TEST_F(ConsoleLogTest, ANewProcessWritesOnlyErrorLines)
+{
+    m_bus.holds(0x00, {4});
+    AuthChipFactory::getAuthChipDriverInstance(FakeBus::kDevice, FakeBus::kAddress);
+
+    EXPECT_THAT(m_journal.only(Journal::Kind::Line), ElementsAre(m_factoryError));
+}
+
+TEST_F(ConsoleLogTest, Level6AndUpMakeTraceInfoAndErrorLinesOfAllThreeDriverFilesAppear)
+{
+    for (const int level : {6, 7, 1000}) {
+        EXPECT_THAT(linesAtLevel(level),
+                    ::testing::IsSupersetOf({m_busTrace, m_factoryInfo, m_factoryError, m_driverError}))
+            << level;
+    }
+}
+
+TEST_F(ConsoleLogTest, Level1And0AndAnyNegativeValueSilenceAllOfThem)
+{
+    for (const int level : {1, 0, -1, -1000})
+        EXPECT_THAT(linesAtLevel(level), IsEmpty()) << level;
+}
+
+TEST_F(ConsoleLogTest, Levels2And3MakeOnlyErrorLinesAppear)
+{
+    for (const int level : {2, 3})
+        EXPECT_THAT(linesAtLevel(level), ElementsAre(m_factoryError, m_driverError)) << level;
+}
+
+TEST_F(ConsoleLogTest, Levels4And5MakeErrorAndInfoLinesAppear)
+{
+    for (const int level : {4, 5})
+        EXPECT_THAT(linesAtLevel(level), ElementsAre(m_factoryInfo, m_factoryError, m_driverError)) << level;
+}
+
+TEST_F(ConsoleLogTest, AChangeOfTheLevelTakesEffectOnTheNextLine)
+{
+    i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+    i2cStartTransaction();
+    ConsoleLog::setLevel(6);
+    i2cStopTransaction();
+
+    EXPECT_THAT(m_journal.only(Journal::Kind::Line),
+                ElementsAre(consoleLine("DbgTrace", "i2c_linuxdev", "i2cStopTransaction()")));
+}
+
+TEST_F(ConsoleLogTest, ALoggerOfAnotherNameDoesNotGovernTheLibrary)
+{
+    DebugStdioLogger::getInstance("another")->setLogLevel(6);
+    i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+
+    EXPECT_THAT(m_journal.only(Journal::Kind::Line), IsEmpty());
+}
+
+/// The line of a source file of the library, counted from 1.
+std::string sourceLine(const std::string& path, int number)
+{
+    std::ifstream source(std::string(AUTHCHIPDRIVER_SOURCE_DIR "/") + path);
+    std::string line;
+    while (number-- > 0)
+        std::getline(source, line);
+    return line;
+}
+
+TEST_F(ConsoleLogTest, ALineNamesThePathAndTheLineOfItsStatement)
+{
+    linesAtLevel(6);
+    static const std::regex format(R"(VorelKestrel(Dbg\w+)\(([^:]+):([1-9]\d*)\) .*)");
+    ASSERT_FALSE(m_console.lines().empty());
+    for (const std::string& line : m_console.lines()) {
+        std::smatch parts;
+        ASSERT_TRUE(std::regex_match(line, parts, format)) << line;
+        const std::string statement = parts[1] == "DbgTrace"  ? "DBG_TRACE"
+                                      : parts[1] == "DbgInfo" ? "DBG_INFO"
+                                                              : "DBG_ERROR";
+        EXPECT_THAT(sourceLine(parts[2], std::stoi(parts[3])), ::testing::HasSubstr(statement)) << line;
+    }
+}
+
+TEST_F(ConsoleLogTest, AfterAMessageThatLeftTheStreamInHexadecimalTheNextLineNumberIsStillDecimal)
+{
+    linesAtLevel(6);
+    const std::vector<std::string> before = m_console.lines();
+    ConsoleLog second(m_journal);
+    std::cout << std::hex;
+    linesAtLevel(6);
+
+    EXPECT_EQ(before, second.lines());
+}
+
+TEST_F(ConsoleLogTest, TheSwitchToDecimalPersistsAfterTheLine)
+{
+    std::cout << std::hex;
+    linesAtLevel(2);
+    std::cout << 255 << std::endl;
+
+    EXPECT_EQ("255", m_console.lines().back());
+}
+
+/// Counts the lines that have reached the device behind the stream.
+class CountingBuffer : public std::stringbuf
+{
+public:
+    int m_flushed = 0;
+
+private:
+    int sync() override
+    {
+        ++m_flushed;
+        return 0;
+    }
+};
+
+TEST_F(ConsoleLogTest, EveryLineIsFlushed)
+{
+    CountingBuffer buffer;
+    std::streambuf* const before = std::cout.rdbuf(&buffer);
+    m_bus.refusesToOpen(ENOENT);
+    i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+    const int afterOneLine = buffer.m_flushed;
+    i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+    std::cout.rdbuf(before);
+
+    EXPECT_EQ(1, afterOneLine);
+    EXPECT_EQ(2, buffer.m_flushed);
+}
+
+TEST_F(ConsoleLogTest, AFailedStandardOutputSwallowsTheLinesSilently)
+{
+    m_bus.refusesToOpen(ENOENT);
+    std::streambuf* const before = std::cout.rdbuf(nullptr);
+    const int result = i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+    std::cout.rdbuf(before);
+
+    EXPECT_EQ(1, result);
+    EXPECT_THAT(m_console.lines(), IsEmpty());
+}
+
+// The lines show what the system call left, so nothing in between may change it.
+TEST_F(ConsoleLogTest, ALineOfTheI2cLayerLeavesErrnoAsItWas)
+{
+    m_bus.refusesToOpen(EACCES);
+    i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+
+    EXPECT_EQ(EACCES, errno);
+}
+
+} // namespace

@@ -1,0 +1,596 @@
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <stdexcept>
+
+#include <authchipdriver/authchipdriver20b.h>
+#include <authchipdriver/authchipdriver30.h>
+
+#include "tests/support/drivertest.h"
+
+using namespace VorelKestrel::ACD;
+using VorelKestrel::AL::U16;
+using VorelKestrel::AL::U32;
+using VorelKestrel::AL::U8;
+
+namespace {
+
+struct Twin20B
+{
+    using Driver = AuthChipDriver20B;
+    static constexpr const char* kName = "AuthChipDriver20B";
+    static constexpr const char* kSource = "authchipdriver/authchipdriver20b.cpp";
+    static constexpr int kChallengeMaximumLength = 20;
+    static constexpr int kChallengeResponseMaximumLength = 128;
+    static constexpr int kLastPage = 15;
+};
+
+struct Twin30
+{
+    using Driver = AuthChipDriver30;
+    static constexpr const char* kName = "AuthChipDriver30";
+    static constexpr const char* kSource = "authchipdriver/authchipdriver30.cpp";
+    static constexpr int kChallengeMaximumLength = 32;
+    static constexpr int kChallengeResponseMaximumLength = 64;
+    static constexpr int kLastPage = 10;
+};
+
+struct TwinName
+{
+    template<typename Twin>
+    static std::string GetName(int /*index*/)
+    {
+        return Twin::kName;
+    }
+};
+
+/// What both version drivers do alike, on each of them; TRACE is on.
+template<typename Twin>
+class VersionDriverTest : public OpenBusTest
+{
+protected:
+    VersionDriverTest()
+    {
+        m_log.setLevel(log4cplus::TRACE_LOG_LEVEL);
+        m_journal.clear();
+    }
+
+    std::string conversation() const { return m_bus.conversation(); }
+    std::vector<std::string> journal() const { return m_journal.all(); }
+    FakeBus& bus() { return m_bus; }
+    AuthChipDriver& driver() { return m_driver; }
+
+    int rawWrite(U8 reg, const Bytes& data)
+    {
+        return m_driver.rawWrite(reg, data.data(), static_cast<int>(data.size()));
+    }
+    Error readCertificate(int& length) { return m_driver.getAccessoryCertificateData(m_buffer.data(), length); }
+
+    typename Twin::Driver m_driver;
+    Bytes m_buffer = Bytes(4096, 0xee);
+};
+
+using Twins = ::testing::Types<Twin20B, Twin30>;
+TYPED_TEST_SUITE(VersionDriverTest, Twins, TwinName);
+
+/// The conversation of a certificate read: so many full pages, then one of the rest.
+std::string pages(int fullPages, int rest = 0)
+{
+    std::string text = "lock; ";
+    U8 reg = 0x31;
+    for (int page = 0; page < fullPages; ++page)
+        text += "write " + hex({reg++}) + "; read 128; ";
+    if (rest != 0)
+        text += "write " + hex({reg}) + "; read " + std::to_string(rest) + "; ";
+    return text + "unlock";
+}
+
+// --- construction ----------------------------------------------------------------------------------------------------
+
+TYPED_TEST(VersionDriverTest, CreatingAndDestroyingADriverWritesExactlyTwoTraceLinesAndNoBusTraffic)
+{
+    {
+        const typename TypeParam::Driver driver;
+    }
+
+    EXPECT_THAT(this->journal(), ElementsAre("TRACE Enter label: ", "TRACE Leave label: "));
+    const std::string constructor =
+        std::string("VorelKestrel::ACD::") + TypeParam::kName + "::" + TypeParam::kName + "()";
+    EXPECT_EQ(constructor, this->m_log.hookCalls().back().prettyFunction);
+    EXPECT_EQ(constructor, this->m_log.records().back().function);
+}
+
+TYPED_TEST(VersionDriverTest, IsDestroyedThroughTheInterface)
+{
+    const std::unique_ptr<AuthChipDriver> driver(new typename TypeParam::Driver);
+
+    EXPECT_EQ("", this->conversation());
+}
+
+TYPED_TEST(VersionDriverTest, HoldsNothingButItsInterfacePointer)
+{
+    EXPECT_EQ(sizeof(void*), sizeof(typename TypeParam::Driver));
+}
+
+// --- raw transfers ---------------------------------------------------------------------------------------------------
+
+TYPED_TEST(VersionDriverTest, ARawWriteOfOneByteToRegister10PutsTwoBytesOnTheBusLogsNoErrorAndReturns1)
+{
+    EXPECT_EQ(1, this->rawWrite(0x10, {0x01}));
+    EXPECT_THAT(this->journal(), ElementsAre("TRACE Enter label: reg=0x10, numBytes=1", "lock", "write 10 01",
+                                             "TRACE Leave label: result=1", "unlock"));
+}
+
+TYPED_TEST(VersionDriverTest, ARawWriteThatFailsLogsAnErrorReturnsTheCountAndReleasesTheTransaction)
+{
+    this->bus().refusesWrites(FakeBus::kForever);
+
+    EXPECT_EQ(-2, this->rawWrite(0x21, {1, 2, 3}));
+    EXPECT_THAT(this->lines(),
+                ElementsAre("TRACE Enter label: reg=0x21, numBytes=3", "ERROR Write failed: expected=3, actual=-2",
+                            "TRACE Leave label: result=-2"));
+    EXPECT_EQ("lock; " + repeated(100, "write 21 01 02 03; sleep 10000") + "; unlock", this->conversation());
+}
+
+TYPED_TEST(VersionDriverTest, ARawReadFillsTheBufferAndReturnsTheCount)
+{
+    this->bus().holds(0x04, counting(4));
+
+    EXPECT_EQ(4, this->m_driver.rawRead(0x04, this->m_buffer.data(), 4));
+    EXPECT_EQ(counting(4), Bytes(this->m_buffer.begin(), this->m_buffer.begin() + 4));
+    EXPECT_EQ(0xee, this->m_buffer[4]);
+    EXPECT_THAT(this->journal(), ElementsAre("TRACE Enter label: reg=0x4, numBytes=4", "lock", "write 04", "read 4",
+                                             "TRACE Leave label: result=4", "unlock"));
+}
+
+TYPED_TEST(VersionDriverTest, ARawReadOf128BytesWhenTheDeviceDeliversOnly100Returns100AndLogsIt)
+{
+    this->bus().holds(0x31, counting(128)).deliversOnly(0x31, 100);
+
+    EXPECT_EQ(100, this->m_driver.rawRead(0x31, this->m_buffer.data(), 128));
+    EXPECT_THAT(this->journal(),
+                ElementsAre("TRACE Enter label: reg=0x31, numBytes=128", "lock", "write 31", "read 128",
+                            "ERROR Read failed: expected=128, actual=100", "TRACE Leave label: result=100", "unlock"));
+}
+
+TYPED_TEST(VersionDriverTest, ARawReadThatFailsReturnsMinus1)
+{
+    this->bus().failsReads(FakeBus::kForever);
+
+    EXPECT_EQ(-1, this->m_driver.rawRead(0x31, this->m_buffer.data(), 2));
+    EXPECT_THAT(this->lines(), ElementsAre("TRACE Enter label: reg=0x31, numBytes=2",
+                                           "ERROR Read failed: expected=2, actual=-1", "TRACE Leave label: result=-1"));
+}
+
+TYPED_TEST(VersionDriverTest, ARawWriteOf0BytesStillPutsTheRegisterOnTheBusAndLogsNoError)
+{
+    EXPECT_EQ(0, this->m_driver.rawWrite(0x21, nullptr, 0));
+    EXPECT_THAT(this->journal(), ElementsAre("TRACE Enter label: reg=0x21, numBytes=0", "lock", "write 21",
+                                             "TRACE Leave label: result=0", "unlock"));
+}
+
+TYPED_TEST(VersionDriverTest, ARawReadOf0BytesStillMakesTheTransferAndLogsNoError)
+{
+    this->bus().holds(0x21, {});
+
+    EXPECT_EQ(0, this->m_driver.rawRead(0x21, this->m_buffer.data(), 0));
+    EXPECT_THAT(this->journal(), ElementsAre("TRACE Enter label: reg=0x21, numBytes=0", "lock", "write 21", "read 0",
+                                             "TRACE Leave label: result=0", "unlock"));
+}
+
+TYPED_TEST(VersionDriverTest, ARegisterNumberOf0AIsShownInLowerCaseWithoutALeadingZero)
+{
+    this->rawWrite(0x0A, Bytes(10));
+
+    EXPECT_EQ("TRACE Enter label: reg=0xa, numBytes=10", this->lines().front());
+}
+
+TYPED_TEST(VersionDriverTest, ARawOperationIsLabelledWithItsOwnSignature)
+{
+    this->rawWrite(0x10, {1});
+    this->bus().holds(0, {1});
+    this->m_driver.rawRead(0, this->m_buffer.data(), 1);
+
+    const std::string prefix = std::string("virtual int VorelKestrel::ACD::") + TypeParam::kName + "::";
+    const auto calls = this->m_log.hookCalls();
+    ASSERT_EQ(4U, calls.size());
+    EXPECT_EQ(prefix + "rawWrite(uint8_t, const void*, int)", calls[0].prettyFunction);
+    EXPECT_EQ(prefix + "rawWrite(uint8_t, const void*, int)", calls[1].prettyFunction);
+    EXPECT_EQ(prefix + "rawRead(uint8_t, const void*, int)", calls[2].prettyFunction);
+    EXPECT_EQ(prefix + "rawRead(uint8_t, const void*, int)", calls[3].prettyFunction);
+}
+
+// --- limits ----------------------------------------------------------------------------------------------------------
+
+TYPED_TEST(VersionDriverTest, TheChallengeResponseMaximumIs128On20BAnd64On30AndDoesNotTouchTheBus)
+{
+    int length = 0;
+    this->driver().getChallengeResponseDataMaximumLength(length);
+
+    EXPECT_EQ(TypeParam::kChallengeResponseMaximumLength, length);
+    EXPECT_THAT(this->journal(), ElementsAre("TRACE Enter label: ", "DEBUG Maximum length: " + std::to_string(length),
+                                             "TRACE Leave label: "));
+}
+
+TYPED_TEST(VersionDriverTest, TheChallengeMaximumIs20On20BAnd32On30AndDoesNotTouchTheBus)
+{
+    int length = 0;
+    this->driver().getChallengeDataMaximumLength(length);
+
+    EXPECT_EQ(TypeParam::kChallengeMaximumLength, length);
+    EXPECT_THAT(this->journal(), ElementsAre("TRACE Enter label: ", "DEBUG Maximum length: " + std::to_string(length),
+                                             "TRACE Leave label: "));
+}
+
+// --- device ID -------------------------------------------------------------------------------------------------------
+
+TYPED_TEST(VersionDriverTest, ADeviceIdRegisterHolding00000200Yields512)
+{
+    this->bus().holds(0x04, {0, 0, 2, 0});
+    U32 id = 0;
+
+    EXPECT_EQ(Success, this->driver().getDeviceID(id));
+    EXPECT_EQ(512U, id);
+    EXPECT_THAT(this->journal(), ElementsAre("TRACE Enter label: Reading device ID", "lock", "write 04", "read 4",
+                                             "DEBUG Device ID: 0x200", "TRACE Leave label: result=0", "unlock"));
+}
+
+TYPED_TEST(VersionDriverTest, ADeviceIdIsShownInLowerCase)
+{
+    this->bus().holds(0x04, {0xAB, 0xCD, 0xEF, 0x01});
+    U32 id = 0;
+    this->driver().getDeviceID(id);
+
+    EXPECT_THAT(this->lines(), ::testing::Contains("DEBUG Device ID: 0xabcdef01"));
+}
+
+TYPED_TEST(VersionDriverTest, ADeviceIdThatCannotBeReadReturnsErrorI2CAndLeavesTheOutput)
+{
+    this->bus().failsReads(FakeBus::kForever);
+    U32 id = 0xeeeeeeee;
+
+    EXPECT_EQ(ErrorI2C, this->driver().getDeviceID(id));
+    EXPECT_EQ(0xeeeeeeee, id);
+    EXPECT_THAT(this->lines(), ElementsAre("TRACE Enter label: Reading device ID",
+                                           consoleLine("DbgError", "authchipdriver",
+                                                       "unable to read dword from register 0x4 - i2cRead returns -1"),
+                                           "ERROR Failed to read device ID, error=1", "TRACE Leave label: result=1"));
+    EXPECT_EQ("lock; write 04; " + repeated(100, "read 4") + "; unlock", this->conversation());
+}
+
+// --- certificate length ----------------------------------------------------------------------------------------------
+
+TYPED_TEST(VersionDriverTest, ALengthRegisterHolding038BYields907)
+{
+    this->bus().holds(0x30, {0x03, 0x8b});
+    int length = 0;
+
+    EXPECT_EQ(Success, this->driver().getAccessoryCertificateDataLength(length));
+    EXPECT_EQ(907, length);
+    EXPECT_THAT(this->journal(),
+                ElementsAre("TRACE Enter label: ", "lock", "write 30", "read 2", "DEBUG Certificate data length: 907",
+                            "TRACE Leave label: result=0", "unlock"));
+}
+
+TYPED_TEST(VersionDriverTest, ALengthRegisterHoldingFFFFYields65535)
+{
+    this->bus().holds(0x30, {0xff, 0xff});
+    int length = 0;
+    this->driver().getAccessoryCertificateDataLength(length);
+
+    EXPECT_EQ(65535, length);
+}
+
+TYPED_TEST(VersionDriverTest, ACertificateLengthThatCannotBeReadReturnsErrorI2CAndOverwritesTheOutput)
+{
+    this->bus().refusesRegister(0x30);
+    int length = -77;
+
+    EXPECT_EQ(ErrorI2C, this->driver().getAccessoryCertificateDataLength(length));
+    EXPECT_NE(-77, length);
+    EXPECT_THAT(this->lines(),
+                ElementsAre("TRACE Enter label: ",
+                            consoleLine("DbgError", "authchipdriver",
+                                        "unable to read word from register 0x30 - i2cRead returns 0"),
+                            "ERROR Failed to read certificate data length, error=1", "TRACE Leave label: result=1"));
+    EXPECT_EQ("lock; " + repeated(100, "write 30; sleep 10000") + "; unlock", this->conversation());
+}
+
+// --- certificate -----------------------------------------------------------------------------------------------------
+
+TYPED_TEST(VersionDriverTest, ACertificateOfLength0ReadsNothingAndReturnsSuccess)
+{
+    int length = 0;
+
+    EXPECT_EQ(Success, this->readCertificate(length));
+    EXPECT_THAT(this->journal(), ElementsAre("TRACE Enter label: requested length=0", "lock",
+                                             "DEBUG Successfully read all data: 0 bytes",
+                                             "TRACE Leave label: result=Success", "unlock"));
+}
+
+TYPED_TEST(VersionDriverTest, ACertificateOf907BytesIsReadInSevenPagesOf128AndOneOf11)
+{
+    const Bytes certificate = counting(907, 5);
+    this->bus().holdsCertificate(certificate);
+    int length = 907;
+
+    EXPECT_EQ(Success, this->readCertificate(length));
+    EXPECT_EQ(907, length);
+    EXPECT_EQ(pages(7, 11), this->conversation());
+    EXPECT_EQ(certificate, Bytes(this->m_buffer.begin(), this->m_buffer.begin() + 907));
+    EXPECT_EQ(0xee, this->m_buffer[907]);
+    EXPECT_THAT(this->lines(),
+                ElementsAre("TRACE Enter label: requested length=907", "DEBUG Reading page 1, bytes=128",
+                            "DEBUG Reading page 2, bytes=128", "DEBUG Reading page 3, bytes=128",
+                            "DEBUG Reading page 4, bytes=128", "DEBUG Reading page 5, bytes=128",
+                            "DEBUG Reading page 6, bytes=128", "DEBUG Reading page 7, bytes=128",
+                            "DEBUG Reading page 8, bytes=11", "DEBUG Successfully read all data: 907 bytes",
+                            "TRACE Leave label: result=Success"));
+}
+
+TYPED_TEST(VersionDriverTest, ACertificateOfExactlyOnePageIsReadInOnePage)
+{
+    this->bus().holdsCertificate(counting(128));
+    int length = 128;
+
+    EXPECT_EQ(Success, this->readCertificate(length));
+    EXPECT_EQ(pages(1), this->conversation());
+}
+
+TYPED_TEST(VersionDriverTest, TheLastPageLogsAReadFailureAlthoughNothingFailed)
+{
+    const int most = TypeParam::kLastPage * 128;
+    this->bus().holdsCertificate(counting(static_cast<std::size_t>(most)));
+    int length = most;
+
+    EXPECT_EQ(Success, this->readCertificate(length));
+    EXPECT_EQ(most, length);
+    EXPECT_EQ(pages(TypeParam::kLastPage), this->conversation());
+    const auto lines = this->lines();
+    EXPECT_EQ("ERROR Read failed: read=128, toRead=128, page=" + std::to_string(TypeParam::kLastPage + 1),
+              lines[lines.size() - 3]);
+    EXPECT_EQ("DEBUG Successfully read all data: " + std::to_string(most) + " bytes", lines[lines.size() - 2]);
+    EXPECT_EQ("TRACE Leave label: result=Success", lines.back());
+}
+
+TYPED_TEST(VersionDriverTest, AShortLastPageLogsAReadFailureAsWell)
+{
+    const int length = (TypeParam::kLastPage - 1) * 128 + 5;
+    this->bus().holdsCertificate(counting(static_cast<std::size_t>(length)));
+    int requested = length;
+
+    EXPECT_EQ(Success, this->readCertificate(requested));
+    EXPECT_THAT(this->lines(), ::testing::Contains("ERROR Read failed: read=5, toRead=5, page=" +
+                                                   std::to_string(TypeParam::kLastPage + 1)));
+}
+
+TYPED_TEST(VersionDriverTest, TheLastPageButOneLogsNoFailure)
+{
+    const int length = (TypeParam::kLastPage - 1) * 128;
+    this->bus().holdsCertificate(counting(static_cast<std::size_t>(length)));
+    int requested = length;
+
+    EXPECT_EQ(Success, this->readCertificate(requested));
+    EXPECT_THAT(this->lines(), ::testing::Not(::testing::Contains(::testing::StartsWith("ERROR"))));
+}
+
+TYPED_TEST(VersionDriverTest, ARequestLargerThanThePageLimitAllowsReturnsErrorI2CAndTheLengthThatCame)
+{
+    const int most = TypeParam::kLastPage * 128;
+    this->bus().holdsCertificate(counting(static_cast<std::size_t>(most)));
+    int length = most + 1;
+
+    EXPECT_EQ(ErrorI2C, this->readCertificate(length));
+    EXPECT_EQ(most, length);
+    EXPECT_EQ(pages(TypeParam::kLastPage), this->conversation());
+    const auto lines = this->lines();
+    EXPECT_EQ("ERROR Read failed: read=128, toRead=128, page=" + std::to_string(TypeParam::kLastPage + 1),
+              lines[lines.size() - 3]);
+    EXPECT_EQ("ERROR Incomplete read: expected=" + std::to_string(most + 1) + ", actual=" + std::to_string(most),
+              lines[lines.size() - 2]);
+    EXPECT_EQ("TRACE Leave label: result=ErrorI2C", lines.back());
+}
+
+TYPED_TEST(VersionDriverTest, APageThatDeliversNothingEndsTheRead)
+{
+    this->bus().refusesRegister(0x31);
+    int length = 907;
+
+    EXPECT_EQ(ErrorI2C, this->readCertificate(length));
+    EXPECT_EQ(0, length);
+    EXPECT_THAT(this->lines(),
+                ElementsAre("TRACE Enter label: requested length=907", "DEBUG Reading page 1, bytes=128",
+                            "ERROR Read failed: read=0, toRead=128, page=2",
+                            "ERROR Incomplete read: expected=907, actual=0", "TRACE Leave label: result=ErrorI2C"));
+    EXPECT_EQ("lock; " + repeated(100, "write 31; sleep 10000") + "; unlock", this->conversation());
+}
+
+TYPED_TEST(VersionDriverTest, APageThatDeliversFewerBytesThanAskedEndsTheReadAndTheBufferHoldsWhatWasRead)
+{
+    const Bytes certificate = counting(907);
+    this->bus().holdsCertificate(certificate).deliversOnly(0x32, 100);
+    int length = 907;
+
+    EXPECT_EQ(ErrorI2C, this->readCertificate(length));
+    EXPECT_EQ(228, length);
+    EXPECT_EQ(Bytes(certificate.begin(), certificate.begin() + 228),
+              Bytes(this->m_buffer.begin(), this->m_buffer.begin() + 228));
+    EXPECT_THAT(this->lines(),
+                ElementsAre("TRACE Enter label: requested length=907", "DEBUG Reading page 1, bytes=128",
+                            "DEBUG Reading page 2, bytes=128", "ERROR Read failed: read=100, toRead=128, page=3",
+                            "ERROR Incomplete read: expected=907, actual=228", "TRACE Leave label: result=ErrorI2C"));
+    EXPECT_EQ(pages(2), this->conversation());
+}
+
+TYPED_TEST(VersionDriverTest, AFailedPageSubtractsItsNegativeResultFromTheTotal)
+{
+    this->bus().holdsCertificate(counting(907)).failsReadsOf(0x32);
+    int length = 907;
+
+    EXPECT_EQ(ErrorI2C, this->readCertificate(length));
+    EXPECT_EQ(127, length);
+    EXPECT_THAT(this->lines(), ::testing::IsSupersetOf({"ERROR Read failed: read=-1, toRead=128, page=3",
+                                                        "ERROR Incomplete read: expected=907, actual=127"}));
+}
+
+TYPED_TEST(VersionDriverTest, ANegativeLengthIsNotRejectedButHandedToTheTransportAsTheByteCountOfPage1)
+{
+    int length = -5;
+
+    EXPECT_EQ(ErrorI2C, this->readCertificate(length));
+    EXPECT_EQ(-1, length);
+    EXPECT_EQ("lock; write 31; " + repeated(100, "read -5") + "; unlock", this->conversation());
+    EXPECT_THAT(this->lines(),
+                ElementsAre("TRACE Enter label: requested length=-5", "DEBUG Reading page 1, bytes=-5",
+                            "ERROR Read failed: read=-1, toRead=-5, page=2",
+                            "ERROR Incomplete read: expected=-5, actual=-1", "TRACE Leave label: result=ErrorI2C"));
+}
+
+// The transport's failure, -1, is what was asked for.
+TYPED_TEST(VersionDriverTest, ALengthOfMinus1EndsInSuccess)
+{
+    int length = -1;
+
+    EXPECT_EQ(Success, this->readCertificate(length));
+    EXPECT_EQ(-1, length);
+    EXPECT_THAT(this->lines(), ::testing::Contains("DEBUG Successfully read all data: -1 bytes"));
+}
+
+TYPED_TEST(VersionDriverTest, TheLengthRegisterIsNotLookedAtWhileTheCertificateIsRead)
+{
+    this->bus().holdsCertificate(counting(300)).holds(0x30, {0, 1});
+    int length = 256;
+
+    EXPECT_EQ(Success, this->readCertificate(length));
+    EXPECT_EQ(pages(2), this->conversation());
+}
+
+// --- every operation -------------------------------------------------------------------------------------------------
+
+/// A driver whose register helpers are its own.
+template<typename Driver>
+class OverridingDriver : public Driver
+{
+public:
+    Error readWord(int reg, U16& value) override
+    {
+        value = static_cast<U16>(1000 + reg);
+        return Success;
+    }
+    Error readDWord(int reg, U32& value) override
+    {
+        value = 2000 + static_cast<U32>(reg);
+        return ErrorInvalid;
+    }
+};
+
+TYPED_TEST(VersionDriverTest, RegisterHelpersAreCalledThroughTheirVirtualSlots)
+{
+    OverridingDriver<typename TypeParam::Driver> driver;
+    this->m_journal.clear();
+    int length = 0;
+    U32 id = 0;
+
+    EXPECT_EQ(Success, driver.getAccessoryCertificateDataLength(length));
+    EXPECT_EQ(1000 + 0x30, length);
+    EXPECT_EQ(ErrorInvalid, driver.getDeviceID(id));
+    EXPECT_EQ(2000U + 0x04U, id);
+    EXPECT_EQ("lock; unlock; lock; unlock", this->conversation());
+    EXPECT_THAT(this->lines(), ::testing::Contains("ERROR Failed to read device ID, error=2"));
+}
+
+template<typename Driver>
+void callEveryOperation(Driver& driver, U8* buffer)
+{
+    U32 id = 0;
+    int length = 0;
+    driver.getDeviceID(id);
+    driver.getAccessoryCertificateDataLength(length);
+    length = 907;
+    driver.getAccessoryCertificateData(buffer, length);
+    driver.getChallengeResponseDataMaximumLength(length);
+    driver.getChallengeDataMaximumLength(length);
+    driver.rawWrite(0, buffer, 1);
+    driver.rawRead(0, buffer, 1);
+    U8* response = nullptr;
+    driver.newSignature(buffer, 32, &response, &length);
+    std::free(response);
+}
+
+TYPED_TEST(VersionDriverTest, EveryRecordOfAnOperationCarriesItsSignatureAndThePathOfItsDriver)
+{
+    this->bus().failsReads(50);
+    const auto before = this->m_log.records().size();
+    callEveryOperation(this->m_driver, this->m_buffer.data());
+
+    const auto& records = this->m_log.records();
+    ASSERT_GT(records.size(), before + 16);
+    std::string operation;
+    for (std::size_t i = before; i < records.size(); ++i) {
+        if (records[i].message.rfind("Enter ", 0) == 0)
+            operation = records[i].function;
+        EXPECT_EQ(operation, records[i].function) << records[i].message;
+        EXPECT_THAT(records[i].function, ::testing::HasSubstr(std::string(TypeParam::kName) + "::"));
+        EXPECT_EQ(TypeParam::kSource, records[i].file) << records[i].message;
+    }
+}
+
+struct ThrowingOperation
+{
+    const char* lineThatThrows;
+    void (*call)(AuthChipDriver& driver, U8* buffer);
+};
+
+TYPED_TEST(VersionDriverTest, AnExceptionFromALineReleasesTheTransactionExactlyOnce)
+{
+    const ThrowingOperation operations[] = {
+        {"Device ID: ",
+         [](AuthChipDriver& driver, U8*) {
+             U32 id = 0;
+             driver.getDeviceID(id);
+         }},
+        {"Leave label: result=0",
+         [](AuthChipDriver& driver, U8*) {
+             U32 id = 0;
+             driver.getDeviceID(id);
+         }},
+        {"Certificate data length: ",
+         [](AuthChipDriver& driver, U8*) {
+             int length = 0;
+             driver.getAccessoryCertificateDataLength(length);
+         }},
+        {"Reading page 2",
+         [](AuthChipDriver& driver, U8* buffer) {
+             int length = 907;
+             driver.getAccessoryCertificateData(buffer, length);
+         }},
+        {"Leave label: result=1", [](AuthChipDriver& driver, U8* buffer) { driver.rawWrite(0x10, buffer, 1); }},
+        {"Leave label: result=1", [](AuthChipDriver& driver, U8* buffer) { driver.rawRead(0x00, buffer, 1); }},
+    };
+    this->bus().holds(0x00, {7}).holds(0x04, counting(4)).holdsCertificate(counting(907));
+    for (const auto& operation : operations) {
+        this->m_log.beforeEachRecord([&](const std::string& message) {
+            if (message.rfind(operation.lineThatThrows, 0) == 0)
+                throw std::runtime_error("appender");
+        });
+        this->m_journal.clear();
+
+        EXPECT_THROW(operation.call(this->driver(), this->m_buffer.data()), std::runtime_error)
+            << operation.lineThatThrows;
+        const auto calls = this->m_journal.only(Journal::Kind::Call);
+        EXPECT_EQ(1, std::count(calls.begin(), calls.end(), "lock")) << operation.lineThatThrows;
+        EXPECT_EQ(1, std::count(calls.begin(), calls.end(), "unlock")) << operation.lineThatThrows;
+        EXPECT_FALSE(this->bus().isLocked());
+    }
+}
+
+TYPED_TEST(VersionDriverTest, AnExceptionFromTheEntryLineLeavesTheBusAlone)
+{
+    this->m_log.answerHookWith([](const std::string&) -> std::string { throw std::runtime_error("hook"); });
+    U32 id = 0;
+
+    EXPECT_THROW(this->driver().getDeviceID(id), std::runtime_error);
+    EXPECT_EQ("", this->conversation());
+}
+
+} // namespace

@@ -1,0 +1,38 @@
+#ifndef TESTS_SUPPORT_ALLOCATIONS_H
+#define TESTS_SUPPORT_ALLOCATIONS_H
+
+/**
+ * The allocations of this thread. A program that links allocations.cpp defines malloc and its kin itself, so that the
+ * shared library under test and the libraries below it are counted, too. Not for sanitizer builds, which bring an
+ * allocator of their own.
+ */
+namespace allocations {
+
+/// Counts from here to the end of the scope.
+class Counter
+{
+public:
+    Counter();
+    ~Counter();
+    Counter(const Counter&) = delete;
+    Counter& operator=(const Counter&) = delete;
+
+    int count() const;
+};
+
+/// Does not count to the end of the scope, inside a Counter's: what a fake does for itself.
+class Pause
+{
+public:
+    Pause();
+    ~Pause();
+    Pause(const Pause&) = delete;
+    Pause& operator=(const Pause&) = delete;
+
+private:
+    const bool m_wasCounting;
+};
+
+} // namespace allocations
+
+#endif

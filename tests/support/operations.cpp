@@ -1,0 +1,123 @@
+#include "tests/support/operations.h"
+
+#include <cstdlib>
+
+using namespace VorelKestrel::ACD;
+using VorelKestrel::AL::U32;
+using VorelKestrel::AL::U8;
+
+namespace {
+
+constexpr int kCertificateLength = 907;
+U8 g_buffer[kCertificateLength];
+
+template<Error (AuthChipDriver::*query)(U8&)>
+int readVersion(AuthChipDriver& driver)
+{
+    U8 version = 0;
+    return (driver.*query)(version);
+}
+
+int readDeviceId(AuthChipDriver& driver)
+{
+    U32 id = 0;
+    return driver.getDeviceID(id);
+}
+
+int readCertificateLength(AuthChipDriver& driver)
+{
+    int length = 0;
+    return driver.getAccessoryCertificateDataLength(length);
+}
+
+int readCertificate(AuthChipDriver& driver)
+{
+    int length = kCertificateLength;
+    return driver.getAccessoryCertificateData(g_buffer, length);
+}
+
+int sign(AuthChipDriver& driver)
+{
+    int challengeLength = 0;
+    driver.getChallengeDataMaximumLength(challengeLength);
+    U8* response = nullptr;
+    int responseLength = 0;
+    const Error error = driver.newSignature(g_buffer, challengeLength, &response, &responseLength);
+    std::free(response);
+    return error;
+}
+
+template<int length>
+int rawWrite(AuthChipDriver& driver)
+{
+    return driver.rawWrite(0x21, g_buffer, length) - length;
+}
+
+template<int length>
+int rawRead(AuthChipDriver& driver)
+{
+    return driver.rawRead(0x31, g_buffer, length) - length;
+}
+
+std::vector<Operation> operationsWithSignature(std::vector<const char*> transfers, int allocations)
+{
+    return {
+        {"getDeviceVersion", readVersion<&AuthChipDriver::getDeviceVersion>, {"write", "read"}, 0},
+        {"getFirmwareVersion", readVersion<&AuthChipDriver::getFirmwareVersion>, {"write", "read"}, 0},
+        {"getAuthenticationProtocolMajorVersion",
+         readVersion<&AuthChipDriver::getAuthenticationProtocolMajorVersion>,
+         {"write", "read"},
+         0},
+        {"getAuthenticationProtocolMinorVersion",
+         readVersion<&AuthChipDriver::getAuthenticationProtocolMinorVersion>,
+         {"write", "read"},
+         0},
+        {"getDeviceID", readDeviceId, {"write", "read"}, 0},
+        {"getAccessoryCertificateDataLength", readCertificateLength, {"write", "read"}, 0},
+        {"getAccessoryCertificateData",
+         readCertificate,
+         {"write", "read", "write", "read", "write", "read", "write", "read", //
+          "write", "read", "write", "read", "write", "read", "write", "read"},
+         0},
+        {"newSignature", sign, std::move(transfers), allocations},
+        {"rawWriteOf1Byte", rawWrite<1>, {"write"}, 1},
+        {"rawWriteOf128Bytes", rawWrite<128>, {"write"}, 1},
+        {"rawReadOf1Byte", rawRead<1>, {"write", "read"}, 0},
+        {"rawReadOf128Bytes", rawRead<128>, {"write", "read"}, 0},
+    };
+}
+
+} // namespace
+
+std::ostream& operator<<(std::ostream& stream, const Operation& operation)
+{
+    return stream << operation.name;
+}
+
+const std::vector<Operation>& operations20B()
+{
+    // Signature length, challenge length, challenge, command, status, signature length, signature.
+    static const std::vector<Operation> operations = operationsWithSignature(
+        {"write", "write", "write", "write", "write", "read", "write", "read", "write", "read"}, 5);
+    return operations;
+}
+
+const std::vector<Operation>& operations30()
+{
+    // Challenge, its length, command, status, response length, response.
+    static const std::vector<Operation> operations = operationsWithSignature(
+        {"write", "write", "read", "write", "write", "read", "write", "read", "write", "read"}, 3);
+    return operations;
+}
+
+void arrangeHealthyChip(FakeBus& bus, bool protocol30)
+{
+    for (const U8 reg : {U8{0x00}, U8{0x01}, U8{0x02}, U8{0x03}})
+        bus.holds(reg, {1});
+    bus.holds(0x04, counting(4))
+        .holds(0x10, {0x10})
+        .holds(0x20, {0, 32})
+        .holdsCertificate(counting(kCertificateLength));
+    const U8 responseLength = protocol30 ? 64 : 128;
+    bus.holds(0x11, {0, responseLength}).holds(0x12, counting(responseLength));
+}

@@ -1,0 +1,31 @@
+#ifndef TESTS_SUPPORT_OPERATIONS_H
+#define TESTS_SUPPORT_OPERATIONS_H
+
+#include <ostream>
+#include <vector>
+
+#include <authchipdriver/authchipdriver.h>
+
+#include "tests/support/fakebus.h"
+
+/// One operation of a driver on a chip that answers everything, and what it costs at least.
+struct Operation
+{
+    const char* name;
+    int (*call)(VorelKestrel::ACD::AuthChipDriver& driver); ///< 0 on success
+    std::vector<const char*> transfers;                     ///< the messages of the exchange, in their order
+    int allocations; ///< one per i2cWrite() (its buffer), one per newSignature() (the answer)
+};
+
+std::ostream& operator<<(std::ostream& stream, const Operation& operation);
+
+/// Every operation that touches the bus, for a chip of protocol 2.0B.
+const std::vector<Operation>& operations20B();
+
+/// The same for protocol 3.0.
+const std::vector<Operation>& operations30();
+
+/// Puts into the bus what the operations read, for either generation.
+void arrangeHealthyChip(FakeBus& bus, bool protocol30);
+
+#endif

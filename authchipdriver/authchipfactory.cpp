@@ -54,8 +54,8 @@ AuthChipDriver* AuthChipFactory::getAuthChipDriverInstance(const char* device, i
     if (!transaction.started())
         return nullptr;
 
-    // Deliberate: not cleared; the error line below shows what the stack held (valgrind: see the suppression of the
-    // name factory-prints-the-uncleared-version).
+    // Deliberate: not cleared; the error line below shows what the stack held (valgrind: the suppression
+    // factory-prints-the-uncleared-version in tests/support/valgrind.supp).
     AL::U8 deviceVersion; // NOLINT(cppcoreguidelines-init-variables)
     const int readRes = i2cRead(kRegisterDeviceVersion, sizeof(deviceVersion), &deviceVersion);
     if (readRes != sizeof(deviceVersion)) {

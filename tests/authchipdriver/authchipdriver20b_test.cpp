@@ -117,6 +117,11 @@ struct StatusCase
     Error result;
 };
 
+std::ostream& operator<<(std::ostream& stream, const StatusCase& statusCase)
+{
+    return stream << "status " << int{statusCase.status};
+}
+
 class Signature20BStatusTest : public Signature20BTest, public ::testing::WithParamInterface<StatusCase>
 {};
 
@@ -165,6 +170,11 @@ struct Failure
     std::vector<std::string> lines; // after the entry line
     std::string conversation;       // from the failing step on, without the lock
 };
+
+std::ostream& operator<<(std::ostream& stream, const Failure& failure)
+{
+    return stream << failure.name;
+}
 
 class Signature20BFailureTest : public Signature20BTest, public ::testing::WithParamInterface<Failure>
 {};

@@ -133,6 +133,11 @@ struct StatusCase
     Error result;
 };
 
+std::ostream& operator<<(std::ostream& stream, const StatusCase& statusCase)
+{
+    return stream << "status " << int{statusCase.status};
+}
+
 class ChallengeResponse30StatusTest : public ChallengeResponse30Test, public ::testing::WithParamInterface<StatusCase>
 {};
 
@@ -167,6 +172,11 @@ struct Failure
     std::vector<std::string> lines; // after the entry line
     std::string conversation;       // without the lock
 };
+
+std::ostream& operator<<(std::ostream& stream, const Failure& failure)
+{
+    return stream << failure.name;
+}
 
 class ChallengeResponse30FailureTest : public ChallengeResponse30Test, public ::testing::WithParamInterface<Failure>
 {};

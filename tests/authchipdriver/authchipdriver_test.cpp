@@ -39,6 +39,11 @@ struct VersionQuery
     const char* transfers;
 };
 
+std::ostream& operator<<(std::ostream& stream, const VersionQuery& versionQuery)
+{
+    return stream << versionQuery.name;
+}
+
 class VersionQueryTest : public AuthChipDriverTest, public ::testing::WithParamInterface<VersionQuery>
 {
 protected:

@@ -370,6 +370,11 @@ struct Misuse
     void (*call)();
 };
 
+std::ostream& operator<<(std::ostream& stream, const Misuse& misuse)
+{
+    return stream << misuse.name;
+}
+
 class I2cClosedDeathTest : public ::testing::TestWithParam<Misuse>
 {};
 

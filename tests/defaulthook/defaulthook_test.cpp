@@ -1,0 +1,40 @@
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <authchipdriver/dbglog.h>
+
+namespace {
+
+struct Label
+{
+    const char* signature; // as the compiler spells it
+    const char* label;
+};
+
+class DefaultHookTest : public testing::TestWithParam<Label>
+{};
+
+TEST_P(DefaultHookTest, CutsASignatureDownToClassAndMethod)
+{
+    EXPECT_EQ(GetParam().label, dbglog_scopedFunction(GetParam().signature, "Wexfordmallow"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Signatures, DefaultHookTest,
+    testing::Values(Label{"virtual int VorelKestrel::ACD::AuthChipDriver20B::rawWrite(uint8_t, const void*, int)",
+                          "AuthChipDriver20B::rawWrite"},
+                    Label{"VorelKestrel::ACD::AuthChipDriver30::AuthChipDriver30()",
+                          "AuthChipDriver30::AuthChipDriver30"},
+                    Label{"virtual VorelKestrel::ACD::Error VorelKestrel::ACD::AuthChipDriver30::newSignature(const "
+                          "VorelKestrel::AL::U8*, int, VorelKestrel::AL::U8**, int*)",
+                          "AuthChipDriver30::newSignature"},
+                    Label{"virtual void Driver::get(int&)", "Driver::get"}, Label{"int main()", "main"},
+                    Label{"void ::global()", "::global"}, Label{"main", "main"}, Label{"", ""}));
+
+TEST(DefaultHookTest, IgnoresTheComponent)
+{
+    EXPECT_EQ("A::b", dbglog_scopedFunction("void A::b()", ""));
+}
+
+} // namespace

@@ -1,10 +1,9 @@
 #include "simulator/credentials.h"
 
-#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <utility>
 
 #include <openssl/bio.h>
@@ -173,10 +172,14 @@ Bytes newCertificate(EVP_PKEY* key, std::size_t length)
 Bytes contentOf(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
-    Bytes content{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    if (!file || content.empty())
-        throw CredentialsError("cannot read " + path + ": " +
-                               (content.empty() && file ? "it is empty" : std::strerror(errno)));
+    Bytes content;
+    std::array<char, 4096> block{};
+    do {
+        file.read(block.data(), block.size());
+        content.insert(content.end(), block.begin(), block.begin() + file.gcount());
+    } while (file);
+    if (!file.eof())
+        throw CredentialsError("cannot read " + path + ": " + std::strerror(errno));
     return content;
 }
 

@@ -36,7 +36,7 @@ public:
     /**
      * Reads a key (PEM or DER) and a certificate (PEM or DER, bare or in a PKCS #7 container) from files. An empty
      * @p certificateFile stands for a self-signed certificate of @p certificateLength bytes, made here.
-     * A container is kept byte for byte.
+     * A container is kept with all that is in it.
      */
     static Credentials load(const Generation& generation, const std::string& keyFile,
                             const std::string& certificateFile, std::size_t certificateLength = 0);

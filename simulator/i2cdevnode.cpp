@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdint>
+#include <iterator>
 #include <utility>
 
 #include <linux/i2c-dev.h>
@@ -18,6 +19,23 @@ constexpr unsigned long kSevenBitMaximum = 0x7f;
 constexpr unsigned long kTenBitMaximum = 0x3ff;
 constexpr unsigned long kFunctions = I2C_FUNC_I2C | I2C_FUNC_SMBUS_QUICK | I2C_FUNC_SMBUS_BYTE |
                                      I2C_FUNC_SMBUS_BYTE_DATA | I2C_FUNC_SMBUS_WORD_DATA | I2C_FUNC_SMBUS_I2C_BLOCK;
+
+/// What an SMBus transfer is made of: whether the command byte goes first, and how many bytes of data follow.
+/// A word travels low byte first, as it lies in the memory of the machines that we run on.
+struct SmbusShape
+{
+    AL::U32 size; // the kernel's word for the kind of transfer
+    bool commandBeforeWrite;
+    bool commandBeforeRead;
+    std::size_t writeLength;
+    std::size_t readLength;
+};
+
+constexpr SmbusShape kSmbusShapes[] = {
+    {I2C_SMBUS_QUICK, false, false, 0, 0},        {I2C_SMBUS_BYTE, true, false, 0, 1},
+    {I2C_SMBUS_BYTE_DATA, true, true, 1, 1},      {I2C_SMBUS_WORD_DATA, true, true, 2, 2},
+    {I2C_SMBUS_I2C_BLOCK_DATA, true, true, 1, 1}, // at least; the data begins with its length
+};
 
 int resultOf(const Transfer& transfer)
 {
@@ -130,50 +148,48 @@ int I2cDevFile::transferMessage(const i2c_msg& message)
     return resultOf(m_node.m_bus.write(message.addr, message.buf, message.len));
 }
 
-/// The SMBus transfers that are made of plain messages.
+/// The SMBus transfers that plain messages can make.
 int I2cDevFile::transferSmbus(const i2c_smbus_ioctl_data& request)
 {
+    if (request.read_write != I2C_SMBUS_READ && request.read_write != I2C_SMBUS_WRITE)
+        return -EINVAL;
+    const auto* shape = std::find_if(std::begin(kSmbusShapes), std::end(kSmbusShapes),
+                                     [&](const SmbusShape& row) { return row.size == request.size; });
+    if (shape == std::end(kSmbusShapes))
+        return -EOPNOTSUPP;
     const bool reading = request.read_write == I2C_SMBUS_READ;
-    if (!reading && request.read_write != I2C_SMBUS_WRITE)
+    std::size_t length = reading ? shape->readLength : shape->writeLength;
+    if (length > 0 && request.data == nullptr)
         return -EINVAL;
-    const bool hasData = request.size != I2C_SMBUS_QUICK && (request.size != I2C_SMBUS_BYTE || reading);
-    if (hasData && request.data == nullptr)
-        return -EINVAL;
-
-    std::size_t length = 0; // of the data after the command byte
-    AL::U8* data = hasData ? request.data->block : nullptr;
-    switch (request.size) {
-    case I2C_SMBUS_QUICK:
-    case I2C_SMBUS_BYTE:
-        length = reading && hasData ? 1 : 0;
-        break;
-    case I2C_SMBUS_BYTE_DATA:
-        length = 1;
-        break;
-    case I2C_SMBUS_WORD_DATA:
-        length = 2;
-        break;
-    case I2C_SMBUS_I2C_BLOCK_DATA:
+    AL::U8* data = length > 0 ? request.data->block : nullptr;
+    if (request.size == I2C_SMBUS_I2C_BLOCK_DATA) {
         length = *data++;
         if (length == 0 || length > I2C_SMBUS_BLOCK_MAX)
             return -EINVAL;
-        break;
-    default:
-        return -EOPNOTSUPP;
     }
-
-    std::array<AL::U8, 1 + I2C_SMBUS_BLOCK_MAX> message{request.command};
-    if (!reading && length > 0)
-        std::copy_n(data, length, message.begin() + 1);
-    const bool named = request.size != I2C_SMBUS_QUICK && (request.size != I2C_SMBUS_BYTE || !reading);
     const std::lock_guard<std::mutex> lock(m_node.m_adapter);
-    if (named || !reading) {
-        const std::size_t written = named ? 1 + (reading ? 0 : length) : 0;
-        const int result = resultOf(m_node.m_bus.write(m_address, message.data(), written));
-        if (result < 0 || !reading)
-            return std::min(result, 0);
+    const bool hasCommand = reading ? shape->commandBeforeRead : shape->commandBeforeWrite;
+    const int result = reading ? readSmbus(hasCommand, request.command, data, length)
+                               : writeSmbus(hasCommand, request.command, data, length);
+    return std::min(result, 0);
+}
+
+int I2cDevFile::writeSmbus(bool hasCommand, AL::U8 command, const AL::U8* data, std::size_t length)
+{
+    std::array<AL::U8, 1 + I2C_SMBUS_BLOCK_MAX> message{command};
+    if (length > 0)
+        std::copy_n(data, length, message.begin() + 1);
+    return resultOf(m_node.m_bus.write(m_address, message.data(), (hasCommand ? 1 : 0) + length));
+}
+
+int I2cDevFile::readSmbus(bool hasCommand, AL::U8 command, AL::U8* data, std::size_t length)
+{
+    if (hasCommand) {
+        const int result = resultOf(m_node.m_bus.write(m_address, &command, 1));
+        if (result < 0)
+            return result;
     }
-    return std::min(resultOf(m_node.m_bus.read(m_address, data, length)), 0);
+    return resultOf(m_node.m_bus.read(m_address, data, length));
 }
 
 } // namespace VorelKestrel::Simulator

@@ -63,6 +63,8 @@ private:
     int transferMessages(i2c_msg* messages, std::size_t count);
     int transferMessage(const i2c_msg& message);
     int transferSmbus(const i2c_smbus_ioctl_data& request);
+    int writeSmbus(bool hasCommand, AL::U8 command, const AL::U8* data, std::size_t length);
+    int readSmbus(bool hasCommand, AL::U8 command, AL::U8* data, std::size_t length);
 
     I2cDevNode& m_node;
     unsigned m_address = 0; // nobody's, until one is selected

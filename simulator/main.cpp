@@ -7,6 +7,7 @@
 
 #include "simulator/exitstatus.h"
 #include "simulator/options.h"
+#include "simulator/preloads.h"
 #include "simulator/program.h"
 #include "simulator/simulation.h"
 #include "simulator/umockdevfront.h"
@@ -46,7 +47,7 @@ int simulate(const Options& options)
     SystemClock clock;
     const auto log = openLog(options.logFile);
     Simulation simulation(options.simulation, credentialsFor(options), clock, log.get());
-    const std::string preload = UmockdevFront::preload();
+    const std::string preload = preloads();
     const UmockdevFront front(simulation.node(), options.device);
     const int result = program.run(options.command, {"LD_PRELOAD=" + preload});
     return result < 0 ? reportNotStarted(options.command.front(), -result) : result;

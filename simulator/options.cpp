@@ -3,251 +3,260 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <utility>
 
 #include <CLI/CLI.hpp>
 
 #include "authchipdriver/registermap.h"
-#include "simulator/exitstatus.h"
 
 namespace VorelKestrel::Simulator {
 namespace {
 
-constexpr unsigned kByteMaximum = 0xff;
-constexpr unsigned kWordMaximum = 0xffff;
-constexpr unsigned kAddressMaximum = 0x7f;
+constexpr unsigned long kByteMaximum = 0xff;
+constexpr unsigned long kWordMaximum = 0xffff;
+constexpr unsigned long kDoubleWordMaximum = 0xffffffff;
+constexpr unsigned long kAddressMaximum = 0x7f;
+constexpr AL::U8 kLengthRegisters[] = {ACD::kRegisterResponseLength, ACD::kRegisterChallengeLength,
+                                       ACD::kRegisterCertificateLength};
 
-const char* const kFooter = R"(Without --key and --certificate the chip gets a new key and a self-signed certificate.
-Versions 1 to 6 sign with RSA-1024 (protocol 2.0B), 7 and above with P-256 (3.0).
-PROGRAM must be dynamically linked and not set-user-ID: it is run with a preloaded
-library. Descriptors of the node do not survive exec. The node is there for as long
-as PROGRAM runs.
+constexpr const char* kDescription =
+    "Runs a program in front of a simulated authentication chip on a simulated I2C bus.";
+constexpr const char* kUsage = "Usage: authchip-sim [OPTIONS] -- PROGRAM [ARGS...]\n";
+constexpr const char* kFooter = R"(Numbers may be written in decimal or, with 0x before them, in hexadecimal.
+Without --key the chip gets a new key, without --certificate a self-signed certificate.
+PROGRAM has to be dynamically linked and not set-user-ID, since libraries are preloaded
+into it. It opens the node itself: a descriptor does not survive exec, nor dup, nor use
+by two processes at the same time. The node is there for as long as PROGRAM runs.
 
-Exit status:
-  that of PROGRAM, or 128 + n if signal n killed it; otherwise
+Exit status: that of PROGRAM, or 128 + n if signal n killed it; otherwise
+  0    help was asked for
   2    the options are wrong, or a key or certificate does not fit
-  125  the simulated node could not be put up, or the log not be written
+  125  the node could not be put up, or the log not be written
   126  PROGRAM could not be run
   127  PROGRAM was not found
 
 Examples:
   authchip-sim -- i2ctransfer -y 7 w1@0x2a 0x00 r1
   authchip-sim --device-version 3 --busy-ms 200 --log transfers.txt -- ./host
-  authchip-sim --refuse 5 --corrupt-signature -- sh -c './host && ./host')";
+  authchip-sim --refuse 5 --corrupt-signature -- sh -c './host; ./host')";
 
-/// Numbers of the command line before they become the settings' types, which it does not know.
-struct Numbers
+unsigned long parseNumber(const std::string& text, unsigned long maximum, const std::string& option)
 {
-    unsigned address = SimulationSettings{}.address;
-    std::vector<unsigned> boundAddresses;
-    unsigned deviceVersion = ChipSettings{}.deviceVersion;
-    unsigned firmwareVersion = ChipSettings{}.firmwareVersion;
-    std::string protocol;
-    unsigned busyMilliseconds = static_cast<unsigned>(ChipSettings{}.busyTime.count());
-    unsigned stuckMilliseconds = 0;
-    unsigned wrongStatus = 0;
-    std::vector<std::string> wrongLengths;
-    unsigned faultRegister = 0;
-};
-
-unsigned parseNumber(const std::string& text, unsigned maximum, const std::string& option)
-{
-    unsigned number = 0;
-    if (!CLI::detail::lexical_cast(text, number) || number > maximum || text.find('-') != std::string::npos)
-        throw UsageError(option + ": '" + text + "' is no number from 0 to " + std::to_string(maximum));
-    return number;
+    try {
+        std::size_t length = 0;
+        const unsigned long number = std::stoul(text, &length, 0);
+        if (length == text.size() && number <= maximum && text.find('-') == std::string::npos)
+            return number;
+    } catch (const std::logic_error&) { // no digits, or too many of them
+    }
+    throw UsageError(option + ": '" + text + "' is not a number from 0 to " + std::to_string(maximum));
 }
 
-/// "LEFT<separator>RIGHT" as two numbers.
-std::pair<unsigned, unsigned> parsePair(const std::string& text, char separator, unsigned rightMaximum,
-                                        const std::string& option)
+/// The two sides of the first separator.
+std::pair<std::string, std::string> split(const std::string& text, char separator, const std::string& option)
 {
     const auto middle = text.find(separator);
     if (middle == std::string::npos)
         throw UsageError(option + ": '" + text + "' has no '" + separator + "'");
-    return {parseNumber(text.substr(0, middle), kByteMaximum, option),
-            parseNumber(text.substr(middle + 1), rightMaximum, option)};
+    return {text.substr(0, middle), text.substr(middle + 1)};
 }
 
+/// A path below /dev that the kernel and the preload libraries understand alike.
+bool isPlainDevicePath(const std::string& path)
+{
+    return path.rfind("/dev/", 0) == 0 && path.find("//") == std::string::npos &&
+           path.find("/.") == std::string::npos && path.back() != '/';
+}
+
+/// Shows of an option its name and the kind of its value; everything else is in its description.
 class HelpFormatter : public CLI::Formatter
 {
 public:
-    std::string make_usage(const CLI::App* /*app*/, std::string /*name*/) const override
+    HelpFormatter() { column_width(33); }
+
+    std::string make_usage(const CLI::App* /*app*/, std::string /*name*/) const override { return kUsage; }
+    std::string make_option_opts(const CLI::Option* option) const override
     {
-        return "Usage: authchip-sim [OPTIONS] -- PROGRAM [ARGS...]\n";
+        return option->get_type_size() == 0 ? "" : " " + option->get_type_name();
     }
+};
+
+/// One row of the tables below.
+struct OptionRow
+{
+    const char* name;
+    const char* value; // what stands for it in the help; null: there is none
+    const char* description;
+    std::function<void(const std::string&)> set; // once for every time that the option is given
 };
 
 class Parser
 {
 public:
-    Parser()
-        : m_app("Runs a program with a simulated authentication coprocessor on a simulated I2C bus.", "authchip-sim")
+    Parser() : m_app(kDescription)
     {
-        const auto formatter = std::make_shared<HelpFormatter>();
-        formatter->column_width(34);
-        m_app.formatter(formatter);
+        m_app.formatter(std::make_shared<HelpFormatter>());
         m_app.footer(kFooter);
-        addNode();
-        addChip();
-        addFaults();
+        m_app.set_help_flag("-h,--help", "This text");
+        add("The node and the bus", nodeRows());
+        add("The chip", chipRows());
+        add("Faults", faultRows());
+        m_app.get_option("--certificate")->needs("--key")->excludes("--certificate-length");
     }
 
     Options parse(std::vector<std::string> arguments)
     {
-        std::reverse(arguments.begin(), arguments.end()); // as CLI11 likes them
+        std::reverse(arguments.begin(), arguments.end()); // as CLI11 takes them
         try {
             m_app.parse(arguments);
         } catch (const CLI::CallForHelp&) {
             m_options.help = m_app.help();
-            return m_options;
         } catch (const CLI::ParseError& error) {
             throw UsageError(error.what());
         }
-        transferNumbers();
+        if (m_app.count("--busy-refusals") > 0 && m_app.count("--busy-ms") == 0)
+            m_options.simulation.chip.busyTime = std::chrono::milliseconds(0);
         return m_options;
     }
 
 private:
-    void addNode()
+    void add(const std::string& group, const std::vector<OptionRow>& rows)
     {
-        const std::string group = "The node and the bus";
-        m_app.add_option("--device", m_options.device, "Path of the node, below /dev")
-            ->capture_default_str()
-            ->group(group);
-        m_app.add_option("--address", m_numbers.address, "7-bit address of the chip")
-            ->check(CLI::Range(0U, kAddressMaximum))
-            ->default_str("0x2a")
-            ->group(group);
-        m_app
-            .add_option("--bound-address", m_numbers.boundAddresses,
-                        "Address that a kernel driver has taken; repeatable")
-            ->check(CLI::Range(0U, kAddressMaximum))
-            ->allow_extra_args(false)
-            ->group(group);
-        m_app.add_option("--bus-hz", m_options.simulation.bitsPerSecond, "Clock of the bus; 0 takes no time")
-            ->capture_default_str()
-            ->group(group);
-        m_app.add_option("--log", m_options.logFile, "Write every transfer to this file")
-            ->type_name("FILE")
-            ->group(group);
+        for (const OptionRow& row : rows) {
+            if (row.value == nullptr)
+                m_app
+                    .add_flag_function(
+                        row.name, [set = row.set](std::int64_t) { set(""); }, row.description)
+                    ->group(group);
+            else
+                m_app.add_option_function<std::vector<std::string>>(row.name, forEach(row.set), row.description)
+                    ->type_name(row.value)
+                    ->allow_extra_args(false)
+                    ->group(group);
+        }
     }
 
-    void addChip()
+    static std::function<void(const std::vector<std::string>&)>
+    forEach(const std::function<void(const std::string&)>& set)
     {
-        const std::string group = "The chip";
+        return [set](const std::vector<std::string>& values) { std::for_each(values.begin(), values.end(), set); };
+    }
+
+    static OptionRow textRow(const char* name, const char* value, const char* description, std::string& target)
+    {
+        return {name, value, description, [&target](const std::string& text) { target = text; }};
+    }
+
+    template<typename Set>
+    static OptionRow numberRow(const char* name, const char* value, unsigned long maximum, const char* description,
+                               Set set)
+    {
+        return {name, value, description, [=](const std::string& text) { set(parseNumber(text, maximum, name)); }};
+    }
+
+    /// A number that goes into a variable, or an optional one, as it is.
+    template<typename Target>
+    static OptionRow intoRow(const char* name, const char* value, unsigned long maximum, const char* description,
+                             Target& target)
+    {
+        return numberRow(name, value, maximum, description,
+                         [&target](unsigned long number) { target = static_cast<Target>(number); });
+    }
+
+    std::vector<OptionRow> nodeRows()
+    {
+        SimulationSettings& bus = m_options.simulation;
+        return {
+            {"--device", "PATH", "Path of the node, below /dev (/dev/i2c-7)",
+             [this](const std::string& path) { setDevice(m_options, path); }},
+            intoRow("--address", "ADDRESS", kAddressMaximum, "7-bit address of the chip (0x2a)", bus.address),
+            numberRow("--bound-address", "ADDRESS", kAddressMaximum,
+                      "Address that a kernel driver has taken; repeatable",
+                      [&bus](unsigned long address) { bus.boundAddresses.insert(static_cast<unsigned>(address)); }),
+            intoRow("--bus-hz", "HZ", kDoubleWordMaximum, "Clock of the bus; 0 takes no time (0)", bus.bitsPerSecond),
+            textRow("--log", "FILE", "Write every transfer to this file", m_options.logFile),
+        };
+    }
+
+    std::vector<OptionRow> chipRows()
+    {
         ChipSettings& chip = m_options.simulation.chip;
-        addByte("--device-version", m_numbers.deviceVersion, "Device version, decides the protocol")
-            ->capture_default_str()
-            ->group(group);
-        addByte("--firmware-version", m_numbers.firmwareVersion, "Firmware version")
-            ->capture_default_str()
-            ->group(group);
-        m_app.add_option("--protocol", m_numbers.protocol, "Protocol version that the chip reports; default: its own")
-            ->type_name("MAJOR.MINOR")
-            ->group(group);
-        m_app.add_option("--device-id", chip.deviceId, "Device ID")->default_str("0x200")->group(group);
-        m_app.add_option("--key", m_options.keyFile, "Private key, PEM or DER")->type_name("FILE")->group(group);
-        m_app.add_option("--certificate", m_options.certificateFile, "Certificate or PKCS #7 container, PEM or DER")
-            ->type_name("FILE")
-            ->needs("--key")
-            ->group(group);
-        m_app
-            .add_option("--certificate-length", m_options.certificateLength,
-                        "Length of the self-signed one's container")
-            ->type_name("BYTES")
-            ->excludes("--certificate")
-            ->group(group);
-        m_busyTime =
-            m_app.add_option("--busy-ms", m_numbers.busyMilliseconds, "Time of no answer after a start command")
-                ->capture_default_str()
-                ->group(group);
-        m_busyRefusals =
-            m_app
-                .add_option("--busy-refusals", chip.busyRefusals,
-                            "Messages refused after a start command; without --busy-ms, in place of the time")
-                ->check(CLI::Range(0, INT_MAX))
-                ->group(group);
+        return {
+            intoRow("--device-version", "BYTE", kByteMaximum,
+                    "Device version; up to 6 a chip of protocol 2.0B (RSA-1024), from 7 on of 3.0 (P-256) (7)",
+                    chip.deviceVersion),
+            intoRow("--firmware-version", "BYTE", kByteMaximum, "Firmware version (1)", chip.firmwareVersion),
+            {"--protocol", "MAJOR.MINOR", "Protocol version that the chip reports (its own)",
+             [&chip](const std::string& text) { setProtocol(chip, text); }},
+            intoRow("--device-id", "NUMBER", kDoubleWordMaximum, "Device ID (0x200)", chip.deviceId),
+            textRow("--key", "FILE", "Private key, PEM or DER", m_options.keyFile),
+            textRow("--certificate", "FILE", "Certificate of the key, bare or in a PKCS #7 container, PEM or DER",
+                    m_options.certificateFile),
+            intoRow("--certificate-length", "BYTES", kWordMaximum, "Length of the self-signed certificate's container",
+                    m_options.certificateLength),
+            numberRow("--busy-ms", "MS", kDoubleWordMaximum,
+                      "How long the chip does not answer after a start command (30)",
+                      [&chip](unsigned long time) { chip.busyTime = std::chrono::milliseconds(time); }),
+            intoRow("--busy-refusals", "N", INT_MAX,
+                    "How many messages the chip refuses after a start command; without --busy-ms, in place of the "
+                    "time (0)",
+                    chip.busyRefusals),
+        };
     }
 
-    void addFaults()
+    std::vector<OptionRow> faultRows()
     {
-        const std::string group = "Faults";
         Faults& faults = m_options.simulation.faults;
-        addCount("--refuse", faults.refusedMessages, "Refuse the next N messages")->group(group);
-        addCount("--fail-reads", faults.failedReads, "Fail the next N reads")->group(group);
-        addCount("--short-reads", faults.shortReads, "Deliver one byte less in the next N reads")->group(group);
-        m_faultRegister = addByte("--fault-register", m_numbers.faultRegister,
-                                  "Let the three above hit this register's messages only")
-                              ->group(group);
-        m_wrongStatus = addByte("--wrong-status", m_numbers.wrongStatus, "Report this status")->group(group);
-        m_app
-            .add_option("--wrong-length", m_numbers.wrongLengths,
-                        "Report this length in 0x11, 0x20 or 0x30; repeatable")
-            ->type_name("REGISTER=LENGTH")
-            ->allow_extra_args(false)
-            ->group(group);
-        m_app.add_flag("--corrupt-signature", faults.corruptSignature, "Turn a bit of the signature over")
-            ->group(group);
-        m_stuckTime =
-            m_app.add_option("--stuck-bus", m_numbers.stuckMilliseconds, "Let every message time out after so long")
-                ->type_name("MS")
-                ->group(group);
+        return {
+            intoRow("--refuse", "N", INT_MAX, "Refuse the next N messages", faults.refusedMessages),
+            intoRow("--fail-reads", "N", INT_MAX, "Fail the next N reads", faults.failedReads),
+            intoRow("--short-reads", "N", INT_MAX, "Deliver one byte less in the next N reads", faults.shortReads),
+            numberRow("--fault-register", "REGISTER", kByteMaximum,
+                      "Let the three above hit only the messages about this register",
+                      [&faults](unsigned long reg) { faults.onlyRegister = static_cast<AL::U8>(reg); }),
+            numberRow("--wrong-status", "BYTE", kByteMaximum, "Report this status",
+                      [&faults](unsigned long status) {
+                          faults.answers[ACD::kRegisterControlAndStatus] = {static_cast<AL::U8>(status)};
+                      }),
+            {"--wrong-length", "REGISTER=LENGTH", "Report this length in register 0x11, 0x20 or 0x30; repeatable",
+             [&faults](const std::string& text) { setWrongLength(faults, text); }},
+            {"--corrupt-signature", nullptr, "Turn a bit of every signature over",
+             [&faults](const std::string&) { faults.corruptSignature = true; }},
+            numberRow("--stuck-bus", "MS", kDoubleWordMaximum, "Let every message time out after so long",
+                      [&faults](unsigned long time) { faults.stuckTime = std::chrono::milliseconds(time); }),
+        };
     }
 
-    CLI::Option* addByte(const std::string& name, unsigned& value, const std::string& description)
+    static void setDevice(Options& options, const std::string& path)
     {
-        return m_app.add_option(name, value, description)->check(CLI::Range(0U, kByteMaximum))->type_name("BYTE");
+        if (!isPlainDevicePath(path))
+            throw UsageError("--device: '" + path + "' is not the plain path of something below /dev");
+        options.device = path;
     }
 
-    CLI::Option* addCount(const std::string& name, int& value, const std::string& description)
+    static void setProtocol(ChipSettings& chip, const std::string& text)
     {
-        return m_app.add_option(name, value, description)->check(CLI::Range(0, INT_MAX))->type_name("N");
+        constexpr const char* kOption = "--protocol";
+        const auto [major, minor] = split(text, '.', kOption);
+        chip.protocolMajorVersion = static_cast<AL::U8>(parseNumber(major, kByteMaximum, kOption));
+        chip.protocolMinorVersion = static_cast<AL::U8>(parseNumber(minor, kByteMaximum, kOption));
     }
 
-    void transferNumbers()
+    static void setWrongLength(Faults& faults, const std::string& text)
     {
-        SimulationSettings& simulation = m_options.simulation;
-        simulation.address = m_numbers.address;
-        simulation.boundAddresses.insert(m_numbers.boundAddresses.begin(), m_numbers.boundAddresses.end());
-        simulation.chip.deviceVersion = static_cast<AL::U8>(m_numbers.deviceVersion);
-        simulation.chip.firmwareVersion = static_cast<AL::U8>(m_numbers.firmwareVersion);
-        const bool countedOnly = m_busyRefusals->count() > 0 && m_busyTime->count() == 0;
-        simulation.chip.busyTime = std::chrono::milliseconds(countedOnly ? 0 : m_numbers.busyMilliseconds);
-        if (!m_numbers.protocol.empty()) {
-            const auto [major, minor] = parsePair(m_numbers.protocol, '.', kByteMaximum, "--protocol");
-            simulation.chip.protocolMajorVersion = static_cast<AL::U8>(major);
-            simulation.chip.protocolMinorVersion = static_cast<AL::U8>(minor);
-        }
-        if (m_faultRegister->count() > 0)
-            simulation.faults.onlyRegister = static_cast<AL::U8>(m_numbers.faultRegister);
-        if (m_stuckTime->count() > 0)
-            simulation.faults.stuckTime = std::chrono::milliseconds(m_numbers.stuckMilliseconds);
-        transferAnswers(simulation.faults);
-    }
-
-    void transferAnswers(Faults& faults)
-    {
-        if (m_wrongStatus->count() > 0)
-            faults.answers[ACD::kRegisterControlAndStatus] = {static_cast<AL::U8>(m_numbers.wrongStatus)};
-        for (const std::string& text : m_numbers.wrongLengths) {
-            const auto [reg, length] = parsePair(text, '=', kWordMaximum, "--wrong-length");
-            if (reg != ACD::kRegisterResponseLength && reg != ACD::kRegisterChallengeLength &&
-                reg != ACD::kRegisterCertificateLength)
-                throw UsageError("--wrong-length: '" + text + "' names none of the registers 0x11, 0x20 and 0x30");
-            faults.answers[static_cast<AL::U8>(reg)] = {static_cast<AL::U8>(length >> 8U), static_cast<AL::U8>(length)};
-        }
+        constexpr const char* kOption = "--wrong-length";
+        const auto [registerText, lengthText] = split(text, '=', kOption);
+        const auto reg = static_cast<AL::U8>(parseNumber(registerText, kByteMaximum, kOption));
+        if (std::count(std::begin(kLengthRegisters), std::end(kLengthRegisters), reg) == 0)
+            throw UsageError(std::string(kOption) + ": '" + registerText + "' is none of 0x11, 0x20 and 0x30");
+        const unsigned long length = parseNumber(lengthText, kWordMaximum, kOption);
+        faults.answers[reg] = {static_cast<AL::U8>(length >> 8U), static_cast<AL::U8>(length)};
     }
 
     CLI::App m_app;
     Options m_options;
-    Numbers m_numbers;
-    CLI::Option* m_busyTime = nullptr; // these are owned by m_app
-    CLI::Option* m_busyRefusals = nullptr;
-    CLI::Option* m_faultRegister = nullptr;
-    CLI::Option* m_wrongStatus = nullptr;
-    CLI::Option* m_stuckTime = nullptr;
 };
 
 } // namespace
@@ -257,12 +266,12 @@ Options parseOptions(int argc, const char* const* argv)
     // What comes after the first "--" is the program's, whatever it looks like.
     const auto isSeparator = [](const char* argument) { return std::strcmp(argument, "--") == 0; };
     const char* const* end = argv + argc;
-    const char* const* separator = std::find_if(argv + 1, end, isSeparator);
-    Options options = Parser().parse({argv + 1, separator});
+    const char* const* separator = std::find_if(std::min(argv + 1, end), end, isSeparator);
+    Options options = Parser().parse({std::min(argv + 1, separator), separator});
     if (!options.help.empty())
         return options;
-    if (separator == end || separator + 1 == end)
-        throw UsageError("no program to run: it stands behind '--'");
+    if (end - separator <= 1)
+        throw UsageError("there is no program to run; it stands behind '--'");
     options.command.assign(separator + 1, end);
     return options;
 }

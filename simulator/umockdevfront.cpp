@@ -1,5 +1,6 @@
 #include "simulator/umockdevfront.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -8,9 +9,10 @@
 #include <filesystem>
 #include <vector>
 
-#include <dlfcn.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <umockdev.h>
@@ -18,7 +20,6 @@
 namespace VorelKestrel::Simulator {
 namespace {
 
-constexpr const char* kPreloadLibrary = "libumockdev-preload.so.0";
 constexpr const char* kFileKey = "i2c-dev-file";
 constexpr const char* kDevicesFolder = "/dev/";
 
@@ -37,6 +38,13 @@ Object<UMockdevIoctlData> resolve(UMockdevIoctlData* data, std::size_t offset, s
     Object<UMockdevIoctlData> resolved(umockdev_ioctl_data_resolve(data, offset, length, &error));
     g_clear_error(&error);
     return resolved;
+}
+
+[[noreturn]] void throwError(const std::string& what, GError* error)
+{
+    const std::string reason = error->message;
+    g_error_free(error);
+    throw FrontError(what + ": " + reason);
 }
 
 void* pointerIn(const UMockdevIoctlData* data)
@@ -144,13 +152,71 @@ void handleConnected(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client
                            [](gpointer data) { delete static_cast<I2cDevFile*>(data); });
 }
 
-/// umockdev ends the process where it cannot make its folder, so that is looked at first.
-void checkTemporaryFolder()
+/// umockdev ends the process where it cannot make its folder or the socket in it, so that is tried first.
+void checkTemporaryFolder(const std::string& path)
 {
-    const char* folder = g_get_tmp_dir();
-    if (access(folder, W_OK | X_OK) != 0)
-        throw FrontError(std::string("the folder for temporary files, ") + folder +
-                         ", cannot be written: " + std::strerror(errno) + "; set TMPDIR to one that can");
+    const std::string folder = g_get_tmp_dir();
+    std::string trial = folder + "/umockdev.XXXXXX";
+    if ((trial + "/ioctl" + path).size() >= sizeof(sockaddr_un::sun_path))
+        throw FrontError("the folder for temporary files, " + folder +
+                         ", has too long a name for a socket in it; set TMPDIR to a shorter one");
+    if (mkdtemp(trial.data()) == nullptr)
+        throw FrontError("the folder for temporary files, " + folder + ", cannot be written: " + std::strerror(errno) +
+                         "; set TMPDIR to one that can");
+    rmdir(trial.c_str());
+}
+
+/// umockdev reads the bytes of a transfer from the program even if there are none, and GLib finds that strange.
+void silenceEmptyTransfers()
+{
+    const auto ignore = [](const char*, GLogLevelFlags, const char*, gpointer) {};
+    g_log_set_handler("GLib-GIO", G_LOG_LEVEL_CRITICAL, ignore, nullptr);
+}
+
+std::string rootOf(UMockdevTestbed* testbed)
+{
+    char* root = umockdev_testbed_get_root_dir(testbed);
+    std::string folder = root;
+    g_free(root);
+    return folder;
+}
+
+/// The entries in /dev and /sys; i2cdetect lists the bus by the latter.
+void addDevice(UMockdevTestbed* testbed, const std::string& path)
+{
+    const std::string name = path.substr(std::strlen(kDevicesFolder));
+    std::string sysName = name;
+    std::replace(sysName.begin(), sysName.end(), '/', '!'); // as the kernel names it
+    const std::string description = "P: /devices/simulated/" + sysName +
+                                    "\n"
+                                    "N: " +
+                                    name +
+                                    "=00\n" // with content the node is a file; without, it would be a terminal
+                                    "E: SUBSYSTEM=i2c-dev\n"
+                                    "E: DEVNAME=" +
+                                    path +
+                                    "\n"
+                                    "A: name=Simulated bus\\n\n";
+    GError* error = nullptr;
+    if (umockdev_testbed_add_from_string(testbed, description.c_str(), &error) == FALSE)
+        throwError("the node " + path + " cannot be made", error);
+}
+
+Object<UMockdevIoctlBase> handlerFor(I2cDevNode& node)
+{
+    Object<UMockdevIoctlBase> handler(umockdev_ioctl_base_new());
+    g_signal_connect(handler.get(), "client-connected", G_CALLBACK(handleConnected), &node);
+    g_signal_connect(handler.get(), "handle-ioctl", G_CALLBACK(handleIoctl), nullptr);
+    g_signal_connect(handler.get(), "handle-read", G_CALLBACK(handleRead), nullptr);
+    g_signal_connect(handler.get(), "handle-write", G_CALLBACK(handleWrite), nullptr);
+    return handler;
+}
+
+void attach(UMockdevTestbed* testbed, const std::string& path, UMockdevIoctlBase* handler)
+{
+    GError* error = nullptr;
+    if (umockdev_testbed_attach_ioctl(testbed, path.c_str(), handler, &error) == FALSE)
+        throwError("the node " + path + " cannot be served", error);
 }
 
 } // namespace
@@ -173,52 +239,15 @@ public:
 
 UmockdevFront::UmockdevFront(I2cDevNode& node, const std::string& path) : m_data(new UmockdevFrontPrivate)
 {
-    if (path.rfind(kDevicesFolder, 0) != 0)
-        throw FrontError("the node " + path + " is not below " + kDevicesFolder);
-    checkTemporaryFolder();
+    checkTemporaryFolder(path);
+    silenceEmptyTransfers();
     m_data->m_testbed.reset(umockdev_testbed_new());
-    char* root = umockdev_testbed_get_root_dir(m_data->m_testbed.get());
-    m_data->m_folder = root;
-    g_free(root);
-
-    const std::string name = path.substr(std::strlen(kDevicesFolder));
-    std::string sysName = name;
-    for (char& c : sysName)
-        c = c == '/' ? '!' : c; // as the kernel names it
-    // With content the node is a file; without, it would be a terminal.
-    const std::string description = "P: /devices/simulated/" + sysName + "\nN: " + name +
-                                    "=00\nE: SUBSYSTEM=i2c-dev\nE: DEVNAME=" + path + "\nA: name=Simulated bus\\n\n";
-    GError* error = nullptr;
-    if (umockdev_testbed_add_from_string(m_data->m_testbed.get(), description.c_str(), &error) == FALSE) {
-        const std::string reason = error->message;
-        g_clear_error(&error);
-        throw FrontError("the node " + path + " cannot be made: " + reason);
-    }
-
-    m_data->m_handler.reset(umockdev_ioctl_base_new());
-    g_signal_connect(m_data->m_handler.get(), "client-connected", G_CALLBACK(handleConnected), &node);
-    g_signal_connect(m_data->m_handler.get(), "handle-ioctl", G_CALLBACK(handleIoctl), nullptr);
-    g_signal_connect(m_data->m_handler.get(), "handle-read", G_CALLBACK(handleRead), nullptr);
-    g_signal_connect(m_data->m_handler.get(), "handle-write", G_CALLBACK(handleWrite), nullptr);
-    if (umockdev_testbed_attach_ioctl(m_data->m_testbed.get(), path.c_str(), m_data->m_handler.get(), &error) ==
-        FALSE) {
-        const std::string reason = error->message;
-        g_clear_error(&error);
-        throw FrontError("the node " + path + " cannot be served: " + reason);
-    }
+    m_data->m_folder = rootOf(m_data->m_testbed.get());
+    addDevice(m_data->m_testbed.get(), path);
+    m_data->m_handler = handlerFor(node);
+    attach(m_data->m_testbed.get(), path, m_data->m_handler.get());
 }
 
 UmockdevFront::~UmockdevFront() = default;
-
-std::string UmockdevFront::preload()
-{
-    void* library = dlopen(kPreloadLibrary, RTLD_LAZY | RTLD_LOCAL);
-    if (library == nullptr)
-        throw FrontError(std::string("cannot find ") + kPreloadLibrary +
-                         "; on Debian it comes with the package umockdev");
-    dlclose(library);
-    const char* others = std::getenv("LD_PRELOAD");
-    return others == nullptr || *others == '\0' ? kPreloadLibrary : std::string(kPreloadLibrary) + ":" + others;
-}
 
 } // namespace VorelKestrel::Simulator

@@ -19,8 +19,8 @@ public:
 class UmockdevFrontPrivate; // defined in the source
 
 /**
- * The way to the node for other processes: those that are started with the preload library find it under its path,
- * and their calls are answered here by a thread of umockdev's.
+ * The way to the node for other processes: those that are started with preloads() find it under its path, and their
+ * calls are answered here by a thread of umockdev's.
  *
  * The node and the environment variable UMOCKDEV_DIR, through which the preload library finds it, are there from
  * constructor to destructor.
@@ -32,14 +32,11 @@ class UmockdevFrontPrivate; // defined in the source
 class UmockdevFront
 {
 public:
-    /// @p path is that of the node, for example "/dev/i2c-7".
+    /// Requires: @p path, that of the node, lies below /dev and is plain, like "/dev/i2c-7" and "/dev/bus/a".
     UmockdevFront(I2cDevNode& node, const std::string& path);
     UmockdevFront(const UmockdevFront&) = delete;
     UmockdevFront& operator=(const UmockdevFront&) = delete;
     ~UmockdevFront();
-
-    /// What LD_PRELOAD has to be for a process that shall see the node.
-    static std::string preload();
 
 private:
     std::unique_ptr<UmockdevFrontPrivate> m_data;

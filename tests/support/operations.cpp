@@ -8,7 +8,6 @@ using VorelKestrel::AL::U8;
 
 namespace {
 
-constexpr int kCertificateLength = 907;
 U8 g_buffer[kCertificateLength];
 
 template<Error (AuthChipDriver::*query)(U8&)>
@@ -108,16 +107,4 @@ const std::vector<Operation>& operations30()
     static const std::vector<Operation> operations = operationsWithSignature(
         {"write", "write", "read", "write", "write", "read", "write", "read", "write", "read"}, 3);
     return operations;
-}
-
-void arrangeHealthyChip(FakeBus& bus, bool protocol30)
-{
-    for (const U8 reg : {U8{0x00}, U8{0x01}, U8{0x02}, U8{0x03}})
-        bus.holds(reg, {1});
-    bus.holds(0x04, counting(4))
-        .holds(0x10, {0x10})
-        .holds(0x20, {0, 32})
-        .holdsCertificate(counting(kCertificateLength));
-    const U8 responseLength = protocol30 ? 64 : 128;
-    bus.holds(0x11, {0, responseLength}).holds(0x12, counting(responseLength));
 }

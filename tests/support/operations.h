@@ -6,7 +6,7 @@
 
 #include <authchipdriver/authchipdriver.h>
 
-#include "tests/support/fakebus.h"
+#include "tests/support/healthychip.h"
 
 /// One operation of a driver on a chip that answers everything, and what it costs at least.
 struct Operation
@@ -24,8 +24,5 @@ const std::vector<Operation>& operations20B();
 
 /// The same for protocol 3.0.
 const std::vector<Operation>& operations30();
-
-/// Puts into the bus what the operations read, for either generation.
-void arrangeHealthyChip(FakeBus& bus, bool protocol30);
 
 #endif

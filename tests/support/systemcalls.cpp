@@ -102,6 +102,12 @@ int close(int descriptor)
     return function(descriptor);
 }
 
+int semop(int semaphores, sembuf* operations, std::size_t count)
+{
+    static SemopFunction* const function = next<SemopFunction>("semop");
+    return function(semaphores, operations, count);
+}
+
 } // namespace realcalls
 
 // The spellings. Each has a name of its own here and the C library's name as its symbol, so that no header of the
@@ -204,7 +210,7 @@ int spelledSemop(int semaphores, sembuf* operations, std::size_t count)
 {
     if (SystemCallHandler* const handler = handlerOfPausesAndLocks())
         return handler->changeSemaphore(operations[0].sem_op);
-    return next<SemopFunction>("semop")(semaphores, operations, count);
+    return realcalls::semop(semaphores, operations, count);
 }
 
 } // extern "C"

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <sys/types.h>
 
+struct sembuf;
+
 /**
  * The C library's door. A test program that links systemcalls.cpp defines open, ioctl, read, write, close, usleep and
  * semop itself, in every spelling that fortified, large-file and 64-bit-time builds use, so the shared library under
@@ -41,6 +43,7 @@ int open(const char* path, int flags);
 ssize_t read(int descriptor, void* data, std::size_t count);
 ssize_t write(int descriptor, const void* data, std::size_t count);
 int close(int descriptor);
+int semop(int semaphores, sembuf* operations, std::size_t count);
 
 } // namespace realcalls
 

@@ -1,0 +1,30 @@
+#ifndef TESTS_SUPPORT_BAREEXCHANGE_H
+#define TESTS_SUPPORT_BAREEXCHANGE_H
+
+#include <functional>
+#include <vector>
+
+#include "tests/support/instantdevice.h"
+
+/// The floor under an operation of the library: the same system calls in the same order with the same bytes (lock,
+/// transfers, unlock) from a loop that does nothing else.
+class BareExchange
+{
+public:
+    /// Learns the messages from one call of @p operation.
+    BareExchange(InstantDevice& device, const std::function<void()>& operation);
+    ~BareExchange();
+    BareExchange(const BareExchange&) = delete;
+    BareExchange& operator=(const BareExchange&) = delete;
+
+    const std::vector<RecordedMessage>& messages() const { return m_messages; }
+
+    /// Makes the exchange on @p descriptor, an open node with the address selected.
+    void run(int descriptor);
+
+private:
+    std::vector<RecordedMessage> m_messages;
+    const int m_semaphores; // a set of one, for this object alone
+};
+
+#endif

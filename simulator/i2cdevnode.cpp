@@ -17,8 +17,6 @@ namespace {
 constexpr std::size_t kMessageMaximumLength = 8192; // the kernel's, of one message
 constexpr unsigned long kSevenBitMaximum = 0x7f;
 constexpr unsigned long kTenBitMaximum = 0x3ff;
-constexpr unsigned long kFunctions = I2C_FUNC_I2C | I2C_FUNC_SMBUS_QUICK | I2C_FUNC_SMBUS_BYTE |
-                                     I2C_FUNC_SMBUS_BYTE_DATA | I2C_FUNC_SMBUS_WORD_DATA | I2C_FUNC_SMBUS_I2C_BLOCK;
 
 /// What an SMBus transfer is made of: whether the command byte goes first, and how many bytes of data follow.
 /// A word travels low byte first, as it lies in the memory of the machines that we run on.
@@ -53,6 +51,9 @@ int resultOf(const Transfer& transfer)
 }
 
 } // namespace
+
+const unsigned long kBusFunctions = I2C_FUNC_I2C | I2C_FUNC_SMBUS_QUICK | I2C_FUNC_SMBUS_BYTE |
+                                    I2C_FUNC_SMBUS_BYTE_DATA | I2C_FUNC_SMBUS_WORD_DATA | I2C_FUNC_SMBUS_I2C_BLOCK;
 
 I2cDevNode::I2cDevNode(Bus& bus, std::set<unsigned> boundAddresses)
     : m_bus(bus), m_boundAddresses(std::move(boundAddresses))
@@ -104,7 +105,7 @@ int I2cDevFile::ioctl(unsigned long request, void* argument)
     if (argument == nullptr)
         return -EFAULT;
     if (request == I2C_FUNCS) {
-        *static_cast<unsigned long*>(argument) = kFunctions;
+        *static_cast<unsigned long*>(argument) = kBusFunctions;
         return 0;
     }
     if (request == I2C_SMBUS)

@@ -17,6 +17,9 @@ namespace VorelKestrel::Simulator {
 
 class I2cDevFile;
 
+/// What the bus can do, in the bits of I2C_FUNCS.
+extern const unsigned long kBusFunctions;
+
 /**
  * The i2c-dev node of a bus, as the kernel makes it: whoever opens it gets a file with an address of its own, and the
  * messages of all files take turns on the bus. It does not know how the system calls reach it.

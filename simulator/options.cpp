@@ -18,17 +18,26 @@ constexpr unsigned long kByteMaximum = 0xff;
 constexpr unsigned long kWordMaximum = 0xffff;
 constexpr unsigned long kDoubleWordMaximum = 0xffffffff;
 constexpr unsigned long kAddressMaximum = 0x7f;
+// In place of a time: a loaded machine lets any time go by between two messages, but not between two refusals.
+constexpr int kUsbIpBusyRefusals = 3;
 constexpr AL::U8 kLengthRegisters[] = {ACD::kRegisterResponseLength, ACD::kRegisterChallengeLength,
                                        ACD::kRegisterCertificateLength};
 
 constexpr const char* kDescription =
     "Runs a program in front of a simulated authentication chip on a simulated I2C bus.";
-constexpr const char* kUsage = "Usage: authchip-sim [OPTIONS] -- PROGRAM [ARGS...]\n";
+constexpr const char* kUsage = "Usage: authchip-sim [OPTIONS] -- PROGRAM [ARGS...]\n"
+                               "       authchip-sim --usbip [OPTIONS] [-- PROGRAM [ARGS...]]\n";
 constexpr const char* kFooter = R"(Numbers may be written in decimal or, with 0x before them, in hexadecimal.
 Without --key the chip gets a new key, without --certificate a self-signed certificate.
 PROGRAM has to be dynamically linked and not set-user-ID, since libraries are preloaded
 into it. It opens the node itself: a descriptor does not survive exec, nor dup, nor use
 by two processes at the same time. The node is there for as long as PROGRAM runs.
+
+With --usbip the bus stands behind a USB device of the kind that Linux's driver
+i2c-tiny-usb binds to. 'usbip attach' fetches the device from the address that is
+printed; with --attach the kernel of this machine gets it and makes a real node, which
+is printed. Both last until a signal comes or, if there is one, PROGRAM has ended, which
+finds what would be printed in AUTHCHIP_USBIP or AUTHCHIP_DEVICE.
 
 Exit status: that of PROGRAM, or 128 + n if signal n killed it; otherwise
   0    help was asked for
@@ -40,7 +49,8 @@ Exit status: that of PROGRAM, or 128 + n if signal n killed it; otherwise
 Examples:
   authchip-sim -- i2ctransfer -y 7 w1@0x2a 0x00 r1
   authchip-sim --device-version 3 --busy-ms 200 --log transfers.txt -- ./host
-  authchip-sim --refuse 5 --corrupt-signature -- sh -c './host; ./host')";
+  authchip-sim --refuse 5 --corrupt-signature -- sh -c './host; ./host'
+  authchip-sim --usbip --attach -- authchip info --address 0x2a)";
 
 unsigned long parseNumber(const std::string& text, unsigned long maximum, const std::string& option)
 {
@@ -101,9 +111,14 @@ public:
         m_app.footer(kFooter);
         m_app.set_help_flag("-h,--help", "This text");
         add("The node and the bus", nodeRows());
+        add("A USB device in place of the simulated node", usbIpRows());
         add("The chip", chipRows());
         add("Faults", faultRows());
         m_app.get_option("--certificate")->needs("--key")->excludes("--certificate-length");
+        m_app.get_option("--port")->needs("--usbip")->excludes("--attach");
+        m_app.get_option("--attach")->needs("--usbip");
+        for (const char* kernels : {"--device", "--bound-address"}) // choice, if it makes the node
+            m_app.get_option(kernels)->excludes("--usbip");
     }
 
     Options parse(std::vector<std::string> arguments)
@@ -116,12 +131,22 @@ public:
         } catch (const CLI::ParseError& error) {
             throw UsageError(error.what());
         }
-        if (m_app.count("--busy-refusals") > 0 && m_app.count("--busy-ms") == 0)
-            m_options.simulation.chip.busyTime = std::chrono::milliseconds(0);
+        setBusyTime();
         return m_options;
     }
 
 private:
+    void setBusyTime()
+    {
+        ChipSettings& chip = m_options.simulation.chip;
+        const bool counted = m_app.count("--busy-refusals") > 0;
+        if (m_app.count("--busy-ms") > 0 || !(counted || m_options.usbIp))
+            return;
+        chip.busyTime = std::chrono::milliseconds(0);
+        if (!counted)
+            chip.busyRefusals = kUsbIpBusyRefusals;
+    }
+
     void add(const std::string& group, const std::vector<OptionRow>& rows)
     {
         for (const OptionRow& row : rows) {
@@ -177,6 +202,18 @@ private:
                       [&bus](unsigned long address) { bus.boundAddresses.insert(static_cast<unsigned>(address)); }),
             intoRow("--bus-hz", "HZ", kDoubleWordMaximum, "Clock of the bus; 0 takes no time (0)", bus.bitsPerSecond),
             textRow("--log", "FILE", "Write every transfer to this file", m_options.logFile),
+        };
+    }
+
+    std::vector<OptionRow> usbIpRows()
+    {
+        return {
+            {"--usbip", nullptr, "Offer the bus as a USB device, over USB/IP; the chip is then busy for 3 refusals",
+             [this](const std::string&) { m_options.usbIp = true; }},
+            intoRow("--port", "PORT", kWordMaximum, "TCP port, on the loopback address; 0 takes a free one (3240)",
+                    m_options.usbIpPort),
+            {"--attach", nullptr, "Give it to this machine's kernel; as root, with vhci-hcd, i2c-tiny-usb and i2c-dev",
+             [this](const std::string&) { m_options.attach = true; }},
         };
     }
 
@@ -270,9 +307,10 @@ Options parseOptions(int argc, const char* const* argv)
     Options options = Parser().parse({std::min(argv + 1, separator), separator});
     if (!options.help.empty())
         return options;
-    if (end - separator <= 1)
+    if (separator != end)
+        options.command.assign(separator + 1, end);
+    if (options.command.empty() && !options.usbIp)
         throw UsageError("there is no program to run; it stands behind '--'");
-    options.command.assign(separator + 1, end);
     return options;
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "simulator/simulation.h"
+#include "simulator/usbipserver.h"
 
 namespace VorelKestrel::Simulator {
 
@@ -18,8 +19,11 @@ struct Options
     std::string certificateFile;       // empty: a self-signed certificate
     std::size_t certificateLength = 0; // 0: as it comes
     std::string logFile;               // empty: no log
-    std::vector<std::string> command;  // empty only if help was asked for
-    std::string help;                  // not empty: to be printed, and nothing else done
+    bool usbIp = false;                // a USB device in place of the umockdev node
+    bool attach = false;               // to the kernel of this machine
+    AL::U16 usbIpPort = UsbIpServer::kDefaultPort;
+    std::vector<std::string> command; // empty only with usbIp or if help was asked for
+    std::string help;                 // not empty: to be printed, and nothing else done
 };
 
 /// A command line that cannot be understood; what() says what is wrong with it.

@@ -5,7 +5,7 @@
 
 #include <dlfcn.h>
 
-#include "simulator/umockdevfront.h"
+#include "simulator/fronterror.h"
 
 namespace VorelKestrel::Simulator {
 namespace {

@@ -21,8 +21,7 @@ Simulation::Simulation(const SimulationSettings& settings, std::shared_ptr<const
 {
     if (log != nullptr)
         m_loggedBus.emplace(m_faultyBus, clock, *log);
-    Bus& foremost = m_loggedBus ? static_cast<Bus&>(*m_loggedBus) : m_faultyBus;
-    m_node.emplace(foremost, settings.boundAddresses);
+    m_node.emplace(bus(), settings.boundAddresses);
 }
 
 } // namespace VorelKestrel::Simulator

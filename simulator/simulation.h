@@ -28,6 +28,8 @@ struct SimulationSettings
  *
  *     node -> [log] -> faults -> wires -> chip
  *
+ * A kernel that makes the node itself stands before bus() instead.
+ *
  * Ownership: the clock and the log stay the caller's and outlive the simulation.
  */
 class Simulation
@@ -38,6 +40,7 @@ public:
                std::ostream* log = nullptr);
 
     I2cDevNode& node() { return *m_node; }
+    Bus& bus() { return m_loggedBus ? static_cast<Bus&>(*m_loggedBus) : m_faultyBus; }
     FaultyBus& faults() { return m_faultyBus; }
     const SimulatedChip& chip() const { return m_chip; }
 

@@ -17,6 +17,8 @@
 
 #include <umockdev.h>
 
+#include "simulator/fronterror.h"
+
 namespace VorelKestrel::Simulator {
 namespace {
 

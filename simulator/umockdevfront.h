@@ -2,19 +2,11 @@
 #define SIMULATOR_UMOCKDEVFRONT_H
 
 #include <memory>
-#include <stdexcept>
 #include <string>
 
 #include "simulator/i2cdevnode.h"
 
 namespace VorelKestrel::Simulator {
-
-/// A node that cannot be put up; what() says why.
-class FrontError : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
 
 class UmockdevFrontPrivate; // defined in the source
 

@@ -77,7 +77,7 @@ Bytes parseBytes(const std::string& text, const std::string& tried)
 Bytes readFile(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
-    const Bytes content{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    Bytes content{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     if (file.bad())
         throw usageFailure("read a challenge from " + path, "The file cannot be read", "Name another file.");
     return content;

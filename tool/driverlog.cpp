@@ -1,6 +1,7 @@
 #include "tool/driverlog.h"
 
 #include <cerrno>
+#include <utility>
 
 #include <log4cplus/appender.h>
 #include <log4cplus/configurator.h>
@@ -14,13 +15,14 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-DriverComplaint g_complaint;
-
 /// Listens to the drivers' ERROR lines. The first of an operation names the cause, the later ones what came of it.
 class ComplaintAppender : public log4cplus::Appender
 {
 public:
-    ComplaintAppender() { setThreshold(log4cplus::ERROR_LOG_LEVEL); }
+    explicit ComplaintAppender(std::shared_ptr<DriverComplaint> complaint) : m_complaint(std::move(complaint))
+    {
+        setThreshold(log4cplus::ERROR_LOG_LEVEL);
+    }
     ~ComplaintAppender() override { destructorImpl(); }
     ComplaintAppender(const ComplaintAppender&) = delete;
     ComplaintAppender& operator=(const ComplaintAppender&) = delete;
@@ -30,12 +32,15 @@ public:
 protected:
     void append(const log4cplus::spi::InternalLoggingEvent& event) override
     {
-        if (g_complaint.text.empty())
-            g_complaint.systemError = errno;
+        if (m_complaint->text.empty())
+            m_complaint->systemError = errno;
         else
-            g_complaint.text += "; ";
-        g_complaint.text += event.getMessage();
+            m_complaint->text += "; ";
+        m_complaint->text += event.getMessage();
     }
+
+private:
+    std::shared_ptr<DriverComplaint> m_complaint;
 };
 
 int consoleLevel(int verbosity)
@@ -61,18 +66,14 @@ DriverLog::DriverLog(int verbosity, const std::string& propertyFile)
     } else {
         log4cplus::PropertyConfigurator(propertyFile).configure();
     }
-    logger.addAppender(log4cplus::SharedAppenderPtr(new ComplaintAppender)); // last: a configuration removes appenders
+    logger.addAppender(
+        log4cplus::SharedAppenderPtr(new ComplaintAppender(m_complaint))); // last: a configuration removes appenders
 }
 
 void DriverLog::forget()
 {
-    g_complaint = DriverComplaint();
+    *m_complaint = DriverComplaint();
     errno = 0;
-}
-
-DriverComplaint DriverLog::complaint() const
-{
-    return g_complaint;
 }
 
 } // namespace VorelKestrel::Tool

@@ -1,6 +1,7 @@
 #ifndef TOOL_DRIVERLOG_H
 #define TOOL_DRIVERLOG_H
 
+#include <memory>
 #include <string>
 
 namespace VorelKestrel::Tool {
@@ -25,7 +26,10 @@ public:
 
     /// Clears errno and the complaint; what is heard from now on belongs to the operation that follows.
     void forget();
-    DriverComplaint complaint() const;
+    DriverComplaint complaint() const { return *m_complaint; }
+
+private:
+    const std::shared_ptr<DriverComplaint> m_complaint = std::make_shared<DriverComplaint>(); // the appender writes it
 };
 
 } // namespace VorelKestrel::Tool

@@ -1,8 +1,13 @@
 #include "tool/diagnosis.h"
 
 #include <cerrno>
+#include <cstdlib>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
+
+#include "tool/scopeddescriptor.h"
 
 namespace {
 
@@ -103,6 +108,22 @@ TEST(DiagnosisTest, NamesAnErrorThatHasNoName)
 TEST(DiagnosisTest, OfAMissingNodeSaysSo)
 {
     EXPECT_EQ("open /dev/i2c-missing", diagnose({"/dev/i2c-missing", 0x2a}).tried());
+}
+
+TEST(DiagnosisTest, OfANodeWithoutPermissionSaysSo)
+{
+    char node[] = "/tmp/authchip-node-XXXXXX";
+    const ScopedDescriptor file(mkstemp(node));
+    ASSERT_EQ(0, fchmod(file.get(), 0));
+    constexpr uid_t kNobody = 65534;
+    const bool isRoot = geteuid() == 0; // whom no permission stops
+    if (isRoot && seteuid(kNobody) != 0)
+        GTEST_SKIP() << "this root cannot become somebody else";
+    const Failure failure = diagnose({node, 0x2a});
+    ASSERT_TRUE(!isRoot || seteuid(0) == 0);
+    unlink(node);
+
+    EXPECT_EQ("Permission denied (EACCES)", failure.answer());
 }
 
 } // namespace

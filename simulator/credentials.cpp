@@ -7,6 +7,7 @@
 #include <utility>
 
 #include <openssl/bio.h>
+#include <openssl/crypto.h>
 #include <openssl/ec.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
@@ -257,6 +258,17 @@ Bytes readCertificate(const std::string& path, const EVP_PKEY* key)
     return contained(certificate.get());
 }
 
+/// Frees what OpenSSL keeps for this thread. A front's thread may still be ending when the process does, and then
+/// nobody else frees it.
+class ThreadState
+{
+public:
+    ThreadState() = default;
+    ~ThreadState() { OPENSSL_thread_stop(); }
+    ThreadState(const ThreadState&) = delete;
+    ThreadState& operator=(const ThreadState&) = delete;
+};
+
 Bytes signDigest(EVP_PKEY* key, const EVP_MD* digestKind, const Bytes& digest)
 {
     const SignContext context(EVP_PKEY_CTX_new(key, nullptr));
@@ -316,6 +328,7 @@ Credentials Credentials::load(const Generation& generation, const std::string& k
 
 Bytes Credentials::sign(const Bytes& challenge) const
 {
+    const ThreadState threadState;
     if (m_generation == &kGeneration20B)
         return signDigest(m_key.get(), EVP_sha1(), challenge);
     return plainEcdsa(signDigest(m_key.get(), EVP_sha256(), challenge), m_generation->responseLength);

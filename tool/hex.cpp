@@ -50,21 +50,22 @@ std::string toHex(std::uint32_t value, int digits)
 std::optional<Bytes> fromHex(const std::string& text)
 {
     Bytes bytes;
-    std::optional<int> high; // the first digit of a byte whose second is awaited
+    constexpr int kNone = -1;
+    int high = kNone; // the first digit of a byte whose second is awaited
     for (const char character : text) {
-        if (!high && isSeparator(character))
+        if (high == kNone && isSeparator(character))
             continue;
         const auto digit = digitValue(character);
         if (!digit)
             return std::nullopt;
-        if (high) {
-            bytes.push_back(static_cast<std::uint8_t>(*high * 16 + *digit));
-            high.reset();
+        if (high == kNone) {
+            high = *digit;
         } else {
-            high = digit;
+            bytes.push_back(static_cast<std::uint8_t>(high * 16 + *digit));
+            high = kNone;
         }
     }
-    if (high)
+    if (high != kNone)
         return std::nullopt;
     return bytes;
 }

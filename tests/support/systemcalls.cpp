@@ -2,19 +2,13 @@
 
 #include <atomic>
 #include <cstdarg>
-#include <dlfcn.h>
 #include <sys/sem.h>
+
+#include "tests/support/interposition.h"
 
 namespace {
 
 std::atomic<SystemCallHandler*> g_handler{nullptr};
-
-/// The next definition of @p symbol after this program's: the C library's, or a sanitizer's around it.
-template<typename Function>
-Function* next(const char* symbol)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, symbol));
-}
 
 SystemCallHandler* handlerOf(const char* path)
 {
@@ -46,14 +40,14 @@ int openAs(const char* symbol, const char* path, int flags, unsigned mode)
 {
     if (SystemCallHandler* const handler = handlerOf(path))
         return handler->open(path, flags);
-    return next<OpenFunction>(symbol)(path, flags, mode);
+    return nextDefinition<OpenFunction>(symbol)(path, flags, mode);
 }
 
 int ioctlAs(const char* symbol, int descriptor, unsigned long request, unsigned long argument)
 {
     if (SystemCallHandler* const handler = handlerOf(descriptor))
         return handler->ioctl(descriptor, request, argument);
-    return next<IoctlFunction>(symbol)(descriptor, request, argument);
+    return nextDefinition<IoctlFunction>(symbol)(descriptor, request, argument);
 }
 
 ssize_t readDescriptor(int descriptor, void* data, std::size_t count)
@@ -81,38 +75,34 @@ namespace realcalls {
 
 int open(const char* path, int flags)
 {
-    return next<OpenFunction>("open")(path, flags, 0U);
+    return nextDefinition<OpenFunction>("open")(path, flags, 0U);
 }
 
 ssize_t read(int descriptor, void* data, std::size_t count)
 {
-    static ReadFunction* const function = next<ReadFunction>("read");
+    static ReadFunction* const function = nextDefinition<ReadFunction>("read");
     return function(descriptor, data, count);
 }
 
 ssize_t write(int descriptor, const void* data, std::size_t count)
 {
-    static WriteFunction* const function = next<WriteFunction>("write");
+    static WriteFunction* const function = nextDefinition<WriteFunction>("write");
     return function(descriptor, data, count);
 }
 
 int close(int descriptor)
 {
-    static CloseFunction* const function = next<CloseFunction>("close");
+    static CloseFunction* const function = nextDefinition<CloseFunction>("close");
     return function(descriptor);
 }
 
 int semop(int semaphores, sembuf* operations, std::size_t count)
 {
-    static SemopFunction* const function = next<SemopFunction>("semop");
+    static SemopFunction* const function = nextDefinition<SemopFunction>("semop");
     return function(semaphores, operations, count);
 }
 
 } // namespace realcalls
-
-// The spellings. Each has a name of its own here and the C library's name as its symbol, so that no header of the
-// C library can redirect it.
-#define SPELLING(symbol) __asm__(symbol) __attribute__((visibility("default")))
 
 extern "C" {
 
@@ -203,7 +193,7 @@ int spelledUsleep(unsigned microseconds)
 {
     if (SystemCallHandler* const handler = handlerOfPausesAndLocks())
         return handler->usleep(microseconds);
-    return next<UsleepFunction>("usleep")(microseconds);
+    return nextDefinition<UsleepFunction>("usleep")(microseconds);
 }
 
 int spelledSemop(int semaphores, sembuf* operations, std::size_t count)

@@ -16,8 +16,8 @@ namespace VorelKestrel { namespace AL {
  *     running     | no effect        | waits for its end   | true
  *     finished    | runs run() again | returns at once     | false
  *
- * Threads:   start(), isRunning() and join() may be called from any thread but the worker itself (a thread cannot join
- *            itself). What run() shares with other threads is for the derived class to guard.
+ * Threads:   start(), isRunning() and join() may be called from any thread; a join() by the worker itself waits for
+ *            nothing. What run() shares with other threads is for the derived class to guard.
  *            Requires: a started thread is joined before its object is destroyed, and before the members that its
  *            run() uses are: best by the most derived class's destructor, at the latest.
  * Ownership: keeps no pointer of the caller's.

@@ -1,0 +1,344 @@
+#include <abstractionlibrary/globalmutex.h>
+
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+#include <poll.h>
+#include <sched.h>
+#include <string>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/observedthread.h"
+#include "tests/support/privatelocks.h"
+#include "tests/support/systemcalls.h"
+#include "tool/scopeddescriptor.h"
+
+using VorelKestrel::AL::GlobalMutex;
+using VorelKestrel::Tool::ScopedDescriptor;
+
+namespace {
+
+/// Words of one byte between two processes.
+class Channel
+{
+public:
+    Channel()
+    {
+        std::array<int, 2> ends = {-1, -1};
+        EXPECT_EQ(0, pipe(ends.data()));
+        m_reading = ScopedDescriptor(ends[0]);
+        m_writing = ScopedDescriptor(ends[1]);
+    }
+
+    void say() const { EXPECT_EQ(1, write(m_writing.get(), "", 1)); }
+    void hear() const
+    {
+        char word = 0;
+        EXPECT_EQ(1, read(m_reading.get(), &word, 1));
+    }
+    /// True if hear() would not have to wait.
+    bool hasWord() const
+    {
+        pollfd reading = {m_reading.get(), POLLIN, 0};
+        return poll(&reading, 1, 0) == 1;
+    }
+
+private:
+    ScopedDescriptor m_reading;
+    ScopedDescriptor m_writing;
+};
+
+/// Another process that runs @p body and ends, without the clean-up that a process does at its end.
+class ChildProcess
+{
+public:
+    explicit ChildProcess(const std::function<void()>& body) : m_id(fork())
+    {
+        if (m_id != 0)
+            return;
+        body();
+        _exit(0);
+    }
+    ~ChildProcess() { join(); }
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    void waitUntilItSleeps() const { waitUntilProcessSleeps(m_id); }
+
+    void join()
+    {
+        if (m_id <= 0)
+            return;
+        int status = -1;
+        waitpid(m_id, &status, 0);
+        EXPECT_EQ(0, status);
+        m_id = 0;
+    }
+
+private:
+    pid_t m_id;
+};
+
+class GlobalMutexTest : public ::testing::Test
+{
+private:
+    const PrivateLocks m_locks;
+
+protected:
+    /// Lives longest: the semaphore goes when the object that made it does.
+    GlobalMutex m_keeper;
+};
+
+/// True if a lock() on an object of its own does not return; leaves the count as it was.
+bool isTaken()
+{
+    GlobalMutex mutex;
+    ObservedThread other([&] { mutex.lock(); });
+    other.waitUntilItSleeps();
+    const bool taken = !other.hasEnded();
+    mutex.unlock(); // pairs with the other's lock(), and lets it go if it waits
+    other.join();
+    return taken;
+}
+
+TEST_F(GlobalMutexTest, TwoObjectsInOneProcessExcludeEachOther)
+{
+    GlobalMutex first;
+    GlobalMutex second;
+    first.lock();
+    ObservedThread other([&] { second.lock(); });
+
+    other.waitUntilItSleeps();
+    EXPECT_FALSE(other.hasEnded());
+
+    first.unlock();
+    other.join();
+    second.unlock();
+}
+
+TEST_F(GlobalMutexTest, TwoObjectsInTwoProcessesExcludeEachOther)
+{
+    const Channel locked;
+    const Channel mayUnlock;
+    ChildProcess child([&] {
+        GlobalMutex mutex;
+        mutex.lock();
+        locked.say();
+        mayUnlock.hear();
+        mutex.unlock();
+    });
+    locked.hear();
+    GlobalMutex mutex;
+    ObservedThread other([&] { mutex.lock(); });
+
+    other.waitUntilItSleeps();
+    EXPECT_FALSE(other.hasEnded());
+
+    mayUnlock.say();
+    other.join();
+    mutex.unlock();
+}
+
+TEST_F(GlobalMutexTest, AProcessThatComesLaterFindsTheCountAsItIs)
+{
+    m_keeper.lock();
+    const Channel entered;
+    ChildProcess child([&] {
+        GlobalMutex mutex;
+        mutex.lock();
+        entered.say();
+        mutex.unlock();
+    });
+
+    child.waitUntilItSleeps();
+    EXPECT_FALSE(entered.hasWord());
+
+    m_keeper.unlock();
+    entered.hear();
+}
+
+/// A number that processes share.
+class SharedNumber
+{
+public:
+    SharedNumber()
+        : m_number(static_cast<volatile int*>(
+              mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)))
+    {}
+    ~SharedNumber() { munmap(const_cast<int*>(m_number), sizeof(int)); }
+    SharedNumber(const SharedNumber&) = delete;
+    SharedNumber& operator=(const SharedNumber&) = delete;
+
+    int get() const { return *m_number; }
+    /// Not in one step: two that increment at the same time lose one.
+    void increment()
+    {
+        const int before = *m_number;
+        sched_yield();
+        *m_number = before + 1;
+    }
+
+private:
+    volatile int* m_number;
+};
+
+TEST_F(GlobalMutexTest, OfSeveralProcessesOnlyOneAtATimeIsInside)
+{
+    constexpr int kRounds = 1000;
+    SharedNumber entered;
+    const auto enter = [&] {
+        GlobalMutex mutex;
+        for (int round = 0; round < kRounds; ++round) {
+            mutex.lock();
+            entered.increment();
+            mutex.unlock();
+        }
+    };
+
+    ChildProcess first(enter);
+    ChildProcess second(enter);
+    enter();
+    first.join();
+    second.join();
+
+    EXPECT_EQ(3 * kRounds, entered.get());
+}
+
+TEST_F(GlobalMutexTest, LockFollowedByUnlockLeavesTheCountWhereItWas)
+{
+    for (int round = 0; round < 3; ++round) {
+        m_keeper.lock();
+        m_keeper.unlock();
+    }
+
+    EXPECT_FALSE(isTaken()); // at least one token is there ...
+    m_keeper.lock();
+    EXPECT_TRUE(isTaken()); // ... and no second one
+    m_keeper.unlock();
+}
+
+TEST_F(GlobalMutexTest, ASecondLockByTheHolderWaits)
+{
+    m_keeper.lock();
+    ObservedThread again([&] { m_keeper.lock(); });
+
+    again.waitUntilItSleeps();
+    EXPECT_FALSE(again.hasEnded());
+
+    m_keeper.unlock();
+    again.join();
+    m_keeper.unlock();
+}
+
+TEST_F(GlobalMutexTest, AnyThreadMayUnlockWhatAnotherHasLocked)
+{
+    ObservedThread([&] { m_keeper.lock(); }).join();
+    EXPECT_TRUE(isTaken());
+
+    m_keeper.unlock();
+    EXPECT_FALSE(isTaken());
+}
+
+TEST_F(GlobalMutexTest, AnUnlockTooManyLetsTwoHoldersIn)
+{
+    m_keeper.unlock();
+
+    m_keeper.lock();
+    EXPECT_FALSE(isTaken());
+    m_keeper.lock();
+    EXPECT_TRUE(isTaken());
+    m_keeper.unlock();
+    m_keeper.unlock();
+}
+
+TEST_F(GlobalMutexTest, TheDestructorDoesNotGiveBackATokenThatIsHeld)
+{
+    {
+        GlobalMutex mutex;
+        mutex.lock();
+    }
+    EXPECT_TRUE(isTaken());
+    m_keeper.unlock();
+}
+
+TEST_F(GlobalMutexTest, TheKeyIsTheSameInEveryProcess)
+{
+    using std::filesystem::directory_iterator;
+    std::vector<std::string> files;
+    for (const auto& entry : directory_iterator(std::filesystem::temp_directory_path()))
+        files.push_back(entry.path().filename().string());
+
+    ASSERT_EQ(1U, files.size());
+    EXPECT_NE(std::string::npos, files[0].find("Wexfordmallow")) << files[0];
+}
+
+/// Counts the operations on semaphores; they fail, or succeed without a semaphore.
+class FakeSemaphore : public SystemCallHandler
+{
+public:
+    explicit FakeSemaphore(int error) : m_error(error) { install(this); }
+    ~FakeSemaphore() override { install(nullptr); }
+    FakeSemaphore(const FakeSemaphore&) = delete;
+    FakeSemaphore& operator=(const FakeSemaphore&) = delete;
+
+    const std::vector<int>& changes() const { return m_changes; }
+
+    bool answersFor(const char* /*path*/) override { return false; }
+    bool answersFor(int /*descriptor*/) override { return false; }
+    bool answersForPausesAndLocks() override { return true; }
+    int open(const char* /*path*/, int /*flags*/) override { return -1; }
+    int ioctl(int /*descriptor*/, unsigned long /*request*/, unsigned long /*argument*/) override { return -1; }
+    ssize_t read(int /*descriptor*/, void* /*data*/, std::size_t /*count*/) override { return -1; }
+    ssize_t write(int /*descriptor*/, const void* /*data*/, std::size_t /*count*/) override { return -1; }
+    int close(int /*descriptor*/) override { return -1; }
+    int usleep(unsigned /*microseconds*/) override { return 0; }
+    int changeSemaphore(int delta) override
+    {
+        m_changes.push_back(delta);
+        errno = m_error;
+        return m_error == 0 ? 0 : -1;
+    }
+
+private:
+    const int m_error;
+    std::vector<int> m_changes;
+};
+
+TEST_F(GlobalMutexTest, LockTakesOneTokenAndUnlockGivesOneBack)
+{
+    const FakeSemaphore semaphore(0);
+    m_keeper.lock();
+    m_keeper.unlock();
+
+    EXPECT_EQ((std::vector<int>{-1, 1}), semaphore.changes());
+}
+
+TEST_F(GlobalMutexTest, ARefusalOfTheSystemIsNotReported)
+{
+    const FakeSemaphore semaphore(EACCES);
+    ::testing::internal::CaptureStdout();
+    ::testing::internal::CaptureStderr();
+    m_keeper.lock();
+    m_keeper.unlock();
+
+    EXPECT_EQ((std::vector<int>{-1, 1}), semaphore.changes());
+    EXPECT_EQ("", ::testing::internal::GetCapturedStdout());
+    EXPECT_EQ("", ::testing::internal::GetCapturedStderr());
+}
+
+TEST_F(GlobalMutexTest, AnUnlockedMutexCanBeDestroyedWhileTheSystemRefuses)
+{
+    const FakeSemaphore semaphore(EACCES);
+    {
+        const GlobalMutex mutex;
+    }
+    EXPECT_TRUE(semaphore.changes().empty());
+}
+
+} // namespace

@@ -1,0 +1,15 @@
+#ifndef TESTS_SUPPORT_ASSERTIONFAILED_H
+#define TESTS_SUPPORT_ASSERTIONFAILED_H
+
+#include <string>
+
+#include <gmock/gmock.h>
+
+/// Matches the last words of a process that an assertion stops, with the whole of its text:
+/// EXPECT_DEATH(i2cClose(), assertionFailed("g_file != -1")).
+inline auto assertionFailed(const std::string& text)
+{
+    return ::testing::HasSubstr(": Assertion `" + text + "' failed.");
+}
+
+#endif

@@ -1,0 +1,23 @@
+#ifndef TESTS_SUPPORT_OBJECTALLOCATIONS_H
+#define TESTS_SUPPORT_OBJECTALLOCATIONS_H
+
+/**
+ * Counts the allocations of the thread that makes it, for as long as it lives, and lets one of them fail with
+ * std::bad_alloc. Counts `new` of a single object, which is what the library's classes and their records are.
+ */
+class ObjectAllocations
+{
+public:
+    static constexpr int kNone = 0;
+
+    /// The allocation of that number fails, the first is 1.
+    explicit ObjectAllocations(int failing = kNone);
+    ~ObjectAllocations();
+    ObjectAllocations(const ObjectAllocations&) = delete;
+    ObjectAllocations& operator=(const ObjectAllocations&) = delete;
+
+    /// How many blocks were allocated and not freed yet.
+    int outstanding() const;
+};
+
+#endif

@@ -1,0 +1,38 @@
+#ifndef TESTS_SUPPORT_OBSERVEDTHREAD_H
+#define TESTS_SUPPORT_OBSERVEDTHREAD_H
+
+#include <atomic>
+#include <functional>
+#include <sys/types.h>
+#include <thread>
+
+/**
+ * A thread of a test that can be seen to block: a test that needs "the other thread waits inside lock() now" starts
+ * one with `lock()` as its body and calls waitUntilItSleeps().
+ *
+ * Threads: the operations are for the thread that made the object; the destructor joins.
+ */
+class ObservedThread
+{
+public:
+    explicit ObservedThread(std::function<void()> body);
+    ~ObservedThread() { join(); }
+    ObservedThread(const ObservedThread&) = delete;
+    ObservedThread& operator=(const ObservedThread&) = delete;
+
+    /// Waits until the kernel has put the body to sleep. Returns at once if the body has ended.
+    void waitUntilItSleeps() const;
+    bool hasEnded() const { return m_hasEnded; }
+    /// Waits until the body has ended. Joining twice is allowed.
+    void join();
+
+private:
+    std::atomic<pid_t> m_id{0}; // 0 until the thread runs
+    std::atomic<bool> m_hasEnded{false};
+    std::thread m_thread; // last: it uses the others
+};
+
+/// Waits until the kernel has put the only thread of another process to sleep.
+void waitUntilProcessSleeps(pid_t process);
+
+#endif

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <stdexcept>
 
 #include <spawn.h>
+#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -59,9 +61,9 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& variabl
 }
 
 /// The keyboard and the terminal send these to the program as well, which is in the same process group.
-bool programHasIt(const siginfo_t& signal)
+bool programHasIt(const signalfd_siginfo& signal)
 {
-    return signal.si_code == SI_KERNEL && signal.si_signo != SIGHUP;
+    return signal.ssi_code == SI_KERNEL && signal.ssi_signo != SIGHUP;
 }
 
 bool ended(pid_t pid, int& status)
@@ -78,16 +80,20 @@ int exitStatusOf(int status)
 
 Program::Program()
 {
-    sigemptyset(&m_passedOn);
+    sigset_t signals;
+    sigemptyset(&signals);
     for (const int signal : kPassedOn)
-        sigaddset(&m_passedOn, signal);
-    sigaddset(&m_passedOn, SIGCHLD);
-    pthread_sigmask(SIG_BLOCK, &m_passedOn, &m_previous);
+        sigaddset(&signals, signal);
+    sigaddset(&signals, SIGCHLD); // ends the waiting
+    pthread_sigmask(SIG_BLOCK, &signals, &m_previous);
+    m_signals = signalfd(-1, &signals, SFD_CLOEXEC);
+    if (m_signals == -1)
+        throw std::runtime_error(std::string("cannot wait for signals: ") + std::strerror(errno));
 }
 
 Program::~Program()
 {
-    pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
+    close(m_signals);
 }
 
 int Program::run(const std::vector<std::string>& command, const std::vector<std::string>& variables)
@@ -103,9 +109,10 @@ int Program::run(const std::vector<std::string>& command, const std::vector<std:
 
     int status = 0;
     while (!ended(pid, status)) {
-        siginfo_t signal{};
-        if (sigwaitinfo(&m_passedOn, &signal) > 0 && signal.si_signo != SIGCHLD && !programHasIt(signal))
-            kill(pid, signal.si_signo);
+        signalfd_siginfo signal{};
+        if (read(m_signals, &signal, sizeof(signal)) == sizeof(signal) && signal.ssi_signo != SIGCHLD &&
+            !programHasIt(signal))
+            kill(pid, static_cast<int>(signal.ssi_signo));
     }
     return exitStatusOf(status);
 }

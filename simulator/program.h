@@ -12,6 +12,8 @@ namespace VorelKestrel::Simulator {
 /**
  * Runs another program and stands in for it: signals to this process go on to it, and its end is the result.
  *
+ * The signals stay blocked afterwards: one that comes when the program has ended must not change the result.
+ *
  * Requires:  it is made before the first thread of the process, since it takes the signals away from all of them.
  */
 class Program
@@ -29,8 +31,8 @@ public:
     int run(const std::vector<std::string>& command, const std::vector<std::string>& variables);
 
 private:
-    sigset_t m_passedOn; // and SIGCHLD, which ends the waiting
-    sigset_t m_previous;
+    sigset_t m_previous{};
+    int m_signals = -1; // a descriptor that delivers them
 };
 
 } // namespace VorelKestrel::Simulator

@@ -1,11 +1,15 @@
 // A host that does with the library what hosts do: detects the chip, reads the certificate, has a challenge signed.
-// Usage: authenticatinghost DEVICE ADDRESS TIMES      exit status: 0 authentic each time, 1 failure, 3 not authentic
+// Usage: authenticatinghost DEVICE ADDRESS TIMES [stay]
+// Exit status: 0 authentic each time, 1 failure, 3 not authentic. With "stay" it prints the status and ends with its
+// standard input: the system-wide lock of the bus goes away with the process that made it, whoever still needs it.
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
+#include <limits>
 #include <memory>
-
-#include <openssl/rand.h>
+#include <random>
+#include <string>
 
 #include <authchipdriver/authchipfactory.h>
 
@@ -37,7 +41,8 @@ int authenticate(AuthChipDriver& driver)
     int challengeLength = 0;
     driver.getChallengeDataMaximumLength(challengeLength);
     Bytes challenge(static_cast<std::size_t>(challengeLength));
-    RAND_bytes(challenge.data(), challengeLength);
+    std::random_device random;
+    std::generate(challenge.begin(), challenge.end(), [&] { return static_cast<U8>(random()); });
 
     U8* response = nullptr;
     int responseLength = 0;
@@ -51,7 +56,7 @@ int authenticate(AuthChipDriver& driver)
 
 int main(int argc, char** argv)
 {
-    if (argc != 4)
+    if (argc < 4)
         return 2;
     AuthChipDriver* driver = AuthChipFactory::getAuthChipDriverInstance(argv[1], std::stoi(argv[2], nullptr, 0));
     if (driver == nullptr)
@@ -59,5 +64,9 @@ int main(int argc, char** argv)
     int status = 0;
     for (int time = std::stoi(argv[3]); time > 0 && status == 0; --time)
         status = authenticate(*driver);
+    if (argc > 4) {
+        std::cout << "status " << status << std::endl;
+        std::cin.ignore(std::numeric_limits<std::streamsize>::max());
+    }
     return status;
 }

@@ -360,6 +360,19 @@ TEST(SimulatedChipTest, OnProtocol20BFailsWhenTheHostHasNoRoomForTheSignature)
     EXPECT_EQ(kFailed, bench.status());
 }
 
+TEST(SimulatedChipTest, OnProtocol20BWantsTheLengthsAnnouncedForEveryExchange)
+{
+    Bench bench(3);
+    bench.challenge();
+    bench.start();
+    bench.waitUntilDone();
+    bench.write(0x20, {0, 20});
+    bench.write(0x21, challengeOf(20));
+    bench.start();
+
+    EXPECT_EQ(kFailed, bench.status());
+}
+
 TEST(SimulatedChipTest, RefusesCredentialsOfTheOtherGeneration)
 {
     const ManualClock clock;

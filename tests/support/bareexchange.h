@@ -19,8 +19,8 @@ public:
 
     const std::vector<RecordedMessage>& messages() const { return m_messages; }
 
-    /// Makes the exchange on @p descriptor, an open node with the address selected.
-    void run(int descriptor);
+    /// Makes the exchange on @p descriptor, an open node with the address selected. Threads: any.
+    void run(int descriptor) const;
 
 private:
     std::vector<RecordedMessage> m_messages;

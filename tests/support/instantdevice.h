@@ -14,7 +14,7 @@ struct i2c_msg;
 struct RecordedMessage
 {
     bool isWrite;
-    std::vector<VorelKestrel::AL::U8> bytes; ///< what was written, or room for what is read
+    std::vector<VorelKestrel::AL::U8> bytes; ///< what was written, or as many zeroes as were asked for
 };
 
 /**

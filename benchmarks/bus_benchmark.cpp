@@ -1,8 +1,8 @@
 // Where the time of an operation goes on a bus: wire, chip, pauses between retries, and the library.
 //
-// The bus and the chip are simulated and pass their time on a clock that nobody waits for, so it is exact. The library's
-// time is real: all that passes between the system calls of one operation. It holds half of what looking at the clock
-// costs at each of them, so it is rather too long than too short.
+// The bus and the chip are simulated and pass their time on a clock that nobody waits for, so it is exact. The
+// library's time is real: all that passes between the system calls of one operation. It holds half of what looking at
+// the clock costs at each of them, so it is rather too long than too short.
 
 #include <algorithm>
 #include <chrono>
@@ -153,8 +153,8 @@ void BM_OnABus(benchmark::State& state, const Operation& operation, bool protoco
     settings.bitsPerSecond = kilohertz * 1000;
     SimulatedDoor door(settings);
     ACD::i2cInit(kDevice, kAddress);
-    const std::unique_ptr<AuthChipDriver> driver(
-        protocol30 ? static_cast<AuthChipDriver*>(new ACD::AuthChipDriver30) : new ACD::AuthChipDriver20B);
+    const std::unique_ptr<AuthChipDriver> driver(protocol30 ? static_cast<AuthChipDriver*>(new ACD::AuthChipDriver30)
+                                                            : new ACD::AuthChipDriver20B);
     operation.call(*driver);
 
     std::vector<double> library;

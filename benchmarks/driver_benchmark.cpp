@@ -39,10 +39,7 @@ struct Bench
         descriptor = open(InstantDevice::kPath, O_RDWR);
     }
 
-    AuthChipDriver& driver(bool protocol30)
-    {
-        return protocol30 ? static_cast<AuthChipDriver&>(driver30) : driver20B;
-    }
+    AuthChipDriver& driver(bool protocol30) { return protocol30 ? static_cast<AuthChipDriver&>(driver30) : driver20B; }
 
     InstantDevice device;
     AuthChipDriver20B driver20B;

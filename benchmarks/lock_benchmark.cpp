@@ -25,8 +25,8 @@
 
 namespace {
 
-constexpr int kRounds = 1024;        // of a crowd, shared by its members
-constexpr unsigned kPatience = 1;    // seconds until a lock counts as lost with its holder
+constexpr int kRounds = 1024;     // of a crowd, shared by its members
+constexpr unsigned kPatience = 1; // seconds until a lock counts as lost with its holder
 constexpr mode_t kOnlyThisUser = 0600;
 
 std::string uniqueName(const char* kind)
@@ -111,8 +111,8 @@ class RobustLock
 {
 public:
     RobustLock()
-        : m_mutex(new(mmap(nullptr, sizeof(pthread_mutex_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1,
-                           0)) pthread_mutex_t)
+        : m_mutex(new (mmap(nullptr, sizeof(pthread_mutex_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1,
+                            0)) pthread_mutex_t)
     {
         pthread_mutexattr_t attributes;
         pthread_mutexattr_init(&attributes);

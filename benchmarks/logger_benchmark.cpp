@@ -78,7 +78,9 @@ void besideSpdlog(benchmark::State& state, Statement statement, spdlog::level::l
     auto spdlog = makeSpdlog(level);
     runSideBySide(
         state, [&] { statement(1); },
-        [&] { SPDLOG_LOGGER_CALL(&spdlog, spdlog::level::trace, "unable to read byte from register {:#x} - {}", 1, 1); });
+        [&] {
+            SPDLOG_LOGGER_CALL(&spdlog, spdlog::level::trace, "unable to read byte from register {:#x} - {}", 1, 1);
+        });
 }
 
 void BM_Console(benchmark::State& state, int level, bool spdlog)

@@ -2,22 +2,12 @@
 #define BENCHMARKS_SIDEBYSIDE_H
 
 #include <algorithm>
-#include <chrono>
 #include <utility>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
-/// Nanoseconds from construction to now.
-class Stopwatch
-{
-public:
-    double nanoseconds() const { return std::chrono::duration<double, std::nano>(Clock::now() - m_start).count(); }
-
-private:
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point m_start = Clock::now();
-};
+#include "benchmarks/stopwatch.h"
 
 /**
  * The times of two things that took turns. What is reported is a ratio per turn and not one of two averages: what

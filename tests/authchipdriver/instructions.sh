@@ -74,11 +74,12 @@ check() { # PROGRAM KEY
 }
 
 update() { # PROGRAM KEY
-    local others
-    others=$(grep -vF "$2"$'\t' "$table" || true)
     {
-        printf '%s\n' "$others" | sed '/^$/d'
-        own_and_below "$1" | awk -v key="$2" -v OFS='\t' '{ print key, $1, $2, $3, $4 }'
+        head -1 "$table"
+        {
+            tail -n +2 "$table" | grep -vF "$2"$'\t' || true
+            own_and_below "$1" | awk -v key="$2" -v OFS='\t' '{ print key, $1, $2, $3, $4 }'
+        } | sort --stable --field-separator=$'\t' --key=1,1
     } >"$table.new"
     mv "$table.new" "$table"
 }

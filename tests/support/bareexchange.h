@@ -21,6 +21,9 @@ public:
 
     /// Makes the exchange on @p descriptor, an open node with the address selected. Threads: any.
     void run(int descriptor) const;
+    /// The same with the buffers that the library's interface asks for: a new one for each message that carries data,
+    /// and one for the answer, which is the last message.
+    void runWithBuffers(int descriptor) const;
 
 private:
     std::vector<RecordedMessage> m_messages;

@@ -37,11 +37,10 @@ int readCertificate(AuthChipDriver& driver)
 
 int sign(AuthChipDriver& driver)
 {
-    int challengeLength = 0;
-    driver.getChallengeDataMaximumLength(challengeLength);
+    constexpr int kChallengeLength = 32; // what protocol 3.0 wants; 2.0B cuts it
     U8* response = nullptr;
     int responseLength = 0;
-    const Error error = driver.newSignature(g_buffer, challengeLength, &response, &responseLength);
+    const Error error = driver.newSignature(g_buffer, kChallengeLength, &response, &responseLength);
     std::free(response);
     return error;
 }

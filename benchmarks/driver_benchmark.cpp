@@ -64,6 +64,16 @@ void BM_Operation(benchmark::State& state, const Operation& operation, bool prot
     besideFloor(state, [&] { operation.call(driver); });
 }
 
+/// Beside a loop that makes the buffers which the library's interface asks for, as well.
+void BM_SigningWithBuffers(benchmark::State& state, const Operation& operation, bool protocol30)
+{
+    arrangeHealthyChip(g_bench->device, protocol30);
+    auto& driver = g_bench->driver(protocol30);
+    const auto call = [&] { operation.call(driver); };
+    const BareExchange exchange(g_bench->device, call);
+    runSideBySide(state, call, [&] { exchange.runWithBuffers(g_bench->descriptor); });
+}
+
 /// What many programs do: the node is opened, addressed and closed for every exchange.
 void BM_OpenAddressClose(benchmark::State& state)
 {
@@ -145,6 +155,11 @@ void registerOperations(const char* generation, bool protocol30, const std::vect
     for (const auto& operation : operations) {
         benchmark::RegisterBenchmark((std::string("floor/") + generation + '/' + operation.name).c_str(), BM_Operation,
                                      operation, protocol30)
+            ->UseManualTime();
+        if (std::string(operation.name) != "newSignature")
+            continue;
+        benchmark::RegisterBenchmark((std::string("floor with buffers/") + generation + '/' + operation.name).c_str(),
+                                     BM_SigningWithBuffers, operation, protocol30)
             ->UseManualTime();
     }
 }

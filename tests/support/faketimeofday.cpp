@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <ctime>
-#include <sys/time.h>
 #include <utility>
 
 #include "tests/support/interposition.h"
@@ -15,7 +14,7 @@ constexpr std::int64_t kMidnight = 1704067200; // seconds since the epoch: a day
 
 std::atomic<FakeTimeOfDay*> g_clock{nullptr};
 
-/// Answers one call; @p Time is the C library's timeval or its twin with 64-bit members.
+/// Answers one call; @p Time is a timeval of one or the other width.
 template<typename Time>
 int readTime(const char* symbol, Time* time, void* zone)
 {
@@ -63,8 +62,13 @@ FakeTimeOfDay::Milliseconds FakeTimeOfDay::read()
     return reading;
 }
 
-/// The time of day on 32-bit machines with 64-bit time.
-struct WideTime
+// The layouts are those of the symbols, whatever a timeval is in this build.
+struct NativeTime
+{
+    long tv_sec;
+    long tv_usec;
+};
+struct WideTime // on 32-bit machines with 64-bit time
 {
     std::int64_t tv_sec;
     std::int64_t tv_usec;
@@ -72,10 +76,10 @@ struct WideTime
 
 extern "C" {
 
-int spelledGettimeofday(timeval* time, void* zone) SPELLING("gettimeofday");
+int spelledGettimeofday(NativeTime* time, void* zone) SPELLING("gettimeofday");
 int spelledGettimeofday64(WideTime* time, void* zone) SPELLING("__gettimeofday64");
 
-int spelledGettimeofday(timeval* time, void* zone)
+int spelledGettimeofday(NativeTime* time, void* zone)
 {
     return readTime("gettimeofday", time, zone);
 }

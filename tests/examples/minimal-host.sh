@@ -7,18 +7,8 @@ case ${1:-} in --help) sed -n '2,4s/^# \?//p' "$0"; exit 0 ;; esac
 [ $# -eq 3 ] || { echo "usage: tests/examples/minimal-host.sh BUILD_FOLDER COMPILER COMPILER_FLAGS" >&2; exit 2; }
 
 build=$1
-scratch=$(mktemp -d)
-trap 'rm -r "$scratch"' EXIT
-# A copy: nothing of ours is beside it by chance.
-cp -r "$(dirname "$0")/../../examples/minimal-host" "$scratch/source"
-
-quietly() { "$@" >"$scratch/log" 2>&1 || { cat "$scratch/log" >&2; exit 1; }; }
-for component in runtime development; do
-    quietly cmake --install "$build" --prefix "$scratch/prefix" --component "$component"
-done
-quietly cmake -S "$scratch/source" -B "$scratch/host" -G Ninja -DCMAKE_PREFIX_PATH="$scratch/prefix" \
-    -DCMAKE_CXX_COMPILER="$2" -DCMAKE_CXX_FLAGS="$3 -Wall -Wextra -Wpedantic -Wconversion -Werror"
-quietly cmake --build "$scratch/host"
+source "$(dirname "$0")/example.sh"
+build_example minimal-host "$@"
 
 expect() { # EXPECTED COMMAND...
     local expected=$1 actual

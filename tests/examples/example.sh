@@ -1,0 +1,17 @@
+# For the scripts beside it, which source it: builds an example against an installed copy of the library.
+
+quietly() { "$@" >"$scratch/log" 2>&1 || { cat "$scratch/log" >&2; exit 1; }; }
+
+# Sets up $scratch, which goes when the script ends, with the program in $scratch/host.
+build_example() { # NAME BUILD_FOLDER COMPILER COMPILER_FLAGS
+    scratch=$(mktemp -d)
+    trap 'rm -r "$scratch"' EXIT
+    # A copy: nothing of ours is beside it by chance.
+    cp -r "$(dirname "${BASH_SOURCE[0]}")/../../examples/$1" "$scratch/source"
+    for component in runtime development; do
+        quietly cmake --install "$2" --prefix "$scratch/prefix" --component "$component"
+    done
+    quietly cmake -S "$scratch/source" -B "$scratch/host" -G Ninja -DCMAKE_PREFIX_PATH="$scratch/prefix" \
+        -DCMAKE_CXX_COMPILER="$3" -DCMAKE_CXX_FLAGS="$4 -Wall -Wextra -Wpedantic -Wconversion -Werror"
+    quietly cmake --build "$scratch/host"
+}

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
+#include <mutex>
 #include <vector>
 
 #include <linux/i2c-dev.h>
@@ -56,9 +58,39 @@ void* pointerIn(const UMockdevIoctlData* data)
     return pointer;
 }
 
-I2cDevFile& fileOf(UMockdevIoctlClient* client)
+void complete(UMockdevIoctlClient* client, ssize_t result)
 {
-    return *static_cast<I2cDevFile*>(g_object_get_data(G_OBJECT(client), kFileKey));
+    if (result < 0)
+        umockdev_ioctl_client_complete(client, -1, static_cast<int>(-result));
+    else
+        umockdev_ioctl_client_complete(client, result, 0);
+}
+
+/// What the front and umockdev's thread share. That thread outlives the front, and so do processes that the program
+/// left behind: they find no node then.
+struct Service
+{
+    std::mutex m_mutex;           // held while the node is in use
+    I2cDevNode* m_node = nullptr; // null once the front has gone
+};
+
+/// The node, opened by a process; with its file goes the service that it is of.
+struct OpenedNode
+{
+    std::shared_ptr<Service> m_service;
+    std::unique_ptr<I2cDevFile> m_file; // null: opened when the front had gone
+};
+
+/// Lets a call of @p client be answered by the file that it opened.
+template<typename Call>
+void serve(UMockdevIoctlClient* client, Call call)
+{
+    const auto& opened = *static_cast<OpenedNode*>(g_object_get_data(G_OBJECT(client), kFileKey));
+    const std::lock_guard<std::mutex> lock(opened.m_service->m_mutex);
+    if (opened.m_service->m_node == nullptr || opened.m_file == nullptr)
+        complete(client, -ENODEV);
+    else
+        complete(client, call(*opened.m_file));
 }
 
 Object<UMockdevIoctlData> argumentOf(UMockdevIoctlClient* client)
@@ -66,14 +98,6 @@ Object<UMockdevIoctlData> argumentOf(UMockdevIoctlClient* client)
     UMockdevIoctlData* argument = nullptr;
     g_object_get(client, "arg", &argument, nullptr);
     return Object<UMockdevIoctlData>(argument);
-}
-
-void complete(UMockdevIoctlClient* client, ssize_t result)
-{
-    if (result < 0)
-        umockdev_ioctl_client_complete(client, -1, static_cast<int>(-result));
-    else
-        umockdev_ioctl_client_complete(client, result, 0);
 }
 
 /// The buffers of a combined transfer. Those that the node refuses for their length stay where they are.
@@ -129,29 +153,35 @@ gboolean handleIoctl(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client
     if (!resolveArgument(request, argument.get(), resolved))
         complete(client, -EFAULT);
     else
-        complete(client, fileOf(client).ioctl(request, pointerIn(argument.get())));
+        serve(client, [&](I2cDevFile& file) { return file.ioctl(request, pointerIn(argument.get())); });
     return TRUE;
 }
 
 gboolean handleRead(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client, gpointer /*data*/)
 {
     const auto argument = argumentOf(client);
-    complete(client, fileOf(client).read(argument->data, static_cast<std::size_t>(argument->data_len)));
+    const auto count = static_cast<std::size_t>(argument->data_len);
+    serve(client, [&](I2cDevFile& file) { return file.read(argument->data, count); });
     return TRUE;
 }
 
 gboolean handleWrite(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client, gpointer /*data*/)
 {
     const auto argument = argumentOf(client);
-    complete(client, fileOf(client).write(argument->data, static_cast<std::size_t>(argument->data_len)));
+    const auto count = static_cast<std::size_t>(argument->data_len);
+    serve(client, [&](I2cDevFile& file) { return file.write(argument->data, count); });
     return TRUE;
 }
 
-void handleConnected(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client, gpointer node)
+void handleConnected(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client, gpointer data)
 {
-    auto file = static_cast<I2cDevNode*>(node)->open();
-    g_object_set_data_full(G_OBJECT(client), kFileKey, file.release(),
-                           [](gpointer data) { delete static_cast<I2cDevFile*>(data); });
+    auto opened = std::make_unique<OpenedNode>();
+    opened->m_service = *static_cast<std::shared_ptr<Service>*>(data);
+    const std::lock_guard<std::mutex> lock(opened->m_service->m_mutex);
+    if (opened->m_service->m_node != nullptr)
+        opened->m_file = opened->m_service->m_node->open();
+    g_object_set_data_full(G_OBJECT(client), kFileKey, opened.release(),
+                           [](gpointer object) { delete static_cast<OpenedNode*>(object); });
 }
 
 /// umockdev ends the process where it cannot make its folder or the socket in it, so that is tried first.
@@ -204,10 +234,12 @@ void addDevice(UMockdevTestbed* testbed, const std::string& path)
         throwError("the node " + path + " cannot be made", error);
 }
 
-Object<UMockdevIoctlBase> handlerFor(I2cDevNode& node)
+Object<UMockdevIoctlBase> handlerFor(const std::shared_ptr<Service>& service)
 {
     Object<UMockdevIoctlBase> handler(umockdev_ioctl_base_new());
-    g_signal_connect(handler.get(), "client-connected", G_CALLBACK(handleConnected), &node);
+    const auto release = [](gpointer data, GClosure*) { delete static_cast<std::shared_ptr<Service>*>(data); };
+    g_signal_connect_data(handler.get(), "client-connected", G_CALLBACK(handleConnected),
+                          new std::shared_ptr<Service>(service), release, GConnectFlags{});
     g_signal_connect(handler.get(), "handle-ioctl", G_CALLBACK(handleIoctl), nullptr);
     g_signal_connect(handler.get(), "handle-read", G_CALLBACK(handleRead), nullptr);
     g_signal_connect(handler.get(), "handle-write", G_CALLBACK(handleWrite), nullptr);
@@ -226,27 +258,40 @@ void attach(UMockdevTestbed* testbed, const std::string& path, UMockdevIoctlBase
 class UmockdevFrontPrivate
 {
 public:
-    Object<UMockdevTestbed> m_testbed;
-    Object<UMockdevIoctlBase> m_handler;
-    std::filesystem::path m_folder; // umockdev's, under the temporary directory
-
+    explicit UmockdevFrontPrivate(I2cDevNode& node) { m_service->m_node = &node; }
     ~UmockdevFrontPrivate()
     {
+        withdrawNode();
         m_testbed.reset();
         m_handler.reset();
         std::error_code ignored;
         std::filesystem::remove_all(m_folder, ignored); // umockdev has been seen to leave some of it behind
     }
+    UmockdevFrontPrivate(const UmockdevFrontPrivate&) = delete;
+    UmockdevFrontPrivate& operator=(const UmockdevFrontPrivate&) = delete;
+
+    const std::shared_ptr<Service> m_service = std::make_shared<Service>();
+    Object<UMockdevTestbed> m_testbed;
+    Object<UMockdevIoctlBase> m_handler;
+    std::filesystem::path m_folder; // umockdev's, under the temporary directory
+
+private:
+    /// Waits for the end of a call that is being answered; later ones find nothing.
+    void withdrawNode()
+    {
+        const std::lock_guard<std::mutex> lock(m_service->m_mutex);
+        m_service->m_node = nullptr;
+    }
 };
 
-UmockdevFront::UmockdevFront(I2cDevNode& node, const std::string& path) : m_data(new UmockdevFrontPrivate)
+UmockdevFront::UmockdevFront(I2cDevNode& node, const std::string& path) : m_data(new UmockdevFrontPrivate(node))
 {
     checkTemporaryFolder(path);
     silenceEmptyTransfers();
     m_data->m_testbed.reset(umockdev_testbed_new());
     m_data->m_folder = rootOf(m_data->m_testbed.get());
     addDevice(m_data->m_testbed.get(), path);
-    m_data->m_handler = handlerFor(node);
+    m_data->m_handler = handlerFor(m_data->m_service);
     attach(m_data->m_testbed.get(), path, m_data->m_handler.get());
 }
 

@@ -262,6 +262,12 @@ TEST_F(AuthChipSimTest, AuthenticatesToSeveralHostsThatTakeTurns)
     EXPECT_EQ(0, m_process->wait());
 }
 
+TEST_F(AuthChipSimTest, EndsWithTheProgramThoughProcessesOfItsAreStillAtTheChip)
+{
+    const std::string loop = "while " + kReadIdentity + "; do :; done";
+    EXPECT_EQ(4, runShell("(" + loop + ") & (" + loop + ") & " + kReadIdentity + "; exit 4"));
+}
+
 class EachVersion : public AuthChipSimTest, public testing::WithParamInterface<const char*>
 {};
 INSTANTIATE_TEST_SUITE_P(Versions, EachVersion, testing::Values("3", "5", "7"));

@@ -30,7 +30,7 @@ std::map<std::string, DebugStdioLogger*>& DebugStdioLogger::loggerMap()
     return loggers;
 }
 
-int DebugStdioLogger::getLogLevel()
+int DebugStdioLogger::getLogLevel() // NOLINT(readability-make-member-function-const): the binary interface.
 {
     return m_logLevel;
 }

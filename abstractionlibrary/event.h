@@ -39,7 +39,7 @@ public:
     bool set(void* value);
 
 private:
-    void* m_value;            // null while the slot is empty
+    void* m_value = nullptr;  // null while the slot is empty
     EventVoidPrivate* m_data; // owned; never null from constructor to destructor
 };
 

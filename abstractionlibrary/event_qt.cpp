@@ -30,7 +30,7 @@ private:
     }
 };
 
-EventVoid::EventVoid() : m_value(nullptr), m_data(new EventVoidPrivate)
+EventVoid::EventVoid() : m_data(new EventVoidPrivate)
 {
     m_data->m_waitMutex.lock();
 }

@@ -40,7 +40,8 @@ public:
     void* pop(int& timeout);
 
 private:
-    void* m_unused;           // null; holds the place that the value has in EventVoid
+    // Null; holds the place that the value has in EventVoid.
+    void* m_unused __attribute__((unused)) = nullptr;
     QueueVoidPrivate* m_data; // owned; never null from constructor to destructor
 };
 

@@ -33,7 +33,7 @@ public:
     QList<void*> m_list;       // oldest first; guarded by m_mutex
 };
 
-QueueVoid::QueueVoid() : m_unused(nullptr), m_data(new QueueVoidPrivate) {}
+QueueVoid::QueueVoid() : m_data(new QueueVoidPrivate) {}
 
 QueueVoid::~QueueVoid()
 {

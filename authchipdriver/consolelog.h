@@ -19,11 +19,13 @@
 #define DBG_INFO(message) DBG_STATEMENT("DbgInfo", 3, message)
 #define DBG_TRACE(message) DBG_STATEMENT("DbgTrace", 5, message)
 
+// NOLINTBEGIN(bugprone-macro-parentheses): a chain of insertions is not an operand.
 #define DBG_STATEMENT(kind, gate, message)                                                                             \
     do {                                                                                                               \
         if (g_logger->getLogLevel() > (gate))                                                                          \
             std::cout << "VorelKestrel" << (kind) << "(" << __FILE__ << ":" << std::dec << __LINE__ << ") " << message \
-                      << std::endl; /* NOLINT(bugprone-macro-parentheses): a chain, not an operand */                  \
+                      << std::endl;                                                                                    \
     } while (false)
+// NOLINTEND(bugprone-macro-parentheses)
 
 #endif

@@ -15,7 +15,9 @@
 #define TRACE_ENTER(details) TRACE_STATEMENT("Enter ", details)
 #define TRACE_LEAVE(result) TRACE_STATEMENT("Leave ", result)
 
+// NOLINTBEGIN(bugprone-macro-parentheses): a chain of insertions is not an operand.
 #define TRACE_STATEMENT(verb, details)                                                                                 \
     LOG4CPLUS_TRACE(g_logger, (verb) << dbglog_scopedFunction(__PRETTY_FUNCTION__, kLoggerName) << ": " << details)
+// NOLINTEND(bugprone-macro-parentheses)
 
 #endif

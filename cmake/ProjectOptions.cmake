@@ -3,6 +3,7 @@ add_library(project_options INTERFACE)
 target_compile_features(project_options INTERFACE cxx_std_17)
 target_compile_options(project_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+    $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion> # as g++, which does not count it as -Wconversion in C++
     -UNDEBUG                                  # the assertions are behaviour, in every build type
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= # log lines name the same path on every machine
 )

@@ -8,7 +8,7 @@ namespace {
 std::string classAndMethod(const std::string& signature)
 {
     const std::string name = signature.substr(0, signature.find('('));
-    const std::string qualified = name.substr(name.rfind(' ') + 1);
+    std::string qualified = name.substr(name.rfind(' ') + 1);
     const auto method = qualified.rfind("::");
     if (method == std::string::npos || method == 0)
         return qualified;

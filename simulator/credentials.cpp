@@ -152,7 +152,7 @@ Bytes containedInLength(EVP_PKEY* key, std::size_t wanted)
     for (std::size_t serialLength = kSerialMaximumLength; serialLength > 0; --serialLength) {
         std::size_t filler = 0;
         for (int attempt = 0; attempt < kAttempts; ++attempt) {
-            const Bytes container = contained(selfSigned(key, serialLength, filler).get());
+            Bytes container = contained(selfSigned(key, serialLength, filler).get());
             if (container.size() == wanted)
                 return container;
             if (container.size() > wanted + filler)

@@ -139,7 +139,7 @@ const std::array<AL::U8, 18>& I2cTinyUsb::configurationDescriptor()
 
 std::optional<ControlAnswer> I2cTinyUsb::control(const ControlRequest& request, const Bytes& data)
 {
-    const auto handler = std::find_if(std::begin(kHandlers), std::end(kHandlers), [&](const Handler& candidate) {
+    const auto* const handler = std::find_if(std::begin(kHandlers), std::end(kHandlers), [&](const Handler& candidate) {
         return candidate.type == request.type && candidate.firstRequest <= request.request &&
                request.request <= candidate.lastRequest;
     });

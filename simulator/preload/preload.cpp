@@ -1,10 +1,10 @@
 // Preloaded into the programs in front of the simulated chip, before umockdev's library: calls that umockdev cannot
 // carry go to the kernel instead, which answers them as it answers them on any file.
 
+#include <climits>
 #include <cstddef>
 
 #include <dlfcn.h>
-#include <limits.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
 #include <unistd.h>

@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 
 namespace VorelKestrel::Simulator {
 namespace {
 
-constexpr std::size_t kBitsPerByte = 9; // with the acknowledgement
+constexpr std::uint64_t kBitsPerByte = 9; // with the acknowledgement; a long message's time is wider than 32 bits
 constexpr Transfer kRefused = {Outcome::Refused, 0};
 
 } // namespace
@@ -43,7 +44,7 @@ void ChipBus::clockBytes(std::size_t count)
 {
     if (m_bitsPerSecond == 0)
         return;
-    constexpr std::size_t kNanosecondsPerSecond = 1000000000;
+    constexpr std::uint64_t kNanosecondsPerSecond = 1000000000;
     m_clock.sleep(std::chrono::nanoseconds(count * kBitsPerByte * kNanosecondsPerSecond / m_bitsPerSecond));
 }
 

@@ -1,0 +1,21 @@
+// Holds the bus until somebody kills it.
+// Usage: holder DEVICE ADDRESS      writes "held" when it has it
+
+#include <iostream>
+#include <string>
+
+#include <authchipdriver/i2c.h>
+
+#include <unistd.h>
+
+using namespace VorelKestrel::ACD;
+
+int main(int argc, char** argv)
+{
+    if (argc != 3 || i2cInit(argv[1], std::stoi(argv[2], nullptr, 0)) != 0)
+        return 2;
+    i2cStartTransaction();
+    std::cout << "held" << std::endl; // whoever reads it waits for it
+    for (;;)
+        pause();
+}

@@ -91,8 +91,7 @@ private:
     const PrivateLocks m_locks;
 
 protected:
-    /// Lives longest: the semaphore goes when the object that made it does.
-    GlobalMutex m_keeper;
+    GlobalMutex m_mutex;
 };
 
 /// True if a lock() on an object of its own does not return; leaves the count as it was.
@@ -147,7 +146,7 @@ TEST_F(GlobalMutexTest, TwoObjectsInTwoProcessesExcludeEachOther)
 
 TEST_F(GlobalMutexTest, AProcessThatComesLaterFindsTheCountAsItIs)
 {
-    m_keeper.lock();
+    m_mutex.lock();
     const Channel entered;
     ChildProcess child([&] {
         GlobalMutex mutex;
@@ -159,7 +158,7 @@ TEST_F(GlobalMutexTest, AProcessThatComesLaterFindsTheCountAsItIs)
     child.waitUntilItSleeps();
     EXPECT_FALSE(entered.hasWord());
 
-    m_keeper.unlock();
+    m_mutex.unlock();
     entered.hear();
 }
 
@@ -213,48 +212,48 @@ TEST_F(GlobalMutexTest, OfSeveralProcessesOnlyOneAtATimeIsInside)
 TEST_F(GlobalMutexTest, LockFollowedByUnlockLeavesTheCountWhereItWas)
 {
     for (int round = 0; round < 3; ++round) {
-        m_keeper.lock();
-        m_keeper.unlock();
+        m_mutex.lock();
+        m_mutex.unlock();
     }
 
     EXPECT_FALSE(isTaken()); // at least one token is there ...
-    m_keeper.lock();
+    m_mutex.lock();
     EXPECT_TRUE(isTaken()); // ... and no second one
-    m_keeper.unlock();
+    m_mutex.unlock();
 }
 
 TEST_F(GlobalMutexTest, ASecondLockByTheHolderWaits)
 {
-    m_keeper.lock();
-    ObservedThread again([&] { m_keeper.lock(); });
+    m_mutex.lock();
+    ObservedThread again([&] { m_mutex.lock(); });
 
     again.waitUntilItSleeps();
     EXPECT_FALSE(again.hasEnded());
 
-    m_keeper.unlock();
+    m_mutex.unlock();
     again.join();
-    m_keeper.unlock();
+    m_mutex.unlock();
 }
 
 TEST_F(GlobalMutexTest, AnyThreadMayUnlockWhatAnotherHasLocked)
 {
-    ObservedThread([&] { m_keeper.lock(); }).join();
+    ObservedThread([&] { m_mutex.lock(); }).join();
     EXPECT_TRUE(isTaken());
 
-    m_keeper.unlock();
+    m_mutex.unlock();
     EXPECT_FALSE(isTaken());
 }
 
 TEST_F(GlobalMutexTest, AnUnlockTooManyLetsTwoHoldersIn)
 {
-    m_keeper.unlock();
+    m_mutex.unlock();
 
-    m_keeper.lock();
+    m_mutex.lock();
     EXPECT_FALSE(isTaken());
-    m_keeper.lock();
+    m_mutex.lock();
     EXPECT_TRUE(isTaken());
-    m_keeper.unlock();
-    m_keeper.unlock();
+    m_mutex.unlock();
+    m_mutex.unlock();
 }
 
 TEST_F(GlobalMutexTest, TheDestructorDoesNotGiveBackATokenThatIsHeld)
@@ -264,7 +263,7 @@ TEST_F(GlobalMutexTest, TheDestructorDoesNotGiveBackATokenThatIsHeld)
         mutex.lock();
     }
     EXPECT_TRUE(isTaken());
-    m_keeper.unlock();
+    m_mutex.unlock();
 }
 
 TEST_F(GlobalMutexTest, TheKeyIsTheSameInEveryProcess)
@@ -313,8 +312,8 @@ private:
 TEST_F(GlobalMutexTest, LockTakesOneTokenAndUnlockGivesOneBack)
 {
     const FakeSemaphore semaphore(0);
-    m_keeper.lock();
-    m_keeper.unlock();
+    m_mutex.lock();
+    m_mutex.unlock();
 
     EXPECT_EQ((std::vector<int>{-1, 1}), semaphore.changes());
 }
@@ -324,8 +323,8 @@ TEST_F(GlobalMutexTest, ARefusalOfTheSystemIsNotReported)
     const FakeSemaphore semaphore(EACCES);
     ::testing::internal::CaptureStdout();
     ::testing::internal::CaptureStderr();
-    m_keeper.lock();
-    m_keeper.unlock();
+    m_mutex.lock();
+    m_mutex.unlock();
 
     EXPECT_EQ((std::vector<int>{-1, 1}), semaphore.changes());
     EXPECT_EQ("", ::testing::internal::GetCapturedStdout());

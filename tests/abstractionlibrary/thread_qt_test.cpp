@@ -113,14 +113,18 @@ TEST(ThreadTest, JoinWaitsUntilRunHasReturned)
 {
     BlockedThread thread;
     thread.start();
-    ObservedThread joiner([&] { thread.join(); });
+    bool runningAfterJoin = true;
+    ObservedThread joiner([&] {
+        thread.join();
+        runningAfterJoin = thread.isRunning();
+    });
 
     joiner.waitUntilItSleeps();
     EXPECT_FALSE(joiner.hasEnded());
 
     thread.end();
     joiner.join();
-    EXPECT_FALSE(thread.isRunning());
+    EXPECT_FALSE(runningAfterJoin);
 }
 
 TEST(ThreadTest, JoinMayBeCalledByTwoThreadsAndAgainLater)

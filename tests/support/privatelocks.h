@@ -1,37 +1,36 @@
 #ifndef TESTS_SUPPORT_PRIVATELOCKS_H
 #define TESTS_SUPPORT_PRIVATELOCKS_H
 
-#include <cstdlib>
+#include <memory>
 #include <string>
+
+#include <abstractionlibrary/globalmutex.h>
 
 #include "tests/support/temporarydirectory.h"
 
 /**
- * Gives this process, and the ones that it starts, system-wide locks of their own: the key of a semaphore is made from
- * a file in the directory for temporary files. Tests that run at the same time then do not wait for each other.
+ * Gives this process, and the ones that it starts, a system-wide lock of their own, unlocked: the key of a semaphore is
+ * made from a file in the directory for temporary files. Tests that run at the same time then do not wait for each
+ * other. Ends with the semaphore gone, also if processes died that had it.
  *
  * Counts for locks that are constructed while it lives; the library's own transaction lock is older.
  */
 class PrivateLocks
 {
 public:
-    PrivateLocks() { setenv(kVariable, m_directory.path().c_str(), 1); }
-    ~PrivateLocks()
-    {
-        if (m_wasSet)
-            setenv(kVariable, m_before.c_str(), 1);
-        else
-            unsetenv(kVariable);
-    }
+    PrivateLocks();
+    ~PrivateLocks();
     PrivateLocks(const PrivateLocks&) = delete;
     PrivateLocks& operator=(const PrivateLocks&) = delete;
 
 private:
-    static constexpr const char* kVariable = "TMPDIR";
+    /// The system's number of the one semaphore whose file is in the directory.
+    int semaphore() const;
 
-    const bool m_wasSet = std::getenv(kVariable) != nullptr;
-    const std::string m_before = m_wasSet ? std::getenv(kVariable) : "";
-    TemporaryDirectory m_directory;
+    const bool m_wasSet;
+    const std::string m_before; // the directory for temporary files
+    const TemporaryDirectory m_directory;
+    std::unique_ptr<VorelKestrel::AL::GlobalMutex> m_keeper; // makes the semaphore, and keeps it until the end
 };
 
 #endif

@@ -85,8 +85,11 @@ Bytes randomChallenge(std::size_t length)
 
 Bytes request(const Bytes& challenge)
 {
-    Bytes bytes = {static_cast<U8>(challenge.size() >> 8U), static_cast<U8>(challenge.size())};
-    bytes.insert(bytes.end(), challenge.begin(), challenge.end());
+    constexpr std::size_t kPrefix = 2;
+    Bytes bytes(kPrefix + challenge.size());
+    bytes[0] = static_cast<U8>(challenge.size() >> 8U);
+    bytes[1] = static_cast<U8>(challenge.size());
+    std::copy(challenge.begin(), challenge.end(), bytes.begin() + kPrefix);
     return bytes;
 }
 

@@ -64,9 +64,8 @@ Sample measure(const std::function<bool()>& operation)
 
 void report(const char* name, int times, const std::function<bool()>& operation)
 {
-    std::vector<Sample> samples;
-    for (int i = 0; i < times; ++i)
-        samples.push_back(measure(operation));
+    std::vector<Sample> samples(static_cast<std::size_t>(times));
+    std::generate(samples.begin(), samples.end(), [&] { return measure(operation); });
     std::sort(samples.begin(), samples.end(), [](const Sample& a, const Sample& b) { return a.whole < b.whole; });
     const Sample& median = samples[samples.size() / 2];
     std::printf("%-13s median %8.3f ms  longest %8.3f ms  library %7.3f ms %5.1f %%\n", name, median.whole.count(),

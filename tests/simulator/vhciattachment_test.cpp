@@ -1,11 +1,10 @@
 #include "simulator/vhciattachment.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
-
-#include <stdlib.h>
 
 #include <gtest/gtest.h>
 

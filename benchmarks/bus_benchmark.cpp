@@ -93,7 +93,8 @@ public:
     int open(const char* /*path*/, int /*flags*/) override { return m_front.open(); }
     int ioctl(int descriptor, unsigned long request, unsigned long argument) override
     {
-        return m_front.ioctl(descriptor, request, reinterpret_cast<void*>(argument));
+        return m_front.ioctl(descriptor, request,
+                             reinterpret_cast<void*>(argument)); // NOLINT(performance-no-int-to-ptr)
     }
     ssize_t read(int descriptor, void* data, std::size_t count) override
     {

@@ -145,7 +145,9 @@ void BM_Crowd(benchmark::State& state, Crowd::Kind kind)
     };
     const int size = static_cast<int>(state.range(0));
     Crowd crowd(kind, size, {repeatedly(query), repeatedly([&] { exchange.run(g_bench->descriptor); })});
-    const auto perQuery = [&](int work) { return crowd.run(work, kRounds / size) / (kRounds / size * size); };
+    const int roundsOfEach = kRounds / size;
+    const int rounds = roundsOfEach * size;
+    const auto perQuery = [&](int work) { return crowd.run(work, roundsOfEach) / rounds; };
     measureInTurns(
         state, [&] { return perQuery(0); }, [&] { return perQuery(1); });
 }

@@ -43,7 +43,12 @@ class FileLock
 {
 public:
     FileLock() { close(open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOnlyThisUser)); }
-    ~FileLock() { unlink(m_path.c_str()); }
+    ~FileLock()
+    {
+        if (m_process == getpid())
+            close(m_descriptor);
+        unlink(m_path.c_str());
+    }
 
     void lock() { flock(descriptor(), LOCK_EX); }
     void unlock() { flock(descriptor(), LOCK_UN); }
@@ -52,18 +57,16 @@ private:
     /// The lock belongs to the open file, so each process opens it for itself.
     int descriptor()
     {
-        static int descriptor = -1;
-        static const FileLock* owner = nullptr;
-        static pid_t process = 0;
-        if (owner != this || process != getpid()) {
-            owner = this;
-            process = getpid();
-            descriptor = open(m_path.c_str(), O_RDWR | O_CLOEXEC);
+        if (m_process != getpid()) {
+            m_process = getpid();
+            m_descriptor = open(m_path.c_str(), O_RDWR | O_CLOEXEC);
         }
-        return descriptor;
+        return m_descriptor;
     }
 
     const std::string m_path = "/tmp/" + uniqueName("flock");
+    pid_t m_process = 0; // that has opened it; a forked process has a copy of this object
+    int m_descriptor = -1;
 };
 
 template<short flags>

@@ -16,6 +16,10 @@ class GlobalMutexPrivate; // defined in the source
  * returns), and any thread may unlock() what another has locked. An unlock() too many lets two holders in from then
  * on, so every lock() is paired with exactly one unlock(). There is no tryLock().
  *
+ * The semaphore lives no longer than the process that created it: when that process exits in the ordinary way while
+ * another holds the token, a third gets in. So let a process that lives on create it first, or one that leaves with
+ * _exit(). The key depends on the folder for temporary files (TMPDIR), which must be the same for all.
+ *
  * Threads:   any thread of any process may call lock() and unlock(); the destructor comes last and alone. It does not
  *            give back a token that the process still holds.
  * Ownership: keeps no pointer of the caller's.

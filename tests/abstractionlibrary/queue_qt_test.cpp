@@ -25,7 +25,8 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr FakeTimeOfDay::Milliseconds kNoon = 12 * 3'600'000;
+constexpr FakeTimeOfDay::Milliseconds kHour = 3'600'000;
+constexpr FakeTimeOfDay::Milliseconds kNoon = 12 * kHour;
 
 int g_a = 0;
 int g_b = 0;
@@ -144,7 +145,7 @@ void PrintTo(const Remainder& remainder, std::ostream* out)
     *out << remainder.name;
 }
 
-constexpr FakeTimeOfDay::Milliseconds kDay = 24 * 3'600'000;
+constexpr FakeTimeOfDay::Milliseconds kDay = 24 * kHour;
 
 const Remainder kRemainders[] = {
     {"NoTimePasses", 1000, kNoon, kNoon, 1000},
@@ -156,7 +157,7 @@ const Remainder kRemainders[] = {
     // The differences of times of day are wrong here, and so is what is left.
     {"AcrossMidnight", 1000, kDay - 100, kDay + 50, 1000 + static_cast<int>(kDay) - 150},
     {"AcrossMidnightWithoutALimit", -1, kDay - 100, kDay + 50, -1 + static_cast<int>(kDay) - 150},
-    {"TheClockIsPutForward", 1000, kNoon, kNoon + 3'600'000, 0},
+    {"TheClockIsPutForward", 1000, kNoon, kNoon + kHour, 0},
     {"TheClockIsPutBack", 1000, kNoon, kNoon - 5000, 6000},
     {"TheClockIsPutBackFromZero", 0, kNoon, kNoon - 5000, 5000},
     {"TheClockIsPutBackWithoutALimit", -1, kNoon, kNoon - 5000, 4999},

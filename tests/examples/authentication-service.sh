@@ -24,7 +24,10 @@ start_service() { # DEVICE_VERSION CONNECTIONS
         service=$!
         while read -r line <&3; do
             case $line in
-                *listening) return ;;
+                *listening)
+                    cat <&3 >"$scratch/service.log" &
+                    return
+                    ;;
                 *"is taken") wait "$service" || continue 2 ;;
                 *) echo "$line" >&2 ;;
             esac
@@ -39,7 +42,7 @@ expect_service() { # DEVICE_VERSION CONNECTIONS CLIENT_ARGUMENTS...
     start_service "$1" "$2"
     shift 2
     "$client" "$port" "$@" || { echo "status $? of the client: $*" >&2; exit 1; }
-    wait "$service" || { echo "status $? of the service" >&2; exit 1; }
+    wait "$service" || { echo "status $? of the service" >&2; cat "$scratch/service.log" >&2; exit 1; }
 }
 
 expect_service 3 3 20 authentic 3

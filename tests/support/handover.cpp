@@ -56,9 +56,11 @@ HandOver handOver(const std::function<void(void*)>& give, const std::function<vo
     std::vector<Received> received(HandOver::kConsumers);
 
     std::vector<std::thread> consumers;
+    consumers.reserve(HandOver::kConsumers);
     for (Received& one : received)
         consumers.emplace_back([&take, &one] { takeUntilTheEnd(take, one); });
     std::vector<std::thread> producers;
+    producers.reserve(HandOver::kProducers);
     for (int producer = 0; producer < HandOver::kProducers; ++producer) {
         producers.emplace_back([&give, &mine = values.at(static_cast<std::size_t>(producer)), producer] {
             mine = numberedValues(producer); // here: what was written before give() is seen after take()

@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Compares the options that a program's help lists with those that its manual page and its completion know.
+# Usage: tests/package/manual.sh PROGRAM MANUAL_PAGE COMPLETION
+set -euo pipefail
+case ${1:-} in --help) sed -n '2,3s/^# \?//p' "$0"; exit 0 ;; esac
+[ $# -eq 3 ] || { echo "usage: tests/package/manual.sh PROGRAM MANUAL_PAGE COMPLETION" >&2; exit 2; }
+
+listed=$("$1" --help | grep -oE '^  (-[a-z],)?--[a-z-]+' | sed 's/^ *//; s/^-[a-z],//' | LC_ALL=C sort -u)
+[ -n "$listed" ] || { echo "$1 --help lists no option" >&2; exit 1; }
+
+described=$(awk '/^\.TP/ { getline; print }' "$2" | sed 's/\\-/-/g; s/\\f[A-Z]//g' | grep -oE -e '--[a-z-]+' |
+    LC_ALL=C sort -u)
+diff <(echo "$listed") <(echo "$described") || { echo "$2 does not describe what --help lists (<)" >&2; exit 1; }
+
+# As bash asks for them: the cursor behind "--".
+COMP_WORDS=("$1" --) COMP_CWORD=1
+source "$3"
+function=$(complete -p "$(basename "$1")" | sed 's/.*-F \([^ ]*\).*/\1/')
+"$function" "$1"
+completed=$(printf '%s\n' "${COMPREPLY[@]}" | grep -vx -e -- | LC_ALL=C sort -u)
+diff <(echo "$listed") <(echo "$completed") || { echo "$3 does not offer what --help lists (<)" >&2; exit 1; }

@@ -64,8 +64,10 @@ AuthChipDriver* AuthChipFactory::getAuthChipDriverInstance(const char* device, i
         return nullptr;
     }
     DBG_INFO("Authentication chip driver version: " << static_cast<unsigned>(deviceVersion));
-    m_authChipDriverInstance = createDriver(deviceVersion);
-    return m_authChipDriverInstance;
+    AuthChipDriver* const driver = createDriver(deviceVersion);
+    if (driver != nullptr) // never back to null: hosts keep the driver that another first call has made meanwhile
+        m_authChipDriverInstance = driver;
+    return driver;
 }
 
 }} // namespace VorelKestrel::ACD

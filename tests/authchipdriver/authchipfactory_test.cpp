@@ -2,7 +2,10 @@
 
 #include <cerrno>
 #include <cstring>
+#include <functional>
+#include <memory>
 #include <stdexcept>
+#include <utility>
 
 #include <authchipdriver/authchipdriver20b.h>
 #include <authchipdriver/authchipdriver30.h>
@@ -258,6 +261,69 @@ TEST_F(AuthChipFactoryTest, AnExceptionWhileTheDriverIsMadeReleasesTheTransactio
     EXPECT_EQ(kDetection, m_bus.conversation());
     m_log.setLevel(log4cplus::ERROR_LOG_LEVEL);
     EXPECT_NE(nullptr, detect(7));
+}
+
+// --- two first calls at once -----------------------------------------------------------------------------------------
+
+/// A bus on which another first call begins and ends while one is opening the device.
+class MeetingBus : public FakeBus
+{
+public:
+    using FakeBus::FakeBus;
+
+    int open(const char* path, int flags) override
+    {
+        const int descriptor = FakeBus::open(path, flags);
+        const auto meanwhile = std::exchange(m_meanwhile, nullptr);
+        if (meanwhile)
+            meanwhile();
+        return descriptor;
+    }
+
+    std::function<void()> m_meanwhile;
+};
+
+/// Two first calls, of which the other one is over before this one takes the bus.
+class SimultaneousDetectionTest : public ::testing::Test
+{
+protected:
+    static AuthChipDriver* detect()
+    {
+        return AuthChipFactory::getAuthChipDriverInstance(FakeBus::kDevice, FakeBus::kAddress);
+    }
+    AuthChipDriver* detectBoth(U8 versionForTheOther, U8 versionForThisOne)
+    {
+        m_bus.m_meanwhile = [this, versionForTheOther, versionForThisOne] {
+            m_bus.holds(0x00, {versionForTheOther});
+            m_other = detect();
+            m_bus.holds(0x00, {versionForThisOne});
+        };
+        return detect();
+    }
+
+    Journal m_journal;
+    MeetingBus m_bus{m_journal};
+    ConsoleLog m_console{m_journal};
+    DriverLog m_log{m_journal, log4cplus::ERROR_LOG_LEVEL};
+    AuthChipDriver* m_other = nullptr;
+};
+
+TEST_F(SimultaneousDetectionTest, BothDetectTheChipAndTheSecondDriverIsTheOneThatLaterCallsReturn)
+{
+    AuthChipDriver* const driver = detectBoth(7, 7);
+    const std::unique_ptr<AuthChipDriver> lost(m_other);
+
+    EXPECT_NE(nullptr, driver);
+    EXPECT_NE(nullptr, m_other);
+    EXPECT_NE(m_other, driver);
+    EXPECT_EQ(driver, detect());
+}
+
+TEST_F(SimultaneousDetectionTest, OneThatFindsNoDriverLeavesTheDriverOfTheOther)
+{
+    EXPECT_EQ(nullptr, detectBoth(7, 4));
+    ASSERT_NE(nullptr, m_other);
+    EXPECT_EQ(m_other, detect());
 }
 
 } // namespace

@@ -14,7 +14,9 @@ class GlobalMutexPrivate; // defined in the source
  *
  * The lock counts tokens and does not know its holder: it is not recursive (a second lock() by the holder never
  * returns), and any thread may unlock() what another has locked. An unlock() too many lets two holders in from then
- * on, so every lock() is paired with exactly one unlock(). There is no tryLock().
+ * on, so every lock() is paired with exactly one unlock().
+ *
+ * Deliberate: there is no tryLock(), unlike in Mutex; whoever needs the machine's lock waits for it.
  *
  * The semaphore lives no longer than the process that created it: when that process exits in the ordinary way while
  * another holds the token, a third gets in. So let a process that lives on create it first, or one that leaves with

@@ -9,8 +9,9 @@
 #include "authchipdriver/registermap.h"
 #include "authchipdriver/responseblock.h"
 
-// The drivers of the two generations are twins, each with its own copy of every operation, so that a change to one
-// cannot reach the other. Keep them in step: the same functions in the same order and the same line breaks.
+// Deliberate: the drivers of the two generations are twins without a class between, each with its own copy of every
+// operation, so that a change to one cannot reach the other. Keep them in step: the same functions in the same order
+// and the same line breaks.
 //
 // Log statements stand in the operation itself and not in helpers: each record carries the operation's signature.
 
@@ -149,7 +150,7 @@ Error AuthChipDriver30::getAccessoryCertificateData(AL::U8* buffer, int& length)
         LOG4CPLUS_ERROR(g_logger, "I2C transaction failed");
         return ErrorI2C;
     }
-    int remaining = length;
+    int remaining = length; // Deliberate: not refused when negative; the bus is asked for that many bytes.
     int page = 1;
     int total = 0;
     while (remaining != 0) {
@@ -169,7 +170,7 @@ Error AuthChipDriver30::getAccessoryCertificateData(AL::U8* buffer, int& length)
     if (total != length) {
         LOG4CPLUS_ERROR(g_logger, "Incomplete read: expected=" << length << ", actual=" << total);
         length = total;
-        TRACE_LEAVE("result=ErrorI2C");
+        TRACE_LEAVE("result=ErrorI2C"); // Deliberate: the word, where getDeviceID() writes the number.
         return ErrorI2C;
     }
     LOG4CPLUS_DEBUG(g_logger, "Successfully read all data: " << total << " bytes");

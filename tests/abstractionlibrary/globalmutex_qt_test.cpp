@@ -9,10 +9,14 @@
 #include <string>
 #include <sys/mman.h>
 #include <sys/wait.h>
+#include <type_traits>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include <abstractionlibrary/mutex.h>
 
 #include "tests/support/observedthread.h"
 #include "tests/support/privatelocks.h"
@@ -329,6 +333,20 @@ TEST_F(GlobalMutexTest, ARefusalOfTheSystemIsNotReported)
     EXPECT_EQ((std::vector<int>{-1, 1}), semaphore.changes());
     EXPECT_EQ("", ::testing::internal::GetCapturedStdout());
     EXPECT_EQ("", ::testing::internal::GetCapturedStderr());
+}
+
+template<typename Lock, typename = void>
+struct HasTryLock : std::false_type
+{};
+
+template<typename Lock>
+struct HasTryLock<Lock, decltype(void(std::declval<Lock&>().tryLock()))> : std::true_type
+{};
+
+TEST(GlobalMutexInterfaceTest, HasNoTryLockUnlikeMutex)
+{
+    EXPECT_FALSE(HasTryLock<GlobalMutex>::value);
+    EXPECT_TRUE(HasTryLock<VorelKestrel::AL::Mutex>::value);
 }
 
 TEST_F(GlobalMutexTest, AnUnlockedMutexCanBeDestroyedWhileTheSystemRefuses)

@@ -8,6 +8,7 @@
 #include <authchipdriver/authchipdriver30.h>
 #include <authchipdriver/authchipfactory.h>
 
+#include "authchipdriver/consolelog.h"
 #include "tests/support/drivertest.h"
 
 using namespace VorelKestrel::ACD;
@@ -179,6 +180,24 @@ TEST_F(ConsoleLogTest, AFailedStandardOutputSwallowsTheLinesSilently)
 
     EXPECT_EQ(1, result);
     EXPECT_THAT(m_console.lines(), IsEmpty());
+}
+
+DebugStdioLogger* g_logger = DebugStdioLogger::getInstance("a logger for statements of the test's own");
+
+TEST_F(ConsoleLogTest, WhileTheGateIsClosedNoOperandOfTheMessageIsEvaluated)
+{
+    int evaluated = 0;
+    g_logger->setLogLevel(1);
+    DBG_ERROR(++evaluated);
+    g_logger->setLogLevel(3);
+    DBG_INFO(++evaluated);
+    g_logger->setLogLevel(5);
+    DBG_TRACE(++evaluated);
+    EXPECT_EQ(0, evaluated);
+
+    g_logger->setLogLevel(6);
+    DBG_TRACE(++evaluated);
+    EXPECT_EQ(1, evaluated);
 }
 
 // The lines show what the system call left, so nothing in between may change it.

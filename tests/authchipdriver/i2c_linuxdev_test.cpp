@@ -309,6 +309,33 @@ TEST_F(I2cTransactionTest, ClosingClosesTheDeviceAndNothingElse)
     EXPECT_THAT(m_bus.openDescriptors(), IsEmpty());
 }
 
+/// A bus whose node is closed, and says that it failed.
+class ComplainingBus : public FakeBus
+{
+public:
+    using FakeBus::FakeBus;
+
+    int close(int descriptor) override
+    {
+        FakeBus::close(descriptor);
+        errno = EIO;
+        return -1;
+    }
+};
+
+TEST(I2cCloseTest, IgnoresTheResultOfClose)
+{
+    Journal journal;
+    ComplainingBus bus(journal);
+    const ConsoleLog console(journal);
+    i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+    bus.forget();
+    i2cClose();
+
+    EXPECT_THAT(journal.all(), ElementsAre("close")); // once, and without a line
+    EXPECT_DEATH(i2cClose(), "g_file != -1");
+}
+
 // --- lines -----------------------------------------------------------------------------------------------------------
 
 TEST_F(I2cTransactionTest, EveryOperationWritesItsTraceLineFirstAtLevel6)

@@ -535,6 +535,52 @@ TYPED_TEST(VersionDriverTest, EveryRecordOfAnOperationCarriesItsSignatureAndTheP
     }
 }
 
+/// What a call of every operation but newSignature leaves behind, healthy or not: results, bus, lines, labels.
+template<typename Driver>
+std::vector<std::string> traceOfSharedOperations(FakeBus& bus, Journal& journal, DriverLog& log, bool readsFail)
+{
+    bus.holds(0x00, {7}).holds(0x04, counting(4)).holdsCertificate(counting(907)).failsReads(readsFail ? 1000 : 0);
+    journal.clear();
+    log.answerHookWith([](const std::string& prettyFunction) { return prettyFunction; });
+    Bytes buffer(907);
+    U32 id = 0;
+    int length = 907;
+    Driver driver;
+    std::vector<int> results = {driver.getDeviceID(id),
+                                driver.getAccessoryCertificateData(buffer.data(), length),
+                                length,
+                                driver.getAccessoryCertificateDataLength(length),
+                                length,
+                                driver.rawWrite(0x0a, buffer.data(), 3),
+                                driver.rawRead(0x00, buffer.data(), 1)};
+    std::vector<std::string> trace = journal.all();
+    for (const int result : results)
+        trace.push_back(std::to_string(result));
+    return trace;
+}
+
+std::vector<std::string> replaced(std::vector<std::string> texts, const std::string& from, const std::string& to)
+{
+    for (std::string& text : texts)
+        for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+            text.replace(at, from.size(), to);
+    return texts;
+}
+
+using TwinsTest = OpenBusTest;
+
+TEST_F(TwinsTest, TheSameCallsBehaveIdenticallyAndDifferInTheirTraceLinesOnlyByTheClassName)
+{
+    m_log.setLevel(log4cplus::TRACE_LOG_LEVEL);
+    for (const bool readsFail : {false, true}) {
+        const auto trace20B = traceOfSharedOperations<AuthChipDriver20B>(m_bus, m_journal, m_log, readsFail);
+        const auto trace30 = traceOfSharedOperations<AuthChipDriver30>(m_bus, m_journal, m_log, readsFail);
+
+        EXPECT_NE(trace20B, trace30);
+        EXPECT_EQ(replaced(trace20B, Twin20B::kName, Twin30::kName), trace30);
+    }
+}
+
 struct ThrowingOperation
 {
     const char* lineThatThrows;

@@ -1,11 +1,14 @@
 #include "tests/support/allocations.h"
 
-#include <cstddef>
+#include <limits>
 
 namespace {
 
 thread_local bool t_counting = false;
 thread_local int t_count = 0;
+
+constexpr std::size_t kNoSize = std::numeric_limits<std::size_t>::max();
+thread_local std::size_t t_refusedSize = kNoSize;
 
 void countOne()
 {
@@ -26,7 +29,7 @@ void* __libc_realloc(void* block, std::size_t size);
 __attribute__((visibility("default"))) void* malloc(std::size_t size)
 {
     countOne();
-    return __libc_malloc(size);
+    return size == t_refusedSize ? nullptr : __libc_malloc(size);
 }
 
 __attribute__((visibility("default"))) void* calloc(std::size_t count, std::size_t size)
@@ -60,6 +63,16 @@ Counter::~Counter()
 int Counter::count() const // NOLINT(readability-convert-member-functions-to-static): reads like the count of a scope.
 {
     return t_count;
+}
+
+Refusal::Refusal(std::size_t size)
+{
+    t_refusedSize = size;
+}
+
+Refusal::~Refusal()
+{
+    t_refusedSize = kNoSize;
 }
 
 Pause::Pause() : m_wasCounting(t_counting)

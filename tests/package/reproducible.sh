@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the packages of the checked-out commit in two folders of different names and compares them byte by byte.
+# Builds the packages again in a folder of another name, and compares them byte by byte with those of scripts/package.
 # Usage: tests/package/reproducible.sh ARCHITECTURE...
 set -euo pipefail
 case ${1:-} in --help) sed -n '2,3s/^# \?//p' "$0"; exit 0 ;; esac
@@ -8,19 +8,19 @@ case ${1:-} in --help) sed -n '2,3s/^# \?//p' "$0"; exit 0 ;; esac
 project=$(cd "$(dirname "$0")/../.." && pwd)
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
-for folder in "$scratch/one" "$scratch/another/place"; do
-    git clone --quiet --no-hardlinks "$project" "$folder"
-    mkdir "$folder/build"
-    # The same headers and libraries for both; they would take a while to fetch again.
-    [ ! -d "$project/build/armhf-sysroot" ] || {
-        cp -al "$project/build/armhf-sysroot" "$folder/build/"
-        cp "$project/build/armhf-sysroot.recipe" "$folder/build/"
-    }
-    "$folder/scripts/package" "$@" >"$scratch/log" 2>&1 || { cat "$scratch/log" >&2; exit 1; }
-done
+again=$scratch/a/folder/of/another/name
+mkdir -p "$again/build"
+tar -C "$project" --exclude=./build --exclude=./install --exclude=./.git -c . | tar -C "$again" -x
+# The same headers and libraries for both; they would take a while to fetch again.
+[ ! -d "$project/build/armhf-sysroot" ] || cp -a "$project"/build/armhf-sysroot{,.recipe} "$again/build/"
+: "${SOURCE_DATE_EPOCH:=$(stat --format=%Y "$project/build/packages/.time")}"
+export SOURCE_DATE_EPOCH
+"$again/scripts/package" "$@" >"$scratch/log" 2>&1 || { cat "$scratch/log" >&2; exit 1; }
 
 status=0
-for package in "$scratch"/one/build/packages/*.deb; do
-    cmp "$package" "$scratch/another/place/build/packages/$(basename "$package")" || status=1
+for architecture in "$@"; do
+    for package in "$project"/build/packages/*_"$architecture".deb; do
+        cmp "$package" "$again/build/packages/$(basename "$package")" || status=1
+    done
 done
 exit $status

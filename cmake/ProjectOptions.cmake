@@ -15,3 +15,17 @@ if(AUTHCHIPDRIVER_SANITIZE)
         -Wno-maybe-uninitialized) # false alarms in the instrumented standard library (std::regex, g++ 12)
     target_link_options(project_options INTERFACE -fsanitize=${AUTHCHIPDRIVER_SANITIZE})
 endif()
+
+# Beside project_options, for the targets whose lines and branches are counted.
+option(AUTHCHIPDRIVER_COVERAGE "Count which lines and branches of the library run" OFF)
+add_library(library_coverage INTERFACE)
+if(AUTHCHIPDRIVER_COVERAGE)
+    target_compile_options(library_coverage INTERFACE --coverage -fprofile-update=atomic -O0)
+    target_link_options(library_coverage INTERFACE --coverage)
+endif()
+
+# What the compiler adds to a build makes system calls, allocations and symbols of its own.
+set(AUTHCHIPDRIVER_INSTRUMENTED OFF)
+if(AUTHCHIPDRIVER_SANITIZE OR AUTHCHIPDRIVER_COVERAGE)
+    set(AUTHCHIPDRIVER_INSTRUMENTED ON)
+endif()

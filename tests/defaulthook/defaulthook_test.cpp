@@ -1,3 +1,4 @@
+#include <ostream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -10,6 +11,8 @@ struct Label
 {
     const char* signature; // as the compiler spells it
     const char* label;
+    // How ctest names the case; by default it would be the addresses, which change from run to run.
+    friend void PrintTo(const Label& label, std::ostream* out) { *out << label.signature; }
 };
 
 class DefaultHookTest : public testing::TestWithParam<Label>

@@ -48,7 +48,7 @@ apt-get purge -y $names
 sh /packages/gone
 END
     make_root --variant=apt \
-        --customize-hook="mkdir \"\$1/packages\"; cp $packages/*_$architecture.deb $scratch/{inside,use,gone} \"\$1/packages/\"" \
+        --customize-hook="mkdir \"\$1/packages\"; cp $packages/*_$architecture.deb $scratch/inside $scratch/use $scratch/gone \"\$1/packages/\"" \
         --customize-hook='chroot "$1" sh /packages/inside' "$codename" /dev/null
 }
 

@@ -7,34 +7,12 @@
 
 #include "tests/support/drivertest.h"
 #include "tests/support/operations.h"
+#include "tests/support/uncountedbus.h"
 
 using namespace VorelKestrel::ACD;
 using VorelKestrel::AL::U8;
 
 namespace {
-
-/// A bus whose own allocations do not count.
-class UncountedBus : public FakeBus
-{
-public:
-    using FakeBus::FakeBus;
-
-    ssize_t read(int descriptor, void* data, std::size_t count) override
-    {
-        const allocations::Pause pause;
-        return FakeBus::read(descriptor, data, count);
-    }
-    ssize_t write(int descriptor, const void* data, std::size_t count) override
-    {
-        const allocations::Pause pause;
-        return FakeBus::write(descriptor, data, count);
-    }
-    int changeSemaphore(int delta) override
-    {
-        const allocations::Pause pause;
-        return FakeBus::changeSemaphore(delta);
-    }
-};
 
 /// With logging off: the console at its default level and on a success, the drivers' log switched off.
 class AllocationTest : public ::testing::TestWithParam<Operation>

@@ -1,19 +1,64 @@
 #include "tests/support/allocations.h"
 
+#include <atomic>
+#include <cerrno>
 #include <limits>
+#include <malloc.h>
 
 namespace {
 
 thread_local bool t_counting = false;
 thread_local int t_count = 0;
+thread_local bool t_paused = false;
 
 constexpr std::size_t kNoSize = std::numeric_limits<std::size_t>::max();
 thread_local std::size_t t_refusedSize = kNoSize;
 
-void countOne()
+constexpr int kNone = 0;
+thread_local int t_refusedNumber = kNone; // counts down to the allocation that is refused
+thread_local bool t_refusesOnwards = false;
+thread_local bool t_refused = false;
+
+std::atomic<long> g_blocks{0};
+std::atomic<long> g_bytes{0};
+
+void countLiving(void* block, int sign)
 {
+    if (block == nullptr || t_paused)
+        return;
+    g_blocks += sign;
+    g_bytes += sign * static_cast<long>(malloc_usable_size(block));
+}
+
+/// Counts one allocation; true if it is to fail.
+bool isRefused(std::size_t size)
+{
+    if (t_paused)
+        return false;
     if (t_counting)
         ++t_count;
+    if (t_refusedNumber > 1) {
+        --t_refusedNumber;
+    } else if (t_refusedNumber == 1) {
+        if (!t_refusesOnwards)
+            t_refusedNumber = kNone;
+        t_refused = true;
+        return true;
+    }
+    return size == t_refusedSize;
+}
+
+/// Makes a block, unless it is refused.
+template<typename Allocate>
+void* allocate(std::size_t size, Allocate makeBlock)
+{
+    if (isRefused(size)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    void* const block = makeBlock();
+    countLiving(block, 1);
+    return block;
 }
 
 } // namespace
@@ -25,23 +70,51 @@ extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+void __libc_free(void* block);
 
 __attribute__((visibility("default"))) void* malloc(std::size_t size)
 {
-    countOne();
-    return size == t_refusedSize ? nullptr : __libc_malloc(size);
+    return allocate(size, [=] { return __libc_malloc(size); });
 }
 
 __attribute__((visibility("default"))) void* calloc(std::size_t count, std::size_t size)
 {
-    countOne();
-    return __libc_calloc(count, size);
+    return allocate(kNoSize - 1, [=] { return __libc_calloc(count, size); });
 }
 
 __attribute__((visibility("default"))) void* realloc(void* block, std::size_t size)
 {
-    countOne();
-    return __libc_realloc(block, size);
+    if (isRefused(kNoSize - 1)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    countLiving(block, -1);
+    void* const moved = __libc_realloc(block, size);
+    countLiving(moved != nullptr || size == 0 ? moved : block, 1);
+    return moved;
+}
+
+__attribute__((visibility("default"))) void* memalign(std::size_t alignment, std::size_t size)
+{
+    return allocate(kNoSize - 1, [=] { return __libc_memalign(alignment, size); });
+}
+
+__attribute__((visibility("default"))) void* aligned_alloc(std::size_t alignment, std::size_t size)
+{
+    return memalign(alignment, size);
+}
+
+__attribute__((visibility("default"))) int posix_memalign(void** block, std::size_t alignment, std::size_t size)
+{
+    *block = memalign(alignment, size);
+    return *block != nullptr ? 0 : ENOMEM;
+}
+
+__attribute__((visibility("default"))) void free(void* block)
+{
+    countLiving(block, -1);
+    __libc_free(block);
 }
 
 } // extern "C"
@@ -75,14 +148,41 @@ Refusal::~Refusal()
     t_refusedSize = kNoSize;
 }
 
-Pause::Pause() : m_wasCounting(t_counting)
+Shortage::Shortage(int number, Extent extent)
 {
-    t_counting = false;
+    t_refusedNumber = number;
+    t_refusesOnwards = extent == Extent::AllFromThere;
+    t_refused = false;
+}
+
+Shortage::~Shortage()
+{
+    t_refusedNumber = kNone;
+}
+
+bool Shortage::wasFelt() const // NOLINT(readability-convert-member-functions-to-static): as Counter::count().
+{
+    return t_refused;
+}
+
+Living living()
+{
+    return {g_blocks, g_bytes};
+}
+
+std::ostream& operator<<(std::ostream& stream, const Living& living)
+{
+    return stream << living.blocks << " blocks, " << living.bytes << " bytes";
+}
+
+Pause::Pause() : m_wasPaused(t_paused)
+{
+    t_paused = true;
 }
 
 Pause::~Pause()
 {
-    t_counting = m_wasCounting;
+    t_paused = m_wasPaused;
 }
 
 } // namespace allocations

@@ -2,6 +2,7 @@
 #define TESTS_SUPPORT_ALLOCATIONS_H
 
 #include <cstddef>
+#include <ostream>
 
 /**
  * The allocations of this thread. A program that links allocations.cpp defines malloc and its kin itself, so that the
@@ -32,7 +33,41 @@ public:
     Refusal& operator=(const Refusal&) = delete;
 };
 
-/// Does not count to the end of the scope, inside a Counter's: what a fake does for itself.
+/// While it lives, this thread's allocation of that number fails, whoever makes it; the first is 1.
+class Shortage
+{
+public:
+    enum class Extent
+    {
+        One,         ///< the allocations after it succeed again
+        AllFromThere ///< none succeeds any more
+    };
+
+    Shortage(int number, Extent extent);
+    ~Shortage();
+    Shortage(const Shortage&) = delete;
+    Shortage& operator=(const Shortage&) = delete;
+
+    /// True once an allocation was refused.
+    bool wasFelt() const;
+};
+
+/// The blocks of the whole process that were allocated and not freed.
+struct Living
+{
+    long blocks;
+    long bytes;
+
+    bool operator==(const Living& other) const { return blocks == other.blocks && bytes == other.bytes; }
+    bool operator!=(const Living& other) const { return !(*this == other); }
+};
+
+std::ostream& operator<<(std::ostream& stream, const Living& living);
+
+Living living();
+
+/// To the end of the scope nothing that this thread allocates or frees is counted or refused: what a fake does for
+/// itself.
 class Pause
 {
 public:
@@ -42,7 +77,7 @@ public:
     Pause& operator=(const Pause&) = delete;
 
 private:
-    const bool m_wasCounting;
+    const bool m_wasPaused;
 };
 
 } // namespace allocations

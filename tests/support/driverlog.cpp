@@ -63,7 +63,8 @@ void DriverLog::answerHookWith(std::function<std::string(const std::string&)> an
 
 std::string DriverLog::callHook(const std::string& prettyFunction, const std::string& component)
 {
-    m_hookCalls.push_back({prettyFunction, component});
+    if (m_keepsRecords)
+        m_hookCalls.push_back({prettyFunction, component});
     return m_hookAnswer ? m_hookAnswer(prettyFunction) : "label";
 }
 
@@ -71,6 +72,8 @@ void DriverLog::take(const log4cplus::spi::InternalLoggingEvent& event)
 {
     if (m_beforeEachRecord)
         m_beforeEachRecord(event.getMessage());
+    if (!m_keepsRecords)
+        return;
     m_records.push_back(
         {event.getLogLevel(), event.getMessage(), event.getFunction(), event.getFile(), event.getLine()});
     m_journal.add(Journal::Kind::Line, nameOf(event.getLogLevel()) + " " + event.getMessage());

@@ -38,6 +38,8 @@ public:
     DriverLog& operator=(const DriverLog&) = delete;
 
     void setLevel(log4cplus::LogLevel level);
+    /// From now on records and hook calls are answered and then forgotten: nothing grows.
+    void keepNothing() { m_keepsRecords = false; }
     /// What is done with every record before it is recorded, for example throw.
     void beforeEachRecord(std::function<void(const std::string& message)> action);
     /// What the hook answers; "label" where nothing else was set.
@@ -53,6 +55,7 @@ private:
     void take(const log4cplus::spi::InternalLoggingEvent& event);
 
     Journal& m_journal;
+    bool m_keepsRecords = true;
     log4cplus::Logger m_logger;
     std::vector<Record> m_records;
     std::vector<HookCall> m_hookCalls;

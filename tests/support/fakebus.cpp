@@ -149,6 +149,12 @@ FakeBus& FakeBus::forwardsTransfers()
     return *this;
 }
 
+FakeBus& FakeBus::keepsNoJournal()
+{
+    m_keepsJournal = false;
+    return *this;
+}
+
 std::string FakeBus::conversation() const
 {
     return join(m_journal.only(Journal::Kind::Call), "; ");
@@ -166,7 +172,7 @@ bool FakeBus::answersFor(int descriptor)
 
 int FakeBus::open(const char* path, int flags)
 {
-    record(std::string("open ") + path + (flags == O_RDWR ? "" : " with other flags"));
+    record([=] { return std::string("open ") + path + (flags == O_RDWR ? "" : " with other flags"); });
     if (m_openError != 0)
         return failWith(m_openError);
     static int lastDescriptor = kFirstDescriptor;
@@ -177,8 +183,10 @@ int FakeBus::ioctl(int descriptor, unsigned long request, unsigned long argument
 {
     if (m_open.count(descriptor) == 0)
         stop("ioctl on a closed descriptor");
-    record((request == I2C_SLAVE ? "select " : "ioctl " + hexNumber(request) + " ") +
-           hexNumber(static_cast<unsigned>(argument)));
+    record([=] {
+        return (request == I2C_SLAVE ? "select " : "ioctl " + hexNumber(request) + " ") +
+               hexNumber(static_cast<unsigned>(argument));
+    });
     return m_addressError != 0 ? failWith(m_addressError) : 0;
 }
 
@@ -186,9 +194,11 @@ ssize_t FakeBus::read(int descriptor, void* data, std::size_t count)
 {
     if (m_open.count(descriptor) == 0)
         stop("read on a closed descriptor");
-    record("read " + std::to_string(static_cast<ssize_t>(count)));
+    record([=] { return "read " + std::to_string(static_cast<ssize_t>(count)); });
     if (isTooLarge(count))
         return failWith(EINVAL);
+    if (data == nullptr && count > 0)
+        return failWith(EFAULT);
     if (m_forward != -1)
         realcalls::read(m_forward, data, count);
     if (strikes(m_failedReadsOf, m_register))
@@ -212,12 +222,11 @@ ssize_t FakeBus::write(int descriptor, const void* data, std::size_t count)
     if (m_open.count(descriptor) == 0)
         stop("write on a closed descriptor");
     if (isTooLarge(count) || count == 0) {
-        record("write of " + std::to_string(static_cast<ssize_t>(count)) + " bytes");
+        record([=] { return "write of " + std::to_string(static_cast<ssize_t>(count)) + " bytes"; });
         return count == 0 ? 0 : failWith(EINVAL);
     }
-    const auto* const first = static_cast<const U8*>(data);
-    const Bytes message(first, first + count);
-    record("write " + hex(message));
+    const auto* const message = static_cast<const U8*>(data);
+    record([=] { return "write " + hex(Bytes(message, message + count)); });
     if (m_forward != -1)
         realcalls::write(m_forward, data, count);
     if (strikes(count == 1 ? m_refusedRegisters : m_refusedData, message[0]) || strikes(m_refusedWrites))
@@ -231,7 +240,7 @@ ssize_t FakeBus::write(int descriptor, const void* data, std::size_t count)
 
 int FakeBus::close(int descriptor)
 {
-    record("close");
+    record([] { return "close"; });
     if (m_open.erase(descriptor) == 0)
         stop("close of a closed descriptor");
     return 0;
@@ -239,13 +248,13 @@ int FakeBus::close(int descriptor)
 
 int FakeBus::usleep(unsigned microseconds)
 {
-    record("sleep " + std::to_string(microseconds));
+    record([=] { return "sleep " + std::to_string(microseconds); });
     return 0;
 }
 
 int FakeBus::changeSemaphore(int delta)
 {
-    record(delta < 0 ? "lock" : "unlock");
+    record([=] { return delta < 0 ? "lock" : "unlock"; });
     m_tokens += delta;
     if (m_tokens < 0)
         stop("the lock is taken twice: the process would wait for ever");

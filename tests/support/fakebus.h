@@ -50,6 +50,7 @@ public:
     FakeBus& failsReadsOf(U8 reg, int times = kForever);     ///< the reads of this register, with EIO
     FakeBus& deliversOnly(U8 reg, int bytes);                ///< read reports (and fills) so many bytes
     FakeBus& forwardsTransfers();                            ///< each transfer enters the kernel once, on /dev/zero
+    FakeBus& keepsNoJournal();                               ///< from now on: nothing grows, and it is quick
 
     /// The system calls since construction or forget(), separated by "; ".
     std::string conversation() const;
@@ -73,9 +74,16 @@ public:
     int changeSemaphore(int delta) override;
 
 private:
-    void record(const std::string& call) { m_journal.add(Journal::Kind::Call, call); }
+    /// Writes the call down that @p describe puts into words.
+    template<typename Describe>
+    void record(Describe describe)
+    {
+        if (m_keepsJournal)
+            m_journal.add(Journal::Kind::Call, describe());
+    }
 
     Journal& m_journal;
+    bool m_keepsJournal = true;
     std::set<int> m_open;
     int m_tokens = 1; // of the lock
     int m_forward = -1;

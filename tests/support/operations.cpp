@@ -2,7 +2,10 @@
 
 #include <cstdlib>
 
+#include <authchipdriver/i2c.h>
+
 using namespace VorelKestrel::ACD;
+using VorelKestrel::AL::U16;
 using VorelKestrel::AL::U32;
 using VorelKestrel::AL::U8;
 
@@ -57,6 +60,39 @@ int rawRead(AuthChipDriver& driver)
     return driver.rawRead(0x31, g_buffer, length) - length;
 }
 
+/// What a helper needs of its caller.
+class Transaction
+{
+public:
+    Transaction() { i2cStartTransaction(); }
+    ~Transaction() { i2cStopTransaction(); }
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+};
+
+template<typename Value, Error (AuthChipDriver::*read)(int, Value&), int reg>
+int readInTransaction(AuthChipDriver& driver)
+{
+    const Transaction transaction;
+    Value value = 0;
+    return (driver.*read)(reg, value);
+}
+
+template<Error (AuthChipDriver::*write)(int, int)>
+int writeInTransaction(AuthChipDriver& driver)
+{
+    const Transaction transaction;
+    return (driver.*write)(0x20, 20);
+}
+
+template<void (AuthChipDriver::*query)(int&)>
+int readLimit(AuthChipDriver& driver)
+{
+    int length = 0;
+    (driver.*query)(length);
+    return length > 0 ? 0 : 1;
+}
+
 std::vector<Operation> operationsWithSignature(std::vector<const char*> transfers, int allocations)
 {
     return {
@@ -105,5 +141,21 @@ const std::vector<Operation>& operations30()
     // Challenge, its length, command, status, response length, response.
     static const std::vector<Operation> operations = operationsWithSignature(
         {"write", "write", "read", "write", "write", "read", "write", "read", "write", "read"}, 3);
+    return operations;
+}
+
+const std::vector<Operation>& operationsWithoutTransaction()
+{
+    using Driver = AuthChipDriver;
+    static const std::vector<Operation> operations = {
+        {"getChallengeResponseDataMaximumLength", readLimit<&Driver::getChallengeResponseDataMaximumLength>, {}, 0},
+        {"getChallengeDataMaximumLength", readLimit<&Driver::getChallengeDataMaximumLength>, {}, 0},
+        {"readByte", readInTransaction<U8, &Driver::readByte, 0x00>, {"write", "read"}, 0},
+        {"readWord", readInTransaction<U16, &Driver::readWord, 0x30>, {"write", "read"}, 0},
+        {"readDWord", readInTransaction<U32, &Driver::readDWord, 0x04>, {"write", "read"}, 0},
+        {"writeByte", writeInTransaction<&Driver::writeByte>, {"write"}, 1},
+        {"writeWord", writeInTransaction<&Driver::writeWord>, {"write"}, 1},
+        {"writeDWord", writeInTransaction<&Driver::writeDWord>, {"write"}, 1},
+    };
     return operations;
 }

@@ -25,4 +25,8 @@ const std::vector<Operation>& operations20B();
 /// The same for protocol 3.0.
 const std::vector<Operation>& operations30();
 
+/// The operations of the interface that hold no transaction of their own: the six register helpers, each inside a
+/// transaction here as its caller has to see to, and the two limits, which do not touch the bus.
+const std::vector<Operation>& operationsWithoutTransaction();
+
 #endif

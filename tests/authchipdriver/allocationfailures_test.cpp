@@ -1,0 +1,518 @@
+// What every operation does when memory runs out: each of its allocations is refused in turn, the library's own and
+// those that Qt, log4cplus and the C++ library make on its way.
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <optional>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <abstractionlibrary/debugstdiologger.h>
+#include <abstractionlibrary/event.h>
+#include <abstractionlibrary/globalmutex.h>
+#include <abstractionlibrary/mutex.h>
+#include <abstractionlibrary/queue.h>
+#include <abstractionlibrary/tcpsocket.h>
+#include <abstractionlibrary/thread.h>
+#include <authchipdriver/authchipdriver20b.h>
+#include <authchipdriver/authchipdriver30.h>
+#include <authchipdriver/authchipfactory.h>
+#include <authchipdriver/i2c.h>
+
+#include "tests/support/allocations.h"
+#include "tests/support/consolelog.h"
+#include "tests/support/driverlog.h"
+#include "tests/support/failures.h"
+#include "tests/support/loopback.h"
+#include "tests/support/operations.h"
+#include "tests/support/uncountedbus.h"
+
+using namespace VorelKestrel::ACD;
+using namespace VorelKestrel::AL; // every class of it is tested here
+using allocations::Living;
+using allocations::Shortage;
+
+namespace {
+
+/// Takes all that is written to std::cout and keeps nothing of it.
+class Nowhere : private std::streambuf
+{
+public:
+    Nowhere() : m_before(std::cout.rdbuf(this)) {}
+    ~Nowhere() override { std::cout.rdbuf(m_before); }
+    Nowhere(const Nowhere&) = delete;
+    Nowhere& operator=(const Nowhere&) = delete;
+
+private:
+    int_type overflow(int_type character) override { return character; }
+
+    std::streambuf* m_before;
+};
+
+enum class Logging
+{
+    Silent,
+    Everything
+};
+
+/// What one run of an operation did.
+struct Attempt
+{
+    enum class End
+    {
+        Returned,
+        ThrewBadAlloc,
+        ThrewAnother
+    };
+    End end;
+    int result; // of a run that returned
+    int locks;
+    int unlocks;
+};
+
+/// What a process had to tell: a run with an allocation refused, one without, and what is left after both.
+struct Report
+{
+    bool wasFelt; // an allocation was refused
+    Attempt refused;
+    Attempt next;
+    Living living;
+    int descriptors;
+    int busDescriptors;
+};
+
+/// How many descriptors ("fd") or threads ("task") the process has.
+int countOf(const std::string& kind)
+{
+    const allocations::Pause pause;
+    const std::filesystem::directory_iterator entries("/proc/self/" + kind);
+    return static_cast<int>(std::distance(begin(entries), end(entries)));
+}
+
+/// A thread that has been joined takes a moment until it has given back all that it had.
+void waitForThreadsToEnd(int threadsBefore)
+{
+    while (countOf("task") > threadsBefore)
+        std::this_thread::yield();
+}
+
+constexpr int kNever = 1 << 30; // more allocations than any operation makes
+
+using Call = std::function<int()>; ///< 0 is the result without a refusal
+
+/// A healthy chip behind a bus, both logs, and operations that run in processes of their own, so that each run is the
+/// first: what is set up only once is part of it.
+class AllocationFailureTest : public ::testing::Test
+{
+protected:
+    AllocationFailureTest() { m_log.keepNothing(); }
+
+    void arrange(bool protocol30)
+    {
+        arrangeHealthyChip(m_bus, protocol30);
+        i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+    }
+
+    /// Refuses the allocations of @p call one after another, until one run gets through without a refusal.
+    void refuseEachAllocation(const Call& call, int resultWithoutBlock = 0)
+    {
+        for (const auto logging : {Logging::Silent, Logging::Everything}) {
+            setLogging(logging);
+            for (const auto extent : {Shortage::Extent::One, Shortage::Extent::AllFromThere}) {
+                SCOPED_TRACE(std::string(logging == Logging::Silent ? "without" : "with") + " log lines, " +
+                             (extent == Shortage::Extent::One ? "one allocation" : "every allocation from there on"));
+                refuseEachAllocation(call, resultWithoutBlock, logging, extent);
+            }
+        }
+    }
+
+    UncountedBus& bus() { return m_bus; }
+
+    int m_firstThatEndsTheProcess = kNever; // of the allocations
+    bool m_needsEveryBlock = false;         // but for those of log lines
+    int m_refusals = 0;                     // that were felt
+    // What a refusal may lose, at most.
+    int m_lostBusDescriptors = 0;
+    int m_lostBlocks = 0;
+
+private:
+    void setLogging(Logging logging)
+    {
+        m_console.setLevel(logging == Logging::Silent ? 0 : 9);
+        m_log.setLevel(logging == Logging::Silent ? log4cplus::OFF_LOG_LEVEL : log4cplus::TRACE_LOG_LEVEL);
+        // Longer than what a string holds without an allocation.
+        m_log.answerHookWith([](const std::string& prettyFunction) { return prettyFunction; });
+    }
+
+    void refuseEachAllocation(const Call& call, int resultWithoutBlock, Logging logging, Shortage::Extent extent)
+    {
+        const auto undisturbed = report(call, kNever, extent);
+        ASSERT_TRUE(undisturbed && undisturbed->refused.end == Attempt::End::Returned &&
+                    undisturbed->refused.result == 0);
+        for (int number = 1;; ++number) {
+            SCOPED_TRACE("refused: " + std::to_string(number));
+            const auto after = report(call, number, extent);
+            if (!after) {
+                ASSERT_GE(number, m_firstThatEndsTheProcess);
+                continue;
+            }
+            if (!after->wasFelt)
+                return;
+            ASSERT_NE(Attempt::End::ThrewAnother, after->refused.end);
+            ++m_refusals;
+            if (m_needsEveryBlock && logging == Logging::Silent) {
+                EXPECT_FALSE(after->refused.end == Attempt::End::Returned && after->refused.result == 0);
+            }
+            if (after->refused.end == Attempt::End::Returned && after->refused.result != 0) {
+                EXPECT_EQ(resultWithoutBlock, after->refused.result);
+            }
+            EXPECT_EQ(after->refused.locks, after->refused.unlocks);
+            EXPECT_LE(after->refused.locks, undisturbed->refused.locks);
+
+            EXPECT_EQ(Attempt::End::Returned, after->next.end);
+            EXPECT_EQ(0, after->next.result);
+            // The blocks: how large the streams' buffers are depends on how they grew.
+            EXPECT_LE(after->living.blocks - undisturbed->living.blocks, m_lostBlocks);
+            EXPECT_EQ(undisturbed->descriptors, after->descriptors);
+            EXPECT_LE(after->busDescriptors - undisturbed->busDescriptors, m_lostBusDescriptors);
+            if (HasFailure())
+                return;
+        }
+    }
+
+    /// Runs @p call twice in a process of its own, the first time with the refusal; nothing if the process died.
+    std::optional<Report> report(const Call& call, int number, Shortage::Extent extent)
+    {
+        auto* const shared = static_cast<Report*>(
+            mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+        std::cout.flush();
+        const pid_t process = fork();
+        if (process == 0) {
+            shared->refused = attempt(call, number, extent, shared->wasFelt);
+            bool felt = false;
+            for (int i = 0; i < 2; ++i) // twice: what the first one keeps for the next time is there in any case
+                shared->next = attempt(call, kNever, extent, felt);
+            shared->living = allocations::living();
+            shared->descriptors = countOf("fd");
+            shared->busDescriptors = static_cast<int>(m_bus.openDescriptors().size());
+            _exit(EXIT_SUCCESS);
+        }
+        int status = 0;
+        waitpid(process, &status, 0);
+        const Report report = *shared;
+        munmap(shared, sizeof(Report));
+        if (status != 0)
+            return std::nullopt;
+        return report;
+    }
+
+    Attempt attempt(const Call& call, int number, Shortage::Extent extent, bool& wasFelt)
+    {
+        forget();
+        const int threads = countOf("task");
+        Attempt attempt = {Attempt::End::Returned, 0, 0, 0};
+        const Shortage shortage(number, extent);
+        try {
+            attempt.result = call();
+        } catch (const std::bad_alloc&) {
+            attempt.end = Attempt::End::ThrewBadAlloc;
+        } catch (...) {
+            attempt.end = Attempt::End::ThrewAnother;
+        }
+        wasFelt = shortage.wasFelt();
+        const allocations::Pause pause;
+        waitForThreadsToEnd(threads);
+        for (const auto& text : m_journal.only(Journal::Kind::Call)) {
+            attempt.locks += text == "lock" ? 1 : 0;
+            attempt.unlocks += text == "unlock" ? 1 : 0;
+        }
+        return attempt;
+    }
+
+    void forget()
+    {
+        const allocations::Pause pause;
+        m_bus.forget();
+    }
+
+    Journal m_journal;
+    UncountedBus m_bus{m_journal};
+    ConsoleLog m_console{m_journal};
+    Nowhere m_nowhere;
+    DriverLog m_log{m_journal};
+};
+
+// --- the drivers -----------------------------------------------------------------------------------------------------
+
+class AllocationFailureOperationTest : public AllocationFailureTest, public ::testing::WithParamInterface<Operation>
+{
+protected:
+    template<typename Driver>
+    void refuseEachAllocationOf(bool protocol30)
+    {
+        arrange(protocol30);
+        Driver driver;
+        m_needsEveryBlock = true;
+        refuseEachAllocation([&] { return GetParam().call(driver); }, ErrorI2C);
+        // Without log lines only these, with them many more.
+        EXPECT_GE(m_refusals, 4 * GetParam().allocations);
+    }
+};
+
+using AllocationFailure20BTest = AllocationFailureOperationTest;
+using AllocationFailure30Test = AllocationFailureOperationTest;
+
+TEST_P(AllocationFailure20BTest, ReleasesTheBusLosesNothingAndTheNextCallSucceeds)
+{
+    refuseEachAllocationOf<AuthChipDriver20B>(false);
+}
+
+TEST_P(AllocationFailure30Test, ReleasesTheBusLosesNothingAndTheNextCallSucceeds)
+{
+    refuseEachAllocationOf<AuthChipDriver30>(true);
+}
+
+const auto kName = [](const auto& test) { return std::string(test.param.name); };
+INSTANTIATE_TEST_SUITE_P(Operations, AllocationFailure20BTest, ::testing::ValuesIn(operations20B()), kName);
+INSTANTIATE_TEST_SUITE_P(OtherOperations, AllocationFailure20BTest, ::testing::ValuesIn(operationsWithoutTransaction()),
+                         kName);
+INSTANTIATE_TEST_SUITE_P(Operations, AllocationFailure30Test, ::testing::ValuesIn(operations30()), kName);
+INSTANTIATE_TEST_SUITE_P(OtherOperations, AllocationFailure30Test, ::testing::ValuesIn(operationsWithoutTransaction()),
+                         kName);
+
+// --- the ways in which operations fail: their error lines allocate, too ----------------------------------------------
+
+class AllocationFailureInAFailureTest : public AllocationFailureTest, public ::testing::WithParamInterface<Failure>
+{
+protected:
+    template<typename Driver>
+    void refuseEachAllocationOf(bool protocol30)
+    {
+        arrange(protocol30);
+        GetParam().arrange(bus());
+        Driver driver;
+        refuseEachAllocation([&] { return GetParam().call(driver) != 0 ? 0 : 1; });
+    }
+};
+
+using AllocationFailureInAFailure20BTest = AllocationFailureInAFailureTest;
+using AllocationFailureInAFailure30Test = AllocationFailureInAFailureTest;
+
+TEST_P(AllocationFailureInAFailure20BTest, ReleasesTheBusAndLosesNothing)
+{
+    refuseEachAllocationOf<AuthChipDriver20B>(false);
+}
+
+TEST_P(AllocationFailureInAFailure30Test, ReleasesTheBusAndLosesNothing)
+{
+    refuseEachAllocationOf<AuthChipDriver30>(true);
+}
+
+INSTANTIATE_TEST_SUITE_P(Failures, AllocationFailureInAFailure20BTest, ::testing::ValuesIn(failures20B()), kName);
+INSTANTIATE_TEST_SUITE_P(Failures, AllocationFailureInAFailure30Test, ::testing::ValuesIn(failures30()), kName);
+
+// --- the factory, the bus functions and the drivers' constructors
+// -----------------------------------------------------
+
+class AllocationFailureOutsideOfADriverTest : public AllocationFailureTest
+{
+protected:
+    static int detect()
+    {
+        return AuthChipFactory::getAuthChipDriverInstance(FakeBus::kDevice, FakeBus::kAddress) != nullptr ? 0 : 1;
+    }
+    /// The factory leaves the device open, also when an exception leaves it.
+    void refuseEachAllocationOfADetection(U8 deviceVersion, int result)
+    {
+        bus().holds(0x00, {deviceVersion});
+        m_lostBusDescriptors = 1;
+        refuseEachAllocation([=] { return detect() == result ? 0 : 1; });
+    }
+};
+
+TEST_F(AllocationFailureOutsideOfADriverTest, DetectingAChipOf20BReleasesTheBusAndTheNextCallSucceeds)
+{
+    refuseEachAllocationOfADetection(3, 0);
+}
+
+TEST_F(AllocationFailureOutsideOfADriverTest, DetectingAChipOf30ReleasesTheBusAndTheNextCallSucceeds)
+{
+    refuseEachAllocationOfADetection(7, 0);
+}
+
+TEST_F(AllocationFailureOutsideOfADriverTest, RefusingAChipReleasesTheBus)
+{
+    for (const U8 version : {U8{1}, U8{2}, U8{4}})
+        refuseEachAllocationOfADetection(version, 1);
+}
+
+TEST_F(AllocationFailureOutsideOfADriverTest, AFailedDetectionReleasesTheBus)
+{
+    bus().failsReadsOf(0x00);
+    refuseEachAllocationOfADetection(7, 1);
+    bus().refusesRegister(0x00);
+    refuseEachAllocationOfADetection(7, 1);
+    bus().refusesAddress(EBUSY);
+    refuseEachAllocationOfADetection(7, 1);
+    bus().refusesToOpen(ENOENT);
+    refuseEachAllocationOfADetection(7, 1);
+}
+
+TEST_F(AllocationFailureOutsideOfADriverTest, TheBusFunctionsLoseNothing)
+{
+    bus().holds(0x00, {7});
+    refuseEachAllocation([] {
+        U8 byte = 0;
+        if (i2cInit(FakeBus::kDevice, FakeBus::kAddress) != 0)
+            return 1;
+        i2cStartTransaction();
+        const bool wasRead = i2cRead(0x00, sizeof(byte), &byte) == sizeof(byte);
+        i2cStopTransaction();
+        i2cClose();
+        return wasRead ? 0 : 1;
+    });
+}
+
+TEST_F(AllocationFailureOutsideOfADriverTest, WritingToTheBusPassesTheExceptionOn)
+{
+    arrange(true);
+    refuseEachAllocation([] {
+        const U8 bytes[2] = {};
+        return i2cWrite(0x20, sizeof(bytes), bytes) - 2;
+    });
+}
+
+TEST_F(AllocationFailureOutsideOfADriverTest, ConstructingADriverLosesNothing)
+{
+    refuseEachAllocation([] {
+        delete new AuthChipDriver20B;
+        delete new AuthChipDriver30;
+        return 0;
+    });
+}
+
+// --- the console logger and the wrappers of the operating system
+// ------------------------------------------------------
+
+class AllocationFailureOfAWrapperTest : public AllocationFailureTest
+{};
+
+/// Closes what is open by then, however the scope ends.
+template<typename Socket>
+class CloseAtEnd
+{
+public:
+    explicit CloseAtEnd(Socket& socket) : m_socket(socket) {}
+    ~CloseAtEnd() { m_socket.close(); }
+    CloseAtEnd(const CloseAtEnd&) = delete;
+    CloseAtEnd& operator=(const CloseAtEnd&) = delete;
+
+private:
+    Socket& m_socket;
+};
+
+TEST_F(AllocationFailureOfAWrapperTest, AskingForALoggerRegistersItWholeOrNotAtAll)
+{
+    refuseEachAllocation([] {
+        const std::string name = "a name that is longer than what a string holds without an allocation";
+        DebugStdioLogger* const logger = DebugStdioLogger::getInstance(name);
+        return logger != nullptr && logger == DebugStdioLogger::getInstance(name) ? 0 : 1;
+    });
+}
+
+TEST_F(AllocationFailureOfAWrapperTest, AMutexLosesNothing)
+{
+    refuseEachAllocation([] {
+        Mutex mutex;
+        mutex.lock();
+        const bool wasFree = mutex.tryLock();
+        mutex.unlock();
+        return wasFree ? 1 : 0;
+    });
+}
+
+TEST_F(AllocationFailureOfAWrapperTest, AGlobalMutexLosesNothing)
+{
+    // Qt's: the path that it looked up while it made the key (QDir::tempPath), when there is no block for its copy.
+    m_lostBlocks = 1;
+    refuseEachAllocation([] {
+        GlobalMutex mutex;
+        mutex.lock();
+        mutex.unlock();
+        return 0;
+    });
+}
+
+TEST_F(AllocationFailureOfAWrapperTest, AnEventLosesNothing)
+{
+    refuseEachAllocation([] {
+        int value = 0;
+        EventVoid event;
+        return event.set(&value) && !event.set(&value) && event.wait(0) == &value && event.wait(1) == nullptr ? 0 : 1;
+    });
+}
+
+TEST_F(AllocationFailureOfAWrapperTest, AQueueLosesNothing)
+{
+    refuseEachAllocation([] {
+        int value = 0;
+        int timeout = 1;
+        QueueVoid queue;
+        queue.push(&value);
+        return queue.pop(timeout) == &value && queue.pop(timeout) == nullptr ? 0 : 1;
+    });
+}
+
+TEST_F(AllocationFailureOfAWrapperTest, SocketsAndServersLoseNoDescriptor)
+{
+    refuseEachAllocation([] {
+        TCPServer server;
+        TCPClientSocket client;
+        const U16 port = listenAtAFreePort(server);
+        const CloseAtEnd<TCPServer> closeServer(server);
+        if (!client.connect(kLoopback, port))
+            return 1;
+        const CloseAtEnd<TCPClientSocket> closeClient(client);
+        const std::unique_ptr<TCPSocket> accepted(server.accept());
+        const CloseAtEnd<TCPSocket> closeAccepted(*accepted);
+        U32 received = 0;
+        return client.sendU32(7) && accepted->receiveU32(received) && received == 7 ? 0 : 1;
+    });
+}
+
+class NotingThread : public Thread
+{
+public:
+    ~NotingThread() override { join(); }
+    void run() override { m_hasRun = true; }
+
+    bool m_hasRun = false;
+};
+
+TEST_F(AllocationFailureOfAWrapperTest, AThreadLosesNothingAndRunsOrDoesNot)
+{
+    // The first two are those of the thread and of QThread. Whatever is missing inside Qt's constructors after that
+    // ends the process there: what they call promises not to throw.
+    m_firstThatEndsTheProcess = 3;
+    refuseEachAllocation(
+        [] {
+            NotingThread thread;
+            thread.start();
+            thread.join();
+            return thread.m_hasRun ? 0 : 1;
+        },
+        1);
+}
+
+} // namespace

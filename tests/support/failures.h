@@ -1,0 +1,29 @@
+#ifndef TESTS_SUPPORT_FAILURES_H
+#define TESTS_SUPPORT_FAILURES_H
+
+#include <functional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <authchipdriver/authchipdriver.h>
+
+#include "tests/support/fakebus.h"
+
+/// One way in which an operation of a driver fails, on a chip that does all the rest.
+struct Failure
+{
+    std::string name;                                       ///< "newSignatureWithRegister10Refused"
+    int (*call)(VorelKestrel::ACD::AuthChipDriver& driver); ///< not 0: it fails
+    std::function<void(FakeBus&)> arrange;
+};
+
+std::ostream& operator<<(std::ostream& stream, const Failure& failure);
+
+/// Every failure of every operation that a chip of protocol 2.0B, or its caller, can bring about.
+const std::vector<Failure>& failures20B();
+
+/// The same for protocol 3.0.
+const std::vector<Failure>& failures30();
+
+#endif

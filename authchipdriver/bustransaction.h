@@ -13,8 +13,14 @@ public:
     BusTransaction() : m_started(i2cStartTransaction()) {}
     ~BusTransaction()
     {
-        if (m_started)
+        if (!m_started)
+            return;
+        try {
             i2cStopTransaction();
+        } catch (...) {
+            // The bus has been given back. What threw is a console of the host's, or the making of a text about the
+            // lock that nobody reads: no reason to end the process in a destructor.
+        }
     }
     BusTransaction(const BusTransaction&) = delete;
     BusTransaction& operator=(const BusTransaction&) = delete;

@@ -100,7 +100,12 @@ int i2cWrite(AL::U8 reg, int len, const AL::U8* buf)
 
 void i2cStopTransaction()
 {
-    DBG_TRACE("i2cStopTransaction()");
+    try {
+        DBG_TRACE("i2cStopTransaction()");
+    } catch (...) {
+        g_i2cMutex.unlock(); // a host may have its console throw, but not keep the bus from the others with it
+        throw;
+    }
     assert(g_file != -1);
     g_i2cMutex.unlock();
 }

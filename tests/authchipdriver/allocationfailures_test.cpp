@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <iostream>
@@ -321,6 +322,97 @@ TEST_P(AllocationFailureInAFailure30Test, ReleasesTheBusAndLosesNothing)
 
 INSTANTIATE_TEST_SUITE_P(Failures, AllocationFailureInAFailure20BTest, ::testing::ValuesIn(failures20B()), kName);
 INSTANTIATE_TEST_SUITE_P(Failures, AllocationFailureInAFailure30Test, ::testing::ValuesIn(failures30()), kName);
+
+// --- where the bus is given back -------------------------------------------------------------------------------------
+
+/// A bus whose lock says that it could not be given back; Qt then makes a text that nobody reads.
+class ComplainingBus : public UncountedBus
+{
+public:
+    using UncountedBus::UncountedBus;
+
+    int changeSemaphore(int delta) override
+    {
+        const int result = UncountedBus::changeSemaphore(delta);
+        if (delta < 0)
+            return result;
+        errno = EPERM;
+        return -1;
+    }
+};
+
+TEST(AllocationFailureAtTheEndOfATransactionTest, DoesNotEndTheProcess)
+{
+    Journal journal;
+    ComplainingBus bus(journal);
+    arrangeHealthyChip(bus, true);
+    i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+    AuthChipDriver30 driver;
+    U8 version = 0;
+    int number = 0;
+    for (bool wasFelt = true; wasFelt; ++number) {
+        const Shortage shortage(number + 1, Shortage::Extent::One);
+        EXPECT_EQ(Success, driver.getDeviceVersion(version));
+        wasFelt = shortage.wasFelt();
+        EXPECT_FALSE(bus.isLocked());
+    }
+    EXPECT_GT(number, 1); // Qt did allocate
+}
+
+/// A console that throws at one of its lines, of a host that wants to hear of it.
+class ThrowingConsole : private std::streambuf
+{
+public:
+    explicit ThrowingConsole(int line)
+        : m_lines(line), m_before(std::cout.rdbuf(this)), m_masked(std::cout.exceptions())
+    {
+        std::cout.exceptions(std::ios::badbit);
+    }
+    ~ThrowingConsole() override
+    {
+        std::cout.clear();
+        std::cout.exceptions(m_masked);
+        std::cout.rdbuf(m_before);
+    }
+    ThrowingConsole(const ThrowingConsole&) = delete;
+    ThrowingConsole& operator=(const ThrowingConsole&) = delete;
+
+    bool hasThrown() const { return m_lines <= 0; }
+
+private:
+    int_type overflow(int_type character) override
+    {
+        if (character == '\n' && --m_lines == 0)
+            throw std::bad_alloc();
+        return character;
+    }
+
+    int m_lines;
+    std::streambuf* m_before;
+    std::ios::iostate m_masked;
+};
+
+TEST(ThrowingConsoleTest, AnyOfItsLinesMayThrowAndTheBusIsGivenBackOnce)
+{
+    Journal journal;
+    FakeBus bus(journal);
+    arrangeHealthyChip(bus, true);
+    i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+    AuthChipDriver30 driver;
+    DebugStdioLogger::getInstance("Wexfordmallow")->setLogLevel(9);
+    int line = 0;
+    for (bool hasThrown = true; hasThrown;) {
+        const ThrowingConsole console(++line);
+        U8 version = 0;
+        try {
+            driver.getDeviceVersion(version);
+        } catch (const std::exception&) { // of the line, or of the stream about it
+        }
+        hasThrown = console.hasThrown();
+        EXPECT_FALSE(bus.isLocked()) << "after line " << line;
+    }
+    EXPECT_EQ(4, line); // start, read and stop; the fourth was not written
+}
 
 // --- the factory, the bus functions and the drivers' constructors
 // -----------------------------------------------------

@@ -1,6 +1,7 @@
 #ifndef SIMULATOR_BUS_H
 #define SIMULATOR_BUS_H
 
+#include <chrono>
 #include <cstddef>
 
 #include <abstractionlibrary/types.h>
@@ -38,6 +39,8 @@ public:
 
     virtual Transfer write(unsigned address, const AL::U8* data, std::size_t length) = 0;
     virtual Transfer read(unsigned address, AL::U8* data, std::size_t length) = 0;
+    /// How long the adapter waits for a message that does not end; only layers on which messages can hang listen.
+    virtual void setTimeout(std::chrono::milliseconds /*timeout*/) {}
 };
 
 } // namespace VorelKestrel::Simulator

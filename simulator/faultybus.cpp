@@ -52,6 +52,11 @@ Transfer FaultyBus::read(unsigned address, AL::U8* data, std::size_t length)
     return transfer;
 }
 
+void FaultyBus::setTimeout(std::chrono::milliseconds timeout)
+{
+    m_timeout = timeout;
+}
+
 /// Whether a fault that is counted strikes this message, and takes it off the count.
 bool FaultyBus::hits(std::optional<AL::U8> reg, int Faults::*count)
 {
@@ -69,7 +74,7 @@ std::optional<Transfer> FaultyBus::stuck()
     const auto stuckTime = faults().stuckTime;
     if (!stuckTime)
         return std::nullopt;
-    m_clock.sleep(*stuckTime);
+    m_clock.sleep(m_timeout.value_or(*stuckTime));
     return Transfer{Outcome::TimedOut, 0};
 }
 

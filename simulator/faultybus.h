@@ -23,7 +23,7 @@ struct Faults
     /// What registers answer in place of their content, in the bytes given (a wrong status, a wrong length).
     std::map<AL::U8, Bytes> answers;
     bool corruptSignature = false; // the last byte of the response comes with a bit turned over
-    /// Set: nothing gets through, and every message times out after so long.
+    /// Set: nothing gets through, and every message times out after so long, the adapter's own timeout.
     std::optional<std::chrono::milliseconds> stuckTime;
 };
 
@@ -41,6 +41,8 @@ public:
 
     Transfer write(unsigned address, const AL::U8* data, std::size_t length) override;
     Transfer read(unsigned address, AL::U8* data, std::size_t length) override;
+    /// From now on a stuck bus takes this time for a message, whatever was injected.
+    void setTimeout(std::chrono::milliseconds timeout) override;
 
 private:
     bool hits(std::optional<AL::U8> reg, int Faults::*count);
@@ -51,7 +53,8 @@ private:
     Clock& m_clock;
     std::optional<AL::U8> m_register; // named last; only the node's thread looks at it
     mutable std::mutex m_mutex;
-    Faults m_faults; // guarded by m_mutex
+    Faults m_faults;                                    // guarded by m_mutex
+    std::optional<std::chrono::milliseconds> m_timeout; // the adapter's, once it was set; only the node's thread looks
 };
 
 } // namespace VorelKestrel::Simulator

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdint>
 #include <iterator>
@@ -95,8 +96,9 @@ int I2cDevFile::ioctl(unsigned long request, void* argument)
     case I2C_PEC:
         return 0;
     case I2C_RETRIES:
-    case I2C_TIMEOUT:
         return number > INT_MAX ? -EINVAL : 0;
+    case I2C_TIMEOUT:
+        return setTimeout(number);
     default:
         break;
     }
@@ -121,6 +123,16 @@ int I2cDevFile::selectAddress(unsigned long address, bool evenIfBound)
     if (!evenIfBound && m_node.m_boundAddresses.count(static_cast<unsigned>(address)) != 0)
         return -EBUSY;
     m_address = static_cast<unsigned>(address);
+    return 0;
+}
+
+/// Counts for everybody on the bus, also after this file is closed, as the kernel has it.
+int I2cDevFile::setTimeout(unsigned long tensOfMilliseconds)
+{
+    if (tensOfMilliseconds > INT_MAX)
+        return -EINVAL;
+    const std::lock_guard<std::mutex> lock(m_node.m_adapter);
+    m_node.m_bus.setTimeout(10 * std::chrono::milliseconds(tensOfMilliseconds));
     return 0;
 }
 

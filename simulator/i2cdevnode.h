@@ -63,6 +63,7 @@ public:
 
 private:
     int selectAddress(unsigned long address, bool evenIfBound);
+    int setTimeout(unsigned long tensOfMilliseconds);
     int transferMessages(i2c_msg* messages, std::size_t count);
     int transferMessage(const i2c_msg& message);
     int transferSmbus(const i2c_smbus_ioctl_data& request);

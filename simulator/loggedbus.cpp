@@ -51,14 +51,28 @@ Transfer LoggedBus::read(unsigned address, AL::U8* data, std::size_t length)
     return transfer;
 }
 
+void LoggedBus::setTimeout(std::chrono::milliseconds timeout)
+{
+    m_next.setTimeout(timeout);
+    m_log << "# " << now() << " timeout " << timeout.count() << " ms" << std::endl;
+}
+
+/// Seconds since the making of the layer.
+std::string LoggedBus::now() const
+{
+    const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(m_clock.now() - m_start).count();
+    char text[48];
+    std::snprintf(text, sizeof(text), "%lld.%06lld", static_cast<long long>(microseconds / 1000000),
+                  static_cast<long long>(microseconds % 1000000));
+    return text;
+}
+
 void LoggedBus::writeLine(unsigned address, const char* direction, std::size_t length, Outcome outcome,
                           const AL::U8* bytes, std::size_t byteCount)
 {
-    const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(m_clock.now() - m_start).count();
-    char head[96];
-    std::snprintf(head, sizeof(head), "%lld.%06lld 0x%02x %s %zu %s", static_cast<long long>(microseconds / 1000000),
-                  static_cast<long long>(microseconds % 1000000), address, direction, length, wordOf(outcome));
-    std::string line(head);
+    char head[64];
+    std::snprintf(head, sizeof(head), " 0x%02x %s %zu %s", address, direction, length, wordOf(outcome));
+    std::string line = now() + head;
     for (std::size_t i = 0; i < byteCount; ++i) {
         line += ' ';
         appendHex(line, bytes[i]);

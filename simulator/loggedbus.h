@@ -2,6 +2,7 @@
 #define SIMULATOR_LOGGEDBUS_H
 
 #include <ostream>
+#include <string>
 
 #include "simulator/bus.h"
 #include "simulator/clock.h"
@@ -15,8 +16,8 @@ namespace VorelKestrel::Simulator {
  *     0.031274 0x2a write 2 done 10 01
  *     0.031420 0x2a write 1 refused 10
  *
- * The time is that of the message's end, counted from the making of the layer. A read shows the bytes that it got, a
- * write those that the host wanted to send.
+ * and a new timeout of the adapter's as a comment ("# 0.031420 timeout 20 ms"). The time is that of the message's end,
+ * counted from the making of the layer. A read shows the bytes that it got, a write those that the host wanted to send.
  */
 class LoggedBus : public Bus
 {
@@ -25,8 +26,10 @@ public:
 
     Transfer write(unsigned address, const AL::U8* data, std::size_t length) override;
     Transfer read(unsigned address, AL::U8* data, std::size_t length) override;
+    void setTimeout(std::chrono::milliseconds timeout) override;
 
 private:
+    std::string now() const;
     void writeLine(unsigned address, const char* direction, std::size_t length, Outcome outcome, const AL::U8* bytes,
                    std::size_t byteCount);
 

@@ -21,6 +21,7 @@ struct RawArguments
 {
     Arguments values;
     std::string address;
+    std::string busTimeout;
     std::string challenge;
     std::string challengeFile;
     std::string reg;
@@ -65,6 +66,16 @@ int parseLength(const std::string& text)
     return *length;
 }
 
+int parseBusTimeout(const std::string& text)
+{
+    const auto milliseconds = parseNumber(text);
+    if (!milliseconds || *milliseconds == 0)
+        throw usageFailure("set the timeout of the bus to '" + text + "'",
+                           "A timeout is a number of milliseconds from 1 to 65535",
+                           "Give a number, or leave --bus-timeout out to keep the bus controller's own.");
+    return *milliseconds;
+}
+
 Bytes parseBytes(const std::string& text, const std::string& tried)
 {
     const auto bytes = fromHex(text);
@@ -87,6 +98,8 @@ Arguments interpret(const RawArguments& raw)
 {
     Arguments arguments = raw.values;
     arguments.location.address = parseAddress(raw.address);
+    if (!raw.busTimeout.empty())
+        arguments.busTimeout = parseBusTimeout(raw.busTimeout);
     if (!raw.challenge.empty())
         arguments.challenge = parseBytes(raw.challenge, "sign a challenge");
     if (!raw.challengeFile.empty())
@@ -117,6 +130,9 @@ void addCommonOptions(CLI::App& app, RawArguments& raw)
         ->envname("AUTHCHIP_ADDRESS")
         ->required()
         ->type_name("ADDRESS");
+    app.add_option("--bus-timeout", raw.busTimeout,
+                   "Have the bus give a transfer up after so long; stays set, for every program")
+        ->type_name("MILLISECONDS");
     app.add_flag("--json", raw.values.json, "Answer with one JSON object");
     app.add_flag("-v,--verbose", raw.values.verbosity,
                  "Show the library's console lines on standard error; -vv: every access, too");

@@ -16,6 +16,7 @@ struct Arguments
 {
     std::string command;
     ChipLocation location;
+    std::optional<int> busTimeout; // in milliseconds; none leaves the bus controller's own
     bool json = false;
     int verbosity = 0;
     std::string logConfig;          // a property file of log4cplus; empty is none

@@ -276,6 +276,8 @@ constexpr Command kCommands[] = {
 void runCommand(const Arguments& arguments, std::ostream& out)
 {
     DriverLog log(arguments.verbosity, arguments.logConfig);
+    if (arguments.busTimeout)
+        setBusTimeout(arguments.location.device, *arguments.busTimeout);
     for (const auto& command : kCommands) {
         if (arguments.command == command.name)
             command.run(arguments, log, out);

@@ -41,6 +41,9 @@ constexpr Advice kAdvice[] = {
     {Step::OpenNode, EISDIR, "Name a node such as /dev/i2c-1."},
     {Step::OpenNode, kAnyError, "See 'ls -l {device}' and the kernel's messages ('dmesg')."},
 
+    {Step::SetTimeout, ENOTTY, "{device} is no I2C bus. Name a node such as /dev/i2c-1."},
+    {Step::SetTimeout, kAnyError, "Leave --bus-timeout out; the bus controller keeps its own timeout then."},
+
     {Step::SelectAddress, EBUSY,
      "A kernel driver holds the address. 'readlink /sys/bus/i2c/devices/{sysfs}/driver' names it; set it free with\n"
      "'echo {sysfs} > /sys/bus/i2c/devices/{sysfs}/driver/unbind', or remove it from the device tree."},
@@ -94,6 +97,8 @@ std::string describe(Step step)
     switch (step) {
     case Step::OpenNode:
         return "open {device}";
+    case Step::SetTimeout:
+        return "set the timeout of {device}";
     case Step::SelectAddress:
         return "select address {address} on {device}";
     case Step::SetRegister:
@@ -168,6 +173,18 @@ Failure explainVersion(std::uint8_t deviceVersion, const ChipLocation& location)
         location, answer + ", which is unknown",
         "Check that the chip at this address is the authentication coprocessor; 'authchip read' lists its\n"
         "registers.");
+}
+
+void setBusTimeout(const std::string& device, int milliseconds)
+{
+    constexpr int kMillisecondsPerUnit = 10;
+    const ChipLocation bus = {device, 0}; // of no chip
+    const ScopedDescriptor node(open(device.c_str(), O_RDWR | O_CLOEXEC));
+    if (node.get() < 0)
+        throw explainRefusal(Step::OpenNode, errno, bus);
+    const int units = (milliseconds + kMillisecondsPerUnit - 1) / kMillisecondsPerUnit;
+    if (ioctl(node.get(), I2C_TIMEOUT, units) < 0)
+        throw explainRefusal(Step::SetTimeout, errno, bus);
 }
 
 Failure diagnose(const ChipLocation& location)

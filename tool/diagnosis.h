@@ -19,6 +19,7 @@ struct ChipLocation
 enum class Step
 {
     OpenNode,
+    SetTimeout, // of the bus; only if it is asked for
     SelectAddress,
     SetRegister, // the chip takes the number of a register
     ReadRegister // the chip delivers what is in it
@@ -28,6 +29,13 @@ enum class Step
 Failure explainRefusal(Step step, int error, const ChipLocation& location);
 /// Explains a device version for which there is no driver.
 Failure explainVersion(std::uint8_t deviceVersion, const ChipLocation& location);
+
+/**
+ * Has the bus controller give a transfer up after @p milliseconds, rounded up to the kernel's unit of 10 ms. Counts for
+ * every program on the bus, until somebody sets it anew: the kernel keeps it with the controller, not with the file.
+ * Throws Failure.
+ */
+void setBusTimeout(const std::string& device, int milliseconds);
 
 /**
  * Finds out why the factory returned no driver: goes the same way itself, one try for each step, and explains the

@@ -176,6 +176,17 @@ TEST_F(FaultyBusTest, TimesOutOnAStuckBusAfterItsTimeAndLetsNothingThrough)
     EXPECT_EQ("", m_next.conversation());
 }
 
+TEST_F(FaultyBusTest, TimesOutOnAStuckBusAfterTheTimeoutThatWasSet)
+{
+    Faults faults;
+    faults.stuckTime = 1000ms;
+    m_bus.inject(faults);
+    m_bus.setTimeout(20ms);
+
+    EXPECT_EQ(Outcome::TimedOut, write({0x00}));
+    EXPECT_EQ(20ms, m_clock.now());
+}
+
 TEST_F(FaultyBusTest, StopsWhenTheFaultsAreTakenBack)
 {
     Faults faults;

@@ -132,12 +132,18 @@ TEST_F(I2cDevNodeTest, TellsOutcomesByTheKernelsErrors)
     }
 }
 
-TEST_F(I2cDevNodeTest, AcceptsTimeoutAndRetriesAndPec)
+TEST_F(I2cDevNodeTest, TellsTheBusATimeoutInTensOfMilliseconds)
 {
     EXPECT_EQ(0, m_file->ioctl(I2C_TIMEOUT, argument(10)));
+    EXPECT_EQ("timeout 100", m_bus.conversation());
+    EXPECT_EQ(-EINVAL, m_file->ioctl(I2C_TIMEOUT, argument(1UL << 31U)));
+    EXPECT_EQ("", m_bus.conversation());
+}
+
+TEST_F(I2cDevNodeTest, AcceptsRetriesAndPec)
+{
     EXPECT_EQ(0, m_file->ioctl(I2C_RETRIES, argument(3)));
     EXPECT_EQ(0, m_file->ioctl(I2C_PEC, argument(1)));
-    EXPECT_EQ(-EINVAL, m_file->ioctl(I2C_TIMEOUT, argument(1UL << 31U)));
     EXPECT_EQ(-EINVAL, m_file->ioctl(I2C_RETRIES, argument(1UL << 31U)));
 }
 

@@ -53,6 +53,16 @@ TEST_F(LoggedBusTest, SaysHowAMessageFailed)
               m_log.str());
 }
 
+TEST_F(LoggedBusTest, WritesATimeoutAsACommentAndHandsItOn)
+{
+    LoggedBus bus(m_next, m_clock, m_log);
+    m_clock.advance(2ms);
+    bus.setTimeout(50ms);
+
+    EXPECT_EQ(std::string(kHead) + "# 0.002000 timeout 50 ms\n", m_log.str());
+    EXPECT_EQ("timeout 50", m_next.conversation());
+}
+
 TEST_F(LoggedBusTest, HandsTheResultOn)
 {
     LoggedBus bus(m_next, m_clock, m_log);

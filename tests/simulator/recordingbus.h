@@ -34,6 +34,11 @@ public:
         return answer(length);
     }
 
+    void setTimeout(std::chrono::milliseconds timeout) override
+    {
+        m_conversation += (m_conversation.empty() ? "timeout " : "; timeout ") + std::to_string(timeout.count());
+    }
+
     /// "write 2a 00; read 2a 4" and so on, since the last time.
     std::string conversation() { return std::exchange(m_conversation, ""); }
 

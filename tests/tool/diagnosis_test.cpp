@@ -13,6 +13,8 @@ namespace {
 
 using namespace VorelKestrel::Tool;
 
+constexpr Step kSteps[] = {Step::OpenNode, Step::SetTimeout, Step::SelectAddress, Step::SetRegister,
+                           Step::ReadRegister};
 const ChipLocation kLocation = {"/dev/i2c-1", 0x2a};
 
 struct Refusal
@@ -45,6 +47,10 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{Step::OpenNode, EPERM, "open /dev/i2c-1", "Operation not permitted (EPERM)", "Run as root"},
         Refusal{Step::OpenNode, ENXIO, "open /dev/i2c-1", "No such device or address (ENXIO)", "no bus behind it"},
         Refusal{Step::OpenNode, EMFILE, "open /dev/i2c-1", "Too many open files (EMFILE)", "dmesg"},
+        Refusal{Step::SetTimeout, ENOTTY, "set the timeout of /dev/i2c-1", "Inappropriate ioctl for device (ENOTTY)",
+                "/dev/i2c-1 is no I2C bus"},
+        Refusal{Step::SetTimeout, EINVAL, "set the timeout of /dev/i2c-1", "Invalid argument (EINVAL)",
+                "Leave --bus-timeout out"},
         Refusal{Step::SelectAddress, EBUSY, "select address 0x2a on /dev/i2c-1", "Device or resource busy (EBUSY)",
                 "echo 1-002a > /sys/bus/i2c/devices/1-002a/driver/unbind"},
         Refusal{Step::SelectAddress, EINVAL, "select address 0x2a on /dev/i2c-1", "Invalid argument (EINVAL)",
@@ -67,13 +73,13 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(DiagnosisTest, HasAdviceForEveryErrorAtEveryStep)
 {
     constexpr int kUnheardOf = 4095;
-    for (const auto step : {Step::OpenNode, Step::SelectAddress, Step::SetRegister, Step::ReadRegister})
+    for (const auto step : kSteps)
         EXPECT_NE("", explainRefusal(step, kUnheardOf, kLocation).next());
 }
 
 TEST(DiagnosisTest, LeavesNoPlaceholderInAnyAdvice)
 {
-    for (const auto step : {Step::OpenNode, Step::SelectAddress, Step::SetRegister, Step::ReadRegister}) {
+    for (const auto step : kSteps) {
         for (int error = 1; error < 134; ++error) {
             const Failure failure = explainRefusal(step, error, kLocation);
             EXPECT_EQ(std::string::npos, (failure.tried() + failure.next()).find('{')) << failure.next();

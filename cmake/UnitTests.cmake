@@ -11,3 +11,14 @@ function(add_unit_tests name)
     set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON)
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60)
 endfunction()
+
+# add_soak_test(NAME PROGRAM [FILTER filter] ENVIRONMENT VARIABLE=value...): the cases of a test program in one process,
+# with the figures of a long run. The preset soak runs it; the others leave out what has its label.
+function(add_soak_test name program)
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "FILTER" "ENVIRONMENT")
+    if(NOT arg_FILTER)
+        set(arg_FILTER "*")
+    endif()
+    add_test(NAME ${name} COMMAND ${program} --gtest_filter=${arg_FILTER})
+    set_tests_properties(${name} PROPERTIES LABELS soak ENVIRONMENT "${arg_ENVIRONMENT}" TIMEOUT 3600)
+endfunction()

@@ -36,6 +36,7 @@
 #include "tests/support/driverlog.h"
 #include "tests/support/failures.h"
 #include "tests/support/loopback.h"
+#include "tests/support/nowhere.h"
 #include "tests/support/operations.h"
 #include "tests/support/uncountedbus.h"
 
@@ -45,21 +46,6 @@ using allocations::Living;
 using allocations::Shortage;
 
 namespace {
-
-/// Takes all that is written to std::cout and keeps nothing of it.
-class Nowhere : private std::streambuf
-{
-public:
-    Nowhere() : m_before(std::cout.rdbuf(this)) {}
-    ~Nowhere() override { std::cout.rdbuf(m_before); }
-    Nowhere(const Nowhere&) = delete;
-    Nowhere& operator=(const Nowhere&) = delete;
-
-private:
-    int_type overflow(int_type character) override { return character; }
-
-    std::streambuf* m_before;
-};
 
 enum class Logging
 {

@@ -8,7 +8,15 @@ using U8 = VorelKestrel::AL::U8;
 
 constexpr int kPageSize = 128;
 
-/// The content of the registers.
+template<typename Device>
+void arrange(Device& device, bool protocol30)
+{
+    for (auto& [reg, content] : healthyChip(protocol30))
+        device.holds(reg, content);
+}
+
+} // namespace
+
 std::map<U8, Bytes> healthyChip(bool protocol30)
 {
     const U8 responseLength = protocol30 ? 64 : 128;
@@ -29,15 +37,6 @@ std::map<U8, Bytes> healthyChip(bool protocol30)
         registers[reg++] = counting(std::min(kPageSize, kCertificateLength - start), start & 0xff);
     return registers;
 }
-
-template<typename Device>
-void arrange(Device& device, bool protocol30)
-{
-    for (auto& [reg, content] : healthyChip(protocol30))
-        device.holds(reg, content);
-}
-
-} // namespace
 
 void arrangeHealthyChip(FakeBus& bus, bool protocol30)
 {

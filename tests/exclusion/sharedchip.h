@@ -1,0 +1,118 @@
+#ifndef TESTS_EXCLUSION_SHAREDCHIP_H
+#define TESTS_EXCLUSION_SHAREDCHIP_H
+
+#include <array>
+#include <memory>
+#include <vector>
+
+#include <abstractionlibrary/types.h>
+
+#include "tests/exclusion/arbiter.h"
+#include "tests/support/systemcalls.h"
+
+/**
+ * A chip in memory that processes share: registers with a fixed content, but for the answer to a challenge, which
+ * depends on the challenge. Trusts its callers to be ordered; its arbiter sees when they are not.
+ */
+class SharedChip
+{
+public:
+    using U8 = VorelKestrel::AL::U8;
+
+    /// What reads of a register deliver; none of its bytes is beyond the 128th.
+    void holds(U8 reg, const std::vector<U8>& content);
+    std::size_t read(U8* data, std::size_t count) const;
+    void write(const U8* message, std::size_t count);
+
+    /// The answer to a challenge of which that byte stands at that place.
+    static U8 answerTo(U8 challengeByte) { return static_cast<U8>(challengeByte ^ 0xa5U); }
+
+    Arbiter arbiter;
+
+private:
+    struct Register
+    {
+        std::size_t length = 0;
+        std::array<U8, 128> content{};
+    };
+
+    U8 m_register = 0; // that the last message named
+    std::array<Register, 0x40> m_registers;
+    std::array<U8, 32> m_challenge{};
+};
+
+/// The memory that the chip lives in: made by the test, and found by a worker through the descriptor it inherits.
+class SharedChipMemory
+{
+public:
+    SharedChipMemory();
+    explicit SharedChipMemory(int descriptor);
+    ~SharedChipMemory();
+    SharedChipMemory(const SharedChipMemory&) = delete;
+    SharedChipMemory& operator=(const SharedChipMemory&) = delete;
+
+    int descriptor() const { return m_descriptor; }
+    SharedChip& chip() const { return *m_chip; }
+
+private:
+    int m_descriptor;
+    SharedChip* m_chip; // owned, in the mapped memory
+};
+
+/// One thread of a process that uses the chip: tells the arbiter whose transfers arrive.
+class ChipUser
+{
+public:
+    ChipUser(SharedChip& chip, int process, int thread);
+
+    /// The operation that this thread calls next, and the transfers it is made of.
+    void begins(int kind, int transfers);
+    void ends(bool answerIsRight);
+
+    void transferBegins();
+    void transferEnds();
+
+private:
+    Arbiter& m_arbiter;
+    Turn m_turn;
+    int m_transfers = 0; // of the operation
+    std::chrono::steady_clock::time_point m_beginning;
+};
+
+/// The chip's i2c-dev node in a process that uses it. Each thread of the process attends before its first call.
+class SharedChipNode : public SystemCallHandler
+{
+public:
+    static constexpr const char* kPath = "/dev/i2c-7";
+    static constexpr int kAddress = 0x2a;
+
+    enum class Locks
+    {
+        Real,
+        Ignored ///< every lock is taken at once, to see the arbiter notice
+    };
+
+    SharedChipNode(SharedChip& chip, Locks locks);
+    ~SharedChipNode() override;
+    SharedChipNode(const SharedChipNode&) = delete;
+    SharedChipNode& operator=(const SharedChipNode&) = delete;
+
+    static void attends(ChipUser& user);
+
+    bool answersFor(const char* path) override;
+    bool answersFor(int descriptor) override;
+    bool answersForPausesAndLocks() override { return m_locks == Locks::Ignored; }
+    int open(const char* path, int flags) override;
+    int ioctl(int descriptor, unsigned long request, unsigned long argument) override;
+    ssize_t read(int descriptor, void* data, std::size_t count) override;
+    ssize_t write(int descriptor, const void* data, std::size_t count) override;
+    int close(int descriptor) override;
+    int usleep(unsigned microseconds) override;
+    int changeSemaphore(int delta) override;
+
+private:
+    SharedChip& m_chip;
+    const Locks m_locks;
+};
+
+#endif

@@ -27,6 +27,7 @@ struct RawArguments
     std::string reg;
     std::string length;
     std::string data;
+    std::string mode;
 };
 
 Failure usageFailure(const std::string& tried, const std::string& answer, const std::string& next)
@@ -76,6 +77,19 @@ int parseBusTimeout(const std::string& text)
     return *milliseconds;
 }
 
+/// Whoever may do one of the two, look or change, cannot use the lock.
+unsigned parseMode(const std::string& text)
+{
+    constexpr const char* kModes[] = {"0600", "0660", "0606", "0666"};
+    for (const std::string mode : kModes) {
+        if (text == mode || text == mode.substr(1))
+            return static_cast<unsigned>(std::stoul(text, nullptr, 8));
+    }
+    throw usageFailure("give the lock the mode '" + text + "'",
+                       "The library reads and changes it: a class of users has 6 or 0, and the owner 6",
+                       "Give 0600, 0660 or 0666; without --mode it is 0660.");
+}
+
 Bytes parseBytes(const std::string& text, const std::string& tried)
 {
     const auto bytes = fromHex(text);
@@ -97,7 +111,10 @@ Bytes readFile(const std::string& path)
 Arguments interpret(const RawArguments& raw)
 {
     Arguments arguments = raw.values;
-    arguments.location.address = parseAddress(raw.address);
+    if (!raw.address.empty())
+        arguments.location.address = parseAddress(raw.address);
+    if (!raw.mode.empty())
+        arguments.mode = parseMode(raw.mode);
     if (!raw.busTimeout.empty())
         arguments.busTimeout = parseBusTimeout(raw.busTimeout);
     if (!raw.challenge.empty())
@@ -185,6 +202,34 @@ void addCommands(CLI::App& app, RawArguments& raw)
     write.add_option("HEX", raw.data, "The bytes in hexadecimal; \"\" sends the register number alone")->required();
 }
 
+/// The lock is the machine's: neither bus nor chip needs to be named.
+void addLockCommands(CLI::App& app, RawArguments& raw)
+{
+    auto& lock = *app.add_subcommand("lock", "Look at the lock between processes, or make one that stays");
+    lock.require_subcommand(1);
+    lock.fallthrough();
+    lock.preparse_callback([&app](std::size_t) {
+        for (const char* option : {"--device", "--address"})
+            app.get_option(option)->required(false);
+    });
+    lock.add_subcommand("status", "Show the key file, the semaphore, who may use it, who did last, and who waits");
+    auto& seed =
+        *lock.add_subcommand("seed", "Make the lock at boot, before its users, so that none of them removes it");
+    seed.add_option("--group", raw.values.group, "The group whose users may use it, too (the caller's own)")
+        ->type_name("NAME");
+    seed.add_option("--mode", raw.mode, "Who may use it, as of a file: 0600, 0660 or 0666 (0660)")->type_name("MODE");
+}
+
+std::string commandOf(const CLI::App& app)
+{
+    std::string words;
+    for (const CLI::App* level = &app; !level->get_subcommands().empty();) {
+        level = level->get_subcommands().front();
+        words += (words.empty() ? "" : " ") + level->get_name();
+    }
+    return words;
+}
+
 } // namespace
 
 ParseResult parseArguments(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
@@ -193,6 +238,7 @@ ParseResult parseArguments(int argc, const char* const* argv, std::ostream& out,
     CLI::App app("Authenticates the accessory coprocessor on an I2C bus, and shows what it does.", "authchip");
     addCommonOptions(app, raw);
     addCommands(app, raw);
+    addLockCommands(app, raw);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& request) { // --help and --version
@@ -202,7 +248,7 @@ ParseResult parseArguments(int argc, const char* const* argv, std::ostream& out,
         err << "authchip: " << describe(error) << "\n  next: 'authchip --help' lists the commands and options.\n";
         return {std::nullopt, ExitStatus::Usage};
     }
-    raw.values.command = app.get_subcommands().front()->get_name();
+    raw.values.command = commandOf(app);
     return {interpret(raw), ExitStatus::Success};
 }
 

@@ -14,7 +14,7 @@ namespace VorelKestrel::Tool {
 /// What the command line asks for. What a command does not use keeps its default.
 struct Arguments
 {
-    std::string command;
+    std::string command; // "info"; "lock seed" with the words of both levels
     ChipLocation location;
     std::optional<int> busTimeout; // in milliseconds; none leaves the bus controller's own
     bool json = false;
@@ -26,6 +26,8 @@ struct Arguments
     std::optional<int> reg;         // read, write; none lists the registers
     std::optional<int> length;      // read; none is the register's own
     Bytes data;                     // write
+    std::string group;              // lock seed: a name or a number; empty is none
+    std::optional<unsigned> mode;   // lock seed
 };
 
 /// Either the arguments, or the status with which the program ends now (after --help, or a usage error that CLI11

@@ -5,6 +5,7 @@
 #include <memory>
 #include <utility>
 
+#include <abstractionlibrary/globalmutex.h>
 #include <authchipdriver/authchipfactory.h>
 #include <authchipdriver/i2c.h>
 
@@ -40,6 +41,29 @@ std::string describe(const DriverComplaint& complaint, Error error)
 }
 
 } // namespace
+
+Failure diagnose(const ChipLocation& location)
+{
+    const ScopedDescriptor node = openNode(location.device);
+    if (node.get() < 0)
+        return explainRefusal(Step::OpenNode, errno, location);
+    if (!selectAddress(node, location.address))
+        return explainRefusal(Step::SelectAddress, errno, location);
+
+    AL::GlobalMutex bus; // the one lock of all processes that use the library
+    bus.lock();
+    const VersionAnswer answer = askVersion(node);
+    bus.unlock();
+
+    try {
+        requireDriver(answer, location);
+    } catch (const Failure& failure) {
+        return failure;
+    }
+    return {ExitStatus::Failed, "find a driver for the chip at " + at(location),
+            "It did not answer before, and does now (device version " + std::to_string(answer.deviceVersion) + ")",
+            "Try again. If it happens often, look for a loose contact or a slow reset."};
+}
 
 Chip::Chip(ChipLocation location, DriverLog& log)
     : m_location(std::move(location)), m_log(log),

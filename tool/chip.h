@@ -12,6 +12,12 @@
 
 namespace VorelKestrel::Tool {
 
+/**
+ * Finds out why the factory returned no driver: goes the same way itself, one try for each step, and explains the
+ * first step that is refused. Waits for the bus as the library does.
+ */
+Failure diagnose(const ChipLocation& location);
+
 /// Who the chip is and what it takes.
 struct ChipIdentity
 {

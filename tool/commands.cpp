@@ -46,14 +46,6 @@ void addProtocol(Report& report, const Chip& chip)
         .json("deviceVersion", chip.deviceVersion());
 }
 
-void print(const Report& report, const Arguments& arguments, std::ostream& out)
-{
-    if (arguments.json)
-        report.printJson(out);
-    else
-        report.printText(out);
-}
-
 void storeFile(const std::string& path, const std::string& content)
 {
     errno = 0;
@@ -133,7 +125,7 @@ void info(const Arguments& arguments, DriverLog& log, std::ostream& out)
         .json("responseMaximumLength", identity.responseMaximumLength);
     report.text("certificate", inBytes(static_cast<std::size_t>(identity.certificateLength)))
         .json("certificateLength", identity.certificateLength);
-    print(report, arguments, out);
+    report.print(arguments.json, out);
 }
 
 void certificate(const Arguments& arguments, DriverLog& log, std::ostream& out)
@@ -162,7 +154,7 @@ void certificate(const Arguments& arguments, DriverLog& log, std::ostream& out)
         .row("valid until", "notAfter", certificate.notAfter())
         .row("key", "key", certificate.keyDescription())
         .row("SHA-256", "sha256", certificate.sha256());
-    print(report, arguments, out);
+    report.print(arguments.json, out);
 }
 
 void sign(const Arguments& arguments, DriverLog& log, std::ostream& out)
@@ -177,7 +169,7 @@ void sign(const Arguments& arguments, DriverLog& log, std::ostream& out)
     auto report = startReport(arguments);
     addProtocol(report, chip);
     report.hexRow("challenge", "challenge", challenge).hexRow("signature", "signature", signature);
-    print(report, arguments, out);
+    report.print(arguments.json, out);
 }
 
 void authenticate(const Arguments& arguments, DriverLog& log, std::ostream& out)
@@ -198,7 +190,7 @@ void authenticate(const Arguments& arguments, DriverLog& log, std::ostream& out)
         .hexRow("signature", "signature", signature);
     report.text("result", flaw.empty() ? "authentic: the chip holds the key of its certificate" : "NOT AUTHENTIC")
         .json("authentic", flaw.empty());
-    print(report, arguments, out);
+    report.print(arguments.json, out);
     if (!flaw.empty())
         throw Failure(ExitStatus::NotAuthentic, "verify the chip on " + describe(arguments.location),
                       "Not authentic: " + flaw,
@@ -238,7 +230,7 @@ void listRegisters(const Arguments& arguments, std::ostream& out)
         rows.push_back({{"register", reg.number}, {"name", reg.name}, {"data", data}});
     }
     report.json("registers", rows);
-    print(report, arguments, out);
+    report.print(arguments.json, out);
 }
 
 void read(const Arguments& arguments, DriverLog& /*log*/, std::ostream& out)
@@ -249,7 +241,7 @@ void read(const Arguments& arguments, DriverLog& /*log*/, std::ostream& out)
     const Bytes data = RawChip(arguments.location).read(static_cast<std::uint8_t>(*arguments.reg), length);
     Report report;
     report.json("register", *arguments.reg).hexRow("", "data", data);
-    print(report, arguments, out);
+    report.print(arguments.json, out);
 }
 
 void write(const Arguments& arguments, DriverLog& /*log*/, std::ostream& out)
@@ -257,7 +249,7 @@ void write(const Arguments& arguments, DriverLog& /*log*/, std::ostream& out)
     RawChip(arguments.location).write(static_cast<std::uint8_t>(*arguments.reg), arguments.data);
     Report report; // nothing for people: silence means success
     report.json("register", *arguments.reg).json("length", arguments.data.size());
-    print(report, arguments, out);
+    report.print(arguments.json, out);
 }
 
 struct Command

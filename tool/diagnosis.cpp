@@ -6,11 +6,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <abstractionlibrary/globalmutex.h>
-
 #include "authchipdriver/registermap.h"
 #include "tool/hex.h"
-#include "tool/scopeddescriptor.h"
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -118,18 +115,6 @@ std::string adviceFor(Step step, int error)
     return "";
 }
 
-bool isNoAnswer(Step step, int error)
-{
-    return step == Step::SetRegister && (error == ENXIO || error == EREMOTEIO);
-}
-
-/// An 8-bit address below 0x80 is a 7-bit address too, only of nobody.
-bool mayBeEightBits(int address)
-{
-    constexpr int kLowestOfChips = 0x08; // those below are reserved
-    return address % 2 == 0 && address / 2 >= kLowestOfChips;
-}
-
 struct KnownVersion
 {
     AL::U8 value;
@@ -147,6 +132,17 @@ Failure versionFailure(const ChipLocation& location, const std::string& answer, 
 }
 
 } // namespace
+
+bool isNoAnswer(Step step, int error)
+{
+    return step == Step::SetRegister && (error == ENXIO || error == EREMOTEIO);
+}
+
+bool mayBeEightBits(int address)
+{
+    constexpr int kLowestOfChips = 0x08; // those below are reserved
+    return address % 2 == 0 && address / 2 >= kLowestOfChips;
+}
 
 Failure explainRefusal(Step step, int error, const ChipLocation& location)
 {
@@ -175,11 +171,17 @@ Failure explainVersion(std::uint8_t deviceVersion, const ChipLocation& location)
         "registers.");
 }
 
+ScopedDescriptor openNode(const std::string& device)
+{
+    return ScopedDescriptor(
+        open(device.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK)); // no pipe of that name makes us wait
+}
+
 void setBusTimeout(const std::string& device, int milliseconds)
 {
     constexpr int kMillisecondsPerUnit = 10;
     const ChipLocation bus = {device, 0}; // of no chip
-    const ScopedDescriptor node(open(device.c_str(), O_RDWR | O_CLOEXEC));
+    const ScopedDescriptor node = openNode(device);
     if (node.get() < 0)
         throw explainRefusal(Step::OpenNode, errno, bus);
     const int units = (milliseconds + kMillisecondsPerUnit - 1) / kMillisecondsPerUnit;
@@ -187,31 +189,36 @@ void setBusTimeout(const std::string& device, int milliseconds)
         throw explainRefusal(Step::SetTimeout, errno, bus);
 }
 
-Failure diagnose(const ChipLocation& location)
+bool selectAddress(const ScopedDescriptor& node, int address)
 {
-    const ScopedDescriptor node(open(location.device.c_str(), O_RDWR | O_CLOEXEC));
-    if (node.get() < 0)
-        return explainRefusal(Step::OpenNode, errno, location);
-    if (ioctl(node.get(), I2C_SLAVE, location.address) < 0)
-        return explainRefusal(Step::SelectAddress, errno, location);
+    return ioctl(node.get(), I2C_SLAVE, address) == 0;
+}
 
-    AL::GlobalMutex bus; // the one lock of all processes that use the library
-    bus.lock();
+VersionAnswer askVersion(const ScopedDescriptor& node)
+{
+    VersionAnswer answer;
     AL::U8 byte = kRegisterDeviceVersion;
-    const bool registerSet = write(node.get(), &byte, sizeof(byte)) == sizeof(byte);
-    const bool registerRead = registerSet && read(node.get(), &byte, sizeof(byte)) == sizeof(byte);
-    const int error = errno;
-    bus.unlock();
+    answer.registerSet = write(node.get(), &byte, sizeof(byte)) == sizeof(byte);
+    answer.registerRead = answer.registerSet && read(node.get(), &byte, sizeof(byte)) == sizeof(byte);
+    answer.error = errno;
+    answer.deviceVersion = byte;
+    return answer;
+}
 
-    if (!registerSet)
-        return explainRefusal(Step::SetRegister, error, location);
-    if (!registerRead)
-        return explainRefusal(Step::ReadRegister, error, location);
-    if (byte == kDeviceVersion20B || byte == kDeviceVersion20BLater || byte == kDeviceVersion30)
-        return versionFailure(location,
-                              "It did not answer before, and does now (device version " + std::to_string(byte) + ")",
-                              "Try again. If it happens often, look for a loose contact or a slow reset.");
-    return explainVersion(byte, location);
+bool hasDriver(std::uint8_t deviceVersion)
+{
+    return deviceVersion == kDeviceVersion20B || deviceVersion == kDeviceVersion20BLater ||
+           deviceVersion == kDeviceVersion30;
+}
+
+void requireDriver(const VersionAnswer& answer, const ChipLocation& location)
+{
+    if (!answer.registerSet)
+        throw explainRefusal(Step::SetRegister, answer.error, location);
+    if (!answer.registerRead)
+        throw explainRefusal(Step::ReadRegister, answer.error, location);
+    if (!hasDriver(answer.deviceVersion))
+        throw explainVersion(answer.deviceVersion, location);
 }
 
 } // namespace VorelKestrel::Tool

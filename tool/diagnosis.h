@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tool/failure.h"
+#include "tool/scopeddescriptor.h"
 
 namespace VorelKestrel::Tool {
 
@@ -12,7 +13,7 @@ namespace VorelKestrel::Tool {
 struct ChipLocation
 {
     std::string device; // the i2c-dev node
-    int address;        // 7 bits
+    int address = 0;    // 7 bits
 };
 
 /// The first steps towards a chip, each of which can be refused.
@@ -37,11 +38,30 @@ Failure explainVersion(std::uint8_t deviceVersion, const ChipLocation& location)
  */
 void setBusTimeout(const std::string& device, int milliseconds);
 
-/**
- * Finds out why the factory returned no driver: goes the same way itself, one try for each step, and explains the
- * first step that is refused. Waits for the bus as the library does.
- */
-Failure diagnose(const ChipLocation& location);
+/// The node, opened; none and errno if that was refused.
+ScopedDescriptor openNode(const std::string& device);
+/// False and errno if it was refused.
+bool selectAddress(const ScopedDescriptor& node, int address);
+
+/// What the chip says when it is asked for its device version once.
+struct VersionAnswer
+{
+    bool registerSet = false;  // it took the register's number ...
+    bool registerRead = false; // ... and delivered the content
+    int error = 0;             // of the system, if one of the two is false
+    std::uint8_t deviceVersion = 0;
+};
+
+/// Requires: the chip is selected, and the bus is the caller's.
+VersionAnswer askVersion(const ScopedDescriptor& node);
+bool hasDriver(std::uint8_t deviceVersion);
+/// Throws the Failure that explains why there is no driver for a chip that answers so; returns if there is one.
+void requireDriver(const VersionAnswer& answer, const ChipLocation& location);
+
+/// Nobody takes a message at the address.
+bool isNoAnswer(Step step, int error);
+/// An 8-bit address below 0x80 is a 7-bit address too, only of nobody.
+bool mayBeEightBits(int address);
 
 } // namespace VorelKestrel::Tool
 

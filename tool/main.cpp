@@ -1,65 +1,56 @@
 // authchip: shows a chip to whoever brings a board up, and proves it.
 
+#include <array>
+#include <cerrno>
+#include <filesystem>
 #include <iostream>
 
-#include <log4cplus/initializer.h>
+#include <unistd.h>
 
-#include "tool/commands.h"
-#include "tool/indented.h"
+#include "tool/failure.h"
+#include "tool/lockcommands.h"
+#include "tool/program.h"
 
 namespace {
 
 using namespace VorelKestrel::Tool;
 
-/// Points std::cout, to which the library and console appenders write, at standard error, and leaves standard output
-/// to the answer.
-class ConsoleToStandardError
+struct Command
 {
-public:
-    ConsoleToStandardError() : m_answer(std::cout.rdbuf(std::cerr.rdbuf())) {}
-    ~ConsoleToStandardError() { std::cout.rdbuf(m_answer.rdbuf()); }
-    ConsoleToStandardError(const ConsoleToStandardError&) = delete;
-    ConsoleToStandardError& operator=(const ConsoleToStandardError&) = delete;
-
-    std::ostream& answer() { return m_answer; }
-
-private:
-    std::ostream m_answer;
+    const char* name;
+    ExitStatus (*run)(const Arguments&, std::ostream&);
 };
 
-ExitStatus explain(const Failure& failure)
-{
-    const std::string next = "  next: ";
-    std::cerr << "authchip: cannot " << failure.tried() << "\n  " << failure.answer() << '\n'
-              << next << indented(failure.next(), next.size()) << '\n';
-    return failure.status();
-}
+constexpr Command kCommands[] = {
+    {"lock status", lockStatus},
+    {"lock seed", lockSeed},
+};
 
-ExitStatus run(int argc, const char* const* argv, std::ostream& answer)
+/// Where the build and the installation put it, seen from this program.
+constexpr const char* kFolders[] = {".", AUTHCHIP_PROGRAM_FOLDER};
+
+/// Becomes the program that uses the library.
+[[noreturn]] void becomeChipProgram(const char* const* argv)
 {
-    const ParseResult parsed = parseArguments(argc, argv, answer, std::cerr);
-    if (parsed.arguments)
-        runCommand(*parsed.arguments, answer);
-    answer.flush();
-    if (!answer)
-        throw Failure(ExitStatus::Failed, "write the answer", "Standard output takes no more",
-                      "Look for a full disk or a program behind the pipe that has ended.");
-    return parsed.status;
+    std::error_code error;
+    const auto here = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+    for (const char* folder : kFolders) {
+        const auto program = here / folder / "authchip-chip";
+        execv(program.c_str(), const_cast<char* const*>(argv));
+    }
+    throw Failure(ExitStatus::Failed, "run the program authchip-chip", describeSystemError(errno),
+                  "It is a part of authchip; install both anew.");
 }
 
 } // namespace
 
 int main(int argc, const char* const* argv)
 {
-    const log4cplus::Initializer log4cplusLife;
-    ConsoleToStandardError console;
-    try {
-        return static_cast<int>(run(argc, argv, console.answer()));
-    } catch (const Failure& failure) {
-        console.answer().flush(); // an answer that proves false stands before its explanation
-        return static_cast<int>(explain(failure));
-    } catch (const std::exception& error) {
-        std::cerr << "authchip: " << error.what() << '\n';
-        return static_cast<int>(ExitStatus::Failed);
-    }
+    return runProgram(argc, argv, std::cout, [argv](const Arguments& arguments, std::ostream& answer) {
+        for (const auto& command : kCommands) {
+            if (arguments.command == command.name)
+                return command.run(arguments, answer);
+        }
+        becomeChipProgram(argv);
+    });
 }

@@ -35,6 +35,14 @@ Report& Report::hexRow(std::string label, const char* key, const Bytes& value)
     return text(std::move(label), lines).json(key, digits);
 }
 
+void Report::print(bool json, std::ostream& out) const
+{
+    if (json)
+        printJson(out);
+    else
+        printText(out);
+}
+
 void Report::printText(std::ostream& out) const
 {
     constexpr std::size_t kGap = 2;

@@ -27,6 +27,8 @@ public:
     /// The same for bytes: people get as many lines as it takes, programs one string.
     Report& hexRow(std::string label, const char* key, const Bytes& value);
 
+    /// In the way that its reader asked for.
+    void print(bool json, std::ostream& out) const;
     void printText(std::ostream& out) const;
     void printJson(std::ostream& out) const;
 

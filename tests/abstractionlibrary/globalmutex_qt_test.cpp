@@ -1,16 +1,11 @@
 #include <abstractionlibrary/globalmutex.h>
 
-#include <array>
 #include <cerrno>
 #include <filesystem>
-#include <functional>
-#include <poll.h>
 #include <sched.h>
 #include <string>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <type_traits>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -18,76 +13,14 @@
 
 #include <abstractionlibrary/mutex.h>
 
+#include "tests/support/childprocess.h"
 #include "tests/support/observedthread.h"
 #include "tests/support/privatelocks.h"
 #include "tests/support/systemcalls.h"
-#include "tool/scopeddescriptor.h"
 
 using VorelKestrel::AL::GlobalMutex;
-using VorelKestrel::Tool::ScopedDescriptor;
 
 namespace {
-
-/// Words of one byte between two processes.
-class Channel
-{
-public:
-    Channel()
-    {
-        std::array<int, 2> ends = {-1, -1};
-        EXPECT_EQ(0, pipe(ends.data()));
-        m_reading = ScopedDescriptor(ends[0]);
-        m_writing = ScopedDescriptor(ends[1]);
-    }
-
-    void say() const { EXPECT_EQ(1, write(m_writing.get(), "", 1)); }
-    void hear() const
-    {
-        char word = 0;
-        EXPECT_EQ(1, read(m_reading.get(), &word, 1));
-    }
-    /// True if hear() would not have to wait.
-    bool hasWord() const
-    {
-        pollfd reading = {m_reading.get(), POLLIN, 0};
-        return poll(&reading, 1, 0) == 1;
-    }
-
-private:
-    ScopedDescriptor m_reading;
-    ScopedDescriptor m_writing;
-};
-
-/// Another process that runs @p body and ends, without the clean-up that a process does at its end.
-class ChildProcess
-{
-public:
-    explicit ChildProcess(const std::function<void()>& body) : m_id(fork())
-    {
-        if (m_id != 0)
-            return;
-        body();
-        _exit(0);
-    }
-    ~ChildProcess() { join(); }
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
-
-    void waitUntilItSleeps() const { waitUntilProcessSleeps(m_id); }
-
-    void join()
-    {
-        if (m_id <= 0)
-            return;
-        int status = -1;
-        waitpid(m_id, &status, 0);
-        EXPECT_EQ(0, status);
-        m_id = 0;
-    }
-
-private:
-    pid_t m_id;
-};
 
 class GlobalMutexTest : public ::testing::Test
 {

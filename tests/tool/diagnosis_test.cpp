@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tool/chip.h"
 #include "tool/scopeddescriptor.h"
 
 namespace {

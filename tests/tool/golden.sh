@@ -4,12 +4,14 @@
 #   --update  writes what came into the files instead; look at the difference before it is committed
 #
 # A file is golden/CASE.txt: the command behind "$ ", then the sections "--- output", "--- errors" and "--- status".
-# What differs from run to run is replaced: challenges and signatures by their length, source lines by LINE.
+# What differs from run to run is replaced: challenges and signatures by their length, source lines by LINE, the numbers
+# of semaphores and processes by NUMBER, their names by NAME. Each case has a folder for temporary files, and so a lock,
+# of its own.
 set -euo pipefail
 
 update=false
 case ${1:-} in
-    --help) sed -n '2,7s/^# \?//p' "$0"; exit 0 ;;
+    --help) sed -n '2,9s/^# \?//p' "$0"; exit 0 ;;
     --update) update=true; shift ;;
 esac
 [ $# -ge 2 ] || { echo "usage: tests/tool/golden.sh [--update] BUILD_FOLDER CASE..." >&2; exit 2; }
@@ -17,7 +19,7 @@ build=$(cd "$1" && pwd)
 shift
 
 cd "$(dirname "$0")"
-export PATH="$build/tool:$build/simulator:$PATH" LC_ALL=C
+export PATH="$build/tool:$build/simulator:$build/tests/kernel:$PATH" LC_ALL=C
 unset AUTHCHIP_DEVICE AUTHCHIP_ADDRESS
 scratch=$(mktemp -d)
 export scratch # commands may put files there
@@ -29,15 +31,41 @@ normalised() {
         s/^((?:challenge|signature) +)([0-9a-f]+(?:\n +[0-9a-f]+)*)$/$1 . lengthOf($2)/gme;
         s/("(?:challenge|signature)":")([0-9a-f]+)"/$1 . lengthOf($2) . q(")/ge;
         s/(\.cpp:)\d+/$1LINE/g;
+        s/\Q$ENV{scratch}\E/SCRATCH/g;
+        s/\b((?:semaphore|last user) +|Semaphore |process |ipcrm -s |(?:semaphore|lastUser)":)[1-9]\d*\b/$1NUMBER/g;
+        s/\bNUMBER \([\w-]+\)/NUMBER (NAME)/g;
+        s/\b0x51[0-9a-f]{6}\b/KEY/g;
+        s/^(owner +)[\w-]+,/$1USER,/gm;
+        s/("owner":)"[\w-]+"/$1"USER"/g;
     ' "$1"
 }
+
+# For the commands. The lock's semaphore, as the system numbers it.
+lock_number() { authchip lock status --json | sed -n 's/.*"semaphore":\([0-9]*\).*/\1/p'; }
+# Sets the tokens of the lock, as a process that has ended since.
+set_tokens() { perl -e 'semctl($ARGV[0], 0, 16, $ARGV[1]) or die' "$(lock_number)" "$(($1))"; }
+# Runs a command while another process is inside the lock; before authchip-sim.
+while_held() {
+    mkfifo "$TMPDIR/held"
+    holder /dev/i2c-7 0x2a >"$TMPDIR/held" &
+    read -r _ <"$TMPDIR/held"
+    local result=0
+    "$@" || result=$?
+    kill -KILL $!
+    return $result
+}
+export -f lock_number set_tokens while_held
 
 status=0
 for name in "$@"; do
     file=golden/$name.txt
     command=$(sed -n '1s/^\$ //p' "$file")
+    export TMPDIR=$scratch/tmp
+    mkdir "$TMPDIR"
     result=0
     bash -c "$command" >"$scratch/output" 2>"$scratch/errors" </dev/null || result=$?
+    lock_number | xargs -r ipcrm -s
+    rm -r "$TMPDIR"
     {
         printf '$ %s\n--- output\n' "$command"
         normalised "$scratch/output"

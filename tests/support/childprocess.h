@@ -1,0 +1,84 @@
+#ifndef TESTS_SUPPORT_CHILDPROCESS_H
+#define TESTS_SUPPORT_CHILDPROCESS_H
+
+#include <array>
+#include <functional>
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/observedthread.h"
+#include "tool/scopeddescriptor.h"
+
+/// Words of one byte between two processes.
+class Channel
+{
+public:
+    Channel()
+    {
+        std::array<int, 2> ends = {-1, -1};
+        EXPECT_EQ(0, pipe(ends.data()));
+        m_reading = VorelKestrel::Tool::ScopedDescriptor(ends[0]);
+        m_writing = VorelKestrel::Tool::ScopedDescriptor(ends[1]);
+    }
+
+    void say(char word = 0) const { EXPECT_EQ(1, write(m_writing.get(), &word, 1)); }
+    char hear() const
+    {
+        char word = 0;
+        EXPECT_EQ(1, read(m_reading.get(), &word, 1));
+        return word;
+    }
+    /// Lets what this process writes to standard output and error go in here.
+    void takeOutputs() const
+    {
+        EXPECT_NE(-1, dup2(m_writing.get(), STDOUT_FILENO));
+        EXPECT_NE(-1, dup2(m_writing.get(), STDERR_FILENO));
+    }
+    /// True if hear() would not have to wait.
+    bool hasWord() const
+    {
+        pollfd reading = {m_reading.get(), POLLIN, 0};
+        return poll(&reading, 1, 0) == 1;
+    }
+
+private:
+    VorelKestrel::Tool::ScopedDescriptor m_reading;
+    VorelKestrel::Tool::ScopedDescriptor m_writing;
+};
+
+/// Another process that runs @p body and ends, without the clean-up that a process does at its end.
+class ChildProcess
+{
+public:
+    explicit ChildProcess(const std::function<void()>& body) : m_id(fork())
+    {
+        if (m_id != 0)
+            return;
+        body();
+        _exit(0);
+    }
+    ~ChildProcess() { join(); }
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    void waitUntilItSleeps() const { waitUntilProcessSleeps(m_id); }
+
+    void join()
+    {
+        if (m_id <= 0)
+            return;
+        int status = -1;
+        waitpid(m_id, &status, 0);
+        EXPECT_EQ(0, status);
+        m_id = 0;
+    }
+
+private:
+    pid_t m_id;
+};
+
+#endif

@@ -1,0 +1,324 @@
+// What the lock between processes does not do, and what a seed mends of it. The lock is Qt's, and stays as it is.
+
+#include <atomic>
+#include <cstdlib>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <sched.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <abstractionlibrary/globalmutex.h>
+
+#include "tests/support/childprocess.h"
+#include "tests/support/temporarydirectory.h"
+#include "tests/tool/lockfolder.h"
+#include "tool/scopeddescriptor.h"
+
+using namespace VorelKestrel::Tool;
+using VorelKestrel::AL::GlobalMutex;
+
+namespace {
+
+constexpr uid_t kNobody = 65534;
+constexpr gid_t kNogroup = 65534;
+
+/// Counts of a test and its children.
+struct Counts
+{
+    std::atomic<int> inside{0};
+    std::atomic<int> intruders{0}; // who came in while another was there
+};
+
+class SharedCounts
+{
+public:
+    SharedCounts()
+        : m_counts(new (mmap(nullptr, sizeof(Counts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
+                       Counts)
+    {}
+    ~SharedCounts() { munmap(m_counts, sizeof(Counts)); }
+    SharedCounts(const SharedCounts&) = delete;
+    SharedCounts& operator=(const SharedCounts&) = delete;
+
+    Counts* operator->() const { return m_counts; }
+
+private:
+    Counts* m_counts;
+};
+
+/// A process that does with the lock what a test tells it. It exits in the ordinary way, through the destructor.
+class Visitor
+{
+public:
+    /// @p before is done by the process before it opens the lock.
+    explicit Visitor(const std::function<void()>& before = [] {}) : m_process([this, before] { obey(before); })
+    {
+        m_done.hear();
+    }
+    ~Visitor() { exit(); }
+    Visitor(const Visitor&) = delete;
+    Visitor& operator=(const Visitor&) = delete;
+
+    /// Returns when it is inside.
+    void lock() const
+    {
+        m_orders.say(kLock);
+        m_done.hear();
+    }
+    /// Returns when it waits.
+    void lockInVain() const
+    {
+        m_orders.say(kLock);
+        m_started.hear();
+        m_process.waitUntilItSleeps();
+        EXPECT_FALSE(m_done.hasWord());
+    }
+    void waitUntilInside() const { m_done.hear(); }
+    void unlock() const
+    {
+        m_orders.say(kUnlock);
+        m_done.hear();
+    }
+    void exit()
+    {
+        if (std::exchange(m_isGone, true))
+            return;
+        m_orders.say(kExit);
+        m_process.join();
+    }
+
+private:
+    static constexpr char kLock = 'l';
+    static constexpr char kUnlock = 'u';
+    static constexpr char kExit = 'x';
+
+    void obey(const std::function<void()>& before) const
+    {
+        before();
+        GlobalMutex mutex;
+        m_done.say();
+        for (char order = m_orders.hear(); order != kExit; order = m_orders.hear()) {
+            if (order == kLock) {
+                m_started.say();
+                mutex.lock();
+            } else {
+                mutex.unlock();
+            }
+            m_done.say();
+        }
+    }
+
+    const Channel m_orders;
+    const Channel m_started;
+    const Channel m_done;
+    ChildProcess m_process; // after the channels
+    bool m_isGone = false;
+};
+
+/// As the process of another user.
+void becomeNobody()
+{
+    if (setgroups(0, nullptr) != 0 || setgid(kNogroup) != 0 || setuid(kNobody) != 0)
+        _exit(1);
+}
+
+class LockLimitsTest : public testing::Test
+{
+protected:
+    /// While the result lives, no new file gets the number of the removed one, which the key was made from.
+    ScopedDescriptor removeKeyFile() const
+    {
+        ScopedDescriptor file(open(m_folder.keyFile().c_str(), O_RDONLY | O_CLOEXEC));
+        EXPECT_EQ(0, unlink(m_folder.keyFile().c_str()));
+        return file;
+    }
+
+    LockFolder m_folder;
+};
+
+TEST_F(LockLimitsTest, WhenTheCreatorExitsWhileAnotherHoldsAThirdGetsInAndTwoTokensRemain)
+{
+    Visitor creator;
+    const Visitor holder;
+    holder.lock();
+    creator.exit();
+    const Visitor third;
+    third.lock(); // returns, though the holder has not unlocked
+
+    third.unlock();
+    EXPECT_EQ(1, m_folder.look().value);
+    holder.unlock();
+    EXPECT_EQ(2, m_folder.look().value);
+    EXPECT_EQ(LockCondition::TooMany, m_folder.look().condition);
+
+    const Visitor fourth;
+    third.lock();
+    fourth.lock(); // and so it goes on
+    EXPECT_EQ(0, m_folder.look().value);
+}
+
+TEST_F(LockLimitsTest, WithASeedAThirdWaitsWhenTheFirstExitsWhileAnotherHolds)
+{
+    m_folder.seed();
+    Visitor first;
+    const Visitor holder;
+    holder.lock();
+    first.exit();
+    const Visitor third;
+    third.lockInVain();
+
+    holder.unlock();
+    third.waitUntilInside();
+    third.unlock();
+    EXPECT_EQ(1, m_folder.look().value);
+}
+
+TEST_F(LockLimitsTest, AnotherUserCannotOpenTheLockGetsInAndNothingIsReported)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become another user";
+    const Visitor holder;
+    holder.lock();
+    const Channel words; // what the other's standard output and error get
+    const Visitor other([&] {
+        becomeNobody();
+        words.takeOutputs();
+    });
+    other.lock(); // returns, though the holder has not unlocked
+
+    EXPECT_FALSE(words.hasWord());
+    EXPECT_EQ(0, m_folder.look().value);
+    other.unlock();
+    EXPECT_EQ(0, m_folder.look().value);
+}
+
+TEST_F(LockLimitsTest, WithASeedForItsGroupAnotherUserWaits)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become another user";
+    m_folder.seed(kNogroup);
+    const Visitor holder;
+    holder.lock();
+    const Visitor other(becomeNobody);
+    other.lockInVain();
+
+    holder.unlock();
+    other.waitUntilInside();
+    EXPECT_EQ(0, m_folder.look().value);
+    other.unlock();
+    EXPECT_EQ(1, m_folder.look().value);
+}
+
+TEST_F(LockLimitsTest, AnotherTmpdirGivesASecondLock)
+{
+    const Visitor holder;
+    holder.lock();
+    const TemporaryDirectory directory;
+    const Visitor other([&] { setenv("TMPDIR", directory.path().c_str(), 1); });
+
+    other.lock(); // returns, though the holder has not unlocked
+    EXPECT_NE(m_folder.look().semaphore, lookAtLock(lockKeyFile(directory.path())).semaphore);
+}
+
+TEST_F(LockLimitsTest, ARemovedKeyFileGivesASecondLock)
+{
+    const Visitor holder;
+    holder.lock();
+    const int semaphore = m_folder.look().semaphore;
+    const auto keptNumber = removeKeyFile();
+    const Visitor other;
+
+    other.lock(); // returns, though the holder has not unlocked
+    EXPECT_NE(semaphore, m_folder.look().semaphore);
+}
+
+TEST_F(LockLimitsTest, AlsoASeededLockIsSecondToOneWhoseKeyFileWasRemoved)
+{
+    m_folder.seed();
+    const Visitor holder;
+    holder.lock();
+    m_folder.look(); // remembers the semaphore
+    const auto keptNumber = removeKeyFile();
+    const Visitor other;
+
+    other.lock(); // returns, though the holder has not unlocked
+}
+
+/// Rounds of processes that live for a single visit to the lock, as commands in a script do.
+class LockRoundsTest : public LockLimitsTest
+{
+protected:
+    static constexpr int kRounds = 100;
+
+    /// The rounds in which somebody came in while another was inside.
+    int disturbedRounds(const std::function<std::shared_ptr<void>()>& prepare)
+    {
+        int disturbed = 0;
+        for (int round = 0; round < kRounds; ++round) {
+            {
+                const std::shared_ptr<void> prepared = prepare();
+                disturbed += isDisturbed() ? 1 : 0;
+            }
+            m_folder.clear();
+        }
+        std::cout << disturbed << " of " << kRounds << " rounds were disturbed\n";
+        RecordProperty("DisturbedRounds", disturbed);
+        return disturbed;
+    }
+
+private:
+    static constexpr int kVisitors = 8;
+
+    static void visit(const SharedCounts& counts)
+    {
+        constexpr int kLengthOfVisit = 20;
+        GlobalMutex mutex;
+        mutex.lock();
+        if (counts->inside.fetch_add(1) > 0)
+            ++counts->intruders;
+        for (int turn = 0; turn < kLengthOfVisit; ++turn)
+            sched_yield(); // lets the others come
+        --counts->inside;
+        mutex.unlock();
+    }
+
+    static bool isDisturbed()
+    {
+        const SharedCounts counts;
+        {
+            std::vector<std::unique_ptr<ChildProcess>> visitors;
+            for (int i = 0; i < kVisitors; ++i)
+                visitors.push_back(std::make_unique<ChildProcess>([&] { visit(counts); }));
+        }
+        return counts->intruders > 0;
+    }
+};
+
+TEST_F(LockRoundsTest, ShortLivedProcessesWithoutASeedGetInBetween)
+{
+    EXPECT_GT(disturbedRounds([] { return nullptr; }), 0);
+}
+
+TEST_F(LockRoundsTest, NobodyGetsInBetweenWhileTheFirstProcessLivesOn)
+{
+    EXPECT_EQ(0, disturbedRounds([] { return std::make_shared<GlobalMutex>(); }));
+}
+
+TEST_F(LockRoundsTest, NobodyGetsInBetweenWithASeed)
+{
+    EXPECT_EQ(0, disturbedRounds([this] {
+                  m_folder.seed();
+                  return nullptr;
+              }));
+}
+
+} // namespace

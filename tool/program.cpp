@@ -1,0 +1,45 @@
+#include "tool/program.h"
+
+#include <iostream>
+
+#include "tool/failure.h"
+#include "tool/indented.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+ExitStatus explain(const Failure& failure)
+{
+    const std::string next = "  next: ";
+    std::cerr << "authchip: cannot " << failure.tried() << "\n  " << failure.answer() << '\n'
+              << next << indented(failure.next(), next.size()) << '\n';
+    return failure.status();
+}
+
+ExitStatus run(int argc, const char* const* argv, std::ostream& answer, const Carrier& carryOut)
+{
+    const ParseResult parsed = parseArguments(argc, argv, answer, std::cerr);
+    const ExitStatus status = parsed.arguments ? carryOut(*parsed.arguments, answer) : parsed.status;
+    answer.flush();
+    if (!answer)
+        throw Failure(ExitStatus::Failed, "write the answer", "Standard output takes no more",
+                      "Look for a full disk or a program behind the pipe that has ended.");
+    return status;
+}
+
+} // namespace
+
+int runProgram(int argc, const char* const* argv, std::ostream& answer, const Carrier& carryOut)
+{
+    try {
+        return static_cast<int>(run(argc, argv, answer, carryOut));
+    } catch (const Failure& failure) {
+        answer.flush(); // an answer that proves false stands before its explanation
+        return static_cast<int>(explain(failure));
+    } catch (const std::exception& error) {
+        std::cerr << "authchip: " << error.what() << '\n';
+        return static_cast<int>(ExitStatus::Failed);
+    }
+}
+
+} // namespace VorelKestrel::Tool

@@ -278,6 +278,66 @@ INSTANTIATE_TEST_SUITE_P(Operations, AllocationFailure30Test, ::testing::ValuesI
 INSTANTIATE_TEST_SUITE_P(OtherOperations, AllocationFailure30Test, ::testing::ValuesIn(operationsWithoutTransaction()),
                          kName);
 
+// --- what is not passed on ------------------------------------------------------------------------------------------
+
+class LineWithoutMemoryTest : public ::testing::Test
+{
+protected:
+    LineWithoutMemoryTest()
+    {
+        arrangeHealthyChip(m_bus, true);
+        i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+    }
+
+    Journal m_journal;
+    UncountedBus m_bus{m_journal};
+    ConsoleLog m_console{m_journal};
+    Nowhere m_nowhere;
+    DriverLog m_log{m_journal};
+    AuthChipDriver30 m_driver;
+};
+
+/// The streams of the C++ library keep a missing block to themselves. The line is then cut, and the operation goes on.
+TEST_F(LineWithoutMemoryTest, IsCutWhereTheStreamHadNoRoomLeftAndTheCallSucceeds)
+{
+    U32 id = 0;
+    m_driver.getDeviceID(id);
+    const std::string whole = m_log.records().back().message;
+    bool wasCut = false;
+    int number = 0;
+    for (bool wasFelt = true; wasFelt;) {
+        const std::size_t recordsBefore = m_log.records().size();
+        Error error = ErrorInvalid;
+        ++number;
+        std::thread([&] { // a new one each time: a thread's stream keeps the room that it once had
+            const Shortage shortage(number, Shortage::Extent::One);
+            try {
+                error = m_driver.getDeviceID(id);
+            } catch (const std::bad_alloc&) {}
+            wasFelt = shortage.wasFelt();
+        })
+            .join();
+        if (error != Success || m_log.records().size() == recordsBefore)
+            continue;
+        const std::string message = m_log.records().back().message;
+        EXPECT_EQ(whole.substr(0, message.size()), message);
+        wasCut = wasCut || message.size() < whole.size();
+    }
+    EXPECT_TRUE(wasCut);
+    EXPECT_EQ(whole, m_log.records().back().message); // and the next line is whole
+}
+
+TEST_F(LineWithoutMemoryTest, OfTheConsoleNeedsNone)
+{
+    m_console.setLevel(9);
+    U8 version = 0;
+    m_driver.getDeviceVersion(version);
+    const allocations::Counter counter;
+    m_driver.getDeviceVersion(version);
+
+    EXPECT_EQ(0, counter.count());
+}
+
 // --- the ways in which operations fail: their error lines allocate, too ----------------------------------------------
 
 class AllocationFailureInAFailureTest : public AllocationFailureTest, public ::testing::WithParamInterface<Failure>

@@ -12,8 +12,12 @@ set(AUTHCHIPDRIVER_SANITIZE "" CACHE STRING "Sanitizers for every target: addres
 if(AUTHCHIPDRIVER_SANITIZE)
     target_compile_options(project_options INTERFACE
         -fsanitize=${AUTHCHIPDRIVER_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
-        -Wno-maybe-uninitialized) # false alarms in the instrumented standard library (std::regex, g++ 12)
+        $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>) # false alarms in the instrumented standard library (std::regex, g++ 12)
     target_link_options(project_options INTERFACE -fsanitize=${AUTHCHIPDRIVER_SANITIZE})
+endif()
+
+if(AUTHCHIPDRIVER_FUZZ) # the fuzzer sees which branches its input takes, also those of the library
+    target_compile_options(project_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
 # Beside project_options, for the targets whose lines and branches are counted.

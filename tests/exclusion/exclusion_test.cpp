@@ -79,14 +79,19 @@ TEST_P(ExclusionTest, NobodyBreaksIntoAnOperationOfAnother)
 
 TEST_P(ExclusionTest, TheOthersGoOnWhenAProcessIsKilled)
 {
-    const long wantedKills = std::max(30L, m_operations / 100);
+    constexpr std::int64_t kOperationsBetweenKills = 30;
+    const long wantedKills = std::max(20L, m_operations / 100);
     std::mt19937 random(m_seed);
     m_crew.startAll();
 
     int kills = 0;
+    std::int64_t nextKill = 0; // not before so many operations: where processes start slowly, they get to work as well
     while (!arbiter().hasStopped() && (kills < wantedKills || arbiter().operations() < m_operations)) {
         std::this_thread::sleep_for(std::chrono::microseconds(1000 + random() % 4000)); // the pace, and nothing more
-        kills += m_crew.replaceOne(random) ? 1 : 0;
+        if (arbiter().operations() < nextKill || !m_crew.replaceOne(random))
+            continue;
+        ++kills;
+        nextKill = arbiter().operations() + kOperationsBetweenKills;
     }
     arbiter().setGoal(m_operations);
 

@@ -1,0 +1,44 @@
+// The fuzzer is the certificate of a chip that nobody has vouched for yet: the tool parses it, shows all of it, and
+// tries a signature with its key.
+
+#include "tool/certificate.h"
+
+#include "fuzzers/target.h"
+#include "tool/verification.h"
+
+using namespace VorelKestrel::Tool;
+
+namespace {
+
+void show(const Certificate& certificate)
+{
+    for (const std::string& text :
+         {certificate.subject(), certificate.issuer(), certificate.serial(), certificate.notBefore(),
+          certificate.notAfter(), certificate.keyDescription(), certificate.sha256(), certificate.pem()}) {
+        volatile std::size_t length = text.size();
+        (void)length;
+    }
+}
+
+void tryKey(const Certificate& certificate)
+{
+    for (const SignatureScheme* scheme : {&kScheme20B, &kScheme30})
+        findFlaw(*scheme, certificate.publicKey(), Bytes(scheme->challengeLength, 0x5a),
+                 Bytes(scheme->signatureLength, 0x01));
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t length)
+{
+    // In a block of its own: the fuzzer's may be longer.
+    const Bytes bytes(data, data + length);
+    try {
+        const Certificate certificate(bytes.data(), bytes.size());
+        show(certificate);
+        tryKey(certificate);
+    } catch (const CertificateError&) {
+        // The answer to what is no certificate.
+    }
+    return 0;
+}

@@ -11,6 +11,8 @@ cd "$(dirname "$0")/.."
 unset AUTHCHIP_DEVICE AUTHCHIP_ADDRESS
 scratch=$(mktemp -d)
 trap 'rm -r "$scratch"' EXIT
+mkdir "$scratch/tmp"
+export TMPDIR=$scratch/tmp # with it a lock between processes that no other test has
 
 blocks() { # LANGUAGE: the lines inside the blocks of a language
     awk -v language="$1" '/^```/ { inside = ($0 == "```" language); next } inside' README.md

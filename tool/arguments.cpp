@@ -9,8 +9,9 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-constexpr int kLargestAddress = 0x7f;
+constexpr int kEightBitMaximum = 0xff;
 constexpr int kLargestRegister = 0xff;
+constexpr char kDoctor[] = "doctor";
 
 constexpr char kFooter[] = "Exit status: 0 done, 1 the chip, the bus or a file failed, 2 the command line is wrong,\n"
                            "3 not authentic. Standard output carries the answer only.\n"
@@ -35,15 +36,16 @@ Failure usageFailure(const std::string& tried, const std::string& answer, const 
     return {ExitStatus::Usage, tried, answer, next};
 }
 
-int parseAddress(const std::string& text)
+/// @p maximum  the doctor tells about an address of 8 bits himself.
+int parseAddress(const std::string& text, int maximum)
 {
     const std::string tried = "use the address '" + text + "'";
     const auto address = parseNumber(text);
     if (!address)
         throw usageFailure(tried, "That is no number", "Give the chip's 7-bit address, for example 0x2a.");
-    if (*address <= kLargestAddress)
+    if (*address <= maximum)
         return *address;
-    if (*address <= 0xff)
+    if (*address <= kEightBitMaximum)
         throw usageFailure(tried, "An I2C address has 7 bits; this one has 8, the lowest being the read/write bit",
                            "Leave that bit out: --address " + toHex(static_cast<std::uint32_t>(*address / 2), 2));
     throw usageFailure(tried, "An I2C address has 7 bits", "Give an address from 0x08 to 0x77.");
@@ -112,7 +114,8 @@ Arguments interpret(const RawArguments& raw)
 {
     Arguments arguments = raw.values;
     if (!raw.address.empty())
-        arguments.location.address = parseAddress(raw.address);
+        arguments.location.address =
+            parseAddress(raw.address, raw.values.command == kDoctor ? kEightBitMaximum : kSevenBitMaximum);
     if (!raw.mode.empty())
         arguments.mode = parseMode(raw.mode);
     if (!raw.busTimeout.empty())
@@ -178,6 +181,9 @@ void addCommands(CLI::App& app, RawArguments& raw)
     app.fallthrough(); // the common options may stand behind the command, too
 
     app.add_subcommand("info", "Detect the chip; tell its versions, device ID and limits");
+
+    app.add_subcommand(kDoctor,
+                       "Find out what is wrong with node, address, lock, bus or chip, and what to do about it");
 
     auto& certificate = *app.add_subcommand("certificate", "Read the chip's certificate and tell what is in it");
     addOutput(certificate, raw, "Store the certificate as the chip holds it; - is standard output");

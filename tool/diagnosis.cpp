@@ -211,6 +211,11 @@ bool hasDriver(std::uint8_t deviceVersion)
            deviceVersion == kDeviceVersion30;
 }
 
+std::string protocolOf(std::uint8_t deviceVersion)
+{
+    return deviceVersion == kDeviceVersion30 ? "3.0" : "2.0B";
+}
+
 void requireDriver(const VersionAnswer& answer, const ChipLocation& location)
 {
     if (!answer.registerSet)

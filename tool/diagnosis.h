@@ -55,11 +55,14 @@ struct VersionAnswer
 /// Requires: the chip is selected, and the bus is the caller's.
 VersionAnswer askVersion(const ScopedDescriptor& node);
 bool hasDriver(std::uint8_t deviceVersion);
+/// "3.0"; of a device version that has a driver.
+std::string protocolOf(std::uint8_t deviceVersion);
 /// Throws the Failure that explains why there is no driver for a chip that answers so; returns if there is one.
 void requireDriver(const VersionAnswer& answer, const ChipLocation& location);
 
 /// Nobody takes a message at the address.
 bool isNoAnswer(Step step, int error);
+constexpr int kSevenBitMaximum = 0x7f; // of an address
 /// An 8-bit address below 0x80 is a 7-bit address too, only of nobody.
 bool mayBeEightBits(int address);
 

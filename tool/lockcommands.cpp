@@ -1,15 +1,11 @@
 #include "tool/lockcommands.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <fstream>
-
 #include <grp.h>
-#include <pwd.h>
 #include <unistd.h>
 
 #include "tool/failure.h"
 #include "tool/hex.h"
+#include "tool/names.h"
 #include "tool/report.h"
 #include "tool/systemlock.h"
 
@@ -25,43 +21,6 @@ std::string howToBeginAnew(const LockState& state)
     std::string text = kHowToBeginAnew;
     const std::string placeholder = "{semaphore}";
     return text.replace(text.find(placeholder), placeholder.size(), std::to_string(state.semaphore));
-}
-
-std::string nameOfUser(uid_t user)
-{
-    const passwd* entry = getpwuid(user);
-    return entry != nullptr ? entry->pw_name : std::to_string(user);
-}
-
-std::string nameOfGroup(gid_t group)
-{
-    const ::group* entry = getgrgid(group);
-    return entry != nullptr ? entry->gr_name : std::to_string(group);
-}
-
-std::string inOctal(unsigned mode)
-{
-    char text[16];
-    std::snprintf(text, sizeof(text), "%04o", mode);
-    return text;
-}
-
-std::string describe(const LockRights& rights)
-{
-    return nameOfUser(rights.owner) + ", group " + nameOfGroup(rights.group) + ", mode " + inOctal(rights.mode);
-}
-
-/// "1234 (authchip-chip)"
-std::string describeProcess(pid_t process)
-{
-    if (process == 0)
-        return "a process that is not visible here";
-    if (!isAlive(process))
-        return std::to_string(process) + ", which has ended";
-    std::ifstream file("/proc/" + std::to_string(process) + "/comm");
-    std::string name;
-    std::getline(file, name);
-    return std::to_string(process) + (name.empty() ? "" : " (" + name + ")");
 }
 
 struct ConditionRow

@@ -7,6 +7,7 @@
 
 #include <unistd.h>
 
+#include "tool/doctor.h"
 #include "tool/failure.h"
 #include "tool/lockcommands.h"
 #include "tool/program.h"
@@ -22,6 +23,7 @@ struct Command
 };
 
 constexpr Command kCommands[] = {
+    {"doctor", examine},
     {"lock status", lockStatus},
     {"lock seed", lockSeed},
 };

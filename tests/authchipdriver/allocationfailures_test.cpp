@@ -3,7 +3,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <exception>
 #include <filesystem>
 #include <functional>
 #include <iostream>
@@ -403,61 +402,6 @@ TEST(AllocationFailureAtTheEndOfATransactionTest, DoesNotEndTheProcess)
         EXPECT_FALSE(bus.isLocked());
     }
     EXPECT_GT(number, 1); // Qt did allocate
-}
-
-/// A console that throws at one of its lines, of a host that wants to hear of it.
-class ThrowingConsole : private std::streambuf
-{
-public:
-    explicit ThrowingConsole(int line)
-        : m_lines(line), m_before(std::cout.rdbuf(this)), m_masked(std::cout.exceptions())
-    {
-        std::cout.exceptions(std::ios::badbit);
-    }
-    ~ThrowingConsole() override
-    {
-        std::cout.clear();
-        std::cout.exceptions(m_masked);
-        std::cout.rdbuf(m_before);
-    }
-    ThrowingConsole(const ThrowingConsole&) = delete;
-    ThrowingConsole& operator=(const ThrowingConsole&) = delete;
-
-    bool hasThrown() const { return m_lines <= 0; }
-
-private:
-    int_type overflow(int_type character) override
-    {
-        if (character == '\n' && --m_lines == 0)
-            throw std::bad_alloc();
-        return character;
-    }
-
-    int m_lines;
-    std::streambuf* m_before;
-    std::ios::iostate m_masked;
-};
-
-TEST(ThrowingConsoleTest, AnyOfItsLinesMayThrowAndTheBusIsGivenBackOnce)
-{
-    Journal journal;
-    FakeBus bus(journal);
-    arrangeHealthyChip(bus, true);
-    i2cInit(FakeBus::kDevice, FakeBus::kAddress);
-    AuthChipDriver30 driver;
-    DebugStdioLogger::getInstance("Wexfordmallow")->setLogLevel(9);
-    int line = 0;
-    for (bool hasThrown = true; hasThrown;) {
-        const ThrowingConsole console(++line);
-        U8 version = 0;
-        try {
-            driver.getDeviceVersion(version);
-        } catch (const std::exception&) { // of the line, or of the stream about it
-        }
-        hasThrown = console.hasThrown();
-        EXPECT_FALSE(bus.isLocked()) << "after line " << line;
-    }
-    EXPECT_EQ(4, line); // start, read and stop; the fourth was not written
 }
 
 // --- the factory, the bus functions and the drivers' constructors

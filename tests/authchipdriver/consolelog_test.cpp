@@ -1,9 +1,12 @@
 #include <abstractionlibrary/debugstdiologger.h>
 
 #include <cerrno>
+#include <exception>
 #include <fstream>
 #include <iostream>
+#include <new>
 #include <regex>
+#include <streambuf>
 
 #include <authchipdriver/authchipdriver30.h>
 #include <authchipdriver/authchipfactory.h>
@@ -207,6 +210,59 @@ TEST_F(ConsoleLogTest, ALineOfTheI2cLayerLeavesErrnoAsItWas)
     i2cInit(FakeBus::kDevice, FakeBus::kAddress);
 
     EXPECT_EQ(EACCES, errno);
+}
+
+/// A console that throws at one of its lines, of a host that wants to hear of it.
+class ThrowingConsole : private std::streambuf
+{
+public:
+    explicit ThrowingConsole(int line)
+        : m_lines(line), m_before(std::cout.rdbuf(this)), m_masked(std::cout.exceptions())
+    {
+        std::cout.exceptions(std::ios::badbit);
+    }
+    ~ThrowingConsole() override
+    {
+        std::cout.clear();
+        std::cout.exceptions(m_masked);
+        std::cout.rdbuf(m_before);
+    }
+    ThrowingConsole(const ThrowingConsole&) = delete;
+    ThrowingConsole& operator=(const ThrowingConsole&) = delete;
+
+    bool hasThrown() const { return m_lines <= 0; }
+
+private:
+    int_type overflow(int_type character) override
+    {
+        if (character == '\n' && --m_lines == 0)
+            throw std::bad_alloc();
+        return character;
+    }
+
+    int m_lines;
+    std::streambuf* m_before;
+    std::ios::iostate m_masked;
+};
+
+TEST_F(ConsoleLogTest, AnyLineMayThrowAndTheBusIsGivenBackOnce)
+{
+    i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+    m_bus.holds(0x00, {7});
+    AuthChipDriver30 driver;
+    ConsoleLog::setLevel(9);
+    int line = 0;
+    for (bool hasThrown = true; hasThrown;) {
+        const ThrowingConsole console(++line);
+        U8 version = 0;
+        try {
+            driver.getDeviceVersion(version);
+        } catch (const std::exception&) { // of the line, or of the stream about it
+        }
+        hasThrown = console.hasThrown();
+        EXPECT_FALSE(m_bus.isLocked()) << "after line " << line;
+    }
+    EXPECT_EQ(4, line); // start, read and stop; the fourth was not written
 }
 
 } // namespace

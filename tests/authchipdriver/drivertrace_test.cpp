@@ -8,7 +8,6 @@
 #include "tests/support/drivertest.h"
 
 using namespace VorelKestrel::ACD;
-using ::testing::EndsWith;
 using ::testing::MatchesRegex;
 using VorelKestrel::AL::U32;
 using VorelKestrel::AL::U8;

@@ -12,7 +12,7 @@ struct Label
     const char* signature; // as the compiler spells it
     const char* label;
     // How ctest names the case; by default it would be the addresses, which change from run to run.
-    friend void PrintTo(const Label& label, std::ostream* out) { *out << label.signature; }
+    friend void PrintTo(const Label& pair, std::ostream* out) { *out << pair.signature; }
 };
 
 class DefaultHookTest : public testing::TestWithParam<Label>

@@ -112,7 +112,7 @@ protected:
     template<typename Write>
     std::string file(const std::string& name, Write write)
     {
-        const std::string path = m_folder / name;
+        std::string path = m_folder / name;
         const std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new_file(path.c_str(), "wb"), &BIO_free);
         EXPECT_EQ(1, write(bio.get()));
         return path;

@@ -57,7 +57,7 @@ public:
         return readOn(length);
     }
 
-    Bytes readOn(std::size_t length)
+    Bytes readOn(std::size_t length) const
     {
         Bytes value(length);
         m_chip.read(value.data(), value.size());

@@ -80,25 +80,25 @@ int open(const char* path, int flags)
 
 ssize_t read(int descriptor, void* data, std::size_t count)
 {
-    static ReadFunction* const function = nextDefinition<ReadFunction>("read");
+    static auto* const function = nextDefinition<ReadFunction>("read");
     return function(descriptor, data, count);
 }
 
 ssize_t write(int descriptor, const void* data, std::size_t count)
 {
-    static WriteFunction* const function = nextDefinition<WriteFunction>("write");
+    static auto* const function = nextDefinition<WriteFunction>("write");
     return function(descriptor, data, count);
 }
 
 int close(int descriptor)
 {
-    static CloseFunction* const function = nextDefinition<CloseFunction>("close");
+    static auto* const function = nextDefinition<CloseFunction>("close");
     return function(descriptor);
 }
 
 int semop(int semaphores, sembuf* operations, std::size_t count)
 {
-    static SemopFunction* const function = nextDefinition<SemopFunction>("semop");
+    static auto* const function = nextDefinition<SemopFunction>("semop");
     return function(semaphores, operations, count);
 }
 

@@ -28,7 +28,7 @@ namespace {
 
 Bytes rThenS(const Bytes& der)
 {
-    constexpr int kHalf = 32;
+    constexpr std::size_t kHalf = 32;
     const auto* position = der.data();
     const OpensslPointer<ECDSA_SIG, ECDSA_SIG_free> pair(
         d2i_ECDSA_SIG(nullptr, &position, static_cast<long>(der.size())));

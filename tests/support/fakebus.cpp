@@ -49,6 +49,16 @@ std::string hexNumber(unsigned long number)
     return text;
 }
 
+/// The result that was set for the next call.
+int next(std::deque<int>& results)
+{
+    if (results.empty())
+        return FakeBus::kAsItIs;
+    const int result = results.front();
+    results.pop_front();
+    return result;
+}
+
 /// Ends the process, loudly, where the real thing would wait for ever or do what no test asked for.
 [[noreturn]] void stop(const std::string& reason)
 {
@@ -143,6 +153,18 @@ FakeBus& FakeBus::deliversOnly(U8 reg, int bytes)
     return *this;
 }
 
+FakeBus& FakeBus::answersWrites(const std::vector<int>& results)
+{
+    m_writeResults.assign(results.begin(), results.end());
+    return *this;
+}
+
+FakeBus& FakeBus::answersReads(const std::vector<int>& results)
+{
+    m_readResults.assign(results.begin(), results.end());
+    return *this;
+}
+
 FakeBus& FakeBus::forwardsTransfers()
 {
     m_forward = realcalls::open("/dev/zero", O_RDWR);
@@ -201,11 +223,21 @@ ssize_t FakeBus::read(int descriptor, void* data, std::size_t count)
         return failWith(EFAULT);
     if (m_forward != -1)
         realcalls::read(m_forward, data, count);
+    const auto content = m_content.find(m_register);
+    const int result = next(m_readResults);
+    if (result == -1)
+        return failWith(EIO);
+    if (result != kAsItIs) {
+        const std::size_t filled = std::min(count, static_cast<std::size_t>(result));
+        std::fill_n(static_cast<U8*>(data), filled, U8{0xff});
+        if (content != m_content.end())
+            std::copy_n(content->second.begin(), std::min(filled, content->second.size()), static_cast<U8*>(data));
+        return result;
+    }
     if (strikes(m_failedReadsOf, m_register))
         return failWith(EIO);
     if (strikes(m_failedReads))
         return failWith(m_readError);
-    const auto content = m_content.find(m_register);
     if (content == m_content.end())
         return failWith(EIO);
     std::size_t delivered = std::min(count, content->second.size());
@@ -229,6 +261,11 @@ ssize_t FakeBus::write(int descriptor, const void* data, std::size_t count)
     record([=] { return "write " + hex(Bytes(message, message + count)); });
     if (m_forward != -1)
         realcalls::write(m_forward, data, count);
+    const int result = next(m_writeResults);
+    if (result == -1)
+        return failWith(ENXIO);
+    if (result != kAsItIs && static_cast<std::size_t>(result) != count)
+        return result;
     if (strikes(count == 1 ? m_refusedRegisters : m_refusedData, message[0]) || strikes(m_refusedWrites))
         return failWith(ENXIO);
     const auto limit = m_shortWrites.find(message[0]);

@@ -1,6 +1,8 @@
 #ifndef TESTS_SUPPORT_FAKEBUS_H
 #define TESTS_SUPPORT_FAKEBUS_H
 
+#include <climits>
+#include <deque>
 #include <initializer_list>
 #include <map>
 #include <set>
@@ -31,6 +33,7 @@ public:
     static constexpr const char* kDevice = "/dev/i2c-7";
     static constexpr int kAddress = 0x2a;
     static constexpr int kForever = -1;
+    static constexpr int kAsItIs = INT_MIN; ///< in place of a result: what the rest of the set-up makes of the call
 
     explicit FakeBus(Journal& journal);
     ~FakeBus() override;
@@ -49,6 +52,8 @@ public:
     FakeBus& failsReads(int times, int error = 5 /* EIO */); ///< the next reads, whatever they are
     FakeBus& failsReadsOf(U8 reg, int times = kForever);     ///< the reads of this register, with EIO
     FakeBus& deliversOnly(U8 reg, int bytes);                ///< read reports (and fills) so many bytes
+    FakeBus& answersWrites(const std::vector<int>& results); ///< the next calls, in this order; -1 is ENXIO
+    FakeBus& answersReads(const std::vector<int>& results);  ///< -1 is EIO; what the chip does not hold is 0xff
     FakeBus& forwardsTransfers();                            ///< each transfer enters the kernel once, on /dev/zero
     FakeBus& keepsNoJournal();                               ///< from now on: nothing grows, and it is quick
 
@@ -99,6 +104,8 @@ private:
     int m_readError = 0;
     std::map<U8, int> m_failedReadsOf;
     std::map<U8, int> m_shortReads;
+    std::deque<int> m_writeResults;
+    std::deque<int> m_readResults;
 };
 
 /// Bytes as the journal writes them: "21 01 ff".

@@ -1,0 +1,16 @@
+#ifndef TESTS_CAMPAIGN_TRIAL_H
+#define TESTS_CAMPAIGN_TRIAL_H
+
+#include "tests/campaign/script.h"
+
+namespace campaign {
+
+/// What the library makes of a script on the fake bus, in this process.
+Outcome perform(const Script& script);
+
+/// The same in a process of its own, which an assertion is expected to stop.
+Outcome performToTheEnd(const Script& script);
+
+} // namespace campaign
+
+#endif

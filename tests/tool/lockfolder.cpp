@@ -43,6 +43,11 @@ LockState LockFolder::look()
     return state;
 }
 
+void LockFolder::makeFree()
+{
+    semctl(look().semaphore, 0, SETVAL, 1);
+}
+
 void LockFolder::seed(gid_t group, unsigned mode)
 {
     makeLock(keyFile(), {geteuid(), group, mode});

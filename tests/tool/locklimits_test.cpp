@@ -310,7 +310,11 @@ TEST_F(LockRoundsTest, ShortLivedProcessesWithoutASeedGetInBetween)
 
 TEST_F(LockRoundsTest, NobodyGetsInBetweenWhileTheFirstProcessLivesOn)
 {
-    EXPECT_EQ(0, disturbedRounds([] { return std::make_shared<GlobalMutex>(); }));
+    EXPECT_EQ(0, disturbedRounds([this] {
+                  auto first = std::make_shared<GlobalMutex>();
+                  m_folder.makeFree();
+                  return first;
+              }));
 }
 
 TEST_F(LockRoundsTest, NobodyGetsInBetweenWithASeed)

@@ -1,5 +1,6 @@
 #include "fuzzers/hostilechip.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -13,7 +14,10 @@ constexpr int kDescriptor = 1 << 20; // far above what a process really opens
 constexpr unsigned char kPart = 0x40;
 constexpr unsigned char kNothing = 0x80;
 constexpr unsigned char kRefused = 0xc0;
+constexpr unsigned char kRefusedAtEveryAttempt = 0xf0;
 constexpr unsigned char kRefusedForGood = 0xff;
+
+constexpr int kRetries = 99; // of the library, after the first attempt
 
 /// The kernel refuses such counts; negative lengths arrive as them.
 bool isTooLarge(std::size_t count)
@@ -50,6 +54,7 @@ void HostileChip::operationIsOver()
     if (m_taken != 0)
         stop("the lock is still taken when the operation is over");
     m_refusesAll = false;
+    m_refusals = 0;
 }
 
 bool HostileChip::answersFor(const char* path)
@@ -74,8 +79,13 @@ int HostileChip::ioctl(int /*descriptor*/, unsigned long /*request*/, unsigned l
 
 ssize_t HostileChip::resultOf(std::size_t count)
 {
-    const unsigned char fate = m_refusesAll ? kRefusedForGood : m_input->byte();
+    if (m_refusesAll || m_refusals > 0) {
+        m_refusals = std::max(0, m_refusals - 1);
+        return failWith(EREMOTEIO);
+    }
+    const unsigned char fate = m_input->byte();
     m_refusesAll = fate == kRefusedForGood;
+    m_refusals = fate >= kRefusedAtEveryAttempt ? kRetries : 0;
     if (fate >= kRefused)
         return failWith(EREMOTEIO);
     if (fate >= kNothing)

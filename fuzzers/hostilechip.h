@@ -11,7 +11,8 @@
  *     0 to 0x3f     all of it; a read then takes its bytes from the input
  *     0x40 to 0x7f  a part of it, of so many bytes as the next two tell
  *     0x80 to 0xbf  nothing: the result is 0
- *     0xc0 to 0xfe  refused
+ *     0xc0 to 0xef  refused
+ *     0xf0 to 0xfe  refused, as are its 99 retries: the operation learns of it, and the next transfer has a byte again
  *     0xff          refused, like every other until the operation is over: the retries cost no input
  *
  * Pauses do not take time, and the lock is never waited for. An operation that leaves with the lock still taken, or
@@ -49,6 +50,7 @@ private:
 
     Input* m_input = nullptr; // not owned
     bool m_refusesAll = false;
+    int m_refusals = 0;          // still to come
     int m_taken = 0;             // locks
     unsigned char m_written = 0; // a digest of all that was written
 };

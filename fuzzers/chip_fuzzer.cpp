@@ -258,10 +258,11 @@ struct Bench
         setLogs(false);
         constexpr std::uint8_t kDetection[] = {0, 0, kDeviceVersion};
         Input input(kDetection, sizeof(kDetection));
-        chip.obeys(input);
+        chip.obeys(&input);
         driver = AuthChipFactory::getAuthChipDriverInstance(HostileChip::kPath, HostileChip::kAddress);
         require(driver != nullptr, "the factory finds the chip");
         chip.operationIsOver();
+        chip.obeys(nullptr);
     }
 
     Nowhere console;
@@ -275,11 +276,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t length)
 {
     static Bench bench;
     Input input(data, length);
-    bench.chip.obeys(input);
+    bench.chip.obeys(&input);
     setLogs(input.byte() % 2 != 0);
     while (!input.hasEnded()) {
         kOperations[input.byte() % std::size(kOperations)](*bench.driver, input);
         bench.chip.operationIsOver();
     }
+    bench.chip.obeys(nullptr);
     return 0;
 }

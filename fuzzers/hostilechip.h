@@ -29,8 +29,8 @@ public:
     HostileChip(const HostileChip&) = delete;
     HostileChip& operator=(const HostileChip&) = delete;
 
-    /// From now on the chip does what @p input says, which must outlive the operations.
-    void obeys(Input& input) { m_input = &input; }
+    /// From now on the chip does what @p input says, which is not owned; null when there will be no more operations.
+    void obeys(Input* input) { m_input = input; }
     /// Between two operations.
     void operationIsOver();
 
@@ -48,7 +48,7 @@ public:
 private:
     ssize_t resultOf(std::size_t count);
 
-    Input* m_input = nullptr; // not owned
+    Input* m_input = nullptr;
     bool m_refusesAll = false;
     int m_refusals = 0;          // still to come
     int m_taken = 0;             // locks

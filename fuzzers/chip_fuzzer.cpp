@@ -1,6 +1,7 @@
 // The fuzzer is the chip, and chooses what the host calls, with buffers of exactly the size that the interface asks
 // for. Built twice: DEVICE_VERSION says which generation of the chip the factory finds.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -48,14 +49,11 @@ void require(bool isTrue, const char* what)
     std::abort();
 }
 
-/// Looks at every byte, so that one which is not there is seen.
+/// Copies the bytes, so that AddressSanitizer sees one which is not there; a negative length counts as none.
 void lookAt(const U8* data, int length)
 {
-    U8 sum = 0;
-    for (int i = 0; i < length; ++i)
-        sum = static_cast<U8>(sum + data[i]);
-    volatile U8 seen = sum;
-    (void)seen;
+    static std::vector<U8> copy;
+    copy.assign(data, data + std::max(0, length));
 }
 
 /// For the register helpers, which the caller wraps.

@@ -115,8 +115,7 @@ ssize_t HostileChip::write(int /*descriptor*/, const void* data, std::size_t cou
     if (isTooLarge(count))
         return failWith(EINVAL);
     const auto* const message = static_cast<const unsigned char*>(data);
-    for (std::size_t i = 0; i < count; ++i)
-        m_written = static_cast<unsigned char>(m_written + message[i]);
+    m_message.assign(message, message + count); // AddressSanitizer looks at every byte
     return resultOf(count);
 }
 

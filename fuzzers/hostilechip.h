@@ -1,6 +1,8 @@
 #ifndef FUZZERS_HOSTILECHIP_H
 #define FUZZERS_HOSTILECHIP_H
 
+#include <vector>
+
 #include "fuzzers/input.h"
 #include "tests/support/systemcalls.h"
 
@@ -50,9 +52,9 @@ private:
 
     Input* m_input = nullptr;
     bool m_refusesAll = false;
-    int m_refusals = 0;          // still to come
-    int m_taken = 0;             // locks
-    unsigned char m_written = 0; // a digest of all that was written
+    int m_refusals = 0;                   // still to come
+    int m_taken = 0;                      // locks
+    std::vector<unsigned char> m_message; // that was written last
 };
 
 #endif

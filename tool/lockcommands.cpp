@@ -94,6 +94,7 @@ void addJson(Report& report, const LockState& state)
 
 gid_t groupNamed(const std::string& name)
 {
+    // cppcheck-suppress getgrnamCalled ; authchip has one thread
     const ::group* entry = getgrnam(name.c_str());
     if (entry != nullptr)
         return entry->gr_gid;

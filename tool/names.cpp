@@ -10,12 +10,14 @@ namespace VorelKestrel::Tool {
 
 std::string nameOfUser(uid_t user)
 {
+    // cppcheck-suppress getpwuidCalled ; authchip has one thread
     const passwd* entry = getpwuid(user);
     return entry != nullptr ? entry->pw_name : std::to_string(user);
 }
 
 std::string nameOfGroup(gid_t group)
 {
+    // cppcheck-suppress getgrgidCalled ; authchip has one thread
     const ::group* entry = getgrgid(group);
     return entry != nullptr ? entry->gr_name : std::to_string(group);
 }

@@ -142,6 +142,14 @@ ScopedDescriptor openKeyFile(const std::string& path)
     return file;
 }
 
+void giveToken(int semaphore)
+{
+    SemaphoreArgument oneToken = {};
+    oneToken.value = 1;
+    if (control(semaphore, SETVAL, oneToken) < 0)
+        fail("give semaphore " + std::to_string(semaphore) + " its token", "See the kernel's messages ('dmesg').");
+}
+
 void writeMark(const ScopedDescriptor& file, const std::string& path, int semaphore)
 {
     const std::string mark = kMark + std::to_string(semaphore) + '\n';
@@ -211,12 +219,14 @@ void makeLock(const std::string& keyFile, const LockRights& rights)
     state.semaphore = semget(ftok(keyFile.c_str(), kProject), 1, IPC_CREAT | IPC_EXCL | kForTheOwner);
     if (state.semaphore < 0)
         fail("make the semaphore of " + keyFile, "See 'authchip lock status'; 'ipcs -ls' shows the system's limits.");
-    setRights(state, rights); // before there is a token to be taken
-    SemaphoreArgument oneToken = {};
-    oneToken.value = 1;
-    if (control(state.semaphore, SETVAL, oneToken) < 0)
-        fail("give the semaphore its token", "Remove it with 'ipcrm -s " + std::to_string(state.semaphore) + "'.");
-    writeMark(file, keyFile, state.semaphore);
+    try {
+        setRights(state, rights); // before there is a token to be taken
+        giveToken(state.semaphore);
+        writeMark(file, keyFile, state.semaphore);
+    } catch (const Failure&) {
+        control(state.semaphore, IPC_RMID); // without a token, the first process that comes would wait for ever
+        throw;
+    }
 }
 
 void setRights(const LockState& state, const LockRights& rights)

@@ -25,11 +25,11 @@ if command -v systemd-analyze >/dev/null; then
 fi
 
 mkdir "$scratch/tmp"
-export TMPDIR=$scratch/tmp AUTHCHIP_LOCK_OPTIONS="--group 4321 --mode 0660"
+export TMPDIR=$scratch/tmp AUTHCHIP_LOCK_OPTIONS="--group 0 --mode 0660"
 program=$(sed -n 's/^ExecStart=\([^ ]*\) .*/\1/p' "$unit")
 bash -c "$(sed -n "s#^ExecStart=#$scratch#p" "$unit") --json" >"$scratch/answer"
 semaphore=$(sed -n 's/.*"semaphore":\([0-9]*\).*/\1/p' "$scratch/answer")
 ipcrm -s "$semaphore"
 [ -x "$scratch$program" ] || failed "the unit runs $program, which is not installed"
-grep -q '"seed":"made".*"group":"4321","mode":"0660"' "$scratch/answer" || failed "the seed says: $(cat "$scratch/answer")"
+grep -q '"seed":"made".*"group":"root","mode":"0660"' "$scratch/answer" || failed "the seed says: $(cat "$scratch/answer")"
 grep -qx "x /tmp/$(ls "$TMPDIR")" "$rule" || failed "the rule does not name the key file $(ls "$TMPDIR")"

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <grp.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -18,6 +17,7 @@
 
 #include <abstractionlibrary/globalmutex.h>
 
+#include "tests/support/anotheruser.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/temporarydirectory.h"
 #include "tests/tool/lockfolder.h"
@@ -27,9 +27,6 @@ using namespace VorelKestrel::Tool;
 using VorelKestrel::AL::GlobalMutex;
 
 namespace {
-
-constexpr uid_t kNobody = 65534;
-constexpr gid_t kNogroup = 65534;
 
 /// Counts of a test and its children.
 struct Counts
@@ -124,13 +121,6 @@ private:
     bool m_isGone = false;
 };
 
-/// As the process of another user.
-void becomeNobody()
-{
-    if (setgroups(0, nullptr) != 0 || setgid(kNogroup) != 0 || setuid(kNobody) != 0)
-        _exit(1);
-}
-
 class LockLimitsTest : public testing::Test
 {
 protected:
@@ -184,8 +174,8 @@ TEST_F(LockLimitsTest, WithASeedAThirdWaitsWhenTheFirstExitsWhileAnotherHolds)
 
 TEST_F(LockLimitsTest, AnotherUserCannotOpenTheLockGetsInAndNothingIsReported)
 {
-    if (geteuid() != 0)
-        GTEST_SKIP() << "only root can become another user";
+    if (!canBecomeNobody())
+        GTEST_SKIP() << "this process cannot become one of another user";
     const Visitor holder;
     holder.lock();
     const Channel words; // what the other's standard output and error get
@@ -203,8 +193,8 @@ TEST_F(LockLimitsTest, AnotherUserCannotOpenTheLockGetsInAndNothingIsReported)
 
 TEST_F(LockLimitsTest, WithASeedForItsGroupAnotherUserWaits)
 {
-    if (geteuid() != 0)
-        GTEST_SKIP() << "only root can become another user";
+    if (!canBecomeNobody())
+        GTEST_SKIP() << "this process cannot become one of another user";
     m_folder.seed(kNogroup);
     const Visitor holder;
     holder.lock();

@@ -140,6 +140,13 @@ TEST_F(SystemLockTest, SeededHasTheRightsThatWereAskedFor)
     EXPECT_EQ((LockRights{geteuid(), getegid(), 0666}), m_folder.look().rights);
 }
 
+TEST_F(SystemLockTest, IsNotThereAfterASeedThatFailedHalfWay)
+{
+    constexpr auto kNoGroup = static_cast<gid_t>(-1); // the kernel takes it for none
+    EXPECT_THROW(m_folder.seed(kNoGroup), Failure);
+    EXPECT_EQ(-1, m_folder.look().semaphore);
+}
+
 TEST_F(SystemLockTest, IsNotSeededOverALockThatIsThere)
 {
     GlobalMutex mutex;

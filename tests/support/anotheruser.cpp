@@ -1,0 +1,19 @@
+#include "tests/support/anotheruser.h"
+
+#include <grp.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+bool becomeNobody()
+{
+    return setgroups(0, nullptr) == 0 && setgid(kNogroup) == 0 && setuid(kNobody) == 0;
+}
+
+bool canBecomeNobody()
+{
+    const pid_t process = fork();
+    if (process == 0)
+        _exit(becomeNobody() ? 0 : 1);
+    int status = 1;
+    return waitpid(process, &status, 0) == process && status == 0;
+}

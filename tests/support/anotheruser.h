@@ -1,0 +1,14 @@
+#ifndef TESTS_SUPPORT_ANOTHERUSER_H
+#define TESTS_SUPPORT_ANOTHERUSER_H
+
+#include <sys/types.h>
+
+constexpr uid_t kNobody = 65534;
+constexpr gid_t kNogroup = 65534;
+
+/// Makes this process one of another user, for good. Only root can, and not in every container.
+bool becomeNobody();
+/// Whether a process of ours could.
+bool canBecomeNobody();
+
+#endif

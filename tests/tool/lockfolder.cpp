@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include <fcntl.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -43,13 +44,17 @@ LockState LockFolder::look()
     return state;
 }
 
-void LockFolder::makeFree()
+void LockFolder::makeKeyFile()
 {
-    semctl(look().semaphore, 0, SETVAL, 1);
+    constexpr mode_t kAsQt = 0640;
+    close(open(keyFile().c_str(), O_CREAT | O_CLOEXEC, kAsQt));
+    semctl(lookAtLock(keyFile()).semaphore, 0, IPC_RMID);
 }
 
 void LockFolder::seed(gid_t group, unsigned mode)
 {
+    if (look().semaphore < 0)
+        makeKeyFile();
     makeLock(keyFile(), {geteuid(), group, mode});
 }
 

@@ -21,8 +21,8 @@ public:
 
     /// The lock of whoever has this TMPDIR.
     VorelKestrel::Tool::LockState look();
-    /// Gives the lock that is there one token, whatever a killed test left behind under the number of its key file.
-    void makeFree();
+    /// Makes a key file of which there is no semaphore, also if a test that was killed has left one for its number.
+    void makeKeyFile();
     /// Makes one for the group, as 'authchip lock seed' does.
     void seed(gid_t group = 0, unsigned mode = 0660);
     /// Ends with no key file and none of the semaphores that were seen.

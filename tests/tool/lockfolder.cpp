@@ -44,7 +44,7 @@ LockState LockFolder::look()
     return state;
 }
 
-void LockFolder::makeKeyFile()
+void LockFolder::makeKeyFile() const
 {
     constexpr mode_t kAsQt = 0640;
     close(open(keyFile().c_str(), O_CREAT | O_CLOEXEC, kAsQt));

@@ -22,7 +22,7 @@ public:
     /// The lock of whoever has this TMPDIR.
     VorelKestrel::Tool::LockState look();
     /// Makes a key file of which there is no semaphore, also if a test that was killed has left one for its number.
-    void makeKeyFile();
+    void makeKeyFile() const;
     /// Makes one for the group, as 'authchip lock seed' does.
     void seed(gid_t group = 0, unsigned mode = 0660);
     /// Ends with no key file and none of the semaphores that were seen.

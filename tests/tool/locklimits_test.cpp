@@ -1,12 +1,12 @@
 // What the lock between processes does not do, and what a seed mends of it. The lock is Qt's, and stays as it is.
 
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
 #include <memory>
 #include <utility>
-#include <vector>
 
 #include <fcntl.h>
 #include <sched.h>
@@ -286,9 +286,9 @@ private:
     {
         const SharedCounts counts;
         {
-            std::vector<std::unique_ptr<ChildProcess>> visitors;
-            for (int i = 0; i < kVisitors; ++i)
-                visitors.push_back(std::make_unique<ChildProcess>([&] { visit(counts); }));
+            std::array<std::unique_ptr<ChildProcess>, kVisitors> visitors;
+            for (auto& visitor : visitors)
+                visitor = std::make_unique<ChildProcess>([&] { visit(counts); });
         }
         return counts->intruders > 0;
     }

@@ -103,6 +103,7 @@ void i2cStopTransaction()
     try {
         DBG_TRACE("i2cStopTransaction()");
     } catch (...) {
+        assert(g_file != -1);
         g_i2cMutex.unlock(); // a host may have its console throw, but not keep the bus from the others with it
         throw;
     }

@@ -15,6 +15,7 @@
 #include <string>
 #include <sys/ipc.h>
 #include <sys/sem.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -61,6 +62,12 @@ std::set<int>& ownSemaphores()
 
 int g_semgetError = 0; // the system's, while it refuses
 
+/// A semaphore that processes share goes with the one that made it, at any time: here none is shared.
+key_t keyOfThisProcess(key_t key)
+{
+    return key ^ getpid();
+}
+
 } // namespace
 
 extern "C" {
@@ -74,7 +81,7 @@ int spelledSemget(key_t key, int count, int flags)
         errno = g_semgetError;
         return -1;
     }
-    const int semaphore = next(key, count, flags);
+    const int semaphore = next(keyOfThisProcess(key), count, flags);
     const int error = errno;
     const Pause pause;
     if (semaphore >= 0)
@@ -437,6 +444,8 @@ TEST_F(NothingGrowsTest, InALockBetweenProcessesThatTheSystemRefuses)
 
 TEST_F(NothingGrowsTest, InLocksBetweenProcessesThatCannotBeMade)
 {
+    const TemporaryDirectory directory;
+    setenv("TMPDIR", directory.path().c_str(), 1);
     g_semgetError = ENOSPC;
     repeat([] {
         const GlobalMutex mutex;

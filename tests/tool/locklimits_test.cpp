@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mman.h>
+#include <sys/sem.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -236,11 +237,14 @@ TEST_F(LockLimitsTest, AlsoASeededLockIsSecondToOneWhoseKeyFileWasRemoved)
     m_folder.seed();
     const Visitor holder;
     holder.lock();
-    m_folder.look(); // remembers the semaphore
+    const int seeded = m_folder.look().semaphore;
     const auto keptNumber = removeKeyFile();
     const Visitor other;
 
     other.lock(); // returns, though the holder has not unlocked
+    EXPECT_NE(seeded, m_folder.look().semaphore);
+    EXPECT_EQ(0, m_folder.look().value);
+    EXPECT_EQ(0, semctl(seeded, 0, GETVAL)); // it is there, and held
 }
 
 /// Rounds of processes that live for a single visit to the lock, as commands in a script do.
@@ -249,21 +253,36 @@ class LockRoundsTest : public LockLimitsTest
 protected:
     static constexpr int kRounds = 100;
 
-    /// The rounds in which somebody came in while another was inside.
-    int disturbedRounds(const std::function<std::shared_ptr<void>()>& prepare)
+    /// How many of the rounds went wrong.
+    struct Faults
     {
-        int disturbed = 0;
+        int intrusions = 0;  // rounds in which somebody came in while another was inside
+        int otherValues = 0; // rounds after which the semaphore had another value than 1, or was gone
+    };
+
+    /// What @p prepare makes at the start of a round lives until the round is over.
+    Faults playRounds(const std::function<std::shared_ptr<void>()>& prepare)
+    {
+        Faults faults;
         for (int round = 0; round < kRounds; ++round) {
             m_folder.makeKeyFile();
             {
                 const std::shared_ptr<void> prepared = prepare();
-                disturbed += isDisturbed() ? 1 : 0;
+                faults.intrusions += isDisturbed() ? 1 : 0;
+                faults.otherValues += m_folder.look().value == 1 ? 0 : 1;
             }
             m_folder.clear();
         }
-        std::cout << disturbed << " of " << kRounds << " rounds were disturbed\n";
-        RecordProperty("DisturbedRounds", disturbed);
-        return disturbed;
+        std::cout << faults.intrusions << " of " << kRounds << " rounds were disturbed\n";
+        RecordProperty("DisturbedRounds", faults.intrusions);
+        return faults;
+    }
+
+    void expectNoFaults(const std::function<std::shared_ptr<void>()>& prepare)
+    {
+        const Faults faults = playRounds(prepare);
+        EXPECT_EQ(0, faults.intrusions);
+        EXPECT_EQ(0, faults.otherValues);
     }
 
 private:
@@ -296,20 +315,31 @@ private:
 
 TEST_F(LockRoundsTest, ShortLivedProcessesWithoutASeedGetInBetween)
 {
-    EXPECT_GT(disturbedRounds([] { return nullptr; }), 0);
+    EXPECT_GT(playRounds([] { return nullptr; }).intrusions, 0);
 }
 
 TEST_F(LockRoundsTest, NobodyGetsInBetweenWhileTheFirstProcessLivesOn)
 {
-    EXPECT_EQ(0, disturbedRounds([] { return std::make_shared<GlobalMutex>(); }));
+    expectNoFaults([] { return std::make_shared<GlobalMutex>(); });
+}
+
+TEST_F(LockRoundsTest, NobodyGetsInBetweenWhenTheFirstProcessLeftWithoutItsDestructors)
+{
+    expectNoFaults([] {
+        ChildProcess([] {
+            const GlobalMutex mutex;
+            _exit(0);
+        }).join();
+        return nullptr;
+    });
 }
 
 TEST_F(LockRoundsTest, NobodyGetsInBetweenWithASeed)
 {
-    EXPECT_EQ(0, disturbedRounds([this] {
-                  m_folder.seed();
-                  return nullptr;
-              }));
+    expectNoFaults([this] {
+        m_folder.seed();
+        return nullptr;
+    });
 }
 
 } // namespace

@@ -3,10 +3,8 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <new>
 #include <optional>
@@ -37,6 +35,7 @@
 #include "tests/support/loopback.h"
 #include "tests/support/nowhere.h"
 #include "tests/support/operations.h"
+#include "tests/support/processcounts.h"
 #include "tests/support/uncountedbus.h"
 
 using namespace VorelKestrel::ACD;
@@ -78,18 +77,10 @@ struct Report
     int busDescriptors;
 };
 
-/// How many descriptors ("fd") or threads ("task") the process has.
-int countOf(const std::string& kind)
-{
-    const allocations::Pause pause;
-    const std::filesystem::directory_iterator entries("/proc/self/" + kind);
-    return static_cast<int>(std::distance(begin(entries), end(entries)));
-}
-
 /// A thread that has been joined takes a moment until it has given back all that it had.
 void waitForThreadsToEnd(int threadsBefore)
 {
-    while (countOf("task") > threadsBefore)
+    while (threadCount() > threadsBefore)
         std::this_thread::yield();
 }
 
@@ -190,7 +181,7 @@ private:
             for (int i = 0; i < 2; ++i) // twice: what the first one keeps for the next time is there in any case
                 shared->next = attempt(call, kNever, extent, felt);
             shared->living = allocations::living();
-            shared->descriptors = countOf("fd");
+            shared->descriptors = descriptorCount();
             shared->busDescriptors = static_cast<int>(m_bus.openDescriptors().size());
             _exit(EXIT_SUCCESS);
         }
@@ -206,7 +197,7 @@ private:
     Attempt attempt(const Call& call, int number, Shortage::Extent extent, bool& wasFelt)
     {
         forget();
-        const int threads = countOf("task");
+        const int threads = threadCount();
         Attempt attempt = {Attempt::End::Returned, 0, 0, 0};
         const Shortage shortage(number, extent);
         try {

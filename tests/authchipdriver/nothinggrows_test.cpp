@@ -3,10 +3,8 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <malloc.h>
 #include <memory>
 #include <ostream>
@@ -42,6 +40,7 @@
 #include "tests/support/loopback.h"
 #include "tests/support/nowhere.h"
 #include "tests/support/operations.h"
+#include "tests/support/processcounts.h"
 #include "tests/support/temporarydirectory.h"
 #include "tests/support/uncountedbus.h"
 
@@ -94,14 +93,8 @@ int spelledSemget(key_t key, int count, int flags)
 
 namespace {
 
-int countOf(const std::string& kind)
-{
-    const std::filesystem::directory_iterator entries("/proc/self/" + kind);
-    return static_cast<int>(std::distance(begin(entries), end(entries)));
-}
-
 /// How many of our semaphores the system has.
-int countOfSemaphores()
+int semaphoreCount()
 {
     std::ifstream table("/proc/sysvipc/sem");
     std::string line;
@@ -124,9 +117,9 @@ struct Footprint
     {
         const Living living = allocations::living();
         const Pause pause;
-        const int semaphores = countOfSemaphores();
+        const int semaphores = semaphoreCount();
         const std::size_t heap = mallinfo2().uordblks;
-        return {living, heap, bus.openDescriptors().size(), countOf("fd"), countOf("task"), semaphores};
+        return {living, heap, bus.openDescriptors().size(), descriptorCount(), threadCount(), semaphores};
     }
 
     Living living;
@@ -192,10 +185,11 @@ protected:
         i2cInit(FakeBus::kDevice, FakeBus::kAddress);
     }
 
+    static constexpr int kUntilAllIsSetUp = 100; // failures
+
     /// @p fail returns whether it failed as it should.
     void repeat(const std::function<bool()>& fail)
     {
-        constexpr int kUntilAllIsSetUp = 100;
         for (int i = 0; i < kUntilAllIsSetUp; ++i)
             ASSERT_TRUE(fail());
         Footprint::now(m_bus); // this is set up, too
@@ -325,14 +319,16 @@ protected:
         return AuthChipFactory::getAuthChipDriverInstance(FakeBus::kDevice, FakeBus::kAddress) == nullptr;
     }
 
-    /// Deliberate, as the factory never closes the device: each call leaves it open, and nothing but that.
-    void repeatWithADescriptorLeftOpenEachTime()
+    /// Deliberate, as the factory never closes the device: each detection leaves it open, and nothing but that.
+    /// @p fail returns whether it failed as it should.
+    void repeatWithADescriptorLeftOpenEachTime(const std::function<bool()>& fail = findsNothing)
     {
-        for (int i = 0; i < 100; ++i)
-            ASSERT_TRUE(findsNothing());
+        for (int i = 0; i < kUntilAllIsSetUp; ++i)
+            ASSERT_TRUE(fail());
+        Footprint::now(m_bus); // this is set up, too
         Footprint expected = Footprint::now(m_bus);
         for (int i = repetitions(); i > 0; --i)
-            ASSERT_TRUE(findsNothing());
+            ASSERT_TRUE(fail());
         expected.devices += static_cast<std::size_t>(repetitions());
         Footprint after = Footprint::now(m_bus);
         after.heap = expected.heap; // the bus counts its devices there
@@ -377,16 +373,7 @@ TEST_F(NothingGrowsInADetectionTest, ThatEndsWithAnExceptionButForTheDescriptorL
 {
     m_bus.holds(0x00, {7});
     m_log.answerHookWith([](const std::string&) -> std::string { throw std::runtime_error("hook"); });
-    const auto detect = [] { findsNothing(); };
-    for (int i = 0; i < 100; ++i)
-        ASSERT_TRUE(throws<std::runtime_error>(detect));
-    const Living before = allocations::living();
-    const std::size_t devices = m_bus.openDescriptors().size();
-    for (int i = repetitions(); i > 0; --i)
-        ASSERT_TRUE(throws<std::runtime_error>(detect));
-
-    EXPECT_EQ(before, allocations::living());
-    EXPECT_EQ(devices + static_cast<std::size_t>(repetitions()), m_bus.openDescriptors().size());
+    repeatWithADescriptorLeftOpenEachTime([] { return throws<std::runtime_error>(findsNothing); });
 }
 
 TEST(FailedDetectionTest, LeavesADescriptorOfTheProcessOpenEachTime)
@@ -395,11 +382,11 @@ TEST(FailedDetectionTest, LeavesADescriptorOfTheProcessOpenEachTime)
     InstantDevice device; // its descriptors are real
     device.holds(0x00, {4});
     const Nowhere nowhere;
-    const int before = countOf("fd");
+    const int before = descriptorCount();
     for (int i = 0; i < kDetections; ++i)
         EXPECT_EQ(nullptr, AuthChipFactory::getAuthChipDriverInstance(InstantDevice::kPath, InstantDevice::kAddress));
 
-    EXPECT_EQ(before + kDetections, countOf("fd"));
+    EXPECT_EQ(before + kDetections, descriptorCount());
 }
 
 TEST_F(NothingGrowsTest, InTheBusFunctions)

@@ -18,8 +18,9 @@ public:
         try {
             i2cStopTransaction();
         } catch (...) {
-            // The bus has been given back. What threw is a console of the host's, or the making of a text about the
-            // lock that nobody reads: no reason to end the process in a destructor.
+            // The bus has been given back, or the system refused to take it, which nobody is told. What threw is a
+            // console of the host's, or the making of a text about that refusal: no reason to end the process in a
+            // destructor.
         }
     }
     BusTransaction(const BusTransaction&) = delete;

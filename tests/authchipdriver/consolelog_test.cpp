@@ -12,6 +12,7 @@
 #include <authchipdriver/authchipfactory.h>
 
 #include "authchipdriver/consolelog.h"
+#include "tests/support/assertionfailed.h"
 #include "tests/support/drivertest.h"
 
 using namespace VorelKestrel::ACD;
@@ -263,6 +264,19 @@ TEST_F(ConsoleLogTest, AnyLineMayThrowAndTheBusIsGivenBackOnce)
         EXPECT_FALSE(m_bus.isLocked()) << "after line " << line;
     }
     EXPECT_EQ(4, line); // start, read and stop; the fourth was not written
+}
+
+using ConsoleLogDeathTest = ConsoleLogTest;
+
+TEST_F(ConsoleLogDeathTest, GivingBackABusThatIsNotOpenStopsTheProcessAlsoWhenItsLineThrows)
+{
+    EXPECT_DEATH(
+        {
+            ConsoleLog::setLevel(6);
+            const ThrowingConsole console(1);
+            EXPECT_ANY_THROW(i2cStopTransaction());
+        },
+        assertionFailed("g_file != -1"));
 }
 
 } // namespace

@@ -400,7 +400,7 @@ std::string tableOfAStuckBus(std::size_t chip)
 {
     std::ostringstream table;
     table << "| operation | attempts | pauses | 1 s each |";
-    for (auto timeout = std::next(std::begin(kBusTimeouts)); timeout != std::end(kBusTimeouts); ++timeout)
+    for (const auto* timeout = std::next(std::begin(kBusTimeouts)); timeout != std::end(kBusTimeouts); ++timeout)
         table << " `--bus-timeout " << *timeout << "` |";
     table << "\n|---|---:|---:|---:|---:|---:|\n";
     for (const Row& row : kRows) {

@@ -1,7 +1,8 @@
 include(GoogleTest)
 
 # add_unit_tests(NAME SOURCES file... LIBRARIES target...): a GoogleTest program of which ctest runs every case in a
-# process of its own, so that no case sees the process-wide state of another.
+# process of its own, so that no case sees the process-wide state of another. A case with a parameter is called by the
+# parameter's name; what GoogleTest prints of the value may be an address, another one in each run.
 function(add_unit_tests name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
     add_executable(${name} ${arg_SOURCES})
@@ -9,7 +10,7 @@ function(add_unit_tests name)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
     # The library looks the host's hook and the faked system calls up in the program.
     set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON)
-    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60)
+    gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60)
 endfunction()
 
 # add_soak_test(NAME PROGRAM [FILTER filter] ENVIRONMENT VARIABLE=value...): the cases of a test program in one process,

@@ -35,15 +35,6 @@ struct Twin30
     static constexpr int kLastPage = 10;
 };
 
-struct TwinName
-{
-    template<typename Twin>
-    static std::string GetName(int /*index*/)
-    {
-        return Twin::kName;
-    }
-};
-
 /// What both version drivers do alike, on each of them; TRACE is on.
 template<typename Twin>
 class VersionDriverTest : public OpenBusTest
@@ -71,7 +62,7 @@ protected:
 };
 
 using Twins = ::testing::Types<Twin20B, Twin30>;
-TYPED_TEST_SUITE(VersionDriverTest, Twins, TwinName);
+TYPED_TEST_SUITE(VersionDriverTest, Twins);
 
 /// The conversation of a certificate read: so many full pages, then one of the rest.
 std::string pages(int fullPages, int rest = 0)

@@ -9,11 +9,15 @@ namespace {
 
 struct Label
 {
+    const char* name;
     const char* signature; // as the compiler spells it
     const char* label;
-    // How ctest names the case; by default it would be the addresses, which change from run to run.
-    friend void PrintTo(const Label& pair, std::ostream* out) { *out << pair.signature; }
 };
+
+std::ostream& operator<<(std::ostream& stream, const Label& label)
+{
+    return stream << label.signature;
+}
 
 class DefaultHookTest : public testing::TestWithParam<Label>
 {};
@@ -25,15 +29,19 @@ TEST_P(DefaultHookTest, CutsASignatureDownToClassAndMethod)
 
 INSTANTIATE_TEST_SUITE_P(
     Signatures, DefaultHookTest,
-    testing::Values(Label{"virtual int VorelKestrel::ACD::AuthChipDriver20B::rawWrite(uint8_t, const void*, int)",
+    testing::Values(Label{"AMethodOfTheLibrary",
+                          "virtual int VorelKestrel::ACD::AuthChipDriver20B::rawWrite(uint8_t, const void*, int)",
                           "AuthChipDriver20B::rawWrite"},
-                    Label{"VorelKestrel::ACD::AuthChipDriver30::AuthChipDriver30()",
+                    Label{"AConstructor", "VorelKestrel::ACD::AuthChipDriver30::AuthChipDriver30()",
                           "AuthChipDriver30::AuthChipDriver30"},
-                    Label{"virtual VorelKestrel::ACD::Error VorelKestrel::ACD::AuthChipDriver30::newSignature(const "
+                    Label{"AMethodThatTakesPointers",
+                          "virtual VorelKestrel::ACD::Error VorelKestrel::ACD::AuthChipDriver30::newSignature(const "
                           "VorelKestrel::AL::U8*, int, VorelKestrel::AL::U8**, int*)",
                           "AuthChipDriver30::newSignature"},
-                    Label{"virtual void Driver::get(int&)", "Driver::get"}, Label{"int main()", "main"},
-                    Label{"void ::global()", "::global"}, Label{"main", "main"}, Label{"", ""}));
+                    Label{"AMethodOutsideOfANamespace", "virtual void Driver::get(int&)", "Driver::get"},
+                    Label{"AFunction", "int main()", "main"}, Label{"AGlobalFunction", "void ::global()", "::global"},
+                    Label{"AName", "main", "main"}, Label{"NoName", "", ""}),
+    [](const auto& test) { return std::string(test.param.name); });
 
 TEST(DefaultHookTest, IgnoresTheComponent)
 {

@@ -167,7 +167,8 @@ TEST_F(AuthChipSimTest, HandsArgumentsAndStandardInputToTheProgramAsTheyAre)
 
 class SignalledAuthChipSim : public AuthChipSimTest, public testing::WithParamInterface<int>
 {};
-INSTANTIATE_TEST_SUITE_P(Signals, SignalledAuthChipSim, testing::Values(SIGINT, SIGTERM, SIGHUP));
+INSTANTIATE_TEST_SUITE_P(Signals, SignalledAuthChipSim, testing::Values(SIGINT, SIGTERM, SIGHUP),
+                         [](const auto& signal) { return "SIG" + std::string(sigabbrev_np(signal.param)); });
 
 TEST_P(SignalledAuthChipSim, PassesTheSignalOnAndLeavesNothingBehind)
 {
@@ -270,7 +271,8 @@ TEST_F(AuthChipSimTest, EndsWithTheProgramThoughProcessesOfItsAreStillAtTheChip)
 
 class EachVersion : public AuthChipSimTest, public testing::WithParamInterface<const char*>
 {};
-INSTANTIATE_TEST_SUITE_P(Versions, EachVersion, testing::Values("3", "5", "7"));
+INSTANTIATE_TEST_SUITE_P(Versions, EachVersion, testing::Values("3", "5", "7"),
+                         [](const auto& version) { return std::string("DeviceVersion") + version.param; });
 
 TEST_P(EachVersion, AuthenticatesToAHostThatUsesTheLibrary)
 {

@@ -2,6 +2,10 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <map>
+#include <ostream>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,6 +30,22 @@ struct Refusal
     const char* answer;
     const char* next; // a part of it
 };
+
+std::ostream& operator<<(std::ostream& stream, const Refusal& refusal)
+{
+    return stream << refusal.tried << ": " << refusal.answer;
+}
+
+/// "OpenNodeENOENT".
+std::string nameOf(const testing::TestParamInfo<Refusal>& refusal)
+{
+    static const std::map<Step, std::string> names = {{Step::OpenNode, "OpenNode"},
+                                                      {Step::SetTimeout, "SetTimeout"},
+                                                      {Step::SelectAddress, "SelectAddress"},
+                                                      {Step::SetRegister, "SetRegister"},
+                                                      {Step::ReadRegister, "ReadRegister"}};
+    return names.at(refusal.param.step) + strerrorname_np(refusal.param.error);
+}
 
 class RefusalTest : public testing::TestWithParam<Refusal>
 {};
@@ -69,7 +89,8 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{Step::ReadRegister, ETIMEDOUT, "read from the chip at 0x2a on /dev/i2c-1",
                 "Connection timed out (ETIMEDOUT)", "clock stretching"},
         Refusal{Step::ReadRegister, EIO, "read from the chip at 0x2a on /dev/i2c-1", "Input/output error (EIO)",
-                "delivered nothing"}));
+                "delivered nothing"}),
+    nameOf);
 
 TEST(DiagnosisTest, HasAdviceForEveryErrorAtEveryStep)
 {

@@ -94,7 +94,10 @@ TEST_P(VerificationTest, FindsAKeyThatCannotBeUsed)
 
 INSTANTIATE_TEST_SUITE_P(Generations, VerificationTest,
                          testing::Values(Generation{&kScheme20B, "chip20b.key", "chip30.key"},
-                                         Generation{&kScheme30, "chip30.key", "chip20b.key"}));
+                                         Generation{&kScheme30, "chip30.key", "chip20b.key"}),
+                         [](const auto& generation) {
+                             return generation.param.scheme == &kScheme20B ? "Protocol20B" : "Protocol30";
+                         });
 
 TEST(VerificationCurveTest, FindsAKeyOnAnotherCurve)
 {

@@ -35,11 +35,14 @@
 #include "tests/support/loopback.h"
 #include "tests/support/nowhere.h"
 #include "tests/support/operations.h"
+#include "tests/support/privatelocks.h"
 #include "tests/support/processcounts.h"
+#include "tests/support/temporarydirectory.h"
 #include "tests/support/uncountedbus.h"
 
 using namespace VorelKestrel::ACD;
 using namespace VorelKestrel::AL; // every class of it is tested here
+using allocations::Counter;
 using allocations::Living;
 using allocations::Shortage;
 
@@ -515,16 +518,35 @@ TEST_F(AllocationFailureOfAWrapperTest, AMutexLosesNothing)
     });
 }
 
+int takeAndGiveBack()
+{
+    GlobalMutex mutex;
+    mutex.lock();
+    mutex.unlock();
+    return 0;
+}
+
 TEST_F(AllocationFailureOfAWrapperTest, AGlobalMutexLosesNothing)
 {
+    const PrivateLocks locks; // one that another process has made
     // Qt's: the path that it looked up while it made the key (QDir::tempPath), when there is no block for its copy.
     m_lostBlocks = 1;
-    refuseEachAllocation([] {
-        GlobalMutex mutex;
-        mutex.lock();
-        mutex.unlock();
-        return 0;
-    });
+    refuseEachAllocation(takeAndGiveBack);
+}
+
+TEST_F(AllocationFailureOfAWrapperTest, AGlobalMutexThatMadeTheSemaphoreEndsTheProcessWhereItCannotTakeItAway)
+{
+    const TemporaryDirectory directory; // where no lock is yet
+    setenv("TMPDIR", directory.path().c_str(), 1);
+    takeAndGiveBack(); // the first time sets more up
+    const Counter counter;
+    auto mutex = std::make_unique<GlobalMutex>();
+    // Qt's destructor removes the key file by a path that it makes for it, and destructors do not throw.
+    m_firstThatEndsTheProcess = counter.count(); // in there the lock itself needs no block
+    mutex.reset();
+    m_lostBlocks = 1;
+    refuseEachAllocation(takeAndGiveBack);
+    unsetenv("TMPDIR");
 }
 
 TEST_F(AllocationFailureOfAWrapperTest, AnEventLosesNothing)

@@ -3,17 +3,12 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <malloc.h>
 #include <memory>
 #include <ostream>
-#include <set>
 #include <stdexcept>
 #include <string>
-#include <sys/ipc.h>
-#include <sys/sem.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -36,10 +31,10 @@
 #include "tests/support/failures.h"
 #include "tests/support/fakesockets.h"
 #include "tests/support/instantdevice.h"
-#include "tests/support/interposition.h"
 #include "tests/support/loopback.h"
 #include "tests/support/nowhere.h"
 #include "tests/support/operations.h"
+#include "tests/support/ownsemaphores.h"
 #include "tests/support/processcounts.h"
 #include "tests/support/temporarydirectory.h"
 #include "tests/support/uncountedbus.h"
@@ -52,64 +47,6 @@ using allocations::Shortage;
 
 namespace {
 
-/// The semaphores that this process has had to do with; others of the machine come and go.
-std::set<int>& ownSemaphores()
-{
-    static std::set<int> semaphores;
-    return semaphores;
-}
-
-int g_semgetError = 0; // the system's, while it refuses
-
-/// A semaphore that processes share goes with the one that made it, at any time: here none is shared.
-key_t keyOfThisProcess(key_t key)
-{
-    return key ^ getpid();
-}
-
-} // namespace
-
-extern "C" {
-
-int spelledSemget(key_t key, int count, int flags) SPELLING("semget");
-
-int spelledSemget(key_t key, int count, int flags)
-{
-    static auto* const next = nextDefinition<int(key_t, int, int)>("semget");
-    if (g_semgetError != 0) {
-        errno = g_semgetError;
-        return -1;
-    }
-    const int semaphore = next(keyOfThisProcess(key), count, flags);
-    const int error = errno;
-    const Pause pause;
-    if (semaphore >= 0)
-        ownSemaphores().insert(semaphore);
-    errno = error;
-    return semaphore;
-}
-
-} // extern "C"
-
-namespace {
-
-/// How many of our semaphores the system has.
-int semaphoreCount()
-{
-    std::ifstream table("/proc/sysvipc/sem");
-    std::string line;
-    std::getline(table, line); // the titles
-    std::set<int> living;
-    long key = 0;
-    int semaphore = 0;
-    while (table >> key >> semaphore && std::getline(table, line)) {
-        if (ownSemaphores().count(semaphore) > 0)
-            living.insert(semaphore);
-    }
-    ownSemaphores().swap(living); // the others are gone for good
-    return static_cast<int>(ownSemaphores().size());
-}
-
 /// What a process has of everything that could grow.
 struct Footprint
 {
@@ -117,7 +54,7 @@ struct Footprint
     {
         const Living living = allocations::living();
         const Pause pause;
-        const int semaphores = semaphoreCount();
+        const int semaphores = ownsemaphores::count();
         const std::size_t heap = mallinfo2().uordblks;
         return {living, heap, bus.openDescriptors().size(), descriptorCount(), threadCount(), semaphores};
     }
@@ -433,12 +370,12 @@ TEST_F(NothingGrowsTest, InLocksBetweenProcessesThatCannotBeMade)
 {
     const TemporaryDirectory directory;
     setenv("TMPDIR", directory.path().c_str(), 1);
-    g_semgetError = ENOSPC;
+    ownsemaphores::refuse(ENOSPC);
     repeat([] {
         const GlobalMutex mutex;
         return true;
     });
-    g_semgetError = 0;
+    ownsemaphores::refuse(0);
     setenv("TMPDIR", "/dev/null", 1); // no folder for the key file
     repeat([] {
         const GlobalMutex mutex;

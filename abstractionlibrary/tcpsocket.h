@@ -58,6 +58,7 @@ public:
     void close();
 
 protected:
+    // NOLINTNEXTLINE(misc-non-private-member-variables-in-classes): the client puts its connection in.
     TCPSocketPrivate* m_data; // owned; never null from constructor to destructor
 
     friend class TCPServer; // puts the accepted connection in

@@ -13,8 +13,8 @@
 
 #include <abstractionlibrary/debugstdiologger.h>
 #include <authchipdriver/authchipfactory.h>
-#include <authchipdriver/i2c.h>
 
+#include "authchipdriver/bustransaction.h"
 #include "fuzzers/hostilechip.h"
 #include "fuzzers/target.h"
 #include "tests/support/nowhere.h"
@@ -55,16 +55,6 @@ void lookAt(const U8* data, int length)
     static std::vector<U8> copy;
     copy.assign(data, data + std::max(0, length));
 }
-
-/// For the register helpers, which the caller wraps.
-class Transaction
-{
-public:
-    Transaction() { i2cStartTransaction(); }
-    ~Transaction() { i2cStopTransaction(); }
-    Transaction(const Transaction&) = delete;
-    Transaction& operator=(const Transaction&) = delete;
-};
 
 /// Most are what a host would choose, some are not.
 int lengthFrom(Input& input)
@@ -184,7 +174,7 @@ template<typename Value, Error (AuthChipDriver::*read)(int, Value&)>
 void readValue(AuthChipDriver& driver, Input& input)
 {
     const int reg = registerFrom(input);
-    const Transaction transaction;
+    const BusTransaction transaction; // the helper leaves it to its caller
     Value value = 0;
     (driver.*read)(reg, value);
 }
@@ -192,21 +182,21 @@ void readValue(AuthChipDriver& driver, Input& input)
 void writeByte(AuthChipDriver& driver, Input& input)
 {
     const int reg = registerFrom(input);
-    const Transaction transaction;
+    const BusTransaction transaction;
     driver.writeByte(reg, input.byte());
 }
 
 void writeWord(AuthChipDriver& driver, Input& input)
 {
     const int reg = registerFrom(input);
-    const Transaction transaction;
+    const BusTransaction transaction;
     driver.writeWord(reg, input.word());
 }
 
 void writeDWord(AuthChipDriver& driver, Input& input)
 {
     const int reg = registerFrom(input);
-    const Transaction transaction;
+    const BusTransaction transaction;
     const U32 high = input.word();
     driver.writeDWord(reg, static_cast<int>((high << 16U) | input.word()));
 }

@@ -1,29 +1,22 @@
 #include "tests/simulator/signaturecheck.h"
 
 #include <cstddef>
-#include <memory>
 
 #include <openssl/ec.h>
 #include <openssl/evp.h>
 #include <openssl/pkcs7.h>
 #include <openssl/x509.h>
 
+#include "tool/opensslpointer.h"
+
 using VorelKestrel::Simulator::Bytes;
+using VorelKestrel::Tool::OpensslPointer;
 
 namespace {
 
-template<auto kFree>
-struct Deleter
-{
-    template<typename T>
-    void operator()(T* object) const
-    {
-        kFree(object);
-    }
-};
-using Container = std::unique_ptr<PKCS7, Deleter<PKCS7_free>>;
-using VerifyContext = std::unique_ptr<EVP_PKEY_CTX, Deleter<EVP_PKEY_CTX_free>>;
-using EcdsaSignature = std::unique_ptr<ECDSA_SIG, Deleter<ECDSA_SIG_free>>;
+using Container = OpensslPointer<PKCS7, PKCS7_free>;
+using VerifyContext = OpensslPointer<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
+using EcdsaSignature = OpensslPointer<ECDSA_SIG, ECDSA_SIG_free>;
 
 Container containerOf(const Bytes& der)
 {

@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include <authchipdriver/i2c.h>
+#include "authchipdriver/bustransaction.h"
 
 using namespace VorelKestrel::ACD;
 using VorelKestrel::AL::U16;
@@ -60,20 +60,10 @@ int rawRead(AuthChipDriver& driver)
     return driver.rawRead(0x31, g_buffer, length) - length;
 }
 
-/// What a helper needs of its caller.
-class Transaction
-{
-public:
-    Transaction() { i2cStartTransaction(); }
-    ~Transaction() { i2cStopTransaction(); }
-    Transaction(const Transaction&) = delete;
-    Transaction& operator=(const Transaction&) = delete;
-};
-
 template<typename Value, Error (AuthChipDriver::*read)(int, Value&), int reg>
 int readInTransaction(AuthChipDriver& driver)
 {
-    const Transaction transaction;
+    const BusTransaction transaction; // the helper leaves it to its caller
     Value value = 0;
     return (driver.*read)(reg, value);
 }
@@ -81,7 +71,7 @@ int readInTransaction(AuthChipDriver& driver)
 template<Error (AuthChipDriver::*write)(int, int)>
 int writeInTransaction(AuthChipDriver& driver)
 {
-    const Transaction transaction;
+    const BusTransaction transaction;
     return (driver.*write)(0x20, 20);
 }
 

@@ -230,8 +230,9 @@ int Oracle::readRegister(U8 reg, int count, U8* destination)
 int Oracle::writeRegister(U8 reg, int count, const Bytes& data)
 {
     trace("i2cWrite(reg=0x" + hexOf(reg) + ", length=" + std::to_string(count) + ")");
-    Bytes message{reg};
-    message.insert(message.end(), data.begin(), data.end());
+    Bytes message(data.size() + 1);
+    message[0] = reg;
+    std::copy(data.begin(), data.end(), message.begin() + 1);
     // The system's count has no sign: beyond the most negative number it goes on with the largest.
     return send(message, static_cast<int>(static_cast<unsigned>(count) + 1U)) - 1;
 }

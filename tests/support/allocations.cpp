@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <limits>
 #include <malloc.h>
+#include <new>
 
 namespace {
 
@@ -119,6 +120,40 @@ __attribute__((visibility("default"))) void free(void* block)
 
 } // extern "C"
 // NOLINTEND(bugprone-reserved-identifier)
+
+// As the C++ library's own: valgrind would put others in their place, which do not come through here.
+void* operator new(std::size_t size)
+{
+    void* const block = malloc(size != 0 ? size : 1);
+    if (block == nullptr)
+        throw std::bad_alloc();
+    return block;
+}
+
+void* operator new[](std::size_t size)
+{
+    return operator new(size);
+}
+
+void operator delete(void* block) noexcept
+{
+    free(block);
+}
+
+void operator delete[](void* block) noexcept
+{
+    free(block);
+}
+
+void operator delete(void* block, std::size_t /*size*/) noexcept
+{
+    free(block);
+}
+
+void operator delete[](void* block, std::size_t /*size*/) noexcept
+{
+    free(block);
+}
 
 namespace allocations {
 

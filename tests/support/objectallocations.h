@@ -3,7 +3,8 @@
 
 /**
  * Counts the allocations of the thread that makes it, for as long as it lives, and lets one of them fail with
- * std::bad_alloc. Counts `new` of a single object, which is what the library's classes and their records are.
+ * std::bad_alloc. Counts `new` of a single object, which is what the library's classes and their records are, in a
+ * program that links objectallocations.cpp.
  */
 class ObjectAllocations
 {

@@ -77,6 +77,7 @@ struct Counts
     int value = 0;
     int lastUser = 0;
     int waiting = 0;
+    bool wasEverTaken = false;
 
     bool operator==(const Counts& other) const { return value == other.value && lastUser == other.lastUser; }
 };
@@ -87,8 +88,12 @@ std::optional<Counts> countsOf(int semaphore)
     counts.value = control(semaphore, GETVAL);
     counts.lastUser = control(semaphore, GETPID);
     counts.waiting = control(semaphore, GETNCNT);
-    if (counts.value < 0 || counts.lastUser < 0 || counts.waiting < 0)
+    semid_ds status = {};
+    SemaphoreArgument whole = {};
+    whole.status = &status;
+    if (counts.value < 0 || counts.lastUser < 0 || counts.waiting < 0 || control(semaphore, IPC_STAT, whole) < 0)
         return std::nullopt;
+    counts.wasEverTaken = status.sem_otime != 0;
     return counts;
 }
 
@@ -98,8 +103,9 @@ LockCondition judge(const Counts& counts, bool lastUserIsAlive)
         return LockCondition::TooMany;
     if (counts.value == 1)
         return LockCondition::Free;
-    // The kernel gives the token of a process that ends back: one that is gone after that does not come again.
-    return lastUserIsAlive ? LockCondition::Held : LockCondition::Lost;
+    // The kernel gives the token of a process that ends back: one that is gone after that does not come again. Nor does
+    // one that was never there: Qt makes a semaphore without a token if the one that it found goes away meanwhile.
+    return counts.wasEverTaken && lastUserIsAlive ? LockCondition::Held : LockCondition::Lost;
 }
 
 /// Value and last user are two calls; only a pair that stands still belongs together.

@@ -43,7 +43,7 @@ struct LockState
     LockRights rights;
     LockCondition condition = LockCondition::None;
     int value = 0;      // from here on: only if it is readable
-    pid_t lastUser = 0; // who changed it last; 0: somebody of another process namespace
+    pid_t lastUser = 0; // who changed it last; 0: somebody of another process namespace, or nobody
     int waiting = 0;    // how many wait for a token
 };
 

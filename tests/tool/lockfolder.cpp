@@ -58,6 +58,11 @@ void LockFolder::seed(gid_t group, unsigned mode)
     makeLock(keyFile(), {geteuid(), group, mode});
 }
 
+void LockFolder::giveToken()
+{
+    semctl(look().semaphore, 0, SETVAL, 1);
+}
+
 void LockFolder::clear()
 {
     look();

@@ -2,6 +2,8 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -20,6 +22,7 @@
 
 #include "tests/support/anotheruser.h"
 #include "tests/support/childprocess.h"
+#include "tests/support/interposition.h"
 #include "tests/support/temporarydirectory.h"
 #include "tests/tool/lockfolder.h"
 #include "tool/scopeddescriptor.h"
@@ -34,7 +37,36 @@ struct Counts
 {
     std::atomic<int> inside{0};
     std::atomic<int> intruders{0}; // who came in while another was there
+    std::atomic<int> stranded{0};  // who waited for a token that was nowhere
+    std::atomic<unsigned> opened{0};
+    std::array<int, 1024> semaphores{}; // which were opened
 };
+
+Counts* g_counts = nullptr;      // what a visitor counts in
+bool g_losesWhatItFinds = false; // this process, each time that it opens a semaphore of another's
+
+} // namespace
+
+extern "C" {
+
+int spelledSemget(key_t key, int count, int flags) SPELLING("semget");
+
+int spelledSemget(key_t key, int count, int flags)
+{
+    static auto* const next = nextDefinition<int(key_t, int, int)>("semget");
+    const int semaphore = next(key, count, flags);
+    if (semaphore < 0 && errno == EEXIST && g_losesWhatItFinds) {
+        semctl(next(key, 0, 0), 0, IPC_RMID); // as if its creator exited now
+        errno = EEXIST;
+    }
+    if (semaphore >= 0 && g_counts != nullptr)
+        g_counts->semaphores.at(g_counts->opened++) = semaphore;
+    return semaphore;
+}
+
+} // extern "C"
+
+namespace {
 
 class SharedCounts
 {
@@ -47,6 +79,7 @@ public:
     SharedCounts(const SharedCounts&) = delete;
     SharedCounts& operator=(const SharedCounts&) = delete;
 
+    Counts* get() const { return m_counts; }
     Counts* operator->() const { return m_counts; }
 
 private:
@@ -157,6 +190,23 @@ TEST_F(LockLimitsTest, WhenTheCreatorExitsWhileAnotherHoldsAThirdGetsInAndTwoTok
     EXPECT_EQ(0, m_folder.look().value);
 }
 
+TEST_F(LockLimitsTest, WhenTheCreatorExitsWhileAnotherOpensTheLockThereIsNoTokenAndAllWaitForEver)
+{
+    const Visitor creator;
+    const Visitor second([] { g_losesWhatItFinds = true; });
+    second.lockInVain(); // what it found was gone, and the one that it made has no token
+    const Visitor third;
+    third.lockInVain();
+
+    EXPECT_EQ(0, m_folder.look().value);
+    EXPECT_EQ(LockCondition::Lost, m_folder.look().condition);
+    m_folder.giveToken();
+    second.waitUntilInside();
+    second.unlock();
+    third.waitUntilInside();
+    third.unlock();
+}
+
 TEST_F(LockLimitsTest, WithASeedAThirdWaitsWhenTheFirstExitsWhileAnotherHolds)
 {
     m_folder.seed();
@@ -256,7 +306,7 @@ protected:
     /// How many of the rounds went wrong.
     struct Faults
     {
-        int intrusions = 0;  // rounds in which somebody came in while another was inside
+        int intrusions = 0;  // rounds in which somebody came in while another was inside, or nobody came in any more
         int otherValues = 0; // rounds after which the semaphore had another value than 1, or was gone
     };
 
@@ -291,6 +341,13 @@ private:
     static void visit(const SharedCounts& counts)
     {
         constexpr int kLengthOfVisit = 20;
+        constexpr unsigned kLongestVisit = 10; // seconds: a thousand times what it takes, unless there is no token
+        g_counts = counts.get();
+        std::signal(SIGALRM, [](int) {
+            ++g_counts->stranded;
+            _exit(0);
+        });
+        alarm(kLongestVisit);
         GlobalMutex mutex;
         mutex.lock();
         if (counts->inside.fetch_add(1) > 0)
@@ -301,7 +358,7 @@ private:
         mutex.unlock();
     }
 
-    static bool isDisturbed()
+    bool isDisturbed()
     {
         const SharedCounts counts;
         {
@@ -309,7 +366,18 @@ private:
             for (auto& visitor : visitors)
                 visitor = std::make_unique<ChildProcess>([&] { visit(counts); });
         }
-        return counts->intruders > 0;
+        removeAllButTheLast(*counts.get());
+        return counts->intruders > 0 || counts->stranded > 0;
+    }
+
+    /// Nobody removes a semaphore whose key file was removed first; a later file of the same number would have it.
+    void removeAllButTheLast(const Counts& counts)
+    {
+        const int last = m_folder.look().semaphore;
+        for (unsigned i = 0; i < counts.opened; ++i) {
+            if (counts.semaphores.at(i) != last)
+                semctl(counts.semaphores.at(i), 0, IPC_RMID);
+        }
     }
 };
 

@@ -3,12 +3,16 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <memory>
 #include <new>
 #include <optional>
+#include <string>
+#include <sys/ipc.h>
 #include <sys/mman.h>
+#include <sys/sem.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -534,6 +538,17 @@ TEST_F(AllocationFailureOfAWrapperTest, AGlobalMutexLosesNothing)
     refuseEachAllocation(takeAndGiveBack);
 }
 
+/// What a process has left in the folder that ended before it took its lock away.
+void removeLocks(const std::string& folder)
+{
+    const allocations::Pause pause;
+    constexpr int kProject = 'Q'; // what Qt makes its keys with, beside the file
+    for (const auto& file : std::filesystem::directory_iterator(folder)) {
+        semctl(semget(ftok(file.path().c_str(), kProject), 0, 0), 0, IPC_RMID);
+        std::filesystem::remove(file);
+    }
+}
+
 TEST_F(AllocationFailureOfAWrapperTest, AGlobalMutexThatMadeTheSemaphoreEndsTheProcessWhereItCannotTakeItAway)
 {
     const TemporaryDirectory directory; // where no lock is yet
@@ -545,7 +560,11 @@ TEST_F(AllocationFailureOfAWrapperTest, AGlobalMutexThatMadeTheSemaphoreEndsTheP
     m_firstThatEndsTheProcess = counter.count(); // in there the lock itself needs no block
     mutex.reset();
     m_lostBlocks = 1;
-    refuseEachAllocation(takeAndGiveBack);
+    refuseEachAllocation([&] {
+        removeLocks(directory.path());
+        return takeAndGiveBack();
+    });
+    removeLocks(directory.path());
     unsetenv("TMPDIR");
 }
 

@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+#include <log4cplus/consoleappender.h>
+#include <log4cplus/logger.h>
+
 #include <authchipdriver/authchipfactory.h>
 #include <authchipdriver/dbglog.h>
 
@@ -19,6 +22,15 @@ std::string dbglog_scopedFunction(const std::string& prettyFunction, const std::
 }
 
 namespace {
+
+/// Without an appender log4cplus complains about itself at the driver's first line.
+void sendLogToStandardError()
+{
+    const log4cplus::SharedAppenderPtr console(new log4cplus::ConsoleAppender(true));
+    log4cplus::Logger root = log4cplus::Logger::getRoot();
+    root.addAppender(console);
+    root.setLogLevel(log4cplus::WARN_LOG_LEVEL);
+}
 
 /// Empty if the chip does not deliver it.
 std::vector<AL::U8> readCertificate(ACD::AuthChipDriver& chip)
@@ -78,5 +90,6 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: minimal-host NODE ADDRESS\n");
         return 2;
     }
+    sendLogToStandardError();
     return authenticate(argv[1], static_cast<int>(std::strtol(argv[2], nullptr, 0)));
 }

@@ -13,8 +13,9 @@ build_example minimal-host "$@"
 expect() { # EXPECTED COMMAND...
     local expected=$1 actual
     shift
-    actual=$("$@") || { echo "status $?: $*" >&2; exit 1; }
+    actual=$("$@" 2>"$scratch/complaints") || { echo "status $?: $*" >&2; exit 1; }
     [[ $actual == $expected ]] || { echo "expected '$expected', got '$actual'" >&2; exit 1; }
+    [ ! -s "$scratch/complaints" ] || { cat "$scratch/complaints" >&2; echo "complaints: $*" >&2; exit 1; }
 }
 sim=$build/simulator/authchip-sim
 host=$scratch/host/minimal-host

@@ -17,9 +17,10 @@ export TMPDIR=$scratch/tmp # with it a lock between processes that no other test
 blocks() { # LANGUAGE: the lines inside the blocks of a language
     awk -v language="$1" '/^```/ { inside = ($0 == "```" language); next } inside' README.md
 }
-# The programs of this build, nothing left in the reader's folders, and no test suite inside the test suite.
+# The programs of this build, nothing left in the reader's folders nor in those of the build, and no test suite inside
+# the test suite.
 here() {
-    sed -E -e "s#(\\\$PWD/)?build/(dev|installed|minimal-host)#@\2@#g" \
+    sed -E -e "s#^cmake --install #tests/support/install #" -e "s#(\\\$PWD/)?build/(dev|installed|minimal-host)#@\2@#g" \
         -e "s#^scripts/demo\$#scripts/demo --no-build @dev@#; s#^scripts/test\$#scripts/test --help#" \
         -e "s#@dev@#$build#g; s#@(installed|minimal-host)@#$scratch/\1#g"
 }

@@ -9,7 +9,7 @@ build_example() { # NAME BUILD_FOLDER COMPILER COMPILER_FLAGS
     # A copy: nothing of ours is beside it by chance.
     cp -r "$(dirname "${BASH_SOURCE[0]}")/../../examples/$1" "$scratch/source"
     for component in runtime development; do
-        quietly cmake --install "$2" --prefix "$scratch/prefix" --component "$component"
+        quietly "$(dirname "${BASH_SOURCE[0]}")/../support/install" "$2" --prefix "$scratch/prefix" --component "$component"
     done
     quietly cmake -S "$scratch/source" -B "$scratch/host" -G Ninja -DCMAKE_PREFIX_PATH="$scratch/prefix" \
         -DCMAKE_CXX_COMPILER="$3" -DCMAKE_CXX_FLAGS="$4 -Wall -Wextra -Wpedantic -Wconversion -Werror"

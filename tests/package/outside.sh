@@ -13,7 +13,7 @@ trap 'rm -r "$scratch"' EXIT
 quietly() { "$@" >"$scratch/log" 2>&1 || { cat "$scratch/log" >&2; exit 1; }; }
 
 for component in runtime development; do
-    quietly cmake --install "$build" --prefix "$scratch/prefix" --component "$component"
+    quietly "$(dirname "$0")/../support/install" "$build" --prefix "$scratch/prefix" --component "$component"
 done
 # Moved, since an installed copy may stand anywhere.
 mv "$scratch/prefix" "$scratch/moved"

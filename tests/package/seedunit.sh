@@ -10,7 +10,8 @@ scratch=$(mktemp -d)
 trap 'rm -r "$scratch"' EXIT
 failed() { echo "$1" >&2; exit 1; }
 
-DESTDIR="$scratch" cmake --install "$1" --component tools >"$scratch/log" || { cat "$scratch/log" >&2; exit 1; }
+DESTDIR="$scratch" "$(dirname "$0")/../support/install" "$1" --component tools >"$scratch/log" ||
+    { cat "$scratch/log" >&2; exit 1; }
 unit=$(find "$scratch" -path '*/lib/systemd/system/authchip-lock.service')
 rule=$(find "$scratch" -path '*/lib/tmpfiles.d/authchip.conf')
 [ -n "$unit" ] || failed "no unit is installed"

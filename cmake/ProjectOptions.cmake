@@ -1,35 +1,47 @@
 # What every target of ours is compiled with, and no target of anyone else's.
-add_library(project_options INTERFACE)
-target_compile_features(project_options INTERFACE cxx_std_17)
-target_compile_options(project_options INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion
-    $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion> # as g++, which does not count it as -Wconversion in C++
+add_library(authchipdriver_options INTERFACE)
+target_compile_features(authchipdriver_options INTERFACE cxx_std_17)
+if(PROJECT_IS_TOP_LEVEL)
+    target_compile_options(authchipdriver_options INTERFACE
+        -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+        $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>) # as g++, which does not count it as -Wconversion in C++
+else()
+    # Other projects have other warnings, and compilers that did not exist when this was written.
+    set(CMAKE_COMPILE_WARNING_AS_ERROR OFF)
+    target_compile_options(authchipdriver_options INTERFACE -Wno-error)
+    set(CMAKE_UNITY_BUILD OFF) # the two version drivers use the same names
+endif()
+target_compile_options(authchipdriver_options INTERFACE
     -UNDEBUG                                  # the assertions are behaviour, in every build type
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= # log lines name the same path on every machine
 )
 
 set(AUTHCHIPDRIVER_SANITIZE "" CACHE STRING "Sanitizers for every target: address,undefined or thread")
 if(AUTHCHIPDRIVER_SANITIZE)
-    target_compile_options(project_options INTERFACE
+    target_compile_options(authchipdriver_options INTERFACE
         -fsanitize=${AUTHCHIPDRIVER_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
         $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>) # false alarms in the instrumented standard library (std::regex, g++ 12)
-    target_link_options(project_options INTERFACE -fsanitize=${AUTHCHIPDRIVER_SANITIZE})
+    target_link_options(authchipdriver_options INTERFACE -fsanitize=${AUTHCHIPDRIVER_SANITIZE})
 endif()
 
 if(AUTHCHIPDRIVER_FUZZ) # the fuzzer sees which branches its input takes, also those of the library
-    target_compile_options(project_options INTERFACE -fsanitize=fuzzer-no-link)
+    target_compile_options(authchipdriver_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
-# Beside project_options, for the targets whose lines and branches are counted.
+# Beside authchipdriver_options, for the targets whose lines and branches are counted.
 option(AUTHCHIPDRIVER_COVERAGE "Count which lines and branches of the library run" OFF)
-add_library(library_coverage INTERFACE)
+add_library(authchipdriver_coverage INTERFACE)
 if(AUTHCHIPDRIVER_COVERAGE)
-    target_compile_options(library_coverage INTERFACE --coverage -fprofile-update=atomic -O0)
-    target_link_options(library_coverage INTERFACE --coverage)
+    target_compile_options(authchipdriver_coverage INTERFACE --coverage -fprofile-update=atomic -O0)
+    target_link_options(authchipdriver_coverage INTERFACE --coverage)
 endif()
 
 # What the compiler adds to a build makes system calls, allocations and symbols of its own.
 set(AUTHCHIPDRIVER_INSTRUMENTED OFF)
 if(AUTHCHIPDRIVER_SANITIZE OR AUTHCHIPDRIVER_COVERAGE)
     set(AUTHCHIPDRIVER_INSTRUMENTED ON)
+endif()
+
+if(PROJECT_IS_TOP_LEVEL) # the short names are for this project's own use
+    add_library(project_options ALIAS authchipdriver_options)
 endif()

@@ -27,8 +27,8 @@ void sendLogToStandardError()
 /// As daemon(3), for a process that has loaded the library.
 bool becomeDaemon()
 {
-    // log4cplus has worker threads since it was loaded, and waits for them at exit. A fork does not copy threads: without
-    // this line the child would wait for ever.
+    // log4cplus has worker threads since it was loaded, and waits for them at exit. A fork does not copy threads:
+    // without this line the child would wait for ever.
     log4cplus::deinitialize();
     // The parent ends in _exit(), as it has to: exit() would remove the lock between processes.
     if (daemon(1, 1) != 0)

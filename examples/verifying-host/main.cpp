@@ -123,7 +123,8 @@ Bytes inDer(const Bytes& signature)
     return der;
 }
 
-/// The chip takes the challenge as a digest: of SHA-1 for the RSA key of protocol 2.0B, of SHA-256 for the P-256 key of 3.0.
+/// The chip takes the challenge as a digest: of SHA-1 for the RSA key of protocol 2.0B, of SHA-256 for the P-256 key
+/// of 3.0.
 bool isSignedBy(EVP_PKEY* key, const Answer& answer)
 {
     const bool isRsa = EVP_PKEY_is_a(key, "RSA") == 1;

@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
-# Does what the README tells its reader to do: runs every command, compares what comes with the transcripts, and looks
-# the lines of C++ up in the example that they are from.
-# Usage: tests/readme.sh BUILD_FOLDER
+# Does what a document tells its reader to do: runs every command in a block of sh, compares what comes with the
+# transcripts in blocks of console, looks the lines of cpp up in the examples, and looks for every file that it links to.
+# Usage: tests/documents/document.sh BUILD_FOLDER DOCUMENT
 set -euo pipefail
 case ${1:-} in --help) sed -n '2,4s/^# \?//p' "$0"; exit 0 ;; esac
-[ $# -eq 1 ] || { echo "usage: tests/readme.sh BUILD_FOLDER" >&2; exit 2; }
+[ $# -eq 2 ] || { echo "usage: tests/documents/document.sh BUILD_FOLDER DOCUMENT" >&2; exit 2; }
 
 build=$(cd "$1" && pwd)
-cd "$(dirname "$0")/.."
+document=$2
+cd "$(dirname "$0")/../.."
 unset AUTHCHIP_DEVICE AUTHCHIP_ADDRESS
 scratch=$(mktemp -d)
 trap 'rm -r "$scratch"' EXIT
@@ -15,32 +16,35 @@ mkdir "$scratch/tmp"
 export TMPDIR=$scratch/tmp # with it a lock between processes that no other test has
 
 blocks() { # LANGUAGE: the lines inside the blocks of a language
-    awk -v language="$1" '/^```/ { inside = ($0 == "```" language); next } inside' README.md
+    awk -v language="$1" '/^```/ { inside = ($0 == "```" language); next } inside' "$document"
 }
 # The programs of this build, nothing left in the reader's folders nor in those of the build, and no test suite inside
 # the test suite.
 here() {
-    sed -E -e "s#^cmake --install #tests/support/install #" -e "s#(\\\$PWD/)?build/(dev|installed|minimal-host)#@\2@#g" \
+    sed -E -e "s#^cmake --install #tests/support/install #" -e "s#(\\\$PWD/)?build/(dev|[a-z-]+)#@\2@#g" \
         -e "s#^scripts/demo\$#scripts/demo --no-build @dev@#; s#^scripts/test\$#scripts/test --help#" \
-        -e "s#@dev@#$build#g; s#@(installed|minimal-host)@#$scratch/\1#g"
+        -e "s#@dev@#$build#g; s#@([a-z-]+)@#$scratch/\1#g"
 }
 normalised() {
     perl -0777 -pe 's/^((?:challenge|signature) +)[0-9a-f]+(?:\n +[0-9a-f]+)*$/$1<bytes>/gm'
 }
 
-failed() { echo "README.md: $1" >&2; exit 1; }
+failed() { echo "$document: $1" >&2; exit 1; }
 
 while IFS= read -r line; do
-    [ -z "$line" ] || grep -qxF -e "$line" -e "    $line" examples/minimal-host/main.cpp || failed "not in the example: $line"
+    [ -z "$line" ] || grep -qxhF -e "$line" -e "    $line" examples/*/main.cpp || failed "not in an example: $line"
 done < <(blocks cpp)
 
+links=$(grep -oP '\]\(\K[^)#:]+(?=(#[^)]*)?\))' "$document" || true)
+while IFS= read -r target; do
+    [ -z "$target" ] || [ -e "$(dirname "$document")/$target" ] || failed "links to $target, which does not exist"
+done <<<"$links"
+
 blocks sh | here >"$scratch/commands"
-[ -s "$scratch/commands" ] || failed "no commands found"
 bash -eux "$scratch/commands" >"$scratch/log" 2>&1 || { cat "$scratch/log" >&2; failed "a command failed"; }
 
 # One shell for all commands of the transcripts, as the reader has it; a failing command is part of them.
 blocks console | sed -n 's/^\$ //p' | here >"$scratch/typed"
-[ -s "$scratch/typed" ] || failed "no transcript found"
 while IFS= read -r line; do
     printf 'printf "%%s\\n" %q\n%s\n' "\$ $line" "$line"
 done <"$scratch/typed" >"$scratch/session"

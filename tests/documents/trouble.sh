@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Looks every line that the library can write, and every assertion, up in the tables of the guide.
+# Usage: tests/documents/trouble.sh [PAGE]      docs/guide/7-trouble.md by default
+set -euo pipefail
+case ${1:-} in --help) sed -n '2,3s/^# \?//p' "$0"; exit 0 ;; esac
+cd "$(dirname "$0")/../.."
+page=${1:-docs/guide/7-trouble.md}
+
+# The text of a log statement up to its first number.
+log_lines() {
+    grep -hoP '(DBG_(ERROR|INFO|TRACE)\(|LOG4CPLUS_(ERROR|DEBUG|TRACE)\(g_logger, |TRACE_STATEMENT\()"\K[^"]*' \
+        authchipdriver/*.cpp authchipdriver/*.h
+}
+assertions() { grep -hoP '^ *assert\(\K.*(?=\);)' authchipdriver/*.cpp abstractionlibrary/*.cpp; }
+
+found=$({ log_lines; assertions; } | LC_ALL=C sort -u)
+[ "$(wc -l <<<"$found")" -ge 50 ] || { echo "only these were found in the sources: $found" >&2; exit 1; }
+status=0
+while IFS= read -r text; do
+    grep -qE '^\|' <(grep -F -- "\`$text\`" "$page") || { echo "$page: no row for \"$text\"" >&2; status=1; }
+done <<<"$found"
+exit "$status"

@@ -21,7 +21,7 @@
 #include <authchipdriver/i2c.h>
 
 #include "benchmarks/sidebyside.h"
-#include "simulator/inprocessfront.h"
+#include "simulator/node/inprocessfront.h"
 #include "simulator/simulation.h"
 #include "tests/support/operations.h"
 #include "tests/support/systemcalls.h"

@@ -1,11 +1,12 @@
 // The fuzzer is the certificate of a chip that nobody has vouched for yet: the tool parses it, shows all of it, and
 // tries a signature with its key.
 
-#include "tool/certificate.h"
+#include "tool/chip/certificate.h"
 
 #include "fuzzers/target.h"
-#include "tool/verification.h"
+#include "tool/chip/verification.h"
 
+using namespace VorelKestrel;
 using namespace VorelKestrel::Tool;
 
 namespace {

@@ -7,16 +7,16 @@
 #include <string>
 
 #include "simulator/exitstatus.h"
-#include "simulator/fronterror.h"
-#include "simulator/i2ctinyusb.h"
+#include "simulator/node/fronterror.h"
+#include "simulator/node/preloads.h"
+#include "simulator/node/umockdevfront.h"
 #include "simulator/options.h"
-#include "simulator/preloads.h"
-#include "simulator/program.h"
+#include "simulator/program/program.h"
+#include "simulator/program/terminationsignals.h"
 #include "simulator/simulation.h"
-#include "simulator/terminationsignals.h"
-#include "simulator/umockdevfront.h"
-#include "simulator/usbipserver.h"
-#include "simulator/vhciattachment.h"
+#include "simulator/usb/i2ctinyusb.h"
+#include "simulator/usb/usbipserver.h"
+#include "simulator/usb/vhciattachment.h"
 
 using namespace VorelKestrel::Simulator;
 

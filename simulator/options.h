@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "simulator/simulation.h"
-#include "simulator/usbipserver.h"
+#include "simulator/usb/usbipserver.h"
 
 namespace VorelKestrel::Simulator {
 

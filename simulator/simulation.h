@@ -6,11 +6,11 @@
 #include <ostream>
 #include <set>
 
-#include "simulator/chipbus.h"
-#include "simulator/faultybus.h"
-#include "simulator/i2cdevnode.h"
-#include "simulator/loggedbus.h"
-#include "simulator/simulatedchip.h"
+#include "simulator/bus/chipbus.h"
+#include "simulator/bus/faultybus.h"
+#include "simulator/bus/loggedbus.h"
+#include "simulator/chip/simulatedchip.h"
+#include "simulator/node/i2cdevnode.h"
 
 namespace VorelKestrel::Simulator {
 

@@ -4,7 +4,7 @@
 
 #include <log4cplus/initializer.h>
 
-#include "tool/commands.h"
+#include "tool/commands/commands.h"
 #include "tool/program.h"
 
 namespace {

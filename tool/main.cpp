@@ -7,10 +7,10 @@
 
 #include <unistd.h>
 
-#include "tool/doctor.h"
-#include "tool/failure.h"
-#include "tool/lockcommands.h"
+#include "tool/commands/doctor.h"
+#include "tool/commands/lockcommands.h"
 #include "tool/program.h"
+#include "tool/report/failure.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include <iostream>
 
-#include "tool/failure.h"
-#include "tool/indented.h"
+#include "tool/report/failure.h"
+#include "tool/report/indented.h"
 
 namespace VorelKestrel::Tool {
 namespace {

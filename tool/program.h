@@ -4,8 +4,8 @@
 #include <functional>
 #include <iosfwd>
 
-#include "tool/arguments.h"
-#include "tool/exitstatus.h"
+#include "tool/commands/arguments.h"
+#include "tool/report/exitstatus.h"
 
 namespace VorelKestrel::Tool {
 

@@ -18,12 +18,12 @@
 
 #include <abstractionlibrary/tcpsocket.h>
 
-#include "tests/simulator/signaturecheck.h"
+#include "tests/simulator/chip/signaturecheck.h"
 
+using VorelKestrel::Bytes;
 using VorelKestrel::AL::TCPClientSocket;
 using VorelKestrel::AL::U16;
 using VorelKestrel::AL::U8;
-using VorelKestrel::Simulator::Bytes;
 
 namespace {
 

@@ -18,7 +18,7 @@
 #include <authchipdriver/authchipfactory.h>
 #include <authchipdriver/i2c.h>
 
-#include "tool/scopeddescriptor.h"
+#include "common/scopeddescriptor.h"
 
 using namespace VorelKestrel;
 
@@ -33,9 +33,9 @@ const char* node()
     return std::getenv("AUTHCHIP_DEVICE");
 }
 
-Tool::ScopedDescriptor openAt(int address)
+ScopedDescriptor openAt(int address)
 {
-    Tool::ScopedDescriptor file(open(node(), O_RDWR));
+    ScopedDescriptor file(open(node(), O_RDWR));
     EXPECT_EQ(0, ioctl(file.get(), I2C_SLAVE, address));
     return file;
 }

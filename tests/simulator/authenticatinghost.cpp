@@ -13,13 +13,13 @@
 
 #include <authchipdriver/authchipfactory.h>
 
-#include "tests/simulator/signaturecheck.h"
+#include "tests/simulator/chip/signaturecheck.h"
 
+using VorelKestrel::Bytes;
 using VorelKestrel::ACD::AuthChipDriver;
 using VorelKestrel::ACD::AuthChipFactory;
 using VorelKestrel::ACD::Success;
 using VorelKestrel::AL::U8;
-using VorelKestrel::Simulator::Bytes;
 
 namespace {
 

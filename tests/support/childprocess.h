@@ -10,8 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include "common/scopeddescriptor.h"
 #include "tests/support/observedthread.h"
-#include "tool/scopeddescriptor.h"
 
 /// Words of one byte between two processes.
 class Channel
@@ -21,8 +21,8 @@ public:
     {
         std::array<int, 2> ends = {-1, -1};
         EXPECT_EQ(0, pipe(ends.data()));
-        m_reading = VorelKestrel::Tool::ScopedDescriptor(ends[0]);
-        m_writing = VorelKestrel::Tool::ScopedDescriptor(ends[1]);
+        m_reading = VorelKestrel::ScopedDescriptor(ends[0]);
+        m_writing = VorelKestrel::ScopedDescriptor(ends[1]);
     }
 
     void say(char word = 0) const { EXPECT_EQ(1, write(m_writing.get(), &word, 1)); }
@@ -46,8 +46,8 @@ public:
     }
 
 private:
-    VorelKestrel::Tool::ScopedDescriptor m_reading;
-    VorelKestrel::Tool::ScopedDescriptor m_writing;
+    VorelKestrel::ScopedDescriptor m_reading;
+    VorelKestrel::ScopedDescriptor m_writing;
 };
 
 /// Another process that runs @p body and ends, without the clean-up that a process does at its end.

@@ -6,11 +6,11 @@
 #include <sys/socket.h>
 #include <system_error>
 
-#include "tool/scopeddescriptor.h"
+#include "common/scopeddescriptor.h"
 
+using VorelKestrel::ScopedDescriptor;
 using VorelKestrel::AL::TCPServer;
 using VorelKestrel::AL::U16;
-using VorelKestrel::Tool::ScopedDescriptor;
 
 U16 freePort()
 {

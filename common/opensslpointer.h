@@ -1,0 +1,25 @@
+#ifndef COMMON_OPENSSLPOINTER_H
+#define COMMON_OPENSSLPOINTER_H
+
+#include <memory>
+
+namespace VorelKestrel {
+
+/// Calls an OpenSSL function such as X509_free when the owner goes.
+template<auto function>
+struct OpensslDeleter
+{
+    template<typename T>
+    void operator()(T* object) const
+    {
+        function(object);
+    }
+};
+
+/// Owns an OpenSSL object: OpensslPointer<X509, X509_free>.
+template<typename T, auto function>
+using OpensslPointer = std::unique_ptr<T, OpensslDeleter<function>>;
+
+} // namespace VorelKestrel
+
+#endif

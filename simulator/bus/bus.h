@@ -1,0 +1,48 @@
+#ifndef SIMULATOR_BUS_BUS_H
+#define SIMULATOR_BUS_BUS_H
+
+#include <chrono>
+#include <cstddef>
+
+#include <abstractionlibrary/types.h>
+
+namespace VorelKestrel::Simulator {
+
+/// How a message on the bus ended.
+enum class Outcome
+{
+    Done,
+    Refused, // nobody acknowledged the address, or the receiver a byte
+    Failed,  // the adapter reports an error
+    TimedOut
+};
+
+struct Transfer
+{
+    Outcome outcome;
+    std::size_t count; // bytes moved, when it is done
+};
+
+/**
+ * An I2C bus, message by message. What happens to messages on their way is made of layers, each a Bus before another.
+ *
+ * Threads:   one message at a time; the node sees to it.
+ * Units:     addresses are 7 bits without the direction.
+ */
+class Bus
+{
+public:
+    Bus() = default;
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+    virtual ~Bus() = default;
+
+    virtual Transfer write(unsigned address, const AL::U8* data, std::size_t length) = 0;
+    virtual Transfer read(unsigned address, AL::U8* data, std::size_t length) = 0;
+    /// How long the adapter waits for a message that does not end; only layers on which messages can hang listen.
+    virtual void setTimeout(std::chrono::milliseconds /*timeout*/) {}
+};
+
+} // namespace VorelKestrel::Simulator
+
+#endif

@@ -1,0 +1,51 @@
+#include "simulator/bus/chipbus.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+
+namespace VorelKestrel::Simulator {
+namespace {
+
+constexpr std::uint64_t kBitsPerByte = 9; // with the acknowledgement; a long message's time is wider than 32 bits
+constexpr Transfer kRefused = {Outcome::Refused, 0};
+
+} // namespace
+
+ChipBus::ChipBus(SimulatedChip& chip, unsigned chipAddress, Clock& clock, unsigned bitsPerSecond)
+    : m_chip(chip), m_chipAddress(chipAddress), m_clock(clock), m_bitsPerSecond(bitsPerSecond)
+{}
+
+Transfer ChipBus::write(unsigned address, const AL::U8* data, std::size_t length)
+{
+    if (!acknowledged(address))
+        return kRefused;
+    // The time comes first: what a command starts, it starts at the end of its message.
+    clockBytes(length);
+    return m_chip.write(data, length) == length ? Transfer{Outcome::Done, length} : kRefused;
+}
+
+Transfer ChipBus::read(unsigned address, AL::U8* data, std::size_t length)
+{
+    if (!acknowledged(address))
+        return kRefused;
+    m_chip.read(data, length);
+    clockBytes(length);
+    return {Outcome::Done, length};
+}
+
+bool ChipBus::acknowledged(unsigned address)
+{
+    clockBytes(1);
+    return address == m_chipAddress && m_chip.acknowledge();
+}
+
+void ChipBus::clockBytes(std::size_t count)
+{
+    if (m_bitsPerSecond == 0)
+        return;
+    constexpr std::uint64_t kNanosecondsPerSecond = 1000000000;
+    m_clock.sleep(std::chrono::nanoseconds(count * kBitsPerByte * kNanosecondsPerSecond / m_bitsPerSecond));
+}
+
+} // namespace VorelKestrel::Simulator

@@ -1,0 +1,93 @@
+#include "simulator/bus/faultybus.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "authchipdriver/registermap.h"
+
+namespace VorelKestrel::Simulator {
+
+FaultyBus::FaultyBus(Bus& next, Clock& clock, Faults faults) : m_next(next), m_clock(clock), m_faults(std::move(faults))
+{}
+
+void FaultyBus::inject(Faults faults)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_faults = std::move(faults);
+}
+
+Faults FaultyBus::faults() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_faults;
+}
+
+Transfer FaultyBus::write(unsigned address, const AL::U8* data, std::size_t length)
+{
+    if (const auto stopped = stuck())
+        return *stopped;
+    const std::optional<AL::U8> reg = length == 0 ? m_register : data[0];
+    if (hits(reg, &Faults::refusedMessages))
+        return {Outcome::Refused, 0};
+    const Transfer transfer = m_next.write(address, data, length);
+    if (transfer.outcome == Outcome::Done)
+        m_register = reg;
+    return transfer;
+}
+
+Transfer FaultyBus::read(unsigned address, AL::U8* data, std::size_t length)
+{
+    if (const auto stopped = stuck())
+        return *stopped;
+    if (hits(m_register, &Faults::refusedMessages))
+        return {Outcome::Refused, 0};
+    if (hits(m_register, &Faults::failedReads))
+        return {Outcome::Failed, 0};
+    Transfer transfer = m_next.read(address, data, length);
+    if (transfer.outcome != Outcome::Done)
+        return transfer;
+    falsify(data, length);
+    if (transfer.count > 0 && hits(m_register, &Faults::shortReads))
+        --transfer.count;
+    return transfer;
+}
+
+void FaultyBus::setTimeout(std::chrono::milliseconds timeout)
+{
+    m_timeout = timeout;
+}
+
+/// Whether a fault that is counted strikes this message, and takes it off the count.
+bool FaultyBus::hits(std::optional<AL::U8> reg, int Faults::*count)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_faults.onlyRegister && m_faults.onlyRegister != reg)
+        return false;
+    if (m_faults.*count <= 0)
+        return false;
+    --(m_faults.*count);
+    return true;
+}
+
+std::optional<Transfer> FaultyBus::stuck()
+{
+    const auto stuckTime = faults().stuckTime;
+    if (!stuckTime)
+        return std::nullopt;
+    m_clock.sleep(m_timeout.value_or(*stuckTime));
+    return Transfer{Outcome::TimedOut, 0};
+}
+
+void FaultyBus::falsify(AL::U8* data, std::size_t length)
+{
+    if (!m_register)
+        return;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto answer = m_faults.answers.find(*m_register);
+    if (answer != m_faults.answers.end())
+        std::copy_n(answer->second.begin(), std::min(answer->second.size(), length), data);
+    if (m_faults.corruptSignature && *m_register == ACD::kRegisterResponse && length > 0)
+        data[length - 1] ^= 1U;
+}
+
+} // namespace VorelKestrel::Simulator

@@ -1,0 +1,62 @@
+#ifndef SIMULATOR_BUS_FAULTYBUS_H
+#define SIMULATOR_BUS_FAULTYBUS_H
+
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <optional>
+
+#include "common/bytes.h"
+#include "simulator/bus/bus.h"
+#include "simulator/chip/clock.h"
+
+namespace VorelKestrel::Simulator {
+
+/// What goes wrong on the bus; nothing, as it is made. Counts go down as faults happen.
+struct Faults
+{
+    int refusedMessages = 0; // not acknowledged
+    int failedReads = 0;     // end in an error of the adapter
+    int shortReads = 0;      // deliver one byte less than asked
+    /// The three above hit only messages about this register; none: they hit all.
+    std::optional<AL::U8> onlyRegister;
+    /// What registers answer in place of their content, in the bytes given (a wrong status, a wrong length).
+    std::map<AL::U8, Bytes> answers;
+    bool corruptSignature = false; // the last byte of the response comes with a bit turned over
+    /// Set: nothing gets through, and every message times out after so long, the adapter's own timeout.
+    std::optional<std::chrono::milliseconds> stuckTime;
+};
+
+/// The layer that makes messages go wrong.
+/// Threads: inject() and faults() may be called from any thread, at any time.
+class FaultyBus : public Bus
+{
+public:
+    FaultyBus(Bus& next, Clock& clock, Faults faults = {});
+
+    /// Replaces what goes wrong from the next message on.
+    void inject(Faults faults);
+    /// What is still to go wrong.
+    Faults faults() const;
+
+    Transfer write(unsigned address, const AL::U8* data, std::size_t length) override;
+    Transfer read(unsigned address, AL::U8* data, std::size_t length) override;
+    /// From now on a stuck bus takes this time for a message, whatever was injected.
+    void setTimeout(std::chrono::milliseconds timeout) override;
+
+private:
+    bool hits(std::optional<AL::U8> reg, int Faults::*count);
+    std::optional<Transfer> stuck();
+    void falsify(AL::U8* data, std::size_t length);
+
+    Bus& m_next;
+    Clock& m_clock;
+    std::optional<AL::U8> m_register; // named last; only the node's thread looks at it
+    mutable std::mutex m_mutex;
+    Faults m_faults;                                    // guarded by m_mutex
+    std::optional<std::chrono::milliseconds> m_timeout; // the adapter's, once it was set; only the node's thread looks
+};
+
+} // namespace VorelKestrel::Simulator
+
+#endif

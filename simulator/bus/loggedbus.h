@@ -1,0 +1,44 @@
+#ifndef SIMULATOR_BUS_LOGGEDBUS_H
+#define SIMULATOR_BUS_LOGGEDBUS_H
+
+#include <ostream>
+#include <string>
+
+#include "simulator/bus/bus.h"
+#include "simulator/chip/clock.h"
+
+namespace VorelKestrel::Simulator {
+
+/**
+ * The layer that writes every message down, a line each, flushed at once:
+ *
+ *     # seconds address direction length outcome [bytes]
+ *     0.031274 0x2a write 2 done 10 01
+ *     0.031420 0x2a write 1 refused 10
+ *
+ * and a new timeout of the adapter's as a comment ("# 0.031420 timeout 20 ms"). The time is that of the message's end,
+ * counted from the making of the layer. A read shows the bytes that it got, a write those that the host wanted to send.
+ */
+class LoggedBus : public Bus
+{
+public:
+    LoggedBus(Bus& next, const Clock& clock, std::ostream& log);
+
+    Transfer write(unsigned address, const AL::U8* data, std::size_t length) override;
+    Transfer read(unsigned address, AL::U8* data, std::size_t length) override;
+    void setTimeout(std::chrono::milliseconds timeout) override;
+
+private:
+    std::string now() const;
+    void writeLine(unsigned address, const char* direction, std::size_t length, Outcome outcome, const AL::U8* bytes,
+                   std::size_t byteCount);
+
+    Bus& m_next;
+    const Clock& m_clock;
+    const Clock::Duration m_start;
+    std::ostream& m_log;
+};
+
+} // namespace VorelKestrel::Simulator
+
+#endif

@@ -1,0 +1,52 @@
+#ifndef SIMULATOR_CHIP_CLOCK_H
+#define SIMULATOR_CHIP_CLOCK_H
+
+#include <atomic>
+#include <chrono>
+
+namespace VorelKestrel::Simulator {
+
+/// The time that the chip and the bus go by. Threads: any.
+class Clock
+{
+public:
+    using Duration = std::chrono::nanoseconds;
+
+    Clock() = default;
+    Clock(const Clock&) = delete;
+    Clock& operator=(const Clock&) = delete;
+    virtual ~Clock() = default;
+
+    /// The time since an origin of the clock's own.
+    virtual Duration now() const = 0;
+    virtual void sleep(Duration duration) = 0;
+};
+
+/// Real time.
+class SystemClock : public Clock
+{
+public:
+    Duration now() const override;
+    void sleep(Duration duration) override;
+};
+
+/// Time that passes when somebody says so: a sleep moves the clock on and returns at once. For tests and fuzzers.
+class ManualClock : public Clock
+{
+public:
+    Duration now() const override { return m_now.load(); }
+    void sleep(Duration duration) override { advance(duration); }
+
+    void advance(Duration duration)
+    {
+        Duration seen = m_now.load();
+        while (!m_now.compare_exchange_weak(seen, seen + duration)) {}
+    }
+
+private:
+    std::atomic<Duration> m_now{Duration::zero()};
+};
+
+} // namespace VorelKestrel::Simulator
+
+#endif

@@ -1,0 +1,108 @@
+#ifndef SIMULATOR_CHIP_SIMULATEDCHIP_H
+#define SIMULATOR_CHIP_SIMULATEDCHIP_H
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <optional>
+
+#include "common/bytes.h"
+#include "simulator/chip/clock.h"
+#include "simulator/chip/credentials.h"
+
+namespace VorelKestrel::Simulator {
+
+/// What can be chosen about a chip.
+struct ChipSettings
+{
+    AL::U8 deviceVersion = 7; // decides the generation, see generationOf()
+    AL::U8 firmwareVersion = 1;
+    std::optional<AL::U8> protocolMajorVersion; // none: the generation's
+    std::optional<AL::U8> protocolMinorVersion;
+    AL::U32 deviceId = 0x00000200;
+    std::chrono::milliseconds busyTime{30}; // after a start command
+    int busyRefusals = 0;                   // messages refused after a start command, whatever the time
+};
+
+/**
+ * The authentication coprocessor, seen from its registers. It neither knows nor cares how bytes reach it.
+ *
+ * A message to the chip is a register number and then what is written there; a message from the chip begins at the
+ * register that was last named. Either runs on into the registers that follow without a gap, and reading does not move
+ * the place. Where there is no register, the host reads 0xff and a byte written is not acknowledged.
+ *
+ *                | a whole challenge | start command      | a wrong length or command | busy time and refusals are over
+ *     idle       | challenged        | idle, failed       | idle, failed              |
+ *     challenged | challenged        | busy               | idle, failed              |
+ *     busy       | (the chip does not answer)                                         | idle, generated
+ *
+ * The result of the last command stands in bits 6 to 4 of the status: 0 none since the last challenge, 1 generated,
+ * 7 failed.
+ *
+ * Threads:   one at a time; the bus sees to it.
+ * Ownership: the clock stays the caller's and outlives the chip.
+ */
+class SimulatedChip
+{
+public:
+    /// Throws CredentialsError if the credentials are not of the chip's generation or the certificate has no room.
+    SimulatedChip(const ChipSettings& settings, std::shared_ptr<const Credentials> credentials, const Clock& clock);
+
+    /// The chip sees its address at the start of a message. Returns whether it answers; while it is busy it does not.
+    bool acknowledge();
+    /// Takes a message. Returns how many of its bytes the chip acknowledged; after a byte refused it takes no more.
+    std::size_t write(const AL::U8* data, std::size_t length);
+    /// Fills @p data from the register named last.
+    void read(AL::U8* data, std::size_t length) const;
+
+    const Generation& generation() const { return m_credentials->generation(); }
+    const Credentials& credentials() const { return *m_credentials; }
+
+private:
+    struct WritableRegister
+    {
+        AL::U8 number;
+        std::size_t Generation::*room; // how many bytes it takes; null: as wide as the register map says
+        bool onlyIfHostWritesLengths;
+        void (SimulatedChip::*write)(const Bytes& value);
+    };
+    static const WritableRegister kWritableRegisters[];
+
+    enum class State
+    {
+        Idle,
+        Challenged
+    };
+
+    void fillIdentity(const ChipSettings& settings);
+    void fillCertificate();
+    std::size_t roomOf(const WritableRegister& writable) const;
+    const WritableRegister* findWritable(AL::U8 reg) const;
+
+    void writeControl(const Bytes& value);
+    void writeResponseLength(const Bytes& value);
+    void writeChallengeLength(const Bytes& value);
+    void writeChallenge(const Bytes& value);
+    bool canGenerate() const;
+    void generate();
+    void fail();
+    void setResult(AL::U8 result);
+
+    const std::shared_ptr<const Credentials> m_credentials; // never null
+    const Clock& m_clock;
+    const Clock::Duration m_busyTime;
+    const int m_busyRefusals;
+
+    std::array<Bytes, 256> m_registers; // what each reads as; empty where there is no register
+    AL::U8 m_register = 0;              // named last
+    State m_state = State::Idle;
+    std::size_t m_announcedChallengeLength = 0; // by a host that writes lengths
+    std::size_t m_announcedResponseLength = 0;
+    Clock::Duration m_busyUntil{Clock::Duration::min()};
+    int m_refusalsLeft = 0;
+};
+
+} // namespace VorelKestrel::Simulator
+
+#endif

@@ -1,0 +1,80 @@
+#ifndef SIMULATOR_NODE_I2CDEVNODE_H
+#define SIMULATOR_NODE_I2CDEVNODE_H
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <set>
+
+#include <sys/types.h>
+
+#include "simulator/bus/bus.h"
+
+struct i2c_msg;
+struct i2c_smbus_ioctl_data;
+
+namespace VorelKestrel::Simulator {
+
+class I2cDevFile;
+
+/// What the bus can do, in the bits of I2C_FUNCS.
+extern const unsigned long kBusFunctions;
+
+/**
+ * The i2c-dev node of a bus, as the kernel makes it: whoever opens it gets a file with an address of its own, and the
+ * messages of all files take turns on the bus. It does not know how the system calls reach it.
+ *
+ * Threads:   any; one transfer at a time is on the bus.
+ * Ownership: the bus stays the caller's and outlives the node, the node outlives its files.
+ */
+class I2cDevNode
+{
+public:
+    /// @p boundAddresses are those that a driver of the kernel has taken.
+    explicit I2cDevNode(Bus& bus, std::set<unsigned> boundAddresses = {});
+    I2cDevNode(const I2cDevNode&) = delete;
+    I2cDevNode& operator=(const I2cDevNode&) = delete;
+
+    std::unique_ptr<I2cDevFile> open();
+
+private:
+    friend class I2cDevFile;
+
+    Bus& m_bus;
+    const std::set<unsigned> m_boundAddresses;
+    std::mutex m_adapter; // held for one system call's worth of messages
+};
+
+/**
+ * The node, opened.
+ *
+ * Threads:   any.
+ * Errors:    results are the kernel's: what the system call returns, or a negative errno.
+ */
+class I2cDevFile
+{
+public:
+    explicit I2cDevFile(I2cDevNode& node) : m_node(node) {}
+
+    ssize_t read(void* buffer, std::size_t count);
+    ssize_t write(const void* buffer, std::size_t count);
+    /// @p argument is the number or the pointer of the system call; what it points to lies in this process.
+    int ioctl(unsigned long request, void* argument);
+
+private:
+    int selectAddress(unsigned long address, bool evenIfBound);
+    int setTimeout(unsigned long tensOfMilliseconds);
+    int transferMessages(i2c_msg* messages, std::size_t count);
+    int transferMessage(const i2c_msg& message);
+    int transferSmbus(const i2c_smbus_ioctl_data& request);
+    int writeSmbus(bool hasCommand, AL::U8 command, const AL::U8* data, std::size_t length);
+    int readSmbus(bool hasCommand, AL::U8 command, AL::U8* data, std::size_t length);
+
+    I2cDevNode& m_node;
+    unsigned m_address = 0; // nobody's, until one is selected
+    bool m_tenBit = false;
+};
+
+} // namespace VorelKestrel::Simulator
+
+#endif

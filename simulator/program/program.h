@@ -1,0 +1,40 @@
+#ifndef SIMULATOR_PROGRAM_PROGRAM_H
+#define SIMULATOR_PROGRAM_PROGRAM_H
+
+#include <string>
+#include <vector>
+
+#include <csignal>
+#include <sys/types.h>
+
+namespace VorelKestrel::Simulator {
+
+/**
+ * Runs another program and stands in for it: signals to this process go on to it, and its end is the result.
+ *
+ * The signals stay blocked afterwards: one that comes when the program has ended must not change the result.
+ *
+ * Requires:  it is made before the first thread of the process, since it takes the signals away from all of them.
+ */
+class Program
+{
+public:
+    Program();
+    ~Program();
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    /**
+     * Starts @p command in this process's environment plus @p variables ("NAME=value") and returns when it has ended:
+     * its exit status, 128 + n if signal n killed it. If it cannot be started, a negative errno.
+     */
+    int run(const std::vector<std::string>& command, const std::vector<std::string>& variables);
+
+private:
+    sigset_t m_previous{};
+    int m_signals = -1; // a descriptor that delivers them
+};
+
+} // namespace VorelKestrel::Simulator
+
+#endif

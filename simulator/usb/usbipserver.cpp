@@ -1,0 +1,143 @@
+#include "simulator/usb/usbipserver.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <linux/usb/ch9.h>
+
+#include "simulator/node/fronterror.h"
+#include "simulator/usb/usbip.h"
+#include "simulator/usb/usbipsession.h"
+
+namespace VorelKestrel::Simulator {
+namespace {
+
+void switchOn(int socket, int level, int option)
+{
+    const int on = 1;
+    setsockopt(socket, level, option, &on, sizeof(on));
+}
+
+ScopedDescriptor listenOn(AL::U16 port)
+{
+    ScopedDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    switchOn(listener.get(), SOL_SOCKET, SO_REUSEADDR);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+        listen(listener.get(), SOMAXCONN) != 0)
+        throw FrontError("cannot listen on port " + std::to_string(port) + ": " + std::strerror(errno));
+    return listener;
+}
+
+Bytes managementReply(AL::U16 code, AL::U32 status)
+{
+    Bytes reply;
+    UsbIp::append16(reply, UsbIp::kVersion);
+    UsbIp::append16(reply, code);
+    UsbIp::append32(reply, status);
+    return reply;
+}
+
+void appendDevice(Bytes& reply)
+{
+    const auto& device = I2cTinyUsb::deviceDescriptor();
+    const auto& configuration = I2cTinyUsb::configurationDescriptor();
+    UsbIp::appendText(reply, UsbIp::kDevicePath, UsbIp::kPathLength);
+    UsbIp::appendText(reply, UsbIp::kBusId, UsbIp::kBusIdLength);
+    UsbIp::append32(reply, UsbIp::kBusNumber);
+    UsbIp::append32(reply, UsbIp::kDeviceNumber);
+    UsbIp::append32(reply, USB_SPEED_FULL);
+    for (const std::size_t low : {8, 10, 12}) // vendor, product, release
+        reply.insert(reply.end(), {device.at(low + 1), device.at(low)});
+    reply.insert(reply.end(), {device[4], device[5], device[6]}); // class, subclass, protocol
+    reply.insert(reply.end(), {configuration[5], device[17], configuration[4]});
+}
+
+void appendInterface(Bytes& reply)
+{
+    const auto& configuration = I2cTinyUsb::configurationDescriptor();
+    reply.insert(reply.end(), {configuration[14], configuration[15], configuration[16], 0});
+}
+
+Bytes deviceList()
+{
+    Bytes reply = managementReply(UsbIp::kReplyDeviceList, UsbIp::kDone);
+    UsbIp::append32(reply, 1);
+    appendDevice(reply);
+    appendInterface(reply);
+    return reply;
+}
+
+} // namespace
+
+UsbIpServer::UsbIpServer(I2cTinyUsb& device, AL::U16 port)
+    : m_device(device), m_listener(listenOn(port), [this](int listener) { accept(listener); })
+{}
+
+AL::U16 UsbIpServer::port() const
+{
+    sockaddr_in address{};
+    socklen_t length = sizeof(address);
+    getsockname(m_listener.socket(), reinterpret_cast<sockaddr*>(&address), &length);
+    return ntohs(address.sin_port);
+}
+
+void UsbIpServer::accept(int listener)
+{
+    for (;;) {
+        ScopedDescriptor connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+        if (connection.get() < 0 && errno != EINTR && errno != ECONNABORTED)
+            return;
+        m_connections.remove_if([](const ServingThread& thread) { return thread.ended(); });
+        if (connection.get() < 0)
+            continue;
+        switchOn(connection.get(), IPPROTO_TCP, TCP_NODELAY); // every answer is waited for
+        m_connections.emplace_back(std::move(connection), [this](int socket) { serve(socket); });
+    }
+}
+
+void UsbIpServer::serve(int socket)
+{
+    Bytes request;
+    if (!UsbIp::receive(socket, request, UsbIp::kManagementLength))
+        return;
+    const AL::U16 code = UsbIp::number16At(request, 2);
+    if (UsbIp::number16At(request, 0) != UsbIp::kVersion)
+        return;
+    if (code == UsbIp::kRequestDeviceList)
+        UsbIp::send(socket, deviceList());
+    if (code == UsbIp::kRequestImport)
+        serveImport(socket);
+}
+
+void UsbIpServer::serveImport(int socket)
+{
+    Bytes busId;
+    if (!UsbIp::receive(socket, busId, UsbIp::kBusIdLength))
+        return;
+    Bytes ours;
+    UsbIp::appendText(ours, UsbIp::kBusId, UsbIp::kBusIdLength);
+    if (busId != ours) {
+        UsbIp::send(socket, managementReply(UsbIp::kReplyImport, UsbIp::kNoDevice));
+        return;
+    }
+    const std::unique_lock<std::mutex> imported(m_imported, std::try_to_lock);
+    if (!imported.owns_lock()) {
+        UsbIp::send(socket, managementReply(UsbIp::kReplyImport, UsbIp::kBusy));
+        return;
+    }
+    Bytes reply = managementReply(UsbIp::kReplyImport, UsbIp::kDone);
+    appendDevice(reply);
+    if (UsbIp::send(socket, reply))
+        serveTransfers(socket, m_device);
+}
+
+} // namespace VorelKestrel::Simulator

@@ -1,0 +1,21 @@
+#ifndef TESTS_SIMULATOR_CHIP_TESTCREDENTIALS_H
+#define TESTS_SIMULATOR_CHIP_TESTCREDENTIALS_H
+
+#include <memory>
+
+#include "simulator/chip/credentials.h"
+
+/// One set of credentials per generation for all cases of a process: making a key takes its time.
+inline std::shared_ptr<const VorelKestrel::Simulator::Credentials>
+testCredentials(const VorelKestrel::Simulator::Generation& generation)
+{
+    using namespace VorelKestrel::Simulator;
+    if (&generation == &kGeneration20B) {
+        static const auto credentials = std::make_shared<const Credentials>(Credentials::generate(kGeneration20B));
+        return credentials;
+    }
+    static const auto credentials = std::make_shared<const Credentials>(Credentials::generate(kGeneration30));
+    return credentials;
+}
+
+#endif

@@ -1,0 +1,56 @@
+#ifndef TESTS_SIMULATOR_USB_USBIPCLIENT_H
+#define TESTS_SIMULATOR_USB_USBIPCLIENT_H
+
+#include <string>
+#include <utility>
+
+#include "common/bytes.h"
+#include "common/scopeddescriptor.h"
+#include "simulator/usb/i2ctinyusb.h"
+
+/// What came back for a submission.
+struct Completion
+{
+    int status = 0; // a negative errno: a stall is -EPIPE
+    std::size_t count = 0;
+    VorelKestrel::Bytes data;
+};
+
+/// The other side of USB/IP, with an encoding of its own: what usbip and the kernel's host controller would send.
+class UsbIpClient
+{
+public:
+    /// Connects to a server on the loopback address.
+    explicit UsbIpClient(unsigned short port);
+    /// Takes an end of a socket pair, on which the device counts as imported.
+    explicit UsbIpClient(VorelKestrel::ScopedDescriptor socket) : m_socket(std::move(socket)) {}
+
+    void send(const VorelKestrel::Bytes& message) const;
+    /// The next bytes of the stream; fewer only if the other side has hung up.
+    VorelKestrel::Bytes receive(std::size_t length) const;
+    bool hungUp() const { return receive(1).empty(); }
+
+    /// Everything that the server says of its devices.
+    VorelKestrel::Bytes deviceList() const;
+    /// Asks for the device. Returns the status of the reply.
+    unsigned import(const std::string& busId) const;
+
+    Completion submit(unsigned endpoint, bool fromDevice, const VorelKestrel::Simulator::ControlRequest& setup,
+                      const VorelKestrel::Bytes& data = {});
+    /// Gives up the submission made last; the status that comes back.
+    int unlink();
+
+    /// A vendor request as the kernel's i2c-tiny-usb makes it.
+    Completion vendorIn(unsigned char request, unsigned value, unsigned index, std::size_t length);
+    Completion vendorOut(unsigned char request, unsigned value, unsigned index, const VorelKestrel::Bytes& data = {});
+
+    /// An I2C message and what the device then says of it: 1 acknowledged, 2 refused.
+    unsigned writeMessage(unsigned address, const VorelKestrel::Bytes& data);
+    unsigned status();
+
+private:
+    VorelKestrel::ScopedDescriptor m_socket;
+    unsigned m_sequence = 0;
+};
+
+#endif

@@ -1,0 +1,158 @@
+#include "tool/chip/diagnosis.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <ostream>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "common/scopeddescriptor.h"
+#include "tool/chip/chip.h"
+
+namespace {
+
+using namespace VorelKestrel;
+using namespace VorelKestrel::Tool;
+
+constexpr Step kSteps[] = {Step::OpenNode, Step::SetTimeout, Step::SelectAddress, Step::SetRegister,
+                           Step::ReadRegister};
+const ChipLocation kLocation = {"/dev/i2c-1", 0x2a};
+
+struct Refusal
+{
+    Step step;
+    int error;
+    const char* tried;
+    const char* answer;
+    const char* next; // a part of it
+};
+
+std::ostream& operator<<(std::ostream& stream, const Refusal& refusal)
+{
+    return stream << refusal.tried << ": " << refusal.answer;
+}
+
+/// "OpenNodeENOENT".
+std::string nameOf(const testing::TestParamInfo<Refusal>& refusal)
+{
+    static const std::map<Step, std::string> names = {{Step::OpenNode, "OpenNode"},
+                                                      {Step::SetTimeout, "SetTimeout"},
+                                                      {Step::SelectAddress, "SelectAddress"},
+                                                      {Step::SetRegister, "SetRegister"},
+                                                      {Step::ReadRegister, "ReadRegister"}};
+    return names.at(refusal.param.step) + strerrorname_np(refusal.param.error);
+}
+
+class RefusalTest : public testing::TestWithParam<Refusal>
+{};
+
+TEST_P(RefusalTest, IsExplainedByWhatWasTriedWhatCameAndWhatToDo)
+{
+    const auto& refusal = GetParam();
+    const Failure failure = explainRefusal(refusal.step, refusal.error, kLocation);
+    EXPECT_EQ(ExitStatus::Failed, failure.status());
+    EXPECT_EQ(refusal.tried, failure.tried());
+    EXPECT_EQ(refusal.answer, failure.answer());
+    EXPECT_NE(std::string::npos, failure.next().find(refusal.next)) << failure.next();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Refusals, RefusalTest,
+    testing::Values(
+        Refusal{Step::OpenNode, ENOENT, "open /dev/i2c-1", "No such file or directory (ENOENT)", "modprobe i2c-dev"},
+        Refusal{Step::OpenNode, EACCES, "open /dev/i2c-1", "Permission denied (EACCES)", "ls -l /dev/i2c-1"},
+        Refusal{Step::OpenNode, EPERM, "open /dev/i2c-1", "Operation not permitted (EPERM)", "Run as root"},
+        Refusal{Step::OpenNode, ENXIO, "open /dev/i2c-1", "No such device or address (ENXIO)", "no bus behind it"},
+        Refusal{Step::OpenNode, EMFILE, "open /dev/i2c-1", "Too many open files (EMFILE)", "dmesg"},
+        Refusal{Step::SetTimeout, ENOTTY, "set the timeout of /dev/i2c-1", "Inappropriate ioctl for device (ENOTTY)",
+                "/dev/i2c-1 is no I2C bus"},
+        Refusal{Step::SetTimeout, EINVAL, "set the timeout of /dev/i2c-1", "Invalid argument (EINVAL)",
+                "Leave --bus-timeout out"},
+        Refusal{Step::SelectAddress, EBUSY, "select address 0x2a on /dev/i2c-1", "Device or resource busy (EBUSY)",
+                "echo 1-002a > /sys/bus/i2c/devices/1-002a/driver/unbind"},
+        Refusal{Step::SelectAddress, EINVAL, "select address 0x2a on /dev/i2c-1", "Invalid argument (EINVAL)",
+                "no such address"},
+        Refusal{Step::SelectAddress, ENOTTY, "select address 0x2a on /dev/i2c-1",
+                "Inappropriate ioctl for device (ENOTTY)", "/dev/i2c-1 is no I2C bus"},
+        Refusal{Step::SetRegister, ENXIO, "address the chip at 0x2a on /dev/i2c-1", "No such device or address (ENXIO)",
+                "i2cdetect -y 1"},
+        Refusal{Step::SetRegister, EREMOTEIO, "address the chip at 0x2a on /dev/i2c-1", "Remote I/O error (EREMOTEIO)",
+                "No chip answers"},
+        Refusal{Step::SetRegister, ETIMEDOUT, "address the chip at 0x2a on /dev/i2c-1",
+                "Connection timed out (ETIMEDOUT)", "stuck"},
+        Refusal{Step::SetRegister, EAGAIN, "address the chip at 0x2a on /dev/i2c-1",
+                "Resource temporarily unavailable (EAGAIN)", "Another master"},
+        Refusal{Step::ReadRegister, ETIMEDOUT, "read from the chip at 0x2a on /dev/i2c-1",
+                "Connection timed out (ETIMEDOUT)", "clock stretching"},
+        Refusal{Step::ReadRegister, EIO, "read from the chip at 0x2a on /dev/i2c-1", "Input/output error (EIO)",
+                "delivered nothing"}),
+    nameOf);
+
+TEST(DiagnosisTest, HasAdviceForEveryErrorAtEveryStep)
+{
+    constexpr int kUnheardOf = 4095;
+    for (const auto step : kSteps)
+        EXPECT_NE("", explainRefusal(step, kUnheardOf, kLocation).next());
+}
+
+TEST(DiagnosisTest, LeavesNoPlaceholderInAnyAdvice)
+{
+    for (const auto step : kSteps) {
+        for (int error = 1; error < 134; ++error) {
+            const Failure failure = explainRefusal(step, error, kLocation);
+            EXPECT_EQ(std::string::npos, (failure.tried() + failure.next()).find('{')) << failure.next();
+        }
+    }
+}
+
+TEST(DiagnosisTest, SuggestsTheHalvedAddressOnlyForNoAnswerAtAnEvenAddressOfAChip)
+{
+    const auto suggestsHalf = [](Step step, int address) {
+        return explainRefusal(step, ENXIO, {"/dev/i2c-1", address}).next().find("read/write bit") != std::string::npos;
+    };
+    EXPECT_TRUE(suggestsHalf(Step::SetRegister, 0x54));
+    EXPECT_FALSE(suggestsHalf(Step::SetRegister, 0x55));
+    EXPECT_FALSE(suggestsHalf(Step::SetRegister, 0x0e));
+    EXPECT_FALSE(suggestsHalf(Step::OpenNode, 0x54));
+}
+
+TEST(DiagnosisTest, NamesTheProtocolOfAVersionWithoutDriver)
+{
+    EXPECT_EQ("Its device version is 1: protocol 1.0, which is not supported", explainVersion(1, kLocation).answer());
+    EXPECT_EQ("Its device version is 2: protocol 2.0A, which is not supported", explainVersion(2, kLocation).answer());
+    EXPECT_EQ("Its device version is 6, which is unknown", explainVersion(6, kLocation).answer());
+    EXPECT_EQ("Its device version is 255: a bus at rest reads so", explainVersion(255, kLocation).answer());
+}
+
+TEST(DiagnosisTest, NamesAnErrorThatHasNoName)
+{
+    EXPECT_EQ("Unknown error 4095 (4095)", describeSystemError(4095));
+}
+
+TEST(DiagnosisTest, OfAMissingNodeSaysSo)
+{
+    EXPECT_EQ("open /dev/i2c-missing", diagnose({"/dev/i2c-missing", 0x2a}).tried());
+}
+
+TEST(DiagnosisTest, OfANodeWithoutPermissionSaysSo)
+{
+    char node[] = "/tmp/authchip-node-XXXXXX";
+    const ScopedDescriptor file(mkstemp(node));
+    ASSERT_EQ(0, fchmod(file.get(), 0));
+    constexpr uid_t kNobody = 65534;
+    const bool isRoot = geteuid() == 0; // whom no permission stops
+    if (isRoot && seteuid(kNobody) != 0)
+        GTEST_SKIP() << "this root cannot become somebody else";
+    const Failure failure = diagnose({node, 0x2a});
+    ASSERT_TRUE(!isRoot || seteuid(0) == 0);
+    unlink(node);
+
+    EXPECT_EQ("Permission denied (EACCES)", failure.answer());
+}
+
+} // namespace

@@ -1,0 +1,151 @@
+#include "tool/lock/processes.h"
+
+#include <algorithm>
+#include <csignal>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "common/scopeddescriptor.h"
+#include "tests/support/anotheruser.h"
+#include "tests/support/childprocess.h"
+#include "tests/support/temporarydirectory.h"
+
+using namespace VorelKestrel;
+using namespace VorelKestrel::Tool;
+
+namespace {
+
+struct RightsCase
+{
+    const char* name;
+    BusUser user;
+    LockRights rights;
+    bool mayUse;
+};
+
+BusUser userOf(uid_t user, std::set<gid_t> groups)
+{
+    BusUser result;
+    result.user = user;
+    result.groups = std::move(groups);
+    return result;
+}
+
+BusUser privileged()
+{
+    BusUser result = userOf(7, {});
+    result.mayUseAnySemaphore = true;
+    return result;
+}
+
+TEST(BusUserTest, MayUseALockByTheRightsOfTheFirstClassThatItIsIn)
+{
+    const RightsCase cases[] = {
+        {"owner", userOf(1, {5}), {1, 5, 0600}, true},
+        {"owner without rights, in a group that has them", userOf(1, {5}), {1, 5, 0060}, false},
+        {"in the group", userOf(2, {4, 5}), {1, 5, 0660}, true},
+        {"in the group, which may not", userOf(2, {5}), {1, 5, 0606}, false},
+        {"other", userOf(2, {4}), {1, 5, 0660}, false},
+        {"other, who may", userOf(2, {4}), {1, 5, 0666}, true},
+        {"may look only", userOf(2, {5}), {1, 5, 0640}, false},
+        {"with root's right", privileged(), {1, 5, 0600}, true},
+    };
+    for (const auto& each : cases)
+        EXPECT_EQ(each.mayUse, each.user.mayUse(each.rights)) << each.name;
+}
+
+/// The processes of this program have the library; the bus is a file.
+class ProcessesTest : public testing::Test
+{
+protected:
+    ProcessesTest() { m_bus = open(); }
+
+    ScopedDescriptor open() const
+    {
+        return ScopedDescriptor(::open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    }
+    static bool contains(const std::vector<BusUser>& users, pid_t process)
+    {
+        return std::any_of(users.begin(), users.end(), [&](const auto& user) { return user.process == process; });
+    }
+
+    const TemporaryDirectory m_directory;
+    const std::string m_path = m_directory.path() + "/i2c-7";
+    ScopedDescriptor m_bus;
+};
+
+TEST_F(ProcessesTest, FindsThoseThatHaveTheBusOpen)
+{
+    EXPECT_TRUE(contains(findBusUsers(m_path), getpid()));
+    m_bus = ScopedDescriptor();
+    EXPECT_TRUE(findBusUsers(m_path).empty());
+}
+
+TEST_F(ProcessesTest, FindsNobodyOnABusThatDoesNotExist)
+{
+    EXPECT_TRUE(findBusUsers(m_path + "0").empty());
+}
+
+TEST_F(ProcessesTest, FindsNoProcessWithoutTheLibrary)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(m_bus.get(), STDIN_FILENO); // not closed by the exec
+        execlp("sh", "sh", "-c", "kill -STOP $$", nullptr);
+        _exit(1);
+    }
+    int status = 0;
+    waitpid(child, &status, WUNTRACED);
+    EXPECT_TRUE(WIFSTOPPED(status));
+    EXPECT_FALSE(contains(findBusUsers(m_path), child));
+    kill(child, SIGKILL);
+    waitpid(child, &status, 0);
+}
+
+TEST_F(ProcessesTest, TellsWhereAProcessHasItsKeyFileAndWhoItIs)
+{
+    const auto users = findBusUsers(m_path);
+    ASSERT_EQ(1U, users.size());
+    EXPECT_EQ("/proc/" + std::to_string(getpid()) + "/root" + lockKeyFile(), users[0].keyFile);
+    EXPECT_EQ(geteuid(), users[0].user);
+    EXPECT_EQ(1U, users[0].groups.count(getegid()));
+    EXPECT_TRUE(users[0].sharesSemaphores);
+    EXPECT_EQ(geteuid() == 0, users[0].mayUseAnySemaphore);
+    EXPECT_TRUE(isThere(users[0]));
+}
+
+TEST_F(ProcessesTest, SeesThatAProcessOfAnotherUserMayNotUseTheLock)
+{
+    if (!canBecomeNobody())
+        GTEST_SKIP() << "this process cannot become one of another user";
+    const Channel changed;
+    const Channel mayEnd;
+    BusUser other;
+    {
+        ChildProcess child([&] {
+            becomeNobody();
+            changed.say();
+            mayEnd.hear();
+        });
+        changed.hear();
+        for (const auto& user : findBusUsers(m_path)) {
+            if (user.process != getpid())
+                other = user;
+        }
+        EXPECT_EQ(kNobody, other.user);
+        EXPECT_FALSE(other.mayUseAnySemaphore);
+        EXPECT_FALSE(other.mayUse({0, 0, 0600}));
+        EXPECT_TRUE(isThere(other));
+        mayEnd.say();
+    }
+    EXPECT_FALSE(isThere(other));
+}
+
+} // namespace

@@ -1,0 +1,194 @@
+#include "tool/lock/systemlock.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+
+#include <sys/sem.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <abstractionlibrary/globalmutex.h>
+
+#include "tests/support/childprocess.h"
+#include "tests/support/observedthread.h"
+#include "tests/tool/lock/lockfolder.h"
+#include "tool/report/failure.h"
+
+using namespace VorelKestrel;
+using namespace VorelKestrel::Tool;
+using VorelKestrel::AL::GlobalMutex;
+
+namespace {
+
+class SystemLockTest : public testing::Test
+{
+protected:
+    /// As only a defect or a tool of somebody else's does it.
+    void setTokens(int count) { semctl(m_folder.look().semaphore, 0, SETVAL, count); }
+
+    LockFolder m_folder;
+};
+
+TEST_F(SystemLockTest, IsTheOneOfTheLibrary)
+{
+    EXPECT_EQ(LockCondition::None, m_folder.look().condition);
+    EXPECT_FALSE(m_folder.look().keyFileExists);
+
+    GlobalMutex mutex;
+    EXPECT_EQ(LockCondition::Free, m_folder.look().condition);
+    mutex.lock();
+    EXPECT_EQ(LockCondition::Held, m_folder.look().condition);
+    EXPECT_EQ(getpid(), m_folder.look().lastUser);
+    mutex.unlock();
+    EXPECT_EQ(LockCondition::Free, m_folder.look().condition);
+}
+
+TEST_F(SystemLockTest, IsTheOneOfTheLibraryForEverySpellingOfTheFolder)
+{
+    const std::string folder = std::filesystem::temp_directory_path();
+    const GlobalMutex mutex;
+    const int semaphore = m_folder.look().semaphore;
+    for (const std::string& spelling : {folder + "/", folder + "//.", folder + "/missing/.."}) {
+        setenv("TMPDIR", spelling.c_str(), 1);
+        EXPECT_EQ(semaphore, lookAtLock(lockKeyFile()).semaphore) << spelling;
+        GlobalMutex same;
+        same.lock();
+        EXPECT_EQ(0, m_folder.look().value) << spelling;
+        same.unlock();
+    }
+}
+
+TEST_F(SystemLockTest, LiesInTmpWithoutATmpdir)
+{
+    EXPECT_EQ("/tmp", std::filesystem::path(lockKeyFile("")).parent_path());
+    unsetenv("TMPDIR");
+    EXPECT_EQ(lockKeyFile(""), lockKeyFile());
+    setenv("TMPDIR", "", 1);
+    EXPECT_EQ(lockKeyFile(""), lockKeyFile());
+}
+
+TEST_F(SystemLockTest, ShowsOwnerGroupAndModeOfWhatTheLibraryMade)
+{
+    const GlobalMutex mutex;
+    const LockState state = m_folder.look();
+    EXPECT_EQ(geteuid(), state.rights.owner);
+    EXPECT_EQ(getegid(), state.rights.group);
+    EXPECT_EQ(0600U, state.rights.mode);
+    EXPECT_FALSE(state.stays);
+}
+
+TEST_F(SystemLockTest, CountsThoseWhoWait)
+{
+    GlobalMutex mutex;
+    mutex.lock();
+    EXPECT_EQ(0, m_folder.look().waiting);
+    ObservedThread other([&] { mutex.lock(); });
+    other.waitUntilItSleeps();
+    EXPECT_EQ(1, m_folder.look().waiting);
+    mutex.unlock();
+    other.join();
+    mutex.unlock();
+}
+
+TEST_F(SystemLockTest, IsFreeAgainAfterItsHolderDied)
+{
+    const GlobalMutex keeper;
+    ChildProcess([] {
+        GlobalMutex mutex;
+        mutex.lock();
+    }).join();
+    EXPECT_EQ(LockCondition::Free, m_folder.look().condition);
+}
+
+TEST_F(SystemLockTest, IsLostWhenItsTokenIsGoneAndItsLastUserToo)
+{
+    const GlobalMutex keeper;
+    ChildProcess([&] { setTokens(0); }).join();
+    EXPECT_EQ(LockCondition::Lost, m_folder.look().condition);
+}
+
+TEST_F(SystemLockTest, HasTooManyTokensAfterAnUnlockTooMany)
+{
+    GlobalMutex mutex;
+    mutex.unlock();
+    EXPECT_EQ(LockCondition::TooMany, m_folder.look().condition);
+    EXPECT_EQ(2, m_folder.look().value);
+    mutex.lock();
+}
+
+TEST_F(SystemLockTest, SeededStaysWhenTheProcessesThatUseItExit)
+{
+    m_folder.seed();
+    const int semaphore = m_folder.look().semaphore;
+    {
+        GlobalMutex mutex;
+        mutex.lock();
+        EXPECT_EQ(LockCondition::Held, m_folder.look().condition);
+        mutex.unlock();
+    }
+    EXPECT_EQ(semaphore, m_folder.look().semaphore);
+    EXPECT_EQ(LockCondition::Free, m_folder.look().condition);
+    EXPECT_TRUE(m_folder.look().stays);
+}
+
+TEST_F(SystemLockTest, SeededHasTheRightsThatWereAskedFor)
+{
+    m_folder.seed(getegid(), 0660);
+    EXPECT_EQ(0660U, m_folder.look().rights.mode);
+    setRights(m_folder.look(), {geteuid(), getegid(), 0666});
+    EXPECT_EQ((LockRights{geteuid(), getegid(), 0666}), m_folder.look().rights);
+}
+
+TEST_F(SystemLockTest, IsNotThereAfterASeedThatFailedHalfWay)
+{
+    constexpr auto kNoGroup = static_cast<gid_t>(-1); // the kernel takes it for none
+    EXPECT_THROW(m_folder.seed(kNoGroup), Failure);
+    EXPECT_EQ(-1, m_folder.look().semaphore);
+}
+
+TEST_F(SystemLockTest, IsNotSeededOverALockThatIsThere)
+{
+    GlobalMutex mutex;
+    mutex.lock();
+    EXPECT_THROW(m_folder.seed(), Failure);
+    EXPECT_EQ(LockCondition::Held, m_folder.look().condition);
+    mutex.unlock();
+}
+
+TEST_F(SystemLockTest, IsNotTakenForSeededWhenItsSemaphoreWasRemovedAndMadeAnewByTheLibrary)
+{
+    m_folder.seed();
+    semctl(m_folder.look().semaphore, 0, IPC_RMID);
+    EXPECT_EQ(LockCondition::None, m_folder.look().condition);
+    const GlobalMutex mutex;
+    EXPECT_EQ(LockCondition::Free, m_folder.look().condition);
+    EXPECT_FALSE(m_folder.look().stays);
+}
+
+TEST_F(SystemLockTest, TokenKeepsTheLibraryOutAndComesBackAtTheEndOfItsScope)
+{
+    GlobalMutex mutex;
+    {
+        const LockToken token(m_folder.look().semaphore, 0);
+        EXPECT_TRUE(token.isHeld());
+        EXPECT_EQ(LockCondition::Held, m_folder.look().condition);
+    }
+    EXPECT_EQ(LockCondition::Free, m_folder.look().condition);
+}
+
+TEST_F(SystemLockTest, TokenIsNotWaitedForBeyondTheTimeGiven)
+{
+    GlobalMutex mutex;
+    mutex.lock();
+    {
+        const LockToken token(m_folder.look().semaphore, 1);
+        EXPECT_FALSE(token.isHeld());
+        EXPECT_EQ(EAGAIN, token.error());
+    }
+    EXPECT_EQ(0, m_folder.look().value);
+    mutex.unlock();
+}
+
+} // namespace

@@ -1,0 +1,166 @@
+#include "tool/chip/chip.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+#include <abstractionlibrary/globalmutex.h>
+#include <authchipdriver/authchipfactory.h>
+#include <authchipdriver/i2c.h>
+
+#include "authchipdriver/bustransaction.h"
+#include "authchipdriver/registermap.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+using namespace ACD;
+
+constexpr char kRetry[] = "Try again; if it stays so, look at the bus clock, the pull-ups and the chip's supply.";
+constexpr char kSignAgain[] = "Try again; if it stays so, reset the chip. -vv shows every access to it.";
+
+struct FreeBlock
+{
+    void operator()(AL::U8* block) const { std::free(block); }
+};
+
+std::string at(const ChipLocation& location)
+{
+    return toHex(static_cast<std::uint32_t>(location.address), 2) + " on " + location.device;
+}
+
+std::string describe(const DriverComplaint& complaint, Error error)
+{
+    std::string text = complaint.text;
+    if (text.empty())
+        text = error == ErrorI2C ? "The bus failed" : "The chip gave a status or length that is not acceptable";
+    if (error == ErrorI2C && complaint.systemError != 0)
+        text += "; the bus said: " + describeSystemError(complaint.systemError);
+    return text;
+}
+
+} // namespace
+
+Failure diagnose(const ChipLocation& location)
+{
+    const ScopedDescriptor node = openNode(location.device);
+    if (node.get() < 0)
+        return explainRefusal(Step::OpenNode, errno, location);
+    if (!selectAddress(node, location.address))
+        return explainRefusal(Step::SelectAddress, errno, location);
+
+    AL::GlobalMutex bus; // the one lock of all processes that use the library
+    bus.lock();
+    const VersionAnswer answer = askVersion(node);
+    bus.unlock();
+
+    try {
+        requireDriver(answer, location);
+    } catch (const Failure& failure) {
+        return failure;
+    }
+    return {ExitStatus::Failed, "find a driver for the chip at " + at(location),
+            "It did not answer before, and does now (device version " + std::to_string(answer.deviceVersion) + ")",
+            "Try again. If it happens often, look for a loose contact or a slow reset."};
+}
+
+Chip::Chip(ChipLocation location, DriverLog& log)
+    : m_location(std::move(location)), m_log(log),
+      m_driver(AuthChipFactory::getAuthChipDriverInstance(m_location.device.c_str(), m_location.address))
+{
+    if (m_driver == nullptr)
+        throw diagnose(m_location);
+    m_log.forget();
+    check(m_driver->getDeviceVersion(m_deviceVersion), "read the device version of", kRetry);
+    m_scheme = m_deviceVersion == kDeviceVersion30 ? &kScheme30 : &kScheme20B;
+}
+
+ChipIdentity Chip::identity()
+{
+    ChipIdentity identity;
+    identity.deviceVersion = m_deviceVersion;
+    m_log.forget();
+    check(m_driver->getFirmwareVersion(identity.firmwareVersion), "read the firmware version of", kRetry);
+    check(m_driver->getAuthenticationProtocolMajorVersion(identity.protocolMajorVersion),
+          "read the protocol's major version from", kRetry);
+    check(m_driver->getAuthenticationProtocolMinorVersion(identity.protocolMinorVersion),
+          "read the protocol's minor version from", kRetry);
+    check(m_driver->getDeviceID(identity.deviceId), "read the device ID of", kRetry);
+    check(m_driver->getAccessoryCertificateDataLength(identity.certificateLength), "read the certificate's length from",
+          kRetry);
+    m_driver->getChallengeDataMaximumLength(identity.challengeMaximumLength);
+    m_driver->getChallengeResponseDataMaximumLength(identity.responseMaximumLength);
+    return identity;
+}
+
+Bytes Chip::certificate()
+{
+    m_log.forget();
+    int length = 0;
+    check(m_driver->getAccessoryCertificateDataLength(length), "read the certificate's length from", kRetry);
+    Bytes certificate(static_cast<std::size_t>(length));
+    check(m_driver->getAccessoryCertificateData(certificate.data(), length), "read the certificate from", kRetry);
+    return certificate;
+}
+
+Bytes Chip::sign(const Bytes& challenge)
+{
+    m_log.forget();
+    AL::U8* response = nullptr;
+    int length = 0;
+    const Error error =
+        m_driver->newSignature(challenge.data(), static_cast<int>(challenge.size()), &response, &length);
+    const std::unique_ptr<AL::U8, FreeBlock> block(response);
+    check(error, "have a challenge signed by", kSignAgain);
+    return {response, response + length};
+}
+
+void Chip::check(Error error, const char* tried, const char* next)
+{
+    if (error == Success)
+        return;
+    DriverComplaint complaint = m_log.complaint();
+    if (complaint.text.empty())
+        complaint.systemError = errno; // the version queries say nothing to the drivers' log
+    throw Failure(ExitStatus::Failed, std::string(tried) + " the chip at " + at(m_location), describe(complaint, error),
+                  next);
+}
+
+RawChip::RawChip(ChipLocation location) : m_location(std::move(location))
+{
+    if (i2cInit(m_location.device.c_str(), m_location.address) != 0)
+        throw diagnose(m_location);
+}
+
+Bytes RawChip::read(std::uint8_t reg, int length)
+{
+    Bytes data(static_cast<std::size_t>(length));
+    const BusTransaction transaction;
+    const int result = i2cRead(reg, length, data.data());
+    const int error = errno;
+    if (result == length)
+        return data;
+    // The register number was refused, unless an answer came at all; an answer of 0 bytes looks the same.
+    if (result == 0)
+        throw explainRefusal(Step::SetRegister, error, m_location);
+    if (result < 0)
+        throw explainRefusal(Step::ReadRegister, error, m_location);
+    throw Failure(ExitStatus::Failed,
+                  "read " + std::to_string(length) + " bytes from register " + toHex(reg, 2) + " of the chip at " +
+                      at(m_location),
+                  std::to_string(result) + " bytes came",
+                  "Ask for fewer bytes, or look at the bus controller's limits.");
+}
+
+void RawChip::write(std::uint8_t reg, const Bytes& data)
+{
+    const auto length = static_cast<int>(data.size());
+    const BusTransaction transaction;
+    const int result = i2cWrite(reg, length, data.data());
+    const int error = errno;
+    if (result != length)
+        throw explainRefusal(Step::SetRegister, error, m_location);
+}
+
+} // namespace VorelKestrel::Tool

@@ -1,0 +1,25 @@
+#ifndef TOOL_LOCK_NAMES_H
+#define TOOL_LOCK_NAMES_H
+
+#include <string>
+
+#include <sys/types.h>
+
+#include "tool/lock/systemlock.h"
+
+namespace VorelKestrel::Tool {
+
+// Numbers of the system's in words; a number that has no name stands for itself.
+
+std::string nameOfUser(uid_t user);
+std::string nameOfGroup(gid_t group);
+/// "0660"
+std::string inOctal(unsigned mode);
+/// "root, group i2c, mode 0660"
+std::string describe(const LockRights& rights);
+/// "1234 (authchip-chip)", or what has become of it.
+std::string describeProcess(pid_t process);
+
+} // namespace VorelKestrel::Tool
+
+#endif

@@ -1,0 +1,68 @@
+#ifndef CAPTURE_CONVERSATION_H
+#define CAPTURE_CONVERSATION_H
+
+#include "capture/record.h"
+
+namespace VorelKestrel::Capture {
+
+/**
+ * What has been said through one opened node: which register the next read is about, and how often the message that
+ * is sent now was refused before. Like EncodedRecord it needs no C++ library. Eight bytes, so that it can be kept where
+ * many threads change it at once.
+ *
+ * Threads: one at a time.
+ */
+class Conversation
+{
+public:
+    /// Completes a record; records come in the order in which the messages end.
+    void follow(Record& record)
+    {
+        Facts& facts = record.facts;
+        if (!facts.isRead) {
+            record.hasRegister = record.data != nullptr && facts.requested > 0;
+            record.reg = record.hasRegister ? record.data[0] : AL::U8{0};
+        } else {
+            record.hasRegister = m_isNamed;
+            record.reg = m_named;
+        }
+        facts.attempt = isRepeated(record) ? m_failures + 1U : 1U;
+        remember(record);
+    }
+
+private:
+    static constexpr AL::U32 kMost = 0xffff; // attempts, and bytes of a message
+
+    static AL::U16 limited(AL::U32 number) { return static_cast<AL::U16>(number < kMost ? number : kMost); }
+
+    bool isRepeated(const Record& record) const
+    {
+        return m_failures > 0 && record.facts.isRead == m_isRead && record.reg == m_register &&
+               limited(record.facts.requested) == m_requested;
+    }
+    void remember(const Record& record)
+    {
+        const Facts& facts = record.facts;
+        m_failures = facts.failed() || facts.isShort() ? limited(facts.attempt) : AL::U16{0};
+        m_requested = limited(facts.requested);
+        m_register = record.reg;
+        m_isRead = facts.isRead;
+        if (!facts.isRead && !facts.failed() && record.hasRegister) {
+            m_named = record.reg;
+            m_isNamed = true;
+        }
+    }
+
+    // The last message.
+    AL::U16 m_failures = 0; // in a row
+    AL::U16 m_requested = 0;
+    AL::U8 m_register = 0;
+    bool m_isRead = false;
+    // The last message that named a register and got through.
+    bool m_isNamed = false;
+    AL::U8 m_named = 0;
+};
+
+} // namespace VorelKestrel::Capture
+
+#endif

@@ -41,7 +41,3 @@ set(AUTHCHIPDRIVER_INSTRUMENTED OFF)
 if(AUTHCHIPDRIVER_SANITIZE OR AUTHCHIPDRIVER_COVERAGE)
     set(AUTHCHIPDRIVER_INSTRUMENTED ON)
 endif()
-
-if(PROJECT_IS_TOP_LEVEL) # the short names are for this project's own use
-    add_library(project_options ALIAS authchipdriver_options)
-endif()

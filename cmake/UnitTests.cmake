@@ -12,7 +12,7 @@ set(TESTS_TMPDIR /tmp/authchip-${TESTS_TMPDIR})
 function(add_unit_tests name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
     add_executable(${name} ${arg_SOURCES})
-    target_link_libraries(${name} PRIVATE project_options ${arg_LIBRARIES} GTest::gtest_main)
+    target_link_libraries(${name} PRIVATE authchipdriver_options ${arg_LIBRARIES} GTest::gtest_main)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
     # The library looks the host's hook and the faked system calls up in the program.
     set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON)

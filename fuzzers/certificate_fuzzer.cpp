@@ -23,9 +23,9 @@ void show(const Certificate& certificate)
 
 void tryKey(const Certificate& certificate)
 {
-    for (const SignatureScheme* scheme : {&kScheme20B, &kScheme30})
-        findFlaw(*scheme, certificate.publicKey(), Bytes(scheme->challengeLength, 0x5a),
-                 Bytes(scheme->signatureLength, 0x01));
+    for (const Generation* generation : {&kGeneration20B, &kGeneration30})
+        findFlaw(*generation, certificate.publicKey(), Bytes(generation->challengeLength, 0x5a),
+                 Bytes(generation->responseLength, 0x01));
 }
 
 } // namespace

@@ -15,6 +15,7 @@
 #include <authchipdriver/authchipfactory.h>
 
 #include "authchipdriver/bustransaction.h"
+#include "common/generations.h"
 #include "fuzzers/hostilechip.h"
 #include "fuzzers/target.h"
 #include "tests/support/nowhere.h"
@@ -28,7 +29,7 @@ using VorelKestrel::AL::U8;
 namespace {
 
 constexpr std::uint8_t kDeviceVersion = DEVICE_VERSION;
-constexpr bool kIsProtocol30 = kDeviceVersion == 7;
+constexpr bool kIsProtocol30 = VorelKestrel::findGeneration(kDeviceVersion) == &VorelKestrel::kGeneration30;
 
 /// A block of the heap of exactly that size, so that a byte too many is seen; a negative size counts as none.
 class Block

@@ -18,6 +18,7 @@
 #include "simulator/usb/usbipserver.h"
 #include "simulator/usb/vhciattachment.h"
 
+using namespace VorelKestrel;
 using namespace VorelKestrel::Simulator;
 
 namespace {

@@ -17,25 +17,19 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include "common/opensslpointer.h"
+
 namespace VorelKestrel::Simulator {
 namespace {
 
-template<auto kFree>
-struct Deleter
-{
-    template<typename T>
-    void operator()(T* object) const
-    {
-        kFree(object);
-    }
-};
-using Bio = std::unique_ptr<BIO, Deleter<BIO_free>>;
-using Certificate = std::unique_ptr<X509, Deleter<X509_free>>;
-using Container = std::unique_ptr<PKCS7, Deleter<PKCS7_free>>;
-using Extension = std::unique_ptr<X509_EXTENSION, Deleter<X509_EXTENSION_free>>;
-using OctetString = std::unique_ptr<ASN1_OCTET_STRING, Deleter<ASN1_OCTET_STRING_free>>;
-using SignContext = std::unique_ptr<EVP_PKEY_CTX, Deleter<EVP_PKEY_CTX_free>>;
-using EcdsaSignature = std::unique_ptr<ECDSA_SIG, Deleter<ECDSA_SIG_free>>;
+using Bio = OpensslPointer<BIO, BIO_free>;
+using Certificate = OpensslPointer<X509, X509_free>;
+using Container = OpensslPointer<PKCS7, PKCS7_free>;
+using Extension = OpensslPointer<X509_EXTENSION, X509_EXTENSION_free>;
+using OctetString = OpensslPointer<ASN1_OCTET_STRING, ASN1_OCTET_STRING_free>;
+using Digest = OpensslPointer<EVP_MD, EVP_MD_free>;
+using SignContext = OpensslPointer<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
+using EcdsaSignature = OpensslPointer<ECDSA_SIG, ECDSA_SIG_free>;
 
 constexpr std::size_t kSerialMaximumLength = 16;
 
@@ -56,26 +50,31 @@ void check(bool succeeded, const char* what)
 
 EVP_PKEY* newKey(const Generation& generation)
 {
-    EVP_PKEY* key = &generation == &kGeneration20B ? EVP_RSA_gen(1024U) : EVP_EC_gen("P-256");
+    EVP_PKEY* key = generation.keyGroup == nullptr ? EVP_RSA_gen(generation.keyBits) : EVP_EC_gen(generation.keyGroup);
     check(key != nullptr, "making a key failed");
     return key;
 }
 
-bool isKeyOf(const Generation& generation, const EVP_PKEY* key)
+bool hasGroup(const EVP_PKEY* key, const char* wanted)
 {
-    if (&generation == &kGeneration20B)
-        return EVP_PKEY_is_a(key, "RSA") == 1 && EVP_PKEY_get_bits(key) == 1024;
     std::array<char, 64> group{};
     std::size_t length = 0;
-    return EVP_PKEY_is_a(key, "EC") == 1 && EVP_PKEY_get_group_name(key, group.data(), group.size(), &length) == 1 &&
-           std::strcmp(group.data(), "prime256v1") == 0;
+    return EVP_PKEY_get_group_name(key, group.data(), group.size(), &length) == 1 &&
+           std::strcmp(group.data(), wanted) == 0;
+}
+
+bool isKeyOf(const Generation& generation, const EVP_PKEY* key)
+{
+    return EVP_PKEY_is_a(key, generation.keyType) == 1 &&
+           EVP_PKEY_get_bits(key) == static_cast<int>(generation.keyBits) &&
+           (generation.keyGroup == nullptr || hasGroup(key, generation.keyGroup));
 }
 
 void setSerial(X509* certificate, std::size_t length)
 {
     // The first byte keeps the number positive and its length fixed.
     const Bytes serial(length, 0x5a);
-    std::unique_ptr<BIGNUM, Deleter<BN_free>> number(BN_bin2bn(serial.data(), static_cast<int>(length), nullptr));
+    OpensslPointer<BIGNUM, BN_free> number(BN_bin2bn(serial.data(), static_cast<int>(length), nullptr));
     check(number != nullptr && BN_to_ASN1_INTEGER(number.get(), X509_get_serialNumber(certificate)) != nullptr,
           "setting the serial number failed");
 }
@@ -269,11 +268,12 @@ public:
     ThreadState& operator=(const ThreadState&) = delete;
 };
 
-Bytes signDigest(EVP_PKEY* key, const EVP_MD* digestKind, const Bytes& digest)
+Bytes signDigest(EVP_PKEY* key, const char* digestName, const Bytes& digest)
 {
     const SignContext context(EVP_PKEY_CTX_new(key, nullptr));
-    check(context != nullptr && EVP_PKEY_sign_init(context.get()) == 1 &&
-              EVP_PKEY_CTX_set_signature_md(context.get(), digestKind) == 1,
+    const Digest digestKind(EVP_MD_fetch(nullptr, digestName, nullptr));
+    check(context != nullptr && digestKind != nullptr && EVP_PKEY_sign_init(context.get()) == 1 &&
+              EVP_PKEY_CTX_set_signature_md(context.get(), digestKind.get()) == 1,
           "preparing a signature failed");
     Bytes signature(static_cast<std::size_t>(EVP_PKEY_get_size(key)));
     std::size_t length = signature.size();
@@ -298,11 +298,6 @@ Bytes plainEcdsa(const Bytes& der, std::size_t length)
 
 } // namespace
 
-void Credentials::KeyDeleter::operator()(EVP_PKEY* key) const
-{
-    EVP_PKEY_free(key);
-}
-
 Credentials::Credentials(const Generation& generation, Key key, Bytes certificate)
     : m_generation(&generation), m_key(std::move(key)), m_certificate(std::move(certificate))
 {}
@@ -319,7 +314,7 @@ Credentials Credentials::load(const Generation& generation, const std::string& k
 {
     Key key(readKey(keyFile));
     if (!isKeyOf(generation, key.get()))
-        throw CredentialsError("the key in " + keyFile + " does not fit: a chip of protocol " + generation.name +
+        throw CredentialsError("the key in " + keyFile + " does not fit: a chip of protocol " + generation.protocol +
                                " signs with " + generation.keyName);
     Bytes certificate = certificateFile.empty() ? newCertificate(key.get(), certificateLength)
                                                 : readCertificate(certificateFile, key.get());
@@ -329,9 +324,8 @@ Credentials Credentials::load(const Generation& generation, const std::string& k
 Bytes Credentials::sign(const Bytes& challenge) const
 {
     const ThreadState threadState;
-    if (m_generation == &kGeneration20B)
-        return signDigest(m_key.get(), EVP_sha1(), challenge);
-    return plainEcdsa(signDigest(m_key.get(), EVP_sha256(), challenge), m_generation->responseLength);
+    Bytes signature = signDigest(m_key.get(), m_generation->digest, challenge);
+    return m_generation->keyGroup == nullptr ? signature : plainEcdsa(signature, m_generation->responseLength);
 }
 
 } // namespace VorelKestrel::Simulator

@@ -6,9 +6,10 @@
 #include <stdexcept>
 #include <string>
 
-#include <openssl/types.h>
+#include <openssl/evp.h>
 
 #include "common/bytes.h"
+#include "common/opensslpointer.h"
 #include "simulator/chip/generation.h"
 
 namespace VorelKestrel::Simulator {
@@ -49,11 +50,7 @@ public:
     const Generation& generation() const { return *m_generation; }
 
 private:
-    struct KeyDeleter
-    {
-        void operator()(EVP_PKEY* key) const;
-    };
-    using Key = std::unique_ptr<EVP_PKEY, KeyDeleter>;
+    using Key = OpensslPointer<EVP_PKEY, EVP_PKEY_free>;
 
     Credentials(const Generation& generation, Key key, Bytes certificate);
 

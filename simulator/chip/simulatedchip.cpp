@@ -79,7 +79,7 @@ void SimulatedChip::fillCertificate()
     const Bytes& certificate = m_credentials->certificate();
     if (certificate.size() > certificateMaximumLength(generation()))
         throw CredentialsError("the certificate container has " + std::to_string(certificate.size()) +
-                               " bytes; a chip of protocol " + generation().name + " holds at most " +
+                               " bytes; a chip of protocol " + generation().protocol + " holds at most " +
                                std::to_string(certificateMaximumLength(generation())));
     m_registers[ACD::kRegisterCertificateLength] = bigEndian16(certificate.size());
     for (int page = 1; page <= generation().certificatePages; ++page) {

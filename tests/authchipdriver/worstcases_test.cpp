@@ -191,7 +191,7 @@ struct Counts
     bool succeeds;
 };
 
-enum class Generation
+enum class Protocols
 {
     Both,
     Protocol20B,
@@ -203,7 +203,7 @@ struct Row
 {
     const char* name;  // of the test
     const char* title; // in the page
-    Generation generation;
+    Protocols protocols;
     std::vector<std::string> operations;
     Counts counts[kChipCount]; // in the order of kChips
 };
@@ -212,49 +212,49 @@ struct Row
 const Row kRows[] = {
     {"WithoutATransfer",
      "no transfer: `getChallengeDataMaximumLength`, `getChallengeResponseDataMaximumLength`, `i2cInit`, `i2cStartTransaction`, `i2cStopTransaction`, `i2cClose`",
-     Generation::Both,
+     Protocols::Both,
      {"getChallengeResponseDataMaximumLength", "getChallengeDataMaximumLength", "i2cInit",
       "i2cStartTransaction, i2cStopTransaction"},
      {{0, 0, true}, {0, 0, true}, {0, 0, true}, {0, 0, true}, {0, 0, true}}},
     {"ReadingAByte",
      "read 1 byte: `getAuthChipDriverInstance`, `getDeviceVersion` and the other three versions, `readByte`, `rawRead`, `i2cRead`",
-     Generation::Both,
+     Protocols::Both,
      {"getAuthChipDriverInstance", "getDeviceVersion", "getFirmwareVersion", "getAuthenticationProtocolMajorVersion",
       "getAuthenticationProtocolMinorVersion", "readByte", "rawReadOf1Byte"},
      {{2, 0, true}, {100, 100, false}, {2, 0, true}, {4, 1, true}, {200, 99, true}}},
     {"ReadingSeveralBytes",
      "read 2 to 128 bytes: `getDeviceID`, `getAccessoryCertificateDataLength`, `readWord`, `readDWord`, `rawRead`, `i2cRead`",
-     Generation::Both,
+     Protocols::Both,
      {"getDeviceID", "getAccessoryCertificateDataLength", "readWord", "readDWord", "rawReadOf128Bytes"},
      {{2, 0, true}, {100, 100, false}, {2, 0, false}, {4, 1, true}, {200, 99, true}}},
     {"Writing",
      "write 1 to 128 bytes: `writeByte`, `writeWord`, `writeDWord`, `rawWrite`, `i2cWrite`",
-     Generation::Both,
+     Protocols::Both,
      {"writeByte", "writeWord", "writeDWord", "rawWriteOf1Byte", "rawWriteOf128Bytes"},
      {{1, 0, true}, {100, 100, false}, {100, 100, false}, {2, 1, true}, {100, 99, true}}},
     {"TheCertificate",
      "`getAccessoryCertificateData` of 907 bytes, 8 pages",
-     Generation::Both,
+     Protocols::Both,
      {"getAccessoryCertificateData"},
      {{16, 0, true}, {100, 100, false}, {2, 0, false}, {32, 8, true}, {1600, 792, true}}},
     {"TheLongestCertificateOn30",
      "`getAccessoryCertificateData` of 1280 bytes, 10 pages, the most on 3.0",
-     Generation::Protocol30,
+     Protocols::Protocol30,
      {"getAccessoryCertificateDataOfAllPages"},
      {{20, 0, true}, {100, 100, false}, {2, 0, false}, {40, 10, true}, {2000, 990, true}}},
     {"TheLongestCertificateOn20B",
      "`getAccessoryCertificateData` of 1920 bytes, 15 pages, the most on 2.0B",
-     Generation::Protocol20B,
+     Protocols::Protocol20B,
      {"getAccessoryCertificateDataOfAllPages"},
      {{30, 0, true}, {100, 100, false}, {2, 0, false}, {60, 15, true}, {3000, 1485, true}}},
     {"ASignatureOn30",
      "`newSignature` on 3.0",
-     Generation::Protocol30,
+     Protocols::Protocol30,
      {"newSignature"},
      {{10, 0, true}, {100, 100, false}, {100, 100, false}, {20, 6, true}, {1000, 594, true}}},
     {"ASignatureOn20B",
      "`newSignature` on 2.0B",
-     Generation::Protocol20B,
+     Protocols::Protocol20B,
      {"newSignature"},
      {{10, 0, true}, {100, 100, false}, {100, 100, false}, {20, 7, true}, {1000, 693, true}}},
 };
@@ -262,12 +262,12 @@ const Row kRows[] = {
 
 std::vector<bool> protocolsOf(const Row& row)
 {
-    switch (row.generation) {
-    case Generation::Protocol20B:
+    switch (row.protocols) {
+    case Protocols::Protocol20B:
         return {false};
-    case Generation::Protocol30:
+    case Protocols::Protocol30:
         return {true};
-    case Generation::Both:
+    case Protocols::Both:
         break;
     }
     return {false, true};

@@ -9,6 +9,7 @@
 
 #include <log4cplus/loglevel.h>
 
+#include "common/generations.h"
 #include "tests/support/consolelog.h"
 
 namespace campaign {
@@ -38,17 +39,6 @@ std::string hexOf(int number)
     text << std::hex << number;
     return text.str();
 }
-
-/// What the two generations do not have in common.
-struct Generation
-{
-    int responseLimit;
-    int challengeLimit;
-    int lastPage;
-    const char* signed_; // how the exit line of a signature ends
-};
-constexpr Generation kGeneration20B = {128, 20, 15, "result=0"};
-constexpr Generation kGeneration30 = {64, 32, 10, "result=Success"};
 
 /// Steps of a signature. What a step has found out, or what is wrong, is the number at the end of its line.
 enum class Step
@@ -102,7 +92,8 @@ class Oracle
 {
 public:
     explicit Oracle(const Script& script)
-        : m_script(script), m_generation(script.protocol30 ? kGeneration30 : kGeneration20B),
+        : m_script(script),
+          m_generation(script.protocol30 ? VorelKestrel::kGeneration30 : VorelKestrel::kGeneration20B),
           m_writes(script.writes.begin(), script.writes.end()), m_reads(script.reads.begin(), script.reads.end())
     {}
 
@@ -143,7 +134,7 @@ private:
     std::string perform();
 
     const Script& m_script;
-    const Generation m_generation;
+    const VorelKestrel::Generation& m_generation;
     std::deque<int> m_writes;
     std::deque<int> m_reads;
     int m_register = 0;
@@ -390,7 +381,7 @@ int Oracle::certificate()
             debug("Reading page " + std::to_string(page) + ", bytes=" + std::to_string(wanted));
             const int n = readRegister(static_cast<U8>(0x30 + page), wanted, m_outcome.buffer.data() + total);
             total += n;
-            if (page >= m_generation.lastPage || n != wanted) {
+            if (page >= m_generation.certificatePages || n != wanted) {
                 error("Read failed: read=" + std::to_string(n) + ", toRead=" + std::to_string(wanted) +
                       ", page=" + std::to_string(page + 1));
                 break;
@@ -446,7 +437,7 @@ bool Oracle::does(Step step, int& number)
     case Step::AnnounceChallenge:
         return writeNumber(0x20, 2, std::min(m_script.length, 20)) == kSuccess;
     case Step::SendChallenge: {
-        const int count = std::min(m_script.length, m_generation.challengeLimit);
+        const int count = std::min(m_script.length, static_cast<int>(m_generation.challengeLength));
         const Bytes all = dataOf(m_script);
         return writeRegister(0x21, count, Bytes(all.begin(), all.begin() + count)) == count;
     }
@@ -494,7 +485,7 @@ int Oracle::signature()
             if (row->success != nullptr)
                 debug(row->success + (row->successEndsWithNumber ? std::to_string(number) : ""));
         }
-        bracket("Leave", m_generation.signed_);
+        bracket("Leave", m_script.protocol30 ? "result=Success" : "result=0");
         m_outcome.outputs = "response=block length=" + std::to_string(m_outcome.buffer.size());
         return kSuccess;
     });
@@ -576,9 +567,9 @@ std::string Oracle::perform()
     case Operation::GetAccessoryCertificateData:
         return std::to_string(certificate());
     case Operation::GetChallengeResponseDataMaximumLength:
-        return std::to_string(limit(m_generation.responseLimit));
+        return std::to_string(limit(static_cast<int>(m_generation.responseLength)));
     case Operation::GetChallengeDataMaximumLength:
-        return std::to_string(limit(m_generation.challengeLimit));
+        return std::to_string(limit(static_cast<int>(m_generation.challengeLength)));
     case Operation::RawWrite:
         return std::to_string(raw("Write failed: expected=", writeData));
     case Operation::RawRead:

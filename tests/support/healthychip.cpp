@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "common/generations.h"
+
 namespace {
 
 using U8 = VorelKestrel::AL::U8;
@@ -19,7 +21,8 @@ void arrange(Device& device, bool protocol30)
 
 std::map<U8, Bytes> healthyChip(bool protocol30)
 {
-    const U8 responseLength = protocol30 ? 64 : 128;
+    const auto& generation = protocol30 ? VorelKestrel::kGeneration30 : VorelKestrel::kGeneration20B;
+    const auto responseLength = static_cast<U8>(generation.responseLength);
     std::map<U8, Bytes> registers = {
         {0x00, {1}},
         {0x01, {1}},

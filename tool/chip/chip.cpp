@@ -73,7 +73,9 @@ Chip::Chip(ChipLocation location, DriverLog& log)
         throw diagnose(m_location);
     m_log.forget();
     check(m_driver->getDeviceVersion(m_deviceVersion), "read the device version of", kRetry);
-    m_scheme = m_deviceVersion == kDeviceVersion30 ? &kScheme30 : &kScheme20B;
+    m_generation = findGeneration(m_deviceVersion);
+    if (m_generation == nullptr) // the library knows a device version that the table of generations lacks
+        throw explainVersion(m_deviceVersion, m_location);
 }
 
 ChipIdentity Chip::identity()

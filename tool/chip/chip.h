@@ -5,10 +5,10 @@
 
 #include <authchipdriver/authchipdriver.h>
 
+#include "common/generations.h"
 #include "common/hex.h"
 #include "tool/chip/diagnosis.h"
 #include "tool/chip/driverlog.h"
-#include "tool/chip/verification.h"
 
 namespace VorelKestrel::Tool {
 
@@ -43,8 +43,7 @@ public:
     Chip(ChipLocation location, DriverLog& log);
 
     ChipIdentity identity();
-    /// How a chip of this generation signs.
-    const SignatureScheme& scheme() const { return *m_scheme; }
+    const Generation& generation() const { return *m_generation; }
     std::uint8_t deviceVersion() const { return m_deviceVersion; }
     /// The certificate as it is stored.
     Bytes certificate();
@@ -56,8 +55,8 @@ private:
 
     ChipLocation m_location;
     DriverLog& m_log;
-    ACD::AuthChipDriver* m_driver; // the factory's; never null
-    const SignatureScheme* m_scheme = nullptr;
+    ACD::AuthChipDriver* m_driver;            // the factory's; never null
+    const Generation* m_generation = nullptr; // never null once constructed
     std::uint8_t m_deviceVersion = 0;
 };
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "authchipdriver/registermap.h"
+#include "common/generations.h"
 #include "common/hex.h"
 
 namespace VorelKestrel::Tool {
@@ -115,17 +116,6 @@ std::string adviceFor(Step step, int error)
     return "";
 }
 
-struct KnownVersion
-{
-    AL::U8 value;
-    const char* protocol;
-};
-
-constexpr KnownVersion kVersionsWithoutDriver[] = {
-    {kDeviceVersion10, "1.0"},
-    {kDeviceVersion20A, "2.0A"},
-};
-
 Failure versionFailure(const ChipLocation& location, const std::string& answer, const std::string& next)
 {
     return {ExitStatus::Failed, fillIn("find a driver for the chip at {address} on {device}", location), answer, next};
@@ -156,12 +146,9 @@ Failure explainVersion(std::uint8_t deviceVersion, const ChipLocation& location)
 {
     constexpr std::uint8_t kNobodyPullsDown = 0xff;
     const std::string answer = "Its device version is " + std::to_string(deviceVersion);
-    for (const auto& known : kVersionsWithoutDriver) {
-        if (known.value == deviceVersion)
-            return versionFailure(
-                location, answer + ": protocol " + known.protocol + ", which is not supported",
-                "A chip of protocol 2.0B (device version 3 or 5) or 3.0 (device version 7) is needed.");
-    }
+    if (const DeviceVersion* known = findDeviceVersion(deviceVersion))
+        return versionFailure(location, answer + ": protocol " + known->protocol + ", which is not supported",
+                              "A chip of protocol " + supportedProtocols() + " is needed.");
     if (deviceVersion == kNobodyPullsDown)
         return versionFailure(location, answer + ": a bus at rest reads so",
                               "Check the data line, the chip's supply and its reset line.");
@@ -205,24 +192,13 @@ VersionAnswer askVersion(const ScopedDescriptor& node)
     return answer;
 }
 
-bool hasDriver(std::uint8_t deviceVersion)
-{
-    return deviceVersion == kDeviceVersion20B || deviceVersion == kDeviceVersion20BLater ||
-           deviceVersion == kDeviceVersion30;
-}
-
-std::string protocolOf(std::uint8_t deviceVersion)
-{
-    return deviceVersion == kDeviceVersion30 ? "3.0" : "2.0B";
-}
-
 void requireDriver(const VersionAnswer& answer, const ChipLocation& location)
 {
     if (!answer.registerSet)
         throw explainRefusal(Step::SetRegister, answer.error, location);
     if (!answer.registerRead)
         throw explainRefusal(Step::ReadRegister, answer.error, location);
-    if (!hasDriver(answer.deviceVersion))
+    if (findGeneration(answer.deviceVersion) == nullptr)
         throw explainVersion(answer.deviceVersion, location);
 }
 

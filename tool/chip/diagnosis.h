@@ -54,9 +54,6 @@ struct VersionAnswer
 
 /// Requires: the chip is selected, and the bus is the caller's.
 VersionAnswer askVersion(const ScopedDescriptor& node);
-bool hasDriver(std::uint8_t deviceVersion);
-/// "3.0"; of a device version that has a driver.
-std::string protocolOf(std::uint8_t deviceVersion);
 /// Throws the Failure that explains why there is no driver for a chip that answers so; returns if there is one.
 void requireDriver(const VersionAnswer& answer, const ChipLocation& location);
 

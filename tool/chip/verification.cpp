@@ -12,13 +12,10 @@
 
 namespace VorelKestrel::Tool {
 
-const SignatureScheme kScheme20B = {"2.0B", "RSA", nullptr, EVP_sha1, "SHA-1", 20, 128, "RSA with SHA-1, PKCS #1 v1.5"};
-const SignatureScheme kScheme30 = {"3.0",     "EC", "prime256v1", EVP_sha256,
-                                   "SHA-256", 32,   64,           "ECDSA P-256 with SHA-256, r then s"};
-
 namespace {
 
 using ContextPointer = OpensslPointer<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
+using DigestPointer = OpensslPointer<EVP_MD, EVP_MD_free>;
 using EcdsaPointer = OpensslPointer<ECDSA_SIG, ECDSA_SIG_free>;
 
 bool hasGroup(EVP_PKEY* key, const char* group)
@@ -27,10 +24,10 @@ bool hasGroup(EVP_PKEY* key, const char* group)
     return EVP_PKEY_get_group_name(key, name, sizeof(name), nullptr) == 1 && std::string(name) == group;
 }
 
-bool isKeyOf(const SignatureScheme& scheme, EVP_PKEY* key)
+bool isKeyOf(const Generation& generation, EVP_PKEY* key)
 {
-    return key != nullptr && EVP_PKEY_is_a(key, scheme.keyType) == 1 &&
-           (scheme.keyGroup == nullptr || hasGroup(key, scheme.keyGroup));
+    return key != nullptr && EVP_PKEY_is_a(key, generation.keyType) == 1 &&
+           (generation.keyGroup == nullptr || hasGroup(key, generation.keyGroup));
 }
 
 /// OpenSSL takes r and s in DER only.
@@ -51,31 +48,32 @@ Bytes inDer(const Bytes& rThenS)
     return der;
 }
 
-bool matches(const SignatureScheme& scheme, EVP_PKEY* key, const Bytes& challenge, const Bytes& signature)
+bool matches(const Generation& generation, EVP_PKEY* key, const Bytes& challenge, const Bytes& signature)
 {
     const ContextPointer context(EVP_PKEY_CTX_new(key, nullptr));
-    if (!context)
+    const DigestPointer digest(EVP_MD_fetch(nullptr, generation.digest, nullptr));
+    if (!context || !digest)
         throw std::bad_alloc();
-    if (EVP_PKEY_verify_init(context.get()) != 1 || EVP_PKEY_CTX_set_signature_md(context.get(), scheme.digest()) != 1)
+    if (EVP_PKEY_verify_init(context.get()) != 1 || EVP_PKEY_CTX_set_signature_md(context.get(), digest.get()) != 1)
         return false;
-    const Bytes encoded = scheme.keyGroup == nullptr ? signature : inDer(signature);
+    const Bytes encoded = generation.keyGroup == nullptr ? signature : inDer(signature);
     return EVP_PKEY_verify(context.get(), encoded.data(), encoded.size(), challenge.data(), challenge.size()) == 1;
 }
 
 } // namespace
 
-std::string findFlaw(const SignatureScheme& scheme, EVP_PKEY* key, const Bytes& challenge, const Bytes& signature)
+std::string findFlaw(const Generation& generation, EVP_PKEY* key, const Bytes& challenge, const Bytes& signature)
 {
-    if (!isKeyOf(scheme, key))
-        return "the certificate's key is not of the kind that protocol " + std::string(scheme.protocol) +
-               " signs with (" + scheme.description + ")";
-    if (challenge.size() != scheme.challengeLength)
+    if (!isKeyOf(generation, key))
+        return "the certificate's key is not of the kind that protocol " + std::string(generation.protocol) +
+               " signs with (" + generation.scheme + ")";
+    if (challenge.size() != generation.challengeLength)
         return "the challenge has " + std::to_string(challenge.size()) + " bytes instead of " +
-               std::to_string(scheme.challengeLength);
-    if (signature.size() != scheme.signatureLength)
+               std::to_string(generation.challengeLength);
+    if (signature.size() != generation.responseLength)
         return "the signature has " + std::to_string(signature.size()) + " bytes instead of " +
-               std::to_string(scheme.signatureLength);
-    const bool isGood = matches(scheme, key, challenge, signature);
+               std::to_string(generation.responseLength);
+    const bool isGood = matches(generation, key, challenge, signature);
     ERR_clear_error();
     return isGood ? "" : "the signature does not match the challenge and the certificate's key";
 }

@@ -11,6 +11,7 @@
 #include "authchipdriver/registermap.h"
 #include "tool/chip/certificate.h"
 #include "tool/chip/chip.h"
+#include "tool/chip/verification.h"
 #include "tool/report/report.h"
 
 namespace VorelKestrel::Tool {
@@ -41,8 +42,8 @@ void addProtocol(Report& report, const Chip& chip)
 {
     report
         .text("protocol",
-              std::string(chip.scheme().protocol) + ", device version " + std::to_string(chip.deviceVersion()))
-        .json("protocol", chip.scheme().protocol)
+              std::string(chip.generation().protocol) + ", device version " + std::to_string(chip.deviceVersion()))
+        .json("protocol", chip.generation().protocol)
         .json("deviceVersion", chip.deviceVersion());
 }
 
@@ -84,9 +85,9 @@ Certificate parse(const Bytes& certificate)
     }
 }
 
-Bytes randomChallenge(const SignatureScheme& scheme)
+Bytes randomChallenge(const Generation& generation)
 {
-    Bytes challenge(scheme.challengeLength);
+    Bytes challenge(generation.challengeLength);
     if (RAND_bytes(challenge.data(), static_cast<int>(challenge.size())) != 1)
         throw std::runtime_error("no random numbers");
     return challenge;
@@ -94,13 +95,14 @@ Bytes randomChallenge(const SignatureScheme& scheme)
 
 void requireLength(const Bytes& challenge, const Chip& chip)
 {
-    const auto& scheme = chip.scheme();
-    if (challenge.size() == scheme.challengeLength)
+    const auto& generation = chip.generation();
+    if (challenge.size() == generation.challengeLength)
         return;
     throw Failure(ExitStatus::Usage, "sign a challenge of " + inBytes(challenge.size()),
-                  "A chip of protocol " + std::string(scheme.protocol) + " signs " + inBytes(scheme.challengeLength) +
-                      ", the length of a " + scheme.digestName + " digest",
-                  "Give " + inBytes(scheme.challengeLength) + " (" + std::to_string(2 * scheme.challengeLength) +
+                  "A chip of protocol " + std::string(generation.protocol) + " signs " +
+                      inBytes(generation.challengeLength) + ", the length of a " + generation.digest + " digest",
+                  "Give " + inBytes(generation.challengeLength) + " (" +
+                      std::to_string(2 * generation.challengeLength) +
                       " hexadecimal digits), or none for a random challenge.");
 }
 
@@ -160,7 +162,7 @@ void certificate(const Arguments& arguments, DriverLog& log, std::ostream& out)
 void sign(const Arguments& arguments, DriverLog& log, std::ostream& out)
 {
     Chip chip(arguments.location, log);
-    const Bytes challenge = arguments.challenge ? *arguments.challenge : randomChallenge(chip.scheme());
+    const Bytes challenge = arguments.challenge ? *arguments.challenge : randomChallenge(chip.generation());
     requireLength(challenge, chip);
     const Bytes signature = chip.sign(challenge);
     if (!store(asText(signature), arguments, out))
@@ -176,9 +178,9 @@ void authenticate(const Arguments& arguments, DriverLog& log, std::ostream& out)
 {
     Chip chip(arguments.location, log);
     const Certificate certificate = parse(chip.certificate());
-    const Bytes challenge = randomChallenge(chip.scheme());
+    const Bytes challenge = randomChallenge(chip.generation());
     const Bytes signature = chip.sign(challenge);
-    const std::string flaw = findFlaw(chip.scheme(), certificate.publicKey(), challenge, signature);
+    const std::string flaw = findFlaw(chip.generation(), certificate.publicKey(), challenge, signature);
 
     auto report = startReport(arguments);
     addProtocol(report, chip);

@@ -9,6 +9,7 @@
 
 #include <sys/stat.h>
 
+#include "common/generations.h"
 #include "common/hex.h"
 #include "tool/lock/names.h"
 #include "tool/lock/processes.h"
@@ -250,8 +251,8 @@ private:
         }
         add({kChip, nullptr, "answers", ""});
         const std::string version = "device version " + std::to_string(answer.deviceVersion);
-        if (hasDriver(answer.deviceVersion))
-            return add({kGeneration, nullptr, version + ", protocol " + protocolOf(answer.deviceVersion), ""});
+        if (const Generation* generation = findGeneration(answer.deviceVersion))
+            return add({kGeneration, nullptr, version + ", protocol " + generation->protocol, ""});
         add(refusal(kGeneration, "version without driver", explainVersion(answer.deviceVersion, m_location)));
     }
 
@@ -285,7 +286,7 @@ private:
         if (!selectAddress(m_node, m_location.address / 2))
             return false;
         const VersionAnswer answer = askVersion(m_node);
-        return answer.registerRead && hasDriver(answer.deviceVersion);
+        return answer.registerRead && findGeneration(answer.deviceVersion) != nullptr;
     }
 
     const Arguments& m_arguments;

@@ -7,8 +7,9 @@
 
 /// One set of credentials per generation for all cases of a process: making a key takes its time.
 inline std::shared_ptr<const VorelKestrel::Simulator::Credentials>
-testCredentials(const VorelKestrel::Simulator::Generation& generation)
+testCredentials(const VorelKestrel::Generation& generation)
 {
+    using namespace VorelKestrel;
     using namespace VorelKestrel::Simulator;
     if (&generation == &kGeneration20B) {
         static const auto credentials = std::make_shared<const Credentials>(Credentials::generate(kGeneration20B));

@@ -12,6 +12,7 @@
 #include "simulator/simulation.h"
 #include "tests/simulator/chip/testcredentials.h"
 
+using namespace VorelKestrel;
 using namespace VorelKestrel::Simulator;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;

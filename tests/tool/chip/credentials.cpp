@@ -41,15 +41,16 @@ Bytes rThenS(const Bytes& der)
 
 } // namespace
 
-Bytes signAs(const SignatureScheme& scheme, EVP_PKEY* key, const Bytes& challenge)
+Bytes signAs(const Generation& generation, EVP_PKEY* key, const Bytes& challenge)
 {
     const OpensslPointer<EVP_PKEY_CTX, EVP_PKEY_CTX_free> context(EVP_PKEY_CTX_new(key, nullptr));
+    const OpensslPointer<EVP_MD, EVP_MD_free> digest(EVP_MD_fetch(nullptr, generation.digest, nullptr));
     EXPECT_EQ(1, EVP_PKEY_sign_init(context.get()));
-    EXPECT_EQ(1, EVP_PKEY_CTX_set_signature_md(context.get(), scheme.digest()));
+    EXPECT_EQ(1, EVP_PKEY_CTX_set_signature_md(context.get(), digest.get()));
     std::size_t length = 0;
     EXPECT_EQ(1, EVP_PKEY_sign(context.get(), nullptr, &length, challenge.data(), challenge.size()));
     Bytes signature(length);
     EXPECT_EQ(1, EVP_PKEY_sign(context.get(), signature.data(), &length, challenge.data(), challenge.size()));
     signature.resize(length);
-    return scheme.keyGroup == nullptr ? signature : rThenS(signature);
+    return generation.keyGroup == nullptr ? signature : rThenS(signature);
 }

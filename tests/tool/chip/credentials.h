@@ -15,8 +15,8 @@ using KeyPointer = VorelKestrel::OpensslPointer<EVP_PKEY, EVP_PKEY_free>;
 VorelKestrel::Bytes readTestFile(const std::string& name);
 /// The private key in a PEM file of tests/tool/data.
 KeyPointer readTestKey(const std::string& name);
-/// Signs as a chip of the scheme does.
-VorelKestrel::Bytes signAs(const VorelKestrel::Tool::SignatureScheme& scheme, EVP_PKEY* key,
+/// Signs as a chip of the generation does.
+VorelKestrel::Bytes signAs(const VorelKestrel::Generation& generation, EVP_PKEY* key,
                            const VorelKestrel::Bytes& challenge);
 
 #endif

@@ -10,30 +10,30 @@ namespace {
 using namespace VorelKestrel;
 using namespace VorelKestrel::Tool;
 
-struct Generation
+struct Keys
 {
-    const SignatureScheme* scheme;
+    const Generation* generation;
     const char* key;
     const char* keyOfTheOther;
 };
 
-void PrintTo(const Generation& generation, std::ostream* out)
+void PrintTo(const Keys& keys, std::ostream* out)
 {
-    *out << generation.scheme->protocol;
+    *out << keys.generation->protocol;
 }
 
-class VerificationTest : public testing::TestWithParam<Generation>
+class VerificationTest : public testing::TestWithParam<Keys>
 {
 protected:
     std::string flawOf(const Bytes& challenge, const Bytes& signature)
     {
-        return findFlaw(m_scheme, m_key.get(), challenge, signature);
+        return findFlaw(m_generation, m_key.get(), challenge, signature);
     }
 
-    const SignatureScheme& m_scheme = *GetParam().scheme;
+    const Generation& m_generation = *GetParam().generation;
     const KeyPointer m_key = readTestKey(GetParam().key);
-    const Bytes m_challenge = Bytes(m_scheme.challengeLength, 0x5a);
-    const Bytes m_signature = signAs(m_scheme, m_key.get(), m_challenge);
+    const Bytes m_challenge = Bytes(m_generation.challengeLength, 0x5a);
+    const Bytes m_signature = signAs(m_generation, m_key.get(), m_challenge);
 };
 
 const char kMismatch[] = "the signature does not match the challenge and the certificate's key";
@@ -63,8 +63,8 @@ TEST_P(VerificationTest, FindsEveryChangedByteOfTheChallenge)
 
 TEST_P(VerificationTest, FindsASignatureOfZerosOrOnes)
 {
-    EXPECT_EQ(kMismatch, flawOf(m_challenge, Bytes(m_scheme.signatureLength, 0x00)));
-    EXPECT_EQ(kMismatch, flawOf(m_challenge, Bytes(m_scheme.signatureLength, 0xff)));
+    EXPECT_EQ(kMismatch, flawOf(m_challenge, Bytes(m_generation.responseLength, 0x00)));
+    EXPECT_EQ(kMismatch, flawOf(m_challenge, Bytes(m_generation.responseLength, 0xff)));
 }
 
 TEST_P(VerificationTest, FindsAWrongLengthOfTheSignature)
@@ -85,25 +85,25 @@ TEST_P(VerificationTest, FindsAWrongLengthOfTheChallenge)
 TEST_P(VerificationTest, FindsAKeyOfTheOtherKind)
 {
     const auto other = readTestKey(GetParam().keyOfTheOther);
-    EXPECT_NE(std::string::npos, findFlaw(m_scheme, other.get(), m_challenge, m_signature).find("not of the kind"));
+    EXPECT_NE(std::string::npos, findFlaw(m_generation, other.get(), m_challenge, m_signature).find("not of the kind"));
 }
 
 TEST_P(VerificationTest, FindsAKeyThatCannotBeUsed)
 {
-    EXPECT_NE(std::string::npos, findFlaw(m_scheme, nullptr, m_challenge, m_signature).find("not of the kind"));
+    EXPECT_NE(std::string::npos, findFlaw(m_generation, nullptr, m_challenge, m_signature).find("not of the kind"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Generations, VerificationTest,
-                         testing::Values(Generation{&kScheme20B, "chip20b.key", "chip30.key"},
-                                         Generation{&kScheme30, "chip30.key", "chip20b.key"}),
-                         [](const auto& generation) {
-                             return generation.param.scheme == &kScheme20B ? "Protocol20B" : "Protocol30";
+                         testing::Values(Keys{&kGeneration20B, "chip20b.key", "chip30.key"},
+                                         Keys{&kGeneration30, "chip30.key", "chip20b.key"}),
+                         [](const auto& keys) {
+                             return keys.param.generation == &kGeneration20B ? "Protocol20B" : "Protocol30";
                          });
 
 TEST(VerificationCurveTest, FindsAKeyOnAnotherCurve)
 {
     const KeyPointer key(EVP_EC_gen("secp384r1"));
-    EXPECT_NE(std::string::npos, findFlaw(kScheme30, key.get(), Bytes(32), Bytes(64)).find("not of the kind"));
+    EXPECT_NE(std::string::npos, findFlaw(kGeneration30, key.get(), Bytes(32), Bytes(64)).find("not of the kind"));
 }
 
 } // namespace

@@ -26,6 +26,7 @@ constexpr Command kCommands[] = {
     {"doctor", examine},
     {"lock status", lockStatus},
     {"lock seed", lockSeed},
+    {"lock remove", lockRemove},
 };
 
 /// Where the build and the installation put it, seen from this program.

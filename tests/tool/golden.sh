@@ -34,16 +34,20 @@ normalised() {
         s/(\.cpp:)\d+/$1LINE/g;
         s/^ERROR: ld\.so: object .*: ignored\.\n//gm; # the machine has a shell of another architecture
         s/\Q$ENV{scratch}\E/SCRATCH/g;
-        s/\b((?:semaphore|last user) +|[Ss]emaphore |process |ipcrm -s |(?:semaphore|lastUser)":)[1-9]\d*\b/$1NUMBER/g;
+        s/\b((?:semaphore +|[Ss]emaphore |ipcrm -s |semaphore":))\d+\b/$1NUMBER/g; # the first of a system has the number 0
+        s/\b(last user +|[Pp]rocess |lastUser":)[1-9]\d*\b/$1NUMBER/g;
         s/\bNUMBER \([\w-]+\)/NUMBER (NAME)/g;
         s/\b0x51[0-9a-f]{6}\b/KEY/g;
         s/^(owner +)[\w-]+,/$1USER,/gm;
         s/("owner":)"[\w-]+"/$1"USER"/g;
+        s/[\w-]+ (has put it there)/USER $1/g;
     ' "$1"
 }
 
 # For the commands. The lock's semaphore, as the system numbers it.
 lock_number() { authchip lock status --json | sed -n 's/.*"semaphore":\([0-9]*\).*/\1/p'; }
+# Where the library keeps the lock's key file.
+key_file() { echo "$TMPDIR/qipc_systemsem_Wexfordmallowb528dc6704516c18d022877c1c01ebd38f99a27b"; }
 # Sets the tokens of the lock, as a process that has ended since.
 set_tokens() { perl -e 'semctl($ARGV[0], 0, 16, $ARGV[1]) or die' "$(lock_number)" "$(($1))"; }
 # Runs a command while another process, of the same TMPDIR or another, is inside the lock; under authchip-sim.
@@ -65,7 +69,7 @@ as_nobody() {
     cp "$(command -v authchip)" "$TMPDIR"
     nobody "$TMPDIR/authchip" "$@"
 }
-export -f lock_number set_tokens while_held while_held_in nobody as_nobody
+export -f lock_number key_file set_tokens while_held while_held_in nobody as_nobody
 
 # Neither a container without the right nor a folder mounted with "nodev" lets a node be opened.
 makes_nodes() {

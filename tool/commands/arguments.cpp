@@ -223,6 +223,7 @@ void addLockCommands(CLI::App& app, RawArguments& raw)
         *lock.add_subcommand("seed", "Make the lock at boot, before its users, so that none of them removes it");
     seed.add_option("--group", raw.values.group, "The group whose users may use it, too (the caller's own)")
         ->type_name("NAME");
+    lock.add_subcommand("remove", "Remove the lock, once no process uses it, so that it can be made anew");
     seed.add_option("--mode", raw.mode, "Who may use it, as of a file: 0600, 0660 or 0666 (0660)")->type_name("MODE");
 }
 

@@ -19,15 +19,15 @@ struct Arguments
     std::optional<int> busTimeout; // in milliseconds; none leaves the bus controller's own
     bool json = false;
     int verbosity = 0;
-    std::string logConfig;          // a property file of log4cplus; empty is none
-    std::string outputFile;         // empty is none, "-" is standard output
-    bool pem = false;               // certificate
-    std::optional<Bytes> challenge; // sign; none is a random one
-    std::optional<int> reg;         // read, write; none lists the registers
-    std::optional<int> length;      // read; none is the register's own
-    Bytes data;                     // write
-    std::string group;              // lock seed: a name or a number; empty is none
-    std::optional<unsigned> mode;   // lock seed
+    std::string logConfig;            // a property file of log4cplus; empty is none
+    std::string outputFile;           // empty is none, "-" is standard output
+    bool pem = false;                 // certificate
+    std::optional<Bytes> challenge;   // sign; none is a random one
+    std::optional<int> reg;           // read, write; none lists the registers
+    std::optional<int> length;        // read; none is the register's own
+    Bytes data;                       // write
+    std::optional<std::string> group; // lock seed: a name or a number
+    std::optional<unsigned> mode;     // lock seed
 };
 
 /// Either the arguments, or the status with which the program ends now (after --help, or a usage error that CLI11

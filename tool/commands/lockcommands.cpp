@@ -1,9 +1,11 @@
 #include "tool/commands/lockcommands.h"
 
+#include <charconv>
+
 #include <grp.h>
-#include <unistd.h>
 
 #include "common/hex.h"
+#include "tool/lock/lockseed.h"
 #include "tool/lock/names.h"
 #include "tool/lock/systemlock.h"
 #include "tool/report/failure.h"
@@ -11,17 +13,6 @@
 
 namespace VorelKestrel::Tool {
 namespace {
-
-constexpr char kHowToBeginAnew[] =
-    "Stop the programs that use the library, remove the semaphore with 'ipcrm -s {semaphore}', and run\n"
-    "'authchip lock seed' again.";
-
-std::string howToBeginAnew(const LockState& state)
-{
-    std::string text = kHowToBeginAnew;
-    const std::string placeholder = "{semaphore}";
-    return text.replace(text.find(placeholder), placeholder.size(), std::to_string(state.semaphore));
-}
 
 struct ConditionRow
 {
@@ -54,18 +45,26 @@ bool isReadable(const LockState& state)
     return state.condition != LockCondition::None && state.condition != LockCondition::Unreadable;
 }
 
+std::string describeEnd(const LockState& state)
+{
+    if (!state.isSeeded)
+        return "goes away with the process that has made it";
+    return state.stays ? "stays, as 'authchip lock seed' has made it" : "not safe: see above";
+}
+
 void addText(Report& report, const LockState& state)
 {
     report.text("key file", state.keyFile + (state.keyFileExists ? "" : ", which does not exist"));
+    if (!state.flaw.empty())
+        report.text("not safe", state.flaw);
     if (state.semaphore < 0) {
-        report.text("semaphore", rowOf(state.condition).text);
+        report.text("semaphore", describe(state.obstacle));
         return;
     }
     report
         .text("semaphore", std::to_string(state.semaphore) + ", key " + toHex(static_cast<std::uint32_t>(state.key), 8))
         .text("owner", describe(state.rights))
-        .text("at an exit", state.stays ? "stays, as 'authchip lock seed' has made it"
-                                        : "goes away with the process that has made it")
+        .text("at an exit", describeEnd(state))
         .text("value", (isReadable(state) ? std::to_string(state.value) + ": " : "") + rowOf(state.condition).text);
     if (isReadable(state))
         report.text("last user", describeProcess(state.lastUser)).text("waiting", std::to_string(state.waiting));
@@ -79,12 +78,13 @@ void addJson(Report& report, const LockState& state)
     const bool readable = isReadable(state);
     report.json("keyFile", state.keyFile)
         .json("keyFileExists", state.keyFileExists)
-        .json("key", state.keyFileExists ? Json(toHex(static_cast<std::uint32_t>(state.key), 8)) : Json())
+        .json("key", state.key != -1 ? Json(toHex(static_cast<std::uint32_t>(state.key), 8)) : Json())
         .json("semaphore", exists ? Json(state.semaphore) : Json())
         .json("owner", exists ? Json(nameOfUser(state.rights.owner)) : Json())
         .json("group", exists ? Json(nameOfGroup(state.rights.group)) : Json())
         .json("mode", exists ? Json(inOctal(state.rights.mode)) : Json())
         .json("stays", state.stays)
+        .json("flaw", state.flaw.empty() ? Json() : Json(state.flaw))
         .json("condition", rowOf(state.condition).word)
         .json("value", readable ? Json(state.value) : Json())
         .json("lastUser", readable ? Json(state.lastUser) : Json())
@@ -92,74 +92,52 @@ void addJson(Report& report, const LockState& state)
         .json("waiting", readable ? Json(state.waiting) : Json());
 }
 
+/// A name, or a number of which no name is needed.
 gid_t groupNamed(const std::string& name)
 {
     // cppcheck-suppress getgrnamCalled ; authchip has one thread
     const ::group* entry = getgrnam(name.c_str());
     if (entry != nullptr)
         return entry->gr_gid;
-    const auto number = parseNumber(name);
-    if (number)
-        return static_cast<gid_t>(*number);
+    gid_t number = 0;
+    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
+    constexpr auto kNoGroup = static_cast<gid_t>(-1); // what the kernel takes it for
+    if (!name.empty() && error == std::errc() && end == name.data() + name.size() && number != kNoGroup)
+        return number;
     throw Failure(ExitStatus::Usage, "make the lock for the group '" + name + "'", "There is no such group",
                   "'getent group' lists the groups; take the one that owns the bus's node ('ls -l /dev/i2c-*').");
 }
 
-/// What is not asked for stays as it is; a new lock is for this process's own group.
-LockRights wantedRights(const LockState& state, const Arguments& arguments)
+WantedRights wantedRights(const Arguments& arguments)
 {
-    LockRights rights = state.rights;
-    if (state.semaphore < 0)
-        rights = {geteuid(), getegid(), 0660};
-    if (!arguments.group.empty())
-        rights.group = groupNamed(arguments.group);
-    rights.mode = arguments.mode.value_or(rights.mode);
-    return rights;
+    WantedRights wanted;
+    if (arguments.group)
+        wanted.group = groupNamed(*arguments.group);
+    wanted.mode = arguments.mode;
+    return wanted;
 }
 
-/// Throws the Failure that says why there is no seed to be put where a lock stands.
-void requireHealthy(const LockState& state)
+struct SeedRow
 {
-    const auto refuse = [](const std::string& answer, const std::string& next) {
-        throw Failure(ExitStatus::Failed, "seed the lock", answer, next);
-    };
-    const std::string semaphore = "Semaphore " + std::to_string(state.semaphore);
-    switch (state.condition) {
-    case LockCondition::None:
-        return;
-    case LockCondition::Unreadable:
-        return refuse(semaphore + " is there already and belongs to " + describe(state.rights), "Run as root.");
-    case LockCondition::Held:
-        return refuse(semaphore + " is there already and held; its last user is process " +
-                          describeProcess(state.lastUser),
-                      "Wait until that process has given the bus back, or end it; then run this again.");
-    case LockCondition::Lost:
-        return refuse(semaphore + " is there already, and its token is lost; its last user is process " +
-                          describeProcess(state.lastUser),
-                      howToBeginAnew(state));
-    case LockCondition::TooMany:
-        return refuse(semaphore + " is there already and has " + std::to_string(state.value) +
-                          " tokens: as many processes get in at once",
-                      howToBeginAnew(state));
-    case LockCondition::Free:
-        break;
-    }
-    if (!state.stays)
-        refuse(semaphore + " is there already, and goes away with the process of the library that has made it",
-               howToBeginAnew(state) + " A seed comes before the first of those programs.");
-}
+    SeedResult result;
+    const char* word; // for programs
+    const char* text;
+};
 
-const char* seed(const LockState& state, const LockRights& rights)
+constexpr SeedRow kSeedResults[] = {
+    {SeedResult::Made, "made", "made"},
+    {SeedResult::TakenUp, "taken up", "taken up: an earlier seed made it, and its key file was lost"},
+    {SeedResult::RightsChanged, "rights changed", "rights changed"},
+    {SeedResult::Unchanged, "unchanged", "was there already; nothing is changed"},
+};
+
+const SeedRow& rowOf(SeedResult result)
 {
-    requireHealthy(state);
-    if (state.semaphore < 0) {
-        makeLock(state.keyFile, rights);
-        return "made";
+    for (const auto& row : kSeedResults) {
+        if (row.result == result)
+            return row;
     }
-    if (state.rights == rights)
-        return "unchanged";
-    setRights(state, rights);
-    return "rights changed";
+    return kSeedResults[0];
 }
 
 } // namespace
@@ -177,13 +155,23 @@ ExitStatus lockStatus(const Arguments& arguments, std::ostream& answer)
 ExitStatus lockSeed(const Arguments& arguments, std::ostream& answer)
 {
     const std::string keyFile = lockKeyFile();
-    const LockState before = lookAtLock(keyFile);
-    const std::string result = seed(before, wantedRights(before, arguments));
+    const SeedRow& result = rowOf(seedLock(keyFile, wantedRights(arguments)));
     const LockState state = lookAtLock(keyFile);
     Report report;
-    report.text("seed", result == "unchanged" ? "was there already; nothing is changed" : result).json("seed", result);
+    report.text("seed", result.text).json("seed", result.word);
     addText(report, state);
     addJson(report, state);
+    report.print(arguments.json, answer);
+    return ExitStatus::Success;
+}
+
+ExitStatus lockRemove(const Arguments& arguments, std::ostream& answer)
+{
+    const std::string keyFile = lockKeyFile();
+    const bool removed = removeLock(keyFile);
+    Report report;
+    report.text("lock", removed ? "removed" : "there was none").json("removed", removed);
+    report.row("key file", "keyFile", keyFile);
     report.print(arguments.json, answer);
     return ExitStatus::Success;
 }

@@ -11,6 +11,8 @@ namespace VorelKestrel::Tool {
 ExitStatus lockStatus(const Arguments& arguments, std::ostream& answer);
 /// Makes the lock for a group of users, so that it stays. Changes nothing if that has been done already.
 ExitStatus lockSeed(const Arguments& arguments, std::ostream& answer);
+/// Removes the lock when no process uses it.
+ExitStatus lockRemove(const Arguments& arguments, std::ostream& answer);
 
 } // namespace VorelKestrel::Tool
 

@@ -91,9 +91,28 @@ void readCredentials(BusUser& user, const fs::path& process)
     }
 }
 
+pid_t numberOf(const fs::path& process)
+{
+    return std::stoi(process.filename().string());
+}
+
 bool isNumber(const std::string& name)
 {
     return std::all_of(name.begin(), name.end(), [](char digit) { return digit >= '0' && digit <= '9'; });
+}
+
+/// The folders of all processes, in the order of their numbers.
+std::vector<fs::path> processFolders()
+{
+    std::vector<fs::path> folders;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(kProcesses, error)) {
+        if (isNumber(entry.path().filename().string()))
+            folders.push_back(entry.path());
+    }
+    std::sort(folders.begin(), folders.end(),
+              [](const auto& one, const auto& other) { return numberOf(one) < numberOf(other); });
+    return folders;
 }
 
 } // namespace
@@ -124,20 +143,28 @@ std::vector<BusUser> findBusUsers(const std::string& device)
     struct stat node = {};
     if (stat(device.c_str(), &node) != 0)
         return users;
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator(kProcesses, error)) {
-        const fs::path& process = entry.path();
-        if (!isNumber(process.filename().string()) || !hasOpen(process, node) || !hasLibrary(process))
+    for (const fs::path& process : processFolders()) {
+        if (!hasOpen(process, node) || !hasLibrary(process))
             continue;
         BusUser user;
-        user.process = std::stoi(process.filename().string());
+        user.process = numberOf(process);
         user.keyFile = keyFileOf(process);
         user.sharesSemaphores = sharesSemaphores(process);
         readCredentials(user, process);
         users.push_back(user);
     }
-    std::sort(users.begin(), users.end(),
-              [](const auto& one, const auto& other) { return one.process < other.process; });
+    return users;
+}
+
+std::vector<pid_t> findLibraryUsers(const KeyFolder& folder)
+{
+    std::vector<pid_t> users;
+    for (const fs::path& process : processFolders()) {
+        const bool isOther = numberOf(process) != getpid();
+        if (isOther && hasLibrary(process) && sharesSemaphores(process) &&
+            folder.isSameAs(fs::path(keyFileOf(process)).parent_path().string()))
+            users.push_back(numberOf(process));
+    }
     return users;
 }
 

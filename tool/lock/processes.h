@@ -30,6 +30,8 @@ bool isThere(const BusUser& user);
 
 /// Finds them among the processes that this one may look into: root sees all, others see their own user's.
 std::vector<BusUser> findBusUsers(const std::string& device);
+/// The other processes that have loaded the library and keep its key file in this folder, among the same.
+std::vector<pid_t> findLibraryUsers(const KeyFolder& folder);
 
 } // namespace VorelKestrel::Tool
 

@@ -1,10 +1,13 @@
 #ifndef TOOL_LOCK_SYSTEMLOCK_H
 #define TOOL_LOCK_SYSTEMLOCK_H
 
-#include <optional>
 #include <string>
+#include <vector>
 
 #include <sys/types.h>
+
+#include "tool/lock/keyfolder.h"
+#include "tool/lock/semaphoreset.h"
 
 namespace VorelKestrel::Tool {
 
@@ -12,34 +15,40 @@ namespace VorelKestrel::Tool {
 enum class LockCondition
 {
     None,       // there is no semaphore; the next process that uses the library makes one
-    Unreadable, // not for this user, nor is it for the library in this user's processes
+    Unreadable, // this user may not access it; neither can the library
     Free,
     Held,
     Lost,   // nobody can take it, and nobody lives who could give it back
     TooMany // more than one process gets in at once
 };
 
-/// The owner and the rights of a semaphore.
-struct LockRights
+/// Why no process that comes next can make a lock, so that it goes on without.
+enum class LockObstacle
 {
-    uid_t owner = 0;
-    gid_t group = 0;
-    unsigned mode = 0;
-
-    bool operator==(const LockRights& other) const
-    {
-        return owner == other.owner && group == other.group && mode == other.mode;
-    }
+    None,
+    NoFolder,          // TMPDIR names no folder
+    FolderNotWritable, // nor can this user make a key file in it
+    BrokenLink,        // the key file is a symbolic link to nothing
+    NoSemaphoreLeft    // the system's limit is reached
 };
 
-/// The lock between processes as somebody sees it who takes no part in it.
+/// How many semaphores a set has, by which a seed's differs from the library's.
+constexpr unsigned kSemaphoresOfLibrary = 1;
+constexpr unsigned kSemaphoresOfSeed = 3;
+
+/// A snapshot of the lock between processes, taken without acquiring it.
 struct LockState
 {
     std::string keyFile;
+    KeyFile file; // what stands there
     bool keyFileExists = false;
     key_t key = -1;
-    int semaphore = -1; // the system's number for it; -1: there is none, and the rest says nothing
-    bool stays = false; // seeded: no process takes it away at its end
+    int semaphore = -1;    // the system's number for it; -1: there is none, and the rest says nothing
+    bool isSeeded = false; // the set is one of 'authchip lock seed'
+    uid_t creator = 0;     // who can always remove it
+    bool stays = false;    // seeded by somebody whom this process trusts, and so is the key file: it outlives its users
+    std::string flaw;      // why nobody should rely on it; empty: nothing speaks against it
+    LockObstacle obstacle = LockObstacle::None; // only if there is no semaphore
     LockRights rights;
     LockCondition condition = LockCondition::None;
     int value = 0;      // from here on: only if it is readable
@@ -47,25 +56,14 @@ struct LockState
     int waiting = 0;    // how many wait for a token
 };
 
-/// The file that the library makes the semaphore's key from, in this process's directory for temporary files.
-std::string lockKeyFile();
-/// The same for a process with another TMPDIR; an empty one stands for none.
-std::string lockKeyFile(const std::string& temporaryDirectory);
-
 LockState lookAtLock(const std::string& keyFile);
+LockState lookAtLock(const KeyFolder& folder, const std::string& keyFile);
+
+/// The sets that seeds have made in this folder and that no key file leads to. Only those that this user may read.
+std::vector<SemaphoreSet> findOrphans(const KeyFolder& folder);
 
 /// Whether there is a process of this number.
 bool isAlive(pid_t process);
-
-/**
- * Makes the lock, free, so that it belongs to no process that uses the library: none takes it away at its end.
- *
- * Requires:  this process has not loaded the library, which would have made a lock already.
- * Errors:    Failure; also if the lock has been made by somebody else meanwhile.
- */
-void makeLock(const std::string& keyFile, const LockRights& rights);
-/// Gives the semaphore of @p state other rights. Throws Failure.
-void setRights(const LockState& state, const LockRights& rights);
 
 /// A token, held until the end of the scope; the kernel gives it back if the process dies.
 class LockToken

@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tool/lock/lockseed.h"
+
 using namespace VorelKestrel::Tool;
 
 namespace {
@@ -53,9 +55,7 @@ void LockFolder::makeKeyFile() const
 
 void LockFolder::seed(gid_t group, unsigned mode)
 {
-    if (look().semaphore < 0)
-        makeKeyFile();
-    makeLock(keyFile(), {geteuid(), group, mode});
+    seedLock(keyFile(), {group, mode});
 }
 
 void LockFolder::giveToken()

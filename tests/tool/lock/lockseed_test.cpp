@@ -1,0 +1,472 @@
+#include "tool/lock/lockseed.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <abstractionlibrary/globalmutex.h>
+
+#include "common/scopeddescriptor.h"
+#include "tests/support/anotheruser.h"
+#include "tests/support/childprocess.h"
+#include "tests/support/killedprocess.h"
+#include "tests/tool/lock/lockfolder.h"
+#include "tool/report/failure.h"
+
+using namespace VorelKestrel::Tool;
+using VorelKestrel::AL::GlobalMutex;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr mode_t kModeOfSeed = 0444;
+
+/// Where the system lets this process: semaphores that are nobody else's, until the end of the scope.
+class OwnSemaphores
+{
+public:
+    OwnSemaphores() : m_before(open("/proc/self/ns/ipc", O_RDONLY | O_CLOEXEC)), m_areAlone(unshare(CLONE_NEWIPC) == 0)
+    {}
+    ~OwnSemaphores()
+    {
+        if (m_areAlone)
+            setns(m_before.get(), CLONE_NEWIPC); // the library's lock is there
+    }
+    OwnSemaphores(const OwnSemaphores&) = delete;
+    OwnSemaphores& operator=(const OwnSemaphores&) = delete;
+
+    bool areAlone() const { return m_areAlone; }
+
+private:
+    const VorelKestrel::ScopedDescriptor m_before;
+    const bool m_areAlone;
+};
+
+class LockSeedTest : public testing::Test
+{
+protected:
+    LockSeedTest() { alarm(kLongest); } // what waits for ever fails
+    ~LockSeedTest() override { alarm(0); }
+
+    void SetUp() override { ASSERT_TRUE(newSets().empty()); }
+
+    fs::path folder() const { return fs::path(m_folder.keyFile()).parent_path(); }
+    SeedResult seed(const WantedRights& wanted = {}) { return seedLock(m_folder.keyFile(), wanted); }
+
+    /// What the seed refuses with; empty if it does not.
+    std::string refusal()
+    {
+        try {
+            seed();
+        } catch (const Failure& failure) {
+            return failure.answer();
+        }
+        return "";
+    }
+
+    void letEverybodyWrite(bool sticky) const { chmod(folder().c_str(), sticky ? 01777 : 0777); }
+
+    /// A sound lock with one token, and nothing beside it.
+    void expectSoundLock()
+    {
+        const LockState state = m_folder.look();
+        EXPECT_TRUE(state.stays);
+        EXPECT_EQ(LockCondition::Free, state.condition);
+        EXPECT_EQ(1, state.value);
+        EXPECT_EQ(1, setsOfFolder());
+        EXPECT_EQ(1, std::distance(fs::directory_iterator(folder()), fs::directory_iterator()));
+    }
+
+    /// How many sets of seeds the folder has, with a key file or without.
+    int setsOfFolder()
+    {
+        const KeyFolder own(m_folder.keyFile());
+        return static_cast<int>(findOrphans(own).size()) + (m_folder.look().isSeeded ? 1 : 0);
+    }
+
+    /// Everything that a seed has made since the test began, found or not; as far as it can be told from others'.
+    std::vector<int> newSets()
+    {
+        std::vector<int> numbers;
+        for (const SemaphoreSet& set : semaphoreSets()) {
+            if (set.size == kSemaphoresOfSeed && (m_own.areAlone() || set.number == m_folder.look().semaphore))
+                numbers.push_back(set.number);
+        }
+        return numbers;
+    }
+
+    static constexpr unsigned kLongest = 100; // seconds
+    const OwnSemaphores m_own;
+    LockFolder m_folder;
+};
+
+TEST_F(LockSeedTest, MakesAFreeLockThatStaysAndASecondOneChangesNothing)
+{
+    EXPECT_EQ(SeedResult::Made, seed());
+    expectSoundLock();
+    const int semaphore = m_folder.look().semaphore;
+    EXPECT_EQ(SeedResult::Unchanged, seed());
+    expectSoundLock();
+    EXPECT_EQ(semaphore, m_folder.look().semaphore);
+}
+
+TEST_F(LockSeedTest, GivesTheLockTheRightsThatAreWantedAndKeepsTheOthers)
+{
+    seed({7, 0666});
+    EXPECT_EQ((LockRights{geteuid(), 7, 0666}), m_folder.look().rights);
+    EXPECT_EQ(SeedResult::RightsChanged, seed({70000, std::nullopt}));
+    EXPECT_EQ((LockRights{geteuid(), 70000, 0666}), m_folder.look().rights);
+    expectSoundLock();
+}
+
+TEST_F(LockSeedTest, KilledAtAnySystemCallIsFinishedByTheNext)
+{
+    int stop = 0;
+    for (bool killed = true; killed; ++stop) {
+        SCOPED_TRACE(stop);
+        const auto result = killAtSystemCall(stop, [this] { seed({7, 0666}); });
+        if (!result)
+            GTEST_SKIP() << "this system lets no process be traced";
+        killed = *result;
+        const SeedResult next = seed({7, 0666});
+        EXPECT_TRUE(next == SeedResult::Made || next == SeedResult::Unchanged);
+        expectSoundLock();
+        EXPECT_EQ(SeedResult::Unchanged, seed({7, 0666}));
+        m_folder.clear();
+    }
+    EXPECT_GT(stop, 30); // a seed has more stops than that, each of which was tried
+}
+
+TEST_F(LockSeedTest, KilledAtAnySystemCallWhileItReplacesAFolderIsFinishedByTheNext)
+{
+    bool killed = true;
+    for (int stop = 0; killed; ++stop) {
+        SCOPED_TRACE(stop);
+        fs::create_directory(m_folder.keyFile());
+        const auto result = killAtSystemCall(stop, [this] { seed(); });
+        if (!result)
+            GTEST_SKIP() << "this system lets no process be traced";
+        killed = *result;
+        seed();
+        expectSoundLock();
+        m_folder.clear();
+    }
+}
+
+TEST_F(LockSeedTest, LeavesNoSemaphoreBehindWhereverItIsKilled)
+{
+    bool killed = true;
+    for (int stop = 0; killed; ++stop) {
+        SCOPED_TRACE(stop);
+        const auto result = killAtSystemCall(stop, [this] { seed(); });
+        if (!result)
+            GTEST_SKIP() << "this system lets no process be traced";
+        killed = *result;
+        seed();
+        EXPECT_EQ(std::vector<int>{m_folder.look().semaphore}, newSets());
+        m_folder.clear();
+        EXPECT_TRUE(newSets().empty());
+    }
+}
+
+TEST_F(LockSeedTest, OfManyAtOnceEachIsContentWithTheOneLock)
+{
+    constexpr int kRounds = 20;
+    for (int round = 0; round < kRounds; ++round) {
+        {
+            std::array<std::unique_ptr<ChildProcess>, 4> seeds;
+            for (auto& each : seeds)
+                each = std::make_unique<ChildProcess>([this] { _exit(refusal().empty() ? 0 : 1); });
+        }
+        expectSoundLock();
+        m_folder.clear();
+    }
+}
+
+TEST_F(LockSeedTest, WritesNothingIntoAFileThatIsLinkedToItsPlace)
+{
+    const fs::path victim = folder() / "victim";
+    std::ofstream(victim) << "precious";
+    chmod(victim.c_str(), 0600);
+    fs::create_hard_link(victim, m_folder.keyFile());
+
+    EXPECT_EQ(SeedResult::Made, seed());
+    EXPECT_TRUE(m_folder.look().stays);
+    std::string content;
+    std::ifstream(victim) >> content;
+    EXPECT_EQ("precious", content);
+    struct stat status = {};
+    stat(victim.c_str(), &status);
+    EXPECT_EQ(0600U, status.st_mode & 07777U);
+    EXPECT_EQ(1U, status.st_nlink);
+}
+
+TEST_F(LockSeedTest, ReplacesWhatIsNoFileWithoutOpeningIt)
+{
+    const std::string place = m_folder.keyFile();
+    const fs::path pipe = folder() / "pipe";
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0666));
+    const std::vector<std::function<void()>> obstacles = {
+        [&] { mkfifo(place.c_str(), 0666); }, // whose opening would wait for a writer
+        [&] { fs::create_symlink(pipe, place); },
+        [&] { fs::create_symlink("/missing", place); },
+        [&] { fs::create_directory(place); },
+    };
+    for (const auto& obstruct : obstacles) {
+        obstruct();
+        EXPECT_EQ(-1, m_folder.look().semaphore);
+        EXPECT_EQ(SeedResult::Made, seed());
+        EXPECT_TRUE(m_folder.look().stays);
+        EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(place)));
+        m_folder.clear();
+    }
+}
+
+TEST_F(LockSeedTest, SetsAFolderAsideWithWhatIsInIt)
+{
+    fs::create_directory(m_folder.keyFile());
+    std::ofstream(fs::path(m_folder.keyFile()) / "content") << "kept";
+    EXPECT_EQ(SeedResult::Made, seed());
+    EXPECT_TRUE(m_folder.look().stays);
+    const auto entries = fs::recursive_directory_iterator(folder());
+    EXPECT_EQ(1, std::count_if(begin(entries), end(entries),
+                               [](const auto& entry) { return entry.path().filename() == "content"; }));
+}
+
+TEST_F(LockSeedTest, RefusesAFolderInWhichOthersCanReplaceTheKeyFile)
+{
+    letEverybodyWrite(false);
+    EXPECT_NE(std::string::npos, refusal().find("is writable for other users and not sticky"));
+    EXPECT_TRUE(newSets().empty());
+    letEverybodyWrite(true);
+    EXPECT_EQ("", refusal());
+}
+
+TEST_F(LockSeedTest, BelievesNoTextInTheKeyFile)
+{
+    m_folder.makeKeyFile();
+    ChildProcess([] {
+        const GlobalMutex mutex;
+        _exit(0); // as a process that is killed: its semaphore stays
+    }).join();
+    const int semaphore = m_folder.look().semaphore;
+    std::ofstream(m_folder.keyFile()) << "authchip lock seed, semaphore " << semaphore << '\n';
+    chmod(m_folder.keyFile().c_str(), kModeOfSeed);
+
+    EXPECT_FALSE(m_folder.look().stays); // the number is one from before a reboot
+    EXPECT_NE("", refusal());
+}
+
+TEST_F(LockSeedTest, DoesNotBelieveTheKeyFileOfBeforeAReboot)
+{
+    seed();
+    semctl(m_folder.look().semaphore, 0, IPC_RMID); // as a reboot does; the folder outlives it
+    ChildProcess([] {
+        const GlobalMutex mutex;
+        _exit(0);
+    }).join();
+    EXPECT_GE(m_folder.look().semaphore, 0);
+    EXPECT_FALSE(m_folder.look().stays);
+}
+
+TEST_F(LockSeedTest, IsMadeAnewAfterAReboot)
+{
+    seed();
+    semctl(m_folder.look().semaphore, 0, IPC_RMID);
+    EXPECT_EQ(SeedResult::Made, seed());
+    expectSoundLock();
+}
+
+TEST_F(LockSeedTest, LeavesASemaphoreOfTheSameKeyToItsProgram)
+{
+    // The next file may get the number of one that was just removed, and so its key.
+    const fs::path file = folder() / "other";
+    std::ofstream(file).flush();
+    const int other = semget(ftok(file.c_str(), 'Q'), 1, IPC_CREAT | 0600);
+    fs::remove(file);
+    EXPECT_EQ(SeedResult::Made, seed());
+    expectSoundLock();
+    EXPECT_NE(other, m_folder.look().semaphore);
+    EXPECT_EQ(0, semctl(other, 0, GETVAL));
+    semctl(other, 0, IPC_RMID);
+}
+
+TEST_F(LockSeedTest, TakesUpOrReplacesTheLockOfAnEarlierSeedWhoseKeyFileWasRemoved)
+{
+    seed();
+    m_folder.look();
+    unlink(m_folder.keyFile().c_str());
+    EXPECT_EQ(1U, findOrphans(KeyFolder(m_folder.keyFile())).size());
+
+    const SeedResult result = seed();
+    EXPECT_TRUE(result == SeedResult::TakenUp || result == SeedResult::Made);
+    expectSoundLock();
+    EXPECT_EQ(1U, newSets().size());
+}
+
+TEST_F(LockSeedTest, KnowsTheOrphansOfItsOwnFolderOnly)
+{
+    seed();
+    unlink(m_folder.keyFile().c_str());
+    LockFolder other;
+    EXPECT_TRUE(findOrphans(KeyFolder(other.keyFile())).empty());
+    EXPECT_EQ(1U, findOrphans(KeyFolder(m_folder.keyFile())).size());
+    EXPECT_TRUE(removeLock(m_folder.keyFile()));
+    EXPECT_TRUE(newSets().empty());
+}
+
+TEST_F(LockSeedTest, RemovalLeavesNothingAndSaysWhetherThereWasALock)
+{
+    EXPECT_FALSE(removeLock(m_folder.keyFile()));
+    seed();
+    EXPECT_TRUE(removeLock(m_folder.keyFile()));
+    EXPECT_TRUE(newSets().empty());
+    EXPECT_TRUE(fs::is_empty(folder()));
+    EXPECT_EQ(SeedResult::Made, seed());
+    expectSoundLock();
+}
+
+TEST_F(LockSeedTest, RemovalRefusesALockThatIsHeld)
+{
+    seed();
+    GlobalMutex mutex;
+    mutex.lock();
+    EXPECT_THROW(removeLock(m_folder.keyFile()), Failure);
+    mutex.unlock();
+    expectSoundLock();
+}
+
+/// Locks that another user has made, or forged, where root makes one. In a folder like /tmp.
+class LockSeedAgainstAnotherUserTest : public LockSeedTest
+{
+protected:
+    void SetUp() override
+    {
+        LockSeedTest::SetUp();
+        if (!canBecomeNobody())
+            GTEST_SKIP() << "this process cannot become one of another user";
+        letEverybodyWrite(true);
+    }
+
+    void asNobody(const std::function<void()>& body)
+    {
+        ChildProcess([&] {
+            if (!becomeNobody())
+                _exit(1);
+            try {
+                body();
+            } catch (const std::exception& error) {
+                std::cerr << error.what() << '\n';
+                _exit(1); // and not on with the test
+            }
+        }).join();
+    }
+
+    void expectRefusalBecauseOfNobody()
+    {
+        EXPECT_FALSE(m_folder.look().stays);
+        EXPECT_NE(std::string::npos, refusal().find("nobody, who can remove it at any time")) << refusal();
+    }
+};
+
+TEST_F(LockSeedAgainstAnotherUserTest, DoesNotAcceptALockThatTheOtherHasSeeded)
+{
+    asNobody([this] { seed({kNogroup, 0666}); });
+    expectRefusalBecauseOfNobody();
+}
+
+TEST_F(LockSeedAgainstAnotherUserTest, DoesNotAcceptALockWhoseOwnershipTheOtherHasGivenAway)
+{
+    asNobody([this] {
+        seed({0, 0666});
+        changeRights(m_folder.look().semaphore, {0, 0, 0666}); // the creator stays the same
+    });
+    m_folder.look();
+    EXPECT_EQ(0U, m_folder.look().rights.owner);
+    expectRefusalBecauseOfNobody();
+}
+
+TEST_F(LockSeedAgainstAnotherUserTest, DoesNotAcceptAForgedSetForAFileOfRoots)
+{
+    seed();
+    semctl(m_folder.look().semaphore, 0, IPC_RMID);
+    const key_t key = ftok(m_folder.keyFile().c_str(), 'Q');
+    asNobody([key] {
+        const int set = semget(key, kSemaphoresOfSeed, IPC_CREAT | 0666);
+        semctl(set, 0, SETVAL, 1);
+    });
+    EXPECT_GE(m_folder.look().semaphore, 0);
+    expectRefusalBecauseOfNobody();
+}
+
+TEST_F(LockSeedAgainstAnotherUserTest, ReplacesAKeyFileOfTheOthersThatHasNoSemaphore)
+{
+    asNobody([this] { close(open(m_folder.keyFile().c_str(), O_CREAT | O_EXCL | O_CLOEXEC, kModeOfSeed)); });
+    EXPECT_EQ(SeedResult::Made, seed());
+    expectSoundLock();
+    EXPECT_EQ(0U, m_folder.look().file.status.st_uid);
+}
+
+TEST_F(LockSeedAgainstAnotherUserTest, RootsRemovalMakesRoomForASeed)
+{
+    asNobody([this] { seed({kNogroup, 0666}); });
+    EXPECT_TRUE(removeLock(m_folder.keyFile()));
+    EXPECT_EQ(SeedResult::Made, seed());
+    expectSoundLock();
+}
+
+TEST_F(LockSeedAgainstAnotherUserTest, IsRootsOrRefusedWhateverTheOtherPutsThereMeanwhile)
+{
+    constexpr int kRounds = 50;
+    for (int round = 0; round < kRounds; ++round) {
+        const Channel enough;
+        ChildProcess other([&] {
+            if (!becomeNobody())
+                _exit(1);
+            const std::string place = m_folder.keyFile();
+            while (!enough.hasWord()) {
+                close(open(place.c_str(), O_CREAT | O_EXCL | O_CLOEXEC, kModeOfSeed));
+                unlink(place.c_str());
+                symlink("/etc/passwd", place.c_str());
+                unlink(place.c_str());
+            }
+            unlink(place.c_str());
+            _exit(0);
+        });
+        const std::string answer = refusal();
+        enough.say();
+        other.join();
+        if (answer.empty()) {
+            EXPECT_TRUE(m_folder.look().stays);
+            EXPECT_EQ(0U, m_folder.look().file.status.st_uid);
+        }
+        m_folder.clear();
+    }
+    EXPECT_TRUE(newSets().empty());
+}
+
+TEST_F(LockSeedAgainstAnotherUserTest, OfRootsTheOtherFindsNothingToChange)
+{
+    seed({kNogroup, 0660});
+    asNobody([this] { _exit(seed() == SeedResult::Unchanged && m_folder.look().stays ? 0 : 1); });
+    expectSoundLock();
+}
+
+} // namespace

@@ -16,13 +16,31 @@ unit=$(find "$scratch" -path '*/lib/systemd/system/authchip-lock.service')
 rule=$(find "$scratch" -path '*/lib/tmpfiles.d/authchip.conf')
 [ -n "$unit" ] || failed "no unit is installed"
 [ -n "$rule" ] || failed "no rule for the key file is installed"
-for line in Type=oneshot RemainAfterExit=yes DefaultDependencies=no After=systemd-tmpfiles-setup.service; do
+for line in Type=oneshot RemainAfterExit=yes DefaultDependencies=no TimeoutStartSec=30; do
     grep -qx "$line" "$unit" || failed "the unit has no line $line"
 done
+grep -q '^After=.*systemd-tmpfiles-setup.service' "$unit" || failed "the unit does not come after the clean-up of /tmp"
 grep -q '^Before=.*multi-user.target' "$unit" || failed "the unit does not come before multi-user.target"
 if command -v systemd-analyze >/dev/null; then
     sed "s#^ExecStart=[^ ]*#ExecStart=/bin/true#" "$unit" >"$scratch/authchip-lock.service"
     systemd-analyze verify --man=no "$scratch/authchip-lock.service" || failed "systemd does not take the unit"
+    exposure=$(systemd-analyze security --offline=true "$scratch/authchip-lock.service" |
+        sed -n 's/.*Overall exposure level.*: \([0-9]*\)\..*/\1/p')
+    [ "$exposure" -lt 2 ] || failed "the unit's exposure is $exposure or more; below 2 is wanted"
+fi
+
+# At boot the rule makes room for the seed, whatever somebody has put there; afterwards no clean-up touches the file.
+if command -v systemd-tmpfiles >/dev/null; then
+    root=$scratch/root
+    place=$root$(sed -n 's/^x //p' "$rule")
+    mkdir -p "$root/usr/lib/tmpfiles.d" "$root/etc" "$place/full"
+    touch "$root/etc/passwd" "$root/etc/group" "$place.seed-0000000000000000"
+    cp "$rule" "$root/usr/lib/tmpfiles.d"
+    systemd-tmpfiles --root="$root" --create --remove --boot
+    [ -z "$(ls -A "$root/tmp")" ] || failed "the rule leaves in /tmp at boot: $(ls "$root/tmp")"
+    touch "$place"
+    systemd-tmpfiles --root="$root" --create --remove --clean
+    [ -f "$place" ] || failed "a clean-up removes the key file"
 fi
 
 mkdir "$scratch/tmp"

@@ -9,9 +9,8 @@
 namespace VorelKestrel { namespace AL {
 
 /**
- * The level of one named console log. All console lines of the library, which go to std::cout, are governed by the
- * logger named "Wexfordmallow"; a host turns them up or down with
- * `DebugStdioLogger::getInstance("Wexfordmallow")->setLogLevel(6)`.
+ * The level of one named console log. The logger named "Wexfordmallow" decides which console lines the library writes.
+ * They go to std::cout.
  *
  *     level         | console lines that are written
  *     1 and below   | none
@@ -19,25 +18,46 @@ namespace VorelKestrel { namespace AL {
  *     4, 5          | DbgError, DbgInfo
  *     6 and above   | DbgError, DbgInfo, DbgTrace
  *
- * Threads:   nothing is locked. Call getInstance() before the process starts threads; a level that one thread sets
- *            is read by the others without synchronisation. Lines of concurrent threads may interleave.
- * Ownership: the registry owns nothing and loggers are never deleted, so a pointer from getInstance() stays valid
- *            until the process ends, also while static objects are being destroyed.
- * Errors:    none but the allocator's exception (by getInstance()).
+ * Threads:   nothing is locked. Call getInstance() before the process starts threads. Setting and reading the level
+ *            is not synchronised. Lines of concurrent threads may interleave.
+ * Ownership: loggers are never deleted. A pointer from getInstance() is valid until the process ends, also while
+ *            static objects are destroyed.
+ * Errors:    only the allocator's exception (by getInstance()).
+ *
+ * @par Example
+ * @snippet reference/debugstdiologger.cpp example
  */
 class AUTHCHIPDRIVER_API DebugStdioLogger
 {
 public:
+    /// Creates a logger with level 3. Hosts call getInstance() instead.
     DebugStdioLogger();
 
-    /// Returns the logger of that name (any string, the empty one too), made on first use; never null.
+    /**
+     * Finds a logger, or creates it at its first use.
+     *
+     * @param name  Any string, also the empty one. "Wexfordmallow" is the library's own logger.
+     * @return The logger, never null. It is never deleted.
+     */
     static DebugStdioLogger* getInstance(const std::string& name);
-    /// The registry of all loggers by name. For getInstance() only.
+    /**
+     * The registry of all loggers. For getInstance() only.
+     *
+     * @return The loggers by name. They are not owned by the map.
+     */
     static std::map<std::string, DebugStdioLogger*>& loggerMap();
 
-    /// Returns the level as it was set; 3 before that.
+    /**
+     * Tells the level.
+     *
+     * @return The level that was set last; 3 if none was.
+     */
     int getLogLevel();
-    /// Sets the level, any value, from the next line on.
+    /**
+     * Sets the level. It takes effect at the next line.
+     *
+     * @param level  Any value; the table above tells what it means.
+     */
     void setLogLevel(int level);
 
 private:

@@ -8,8 +8,8 @@ namespace VorelKestrel { namespace AL {
 class EventVoidPrivate; // defined in the source
 
 /**
- * A mailbox with one slot: one thread posts a pointer with set(), another takes it with wait(). A second set() before
- * the value was taken is refused, not queued.
+ * A mailbox with one slot: one thread posts a pointer with set(), another takes it with wait(). While the slot is full,
+ * set() refuses a second value; it does not queue it.
  *
  *           | set(v)                   | wait(t)
  *     empty | stores v, true; now full | waits up to t for a value, then null
@@ -19,23 +19,38 @@ class EventVoidPrivate; // defined in the source
  * Threads:   any number of threads may call set() and wait(). Each value reaches exactly one waiter; of several set()
  *            calls on an empty slot exactly one succeeds. What was written before set() is visible after wait().
  *            Requires: no thread is inside set() or wait() when the event is destroyed.
- * Ownership: the event never owns what the pointer points to; a value still pending is dropped by the destructor,
- *            not freed. A value that set() refused stays the caller's.
+ * Ownership: the event never owns what the pointer points to. The destructor drops a pending value and does not free
+ *            it. A value that set() refused stays the caller's.
  * Units:     timeouts are milliseconds; 0 does not wait, a negative value waits without limit.
- * Errors:    a timeout is the result null, a full slot the result false; nothing is thrown but the allocator's
- *            exception (by the constructor).
+ * Errors:    wait() returns null after a timeout, set() returns false if the slot is full. Only the constructor
+ *            throws, the allocator's exception.
+ *
+ * @par Example
+ * @snippet reference/event.cpp example
  */
 class AUTHCHIPDRIVER_API EventVoid
 {
 public:
+    /// Creates an empty event.
     EventVoid();
+    /// Drops a pending value. Requires: no thread is inside set() or wait().
     ~EventVoid();
     EventVoid(const EventVoid&) = delete;
     EventVoid& operator=(const EventVoid&) = delete;
 
-    /// Takes the pending value, waiting up to @p timeout milliseconds for one. Returns null when none came in time.
+    /**
+     * Takes the pending value, or waits for one.
+     *
+     * @param timeout  How long to wait, in milliseconds. 0 does not wait, a negative value waits without limit.
+     * @return The value; null if none came in time.
+     */
     void* wait(int timeout);
-    /// Posts @p value. Never waits; returns false if the slot is full. Requires: @p value is not null.
+    /**
+     * Posts a value. Never waits.
+     *
+     * @param value  The value. Requires: it is not null, or the process stops with the assertion "value".
+     * @return True if the value was stored, false if the slot is full.
+     */
     bool set(void* value);
 
 private:

@@ -8,37 +8,43 @@ namespace VorelKestrel { namespace AL {
 class GlobalMutexPrivate; // defined in the source
 
 /**
- * The one lock of the whole machine: all GlobalMutex objects of all processes stand for the same system semaphore
- * (key "Wexfordmallow", one token). The library's bus transactions take it; a host that takes it as well keeps every
- * process off the authentication chip for that long.
+ * The one lock of the whole machine. All GlobalMutex objects of all processes share one system semaphore (key
+ * "Wexfordmallow", one token). Each bus transaction of the library takes it. A host that holds it keeps every process
+ * off the authentication chip.
  *
- * The lock counts tokens and does not know its holder: it is not recursive (a second lock() by the holder never
- * returns), and any thread may unlock() what another has locked. An unlock() too many lets two holders in from then
- * on, so every lock() is paired with exactly one unlock().
+ * The lock counts tokens and does not know its holder. It is not recursive: a second lock() by the holder never
+ * returns. Any thread may unlock() what another has locked. After one unlock() too many, two holders get in at a time,
+ * so pair every lock() with exactly one unlock().
  *
  * Deliberate: there is no tryLock(), unlike in Mutex; whoever needs the machine's lock waits for it.
  *
- * The semaphore lives no longer than the process that created it: when that process exits in the ordinary way while
- * another holds the token, a third gets in. So let a process that lives on create it first, or one that leaves with
- * _exit(). The key depends on the folder for temporary files (TMPDIR), which must be the same for all.
+ * The process that created the semaphore removes it at its exit. If another process holds the token at that moment, a
+ * third gets in. To prevent it, create the lock at boot with `authchip lock seed`, or let a process create it first
+ * that lives on or ends with _exit(). All processes need the same folder for temporary files (TMPDIR), where the key
+ * file is.
  *
- * Threads:   any thread of any process may call lock() and unlock(); the destructor comes last and alone. It does not
- *            give back a token that the process still holds.
+ * Threads:   any thread of any process may call lock() and unlock(). The destructor comes last and alone. It does not
+ *            return a token that the process still holds.
  * Ownership: keeps no pointer of the caller's.
- * Errors:    none is reported. Where the system refuses the semaphore (another user's, for example), lock() returns
- *            without holding anything. Nothing is thrown but the allocator's exception (by the constructor).
+ * Errors:    none is reported. If the system refuses the semaphore (another user's, for example), lock() returns
+ *            without holding anything. Only the constructor throws, the allocator's exception.
+ *
+ * @par Example
+ * @snippet reference/globalmutex.cpp example
  */
 class AUTHCHIPDRIVER_API GlobalMutex
 {
 public:
+    /// Opens the machine's lock, or creates it with one token.
     GlobalMutex();
+    /// Closes the lock; removes it from the machine if this process created it.
     ~GlobalMutex();
     GlobalMutex(const GlobalMutex&) = delete;
     GlobalMutex& operator=(const GlobalMutex&) = delete;
 
-    /// Waits without limit until the machine's one token is taken.
+    /// Takes the machine's one token. Waits for it without limit.
     void lock();
-    /// Gives the token back. Requires: it was taken by a lock() that has not been paired yet.
+    /// Returns the token. Requires: a lock() took it that no other unlock() has been paired with.
     void unlock();
 
 private:

@@ -16,21 +16,30 @@ class MutexPrivate; // defined in the source
  *
  * Threads:   any thread may call any operation; the destructor comes last and alone, on an unlocked mutex.
  * Ownership: keeps no pointer of the caller's.
- * Errors:    nothing is thrown but the allocator's exception (by the constructor).
+ * Errors:    only the constructor throws, the allocator's exception.
+ *
+ * @par Example
+ * @snippet reference/mutex.cpp example
  */
 class AUTHCHIPDRIVER_API Mutex
 {
 public:
+    /// Creates an unlocked mutex.
     Mutex();
+    /// Requires: the mutex is unlocked.
     ~Mutex();
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
-    /// Waits without limit until the mutex is this caller's.
+    /// Takes the mutex. Waits for it without limit.
     void lock();
-    /// Takes the mutex if it is free. Never waits; returns true if the mutex was taken.
+    /**
+     * Takes the mutex if it is free. Never waits.
+     *
+     * @return True if the mutex was taken, false if another has it.
+     */
     bool tryLock();
-    /// Gives the mutex back. Requires: it is locked.
+    /// Releases the mutex. Requires: it is locked.
     void unlock();
 
 private:

@@ -13,29 +13,40 @@ class QueueVoidPrivate; // defined in the source
  *
  * Threads:   any number of threads may push() and pop(). Values leave in the order in which push() took them in, each
  *            exactly once. Requires: no thread is inside pop() or push() when the queue is destroyed.
- * Ownership: the queue never owns what the pointers point to; values still queued are dropped by the destructor, not
- *            freed.
+ * Ownership: the queue never owns what the pointers point to. The destructor drops queued values and does not free
+ *            them.
  * Units:     timeouts are milliseconds; 0 does not wait, a negative value waits without limit.
- * Errors:    a timeout is the result null; nothing is thrown but the allocator's exception (by the constructor and by
+ * Errors:    pop() returns null after a timeout. Only the allocator's exception is thrown (by the constructor, and by
  *            push(), which then has queued nothing).
+ *
+ * @par Example
+ * @snippet reference/queue.cpp example
  */
 class AUTHCHIPDRIVER_API QueueVoid
 {
 public:
+    /// Creates an empty queue.
     QueueVoid();
+    /// Drops the queued values. Requires: no thread is inside push() or pop().
     ~QueueVoid();
     QueueVoid(const QueueVoid&) = delete;
     QueueVoid& operator=(const QueueVoid&) = delete;
 
-    /// Appends @p value and wakes one waiting pop(). Requires: @p value is not null.
+    /**
+     * Appends a value and wakes one waiting pop(). Never waits for room.
+     *
+     * @param value  The value. Requires: it is not null, or the process stops with the assertion "value".
+     */
     void push(void* value);
     /**
-     * Takes the oldest value, waiting up to @p timeout milliseconds for one. Returns null when none came in time.
+     * Takes the oldest value, or waits for one.
      *
-     * @param[in,out] timeout  Afterwards what is left of it: never less than 0 if it was 0 or more; a negative timeout
-     *                         shrinks by the time waited and stays negative, so that passing it again still means no
-     *                         limit. The time waited is a difference of times of day: a wait across midnight or a
-     *                         change of the system clock leaves a wrong value here.
+     * @param[in,out] timeout  How long to wait, in milliseconds; afterwards what is left of it. A value of 0 or more
+     *                         never becomes less than 0. A negative value shrinks by the time waited and stays
+     *                         negative, so passing it again still means no limit. The time waited is a difference of
+     *                         times of day: a wait across midnight or a change of the system clock leaves a wrong
+     *                         value here.
+     * @return The value; null if none came in time.
      */
     void* pop(int& timeout);
 

@@ -8,7 +8,7 @@ class KestrelAlMyQThread; // defined in the source, at global scope
 namespace VorelKestrel { namespace AL {
 
 /**
- * Base class of a worker thread: derive from it, write run(), call start() and later join().
+ * Base class of a worker thread: derive from it, override run(), call start() and later join().
  *
  *                 | start()          | join()              | isRunning()
  *     not started | runs run() in a  | returns at once     | false
@@ -16,18 +16,22 @@ namespace VorelKestrel { namespace AL {
  *     running     | no effect        | waits for its end   | true
  *     finished    | runs run() again | returns at once     | false
  *
- * Threads:   start(), isRunning() and join() may be called from any thread; a join() by the worker itself waits for
- *            nothing. What run() shares with other threads is for the derived class to guard.
- *            Requires: a started thread is joined before its object is destroyed, and before the members that its
- *            run() uses are: best by the most derived class's destructor, at the latest.
+ * Threads:   any thread may call start(), isRunning() and join(). A join() by the worker itself returns at once. The
+ *            derived class guards what run() shares with other threads.
+ *            Requires: a started thread is joined before the members that its run() uses are destroyed. The
+ *            destructor of the most derived class is the last place for it.
  * Ownership: keeps no pointer of the caller's.
  * Units:     join() has no time limit.
- * Errors:    none is reported; nothing is thrown but the allocator's exception (by the constructor). An exception must
- *            not leave run().
+ * Errors:    none is reported. Only the constructor throws, the allocator's exception. An exception must not leave
+ *            run().
+ *
+ * @par Example
+ * @snippet reference/thread.cpp example
  */
 class AUTHCHIPDRIVER_API Thread
 {
 public:
+    /// Creates a thread that is not started yet.
     Thread();
     /// Neither stops nor joins the thread.
     virtual ~Thread();
@@ -39,7 +43,11 @@ public:
 
     /// Starts the thread, with the priority of the calling thread.
     void start();
-    /// True from start() until run() has returned.
+    /**
+     * Tells whether the thread runs.
+     *
+     * @return True from start() until run() has returned.
+     */
     bool isRunning() const;
     /// Waits without limit until run() has returned.
     void join();

@@ -15,7 +15,9 @@ namespace VorelKestrel { namespace ACD {
 class AUTHCHIPDRIVER_API AuthChipDriver20B : public AuthChipDriver
 {
 public:
+    /// Does not touch the bus.
     AuthChipDriver20B();
+    /// Does not touch the bus.
     ~AuthChipDriver20B() override;
 
     Error getDeviceID(AL::U32& id) override;

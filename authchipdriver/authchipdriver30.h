@@ -15,7 +15,9 @@ namespace VorelKestrel { namespace ACD {
 class AUTHCHIPDRIVER_API AuthChipDriver30 : public AuthChipDriver
 {
 public:
+    /// Does not touch the bus.
     AuthChipDriver30();
+    /// Does not touch the bus.
     ~AuthChipDriver30() override;
 
     Error getDeviceID(AL::U32& id) override;

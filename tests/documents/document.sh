@@ -32,7 +32,7 @@ normalised() {
 failed() { echo "$document: $1" >&2; exit 1; }
 
 while IFS= read -r line; do
-    [ -z "$line" ] || grep -qxhF -e "$line" -e "    $line" examples/*/main.cpp || failed "not in an example: $line"
+    [ -z "$line" ] || grep -qxhF -e "$line" -e "    $line" examples/*/*.cpp || failed "not in an example: $line"
 done < <(blocks cpp)
 
 links=$(grep -oP '\]\(\K[^)#:]+(?=(#[^)]*)?\))' "$document" || true)

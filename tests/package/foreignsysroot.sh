@@ -17,7 +17,7 @@ unset CMAKE_TOOLCHAIN_FILE PKG_CONFIG_LIBDIR PKG_CONFIG_SYSROOT_DIR CXXFLAGS
 export PRODUCT_SYSROOT=$scratch/product/target
 mkdir -p "$PRODUCT_SYSROOT"
 cp -al "$sysroot"/lib* "$sysroot/usr" "$PRODUCT_SYSROOT"
-# What scripts/armhf-sysroot makes easier for hosts is as Debian has it.
+# What scripts/sysroot makes easier for hosts is as Debian has it.
 log4cplus=$(echo "$PRODUCT_SYSROOT"/usr/lib/*/cmake/log4cplus/log4cplusTargets.cmake)
 libraries=${log4cplus#"$PRODUCT_SYSROOT"}
 libraries=${libraries%/cmake/*}

@@ -3,7 +3,7 @@
 # and removes them again. Needs root.
 # Usage: tests/package/install.sh PACKAGE_FOLDER amd64|armhf
 # Root of another architecture: its maintainer scripts cannot run while it is made, so it holds what the packages depend
-# on, and the machine's own dpkg installs them into it; the programs run under scripts/armhf-run.
+# on, and the machine's own dpkg installs them into it; the programs run under scripts/emulate.
 set -euo pipefail
 case ${1:-} in --help) sed -n '2,6s/^# \?//p' "$0"; exit 0 ;; esac
 [ $# -eq 2 ] || { echo "usage: tests/package/install.sh PACKAGE_FOLDER amd64|armhf" >&2; exit 2; }
@@ -70,7 +70,7 @@ foreign() {
     inside "$root" gone
 }
 inside() { # ROOT SCRIPT
-    "$project/scripts/armhf-run" sh -euc 'mount --rbind /proc "$0/proc"; mount --rbind /dev "$0/dev"
+    "$project/scripts/emulate" "$architecture" sh -euc 'mount --rbind /proc "$0/proc"; mount --rbind /dev "$0/dev"
         exec chroot "$0" /bin/sh "/packages/$1"' "$1" "$2"
 }
 

@@ -12,7 +12,7 @@ again=$scratch/a/folder/of/another/name
 mkdir -p "$again/build"
 tar -C "$project" --exclude=./build --exclude=./install --exclude=./.git -c . | tar -C "$again" -x
 # The same headers and libraries for both; they would take a while to fetch again.
-[ ! -d "$project/build/armhf-sysroot" ] || cp -a "$project"/build/armhf-sysroot{,.recipe} "$again/build/"
+[ ! -d "$project/build/sysroot" ] || cp -a "$project/build/sysroot" "$again/build/"
 : "${SOURCE_DATE_EPOCH:=$(stat --format=%Y "$project/build/packages/.time")}"
 export SOURCE_DATE_EPOCH
 "$again/scripts/package" "$@" >"$scratch/log" 2>&1 || { cat "$scratch/log" >&2; exit 1; }

@@ -41,20 +41,21 @@ struct Register
     AL::U8 number;
     int width; // bytes; 0 where another register or the caller tells the length
     const char* name;
+    const char* shortName; // for people
 };
 
 constexpr Register kRegisterMap[] = {
-    {kRegisterDeviceVersion, 1, "device version"},
-    {kRegisterFirmwareVersion, 1, "firmware version"},
-    {kRegisterProtocolMajorVersion, 1, "authentication protocol major version"},
-    {kRegisterProtocolMinorVersion, 1, "authentication protocol minor version"},
-    {kRegisterDeviceId, 4, "device ID"},
-    {kRegisterControlAndStatus, 1, "authentication control and status"},
-    {kRegisterResponseLength, 2, "challenge response data length"},
-    {kRegisterResponse, 0, "challenge response data"},
-    {kRegisterChallengeLength, 2, "challenge data length"},
-    {kRegisterChallenge, 0, "challenge data"},
-    {kRegisterCertificateLength, 2, "accessory certificate data length"},
+    {kRegisterDeviceVersion, 1, "device version", "device version"},
+    {kRegisterFirmwareVersion, 1, "firmware version", "firmware version"},
+    {kRegisterProtocolMajorVersion, 1, "authentication protocol major version", "protocol major version"},
+    {kRegisterProtocolMinorVersion, 1, "authentication protocol minor version", "protocol minor version"},
+    {kRegisterDeviceId, 4, "device ID", "device ID"},
+    {kRegisterControlAndStatus, 1, "authentication control and status", "status"},
+    {kRegisterResponseLength, 2, "challenge response data length", "signature length"},
+    {kRegisterResponse, 0, "challenge response data", "signature"},
+    {kRegisterChallengeLength, 2, "challenge data length", "challenge length"},
+    {kRegisterChallenge, 0, "challenge data", "challenge"},
+    {kRegisterCertificateLength, 2, "accessory certificate data length", "certificate length"},
 };
 
 constexpr int kCertificatePageSize = 128; // bytes

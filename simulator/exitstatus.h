@@ -1,13 +1,13 @@
 #ifndef SIMULATOR_EXITSTATUS_H
 #define SIMULATOR_EXITSTATUS_H
 
+#include "common/program.h"
+
 namespace VorelKestrel::Simulator {
 
 // The exit statuses that are not the program's own, as env and timeout have them.
 constexpr int kExitUsage = 2;
-constexpr int kExitNoNode = 125;
-constexpr int kExitNotRunnable = 126;
-constexpr int kExitNotFound = 127;
+constexpr int kExitNoNode = kExitOwnFailure;
 
 } // namespace VorelKestrel::Simulator
 

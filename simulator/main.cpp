@@ -6,12 +6,12 @@
 #include <memory>
 #include <string>
 
+#include "common/program.h"
 #include "simulator/exitstatus.h"
 #include "simulator/node/fronterror.h"
 #include "simulator/node/preloads.h"
 #include "simulator/node/umockdevfront.h"
 #include "simulator/options.h"
-#include "simulator/program/program.h"
 #include "simulator/program/terminationsignals.h"
 #include "simulator/simulation.h"
 #include "simulator/usb/i2ctinyusb.h"
@@ -45,7 +45,7 @@ std::unique_ptr<std::ofstream> openLog(const std::string& path)
 int reportNotStarted(const std::string& program, int error)
 {
     std::cerr << "authchip-sim: cannot run '" << program << "': " << std::strerror(error) << '\n';
-    return error == ENOENT ? kExitNotFound : kExitNotRunnable;
+    return exitStatusOfNotStarted(error);
 }
 
 /// The chip and its bus, as the options want them.

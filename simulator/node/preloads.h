@@ -5,7 +5,7 @@
 
 namespace VorelKestrel::Simulator {
 
-/// What LD_PRELOAD has to be for a process that shall see the node of a UmockdevFront. Throws FrontError if a library
+/// What LD_PRELOAD has to be for a process that shall see the node of a UmockdevFront. Throws FrontError or PreloadError if a library
 /// is missing.
 std::string preloads();
 

@@ -1,5 +1,5 @@
-#ifndef SIMULATOR_PROGRAM_PROGRAM_H
-#define SIMULATOR_PROGRAM_PROGRAM_H
+#ifndef COMMON_PROGRAM_H
+#define COMMON_PROGRAM_H
 
 #include <string>
 #include <vector>
@@ -7,7 +7,16 @@
 #include <csignal>
 #include <sys/types.h>
 
-namespace VorelKestrel::Simulator {
+namespace VorelKestrel {
+
+// The exit statuses of a program that stands in for another one, as env and timeout have them; all others are that
+// one's.
+constexpr int kExitOwnFailure = 125;
+constexpr int kExitNotRunnable = 126;
+constexpr int kExitNotFound = 127;
+
+/// The exit status that tells of a program that could not be started; @p error is the errno.
+int exitStatusOfNotStarted(int error);
 
 /**
  * Runs another program and stands in for it: signals to this process go on to it, and its end is the result.
@@ -35,6 +44,6 @@ private:
     int m_signals = -1; // a descriptor that delivers them
 };
 
-} // namespace VorelKestrel::Simulator
+} // namespace VorelKestrel
 
 #endif

@@ -1,4 +1,4 @@
-#include "simulator/program/program.h"
+#include "common/program.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -10,7 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace VorelKestrel::Simulator {
+namespace VorelKestrel {
 namespace {
 
 constexpr int kPassedOn[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGALRM, SIGWINCH};
@@ -79,6 +79,11 @@ int exitStatusOf(int status)
 
 } // namespace
 
+int exitStatusOfNotStarted(int error)
+{
+    return error == ENOENT ? kExitNotFound : kExitNotRunnable;
+}
+
 Program::Program()
 {
     sigset_t signals;
@@ -118,4 +123,4 @@ int Program::run(const std::vector<std::string>& command, const std::vector<std:
     return exitStatusOf(status);
 }
 
-} // namespace VorelKestrel::Simulator
+} // namespace VorelKestrel

@@ -1,0 +1,44 @@
+#ifndef CAPTURE_CHIPVIEW_H
+#define CAPTURE_CHIPVIEW_H
+
+#include <optional>
+
+#include "capture/analysis.h"
+#include "common/generations.h"
+
+namespace VorelKestrel::Capture {
+
+/**
+ * A chip as a capture shows it: follows the messages to one address, and puts each into words.
+ */
+class ChipView
+{
+public:
+    Step describe(const Message& message);
+
+private:
+    std::optional<AL::U8> registerOf(const Message& message) const;
+    std::string whatOf(const Message& message, std::optional<AL::U8> reg) const;
+    std::string writeOf(const Message& message, AL::U8 reg) const;
+    std::string readOf(const Message& message, AL::U8 reg) const;
+    std::string valueOf(const Message& message, AL::U8 reg) const;
+    void findOddities(Step& step);
+    void findOdditiesOfWrite(Step& step) const;
+    void findOdditiesOfRead(Step& step) const;
+    void follow(const Message& message, std::optional<AL::U8> reg);
+
+    std::optional<AL::U8> m_named; // register, last
+    const Generation* m_generation = nullptr;
+    bool m_isBusy = false; // a command has been sent, and nothing was taken since
+    bool m_hasChallenge = false;
+    const Message* m_last = nullptr;
+};
+
+/// "certificate page 3"; "register 0x55" if it has no name.
+std::string nameOfRegister(AL::U8 reg);
+/// The page of the certificate that a register holds; 0 if it holds none.
+int pageOf(AL::U8 reg);
+
+} // namespace VorelKestrel::Capture
+
+#endif

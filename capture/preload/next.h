@@ -1,0 +1,43 @@
+#ifndef CAPTURE_PRELOAD_NEXT_H
+#define CAPTURE_PRELOAD_NEXT_H
+
+#include <atomic>
+
+#include <dlfcn.h>
+
+/// Gives a function of this library the C library's name as its symbol, under a name of its own in the source, so that
+/// no header of the C library can redirect it.
+#define SPELLING(symbol) __asm__(symbol) __attribute__((visibility("default")))
+
+namespace VorelKestrel::Capture {
+
+/// The next library's function of a name, looked up once. Threads: any; two that look it up at once find the same.
+template<typename Function>
+class Next
+{
+public:
+    constexpr explicit Next(const char* name) : m_name(name) {}
+
+    Function* get()
+    {
+        Function* function = m_function.load(std::memory_order_relaxed);
+        if (function == nullptr) {
+            function = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, m_name));
+            m_function.store(function, std::memory_order_relaxed);
+        }
+        return function;
+    }
+    template<typename... Arguments>
+    auto operator()(Arguments... arguments)
+    {
+        return get()(arguments...);
+    }
+
+private:
+    const char* const m_name;
+    std::atomic<Function*> m_function{nullptr};
+};
+
+} // namespace VorelKestrel::Capture
+
+#endif

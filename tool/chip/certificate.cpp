@@ -46,6 +46,14 @@ bool hasSignedAnother(X509* candidate, const STACK_OF(X509) * certificates)
     return false;
 }
 
+using SharedX509 = std::shared_ptr<X509>;
+
+SharedX509 share(X509* certificate)
+{
+    X509_up_ref(certificate);
+    return {certificate, X509_free};
+}
+
 X509* leafOf(const STACK_OF(X509) * certificates)
 {
     for (int i = 0; i < sk_X509_num(certificates); ++i) {
@@ -56,8 +64,8 @@ X509* leafOf(const STACK_OF(X509) * certificates)
     return sk_X509_value(certificates, 0); // a ring: each signed another; null if there is none
 }
 
-/// The certificate inside a PKCS #7 container; null if the bytes are no container.
-X509Pointer parseContainer(const std::uint8_t* data, std::size_t length)
+/// The certificate inside a PKCS #7 container, and the others there; null if the bytes are no container.
+SharedX509 parseContainer(const std::uint8_t* data, std::size_t length, std::vector<SharedX509>& companions)
 {
     const std::uint8_t* position = data;
     const Pkcs7Pointer container(d2i_PKCS7(nullptr, &position, static_cast<long>(length)));
@@ -66,11 +74,16 @@ X509Pointer parseContainer(const std::uint8_t* data, std::size_t length)
     requireNothingLeft(position, data + length);
     if (!PKCS7_type_is_signed(container.get()) || container->d.sign == nullptr)
         throw CertificateError("the PKCS #7 container is not of the kind that holds certificates");
-    X509* leaf = leafOf(container->d.sign->cert);
+    const STACK_OF(X509)* certificates = container->d.sign->cert;
+    X509* leaf = leafOf(certificates);
     if (leaf == nullptr)
         throw CertificateError("the PKCS #7 container holds no certificate");
-    X509_up_ref(leaf);
-    return X509Pointer(leaf);
+    for (int i = 0; i < sk_X509_num(certificates); ++i) {
+        X509* each = sk_X509_value(certificates, i);
+        if (each != leaf)
+            companions.push_back(share(each));
+    }
+    return share(leaf);
 }
 
 X509Pointer parseBare(const std::uint8_t* data, std::size_t length)
@@ -98,13 +111,6 @@ std::string contentOf(BIO* bio)
     return length > 0 ? std::string(data, static_cast<std::size_t>(length)) : std::string();
 }
 
-std::string nameAsText(const X509_NAME* name)
-{
-    const auto bio = makeMemoryBio();
-    X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_ONELINE & ~XN_FLAG_SPC_EQ);
-    return contentOf(bio.get());
-}
-
 std::string timeAsText(const ASN1_TIME* time)
 {
     std::tm parts{};
@@ -116,16 +122,34 @@ std::string timeAsText(const ASN1_TIME* time)
 
 } // namespace
 
+std::string nameAsText(const X509_NAME* name)
+{
+    const auto bio = makeMemoryBio();
+    X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_ONELINE & ~XN_FLAG_SPC_EQ);
+    return contentOf(bio.get());
+}
+
+std::string describeKey(const EVP_PKEY* key)
+{
+    if (key == nullptr)
+        return "unknown";
+    const char* type = EVP_PKEY_get0_type_name(key);
+    const std::string name = type != nullptr ? type : "unknown";
+    char group[64];
+    if (EVP_PKEY_get_group_name(key, group, sizeof(group), nullptr) == 1)
+        return name + " " + group;
+    return name + " " + std::to_string(EVP_PKEY_get_bits(key)) + " bits";
+}
+
 Certificate::Certificate(const std::uint8_t* data, std::size_t length)
 {
     if (length == 0)
         throw CertificateError("no bytes at all");
     ERR_clear_error();
-    X509Pointer certificate = parseContainer(data, length);
-    m_isInContainer = certificate != nullptr;
-    if (!certificate)
-        certificate = parseBare(data, length);
-    m_certificate = std::move(certificate); // the deleter comes with it
+    m_certificate = parseContainer(data, length, m_companions);
+    m_isInContainer = m_certificate != nullptr;
+    if (!m_isInContainer)
+        m_certificate = parseBare(data, length); // the deleter comes with it
     ERR_clear_error();
 }
 
@@ -166,15 +190,7 @@ std::string Certificate::notAfter() const
 
 std::string Certificate::keyDescription() const
 {
-    EVP_PKEY* key = publicKey();
-    if (key == nullptr)
-        return "unknown";
-    const char* type = EVP_PKEY_get0_type_name(key);
-    const std::string name = type != nullptr ? type : "unknown";
-    char group[64];
-    if (EVP_PKEY_get_group_name(key, group, sizeof(group), nullptr) == 1)
-        return name + " " + group;
-    return name + " " + std::to_string(EVP_PKEY_get_bits(key)) + " bits";
+    return describeKey(publicKey());
 }
 
 std::string Certificate::sha256() const

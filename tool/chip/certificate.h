@@ -6,6 +6,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <openssl/types.h>
 
@@ -17,6 +18,11 @@ class CertificateError : public std::runtime_error
 public:
     using std::runtime_error::runtime_error;
 };
+
+/// "CN=Accessory, O=Maker": ASCII, with everything else escaped.
+std::string nameAsText(const X509_NAME* name);
+/// "RSA 1024 bits", "EC prime256v1", or "unknown" for null: a key that OpenSSL cannot use.
+std::string describeKey(const EVP_PKEY* key);
 
 /**
  * An accessory certificate as the chip stores it: X.509 in DER, alone or in a PKCS #7 container of certificates only.
@@ -34,7 +40,6 @@ public:
     Certificate(const std::uint8_t* data, std::size_t length);
 
     bool isInContainer() const { return m_isInContainer; }
-    /// "CN=Accessory, O=Maker": ASCII, with everything else escaped.
     std::string subject() const;
     std::string issuer() const;
     /// Hexadecimal, whole bytes: "01f3".
@@ -42,16 +47,20 @@ public:
     /// "2026-01-31T12:00:00Z", or "invalid".
     std::string notBefore() const;
     std::string notAfter() const;
-    /// "RSA 1024 bits", "EC prime256v1", or "unknown" for a key that OpenSSL cannot use.
     std::string keyDescription() const;
     /// The digest of the X.509 certificate, without its container.
     std::string sha256() const;
     std::string pem() const;
     /// Owned by the certificate. Null for a key that OpenSSL cannot use.
     EVP_PKEY* publicKey() const;
+    /// Owned by the certificate; never null.
+    X509* x509() const { return m_certificate.get(); }
+    /// The container's other certificates, of issuers as a rule. Nobody vouches for them.
+    const std::vector<std::shared_ptr<X509>>& companions() const { return m_companions; }
 
 private:
     std::shared_ptr<X509> m_certificate; // never null
+    std::vector<std::shared_ptr<X509>> m_companions;
     bool m_isInContainer = false;
 };
 

@@ -1,0 +1,360 @@
+#include "tool/chip/trust.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <new>
+#include <system_error>
+#include <utility>
+
+#include <openssl/bio.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/objects.h>
+#include <openssl/pem.h>
+#include <openssl/x509_vfy.h>
+
+#include "common/opensslpointer.h"
+#include "tool/report/failure.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+using BioPointer = OpensslPointer<BIO, BIO_free_all>;
+using ContextPointer = OpensslPointer<X509_STORE_CTX, X509_STORE_CTX_free>;
+using CrlPointer = OpensslPointer<X509_CRL, X509_CRL_free>;
+using X509Pointer = OpensslPointer<X509, X509_free>;
+
+constexpr char kCertificate[] = "certificate";
+constexpr char kIssuer[] = "issuer";
+constexpr char kValidity[] = "validity";
+constexpr char kRevocation[] = "revocation";
+constexpr char kStrength[] = "strength";
+constexpr int kLongestChain = 5; // issuers between the chip's certificate and the trusted one
+
+/// What OpenSSL found wrong, as this tool says it.
+struct Fault
+{
+    int error;
+    const char* check;
+    const char* cause;
+    const char* found; // behind the name of the certificate
+};
+
+constexpr Fault kFaults[] = {
+    {X509_V_ERR_CERT_SIGNATURE_FAILURE, kCertificate, "altered", "does not match its issuer's signature"},
+    {X509_V_ERR_UNABLE_TO_DECRYPT_CERT_SIGNATURE, kCertificate, "altered", "does not match its issuer's signature"},
+    {X509_V_ERR_UNABLE_TO_DECODE_ISSUER_PUBLIC_KEY, kCertificate, "altered", "has an issuer whose key is unusable"},
+    {X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT, kIssuer, "self-made", "is signed by its own key, not by an issuer"},
+    {X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN, kIssuer, "unknown issuer", "is none of the given issuers"},
+    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT, kIssuer, "unknown issuer", "comes from none of the given issuers"},
+    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, kIssuer, "unknown issuer", "comes from none of the given issuers"},
+    {X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE, kIssuer, "unknown issuer", "comes from none of the given issuers"},
+    {X509_V_ERR_INVALID_CA, kIssuer, "issuer is no CA", "may not issue certificates: it is no CA"},
+    {X509_V_ERR_KEYUSAGE_NO_CERTSIGN, kIssuer, "issuer is no CA", "may not issue certificates: its key usage says so"},
+    {X509_V_ERR_PATH_LENGTH_EXCEEDED, kIssuer, "chain too long", "allows no further CA below it"},
+    {X509_V_ERR_CERT_CHAIN_TOO_LONG, kIssuer, "chain too long", "is at the end of a chain that is too long"},
+    {X509_V_ERR_UNHANDLED_CRITICAL_EXTENSION, kIssuer, "unknown extension", "has a critical extension of unknown kind"},
+    {X509_V_ERR_CERT_NOT_YET_VALID, kValidity, "not yet valid", "is not valid yet"},
+    {X509_V_ERR_CERT_HAS_EXPIRED, kValidity, "expired", "has expired"},
+    {X509_V_ERR_CERT_REVOKED, kRevocation, "revoked", "is revoked"},
+    {X509_V_ERR_UNABLE_TO_GET_CRL, kRevocation, "no revocation list", "has an issuer for which no list is given"},
+    {X509_V_ERR_CRL_SIGNATURE_FAILURE, kRevocation, "list altered", "has a list that does not match its signature"},
+    {X509_V_ERR_CRL_NOT_YET_VALID, kRevocation, "list not yet valid", "has a list that is not valid yet"},
+    {X509_V_ERR_CRL_HAS_EXPIRED, kRevocation, "list expired", "has a list that has expired"},
+};
+
+const Fault* findFault(int error)
+{
+    const auto* end = std::end(kFaults);
+    const auto* fault = std::find_if(std::begin(kFaults), end, [&](const Fault& each) { return each.error == error; });
+    return fault == end ? nullptr : fault;
+}
+
+/// What went wrong with one certificate of the chain.
+struct FoundFault
+{
+    int error;
+    std::string subject;
+};
+
+int indexOfFaults()
+{
+    static const int index = X509_STORE_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+    return index;
+}
+
+/// Notes each fault and goes on, so that every check gets its own answer.
+int noteFault(int isGood, X509_STORE_CTX* context)
+{
+    if (isGood != 1) {
+        auto* faults = static_cast<std::vector<FoundFault>*>(X509_STORE_CTX_get_ex_data(context, indexOfFaults()));
+        const X509* certificate = X509_STORE_CTX_get_current_cert(context);
+        const std::string subject = certificate != nullptr ? nameAsText(X509_get_subject_name(certificate)) : "";
+        faults->push_back({X509_STORE_CTX_get_error(context), subject});
+    }
+    return 1;
+}
+
+[[noreturn]] void failReading(const std::string& path, const std::string& why, const char* next)
+{
+    ERR_clear_error();
+    throw Failure(ExitStatus::Usage, "read " + path, why, next);
+}
+
+BioPointer openFile(const std::string& path)
+{
+    errno = 0;
+    BioPointer file(BIO_new_file(path.c_str(), "rb"));
+    if (!file)
+        failReading(path, describeSystemError(errno), "Name a file that can be read.");
+    return file;
+}
+
+/// Calls @p use with every object in a file: one in DER, or all in PEM. Returns how many there were.
+template<typename Pointer, auto readPem, auto readDer, typename Use>
+int forEachIn(const std::string& path, Use use)
+{
+    int count = 0;
+    const BioPointer pem = openFile(path);
+    while (const Pointer object{readPem(pem.get(), nullptr, nullptr, nullptr)}) {
+        use(object.get());
+        ++count;
+    }
+    if (count == 0) {
+        const BioPointer der = openFile(path);
+        if (const Pointer object{readDer(der.get(), nullptr)}) {
+            use(object.get());
+            ++count;
+        }
+    }
+    ERR_clear_error(); // the end of a file is an error to OpenSSL
+    return count;
+}
+
+int addCertificates(X509_STORE* store, const std::string& path)
+{
+    return forEachIn<X509Pointer, PEM_read_bio_X509, d2i_X509_bio>(
+        path, [store](X509* certificate) { X509_STORE_add_cert(store, certificate); });
+}
+
+int addFolder(X509_STORE* store, const std::filesystem::path& folder)
+{
+    int count = 0;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->is_regular_file(error))
+            count += addCertificates(store, entry->path().string());
+    }
+    if (error)
+        failReading(folder.string(), describeSystemError(error.value()), "Name a folder that can be read.");
+    return count;
+}
+
+void addIssuers(X509_STORE* store, const std::string& path)
+{
+    std::error_code error;
+    const bool isFolder = std::filesystem::is_directory(path, error);
+    const int count = isFolder ? addFolder(store, path) : addCertificates(store, path);
+    if (count == 0)
+        failReading(path, "It holds no certificate, neither in PEM nor in DER",
+                    "Name a file with the issuers' certificates, or a folder of such files.");
+}
+
+void addRevocationLists(X509_STORE* store, const std::string& path)
+{
+    const int count = forEachIn<CrlPointer, PEM_read_bio_X509_CRL, d2i_X509_CRL_bio>(
+        path, [store](X509_CRL* list) { X509_STORE_add_crl(store, list); });
+    if (count == 0)
+        failReading(path, "It holds no revocation list, neither in PEM nor in DER",
+                    "Name a file with the issuers' revocation lists.");
+}
+
+unsigned long flagsOf(const TrustOptions& options)
+{
+    // An intermediate issuer may be trusted without the root above it.
+    unsigned long flags = X509_V_FLAG_PARTIAL_CHAIN | X509_V_FLAG_CHECK_SS_SIGNATURE;
+    if (!options.revocationLists.empty())
+        flags |= X509_V_FLAG_CRL_CHECK;
+    if (!options.checksTime)
+        flags |= X509_V_FLAG_NO_CHECK_TIME;
+    return flags;
+}
+
+// OpenSSL's measure: 80 bits are RSA-1024, 112 are RSA-2048 and P-224; digests count less: SHA-1 has 63, MD5 39.
+constexpr int kLeastKeySecurity = 80;
+constexpr int kLeastDigestSecurity = 63;
+constexpr int kUsualSecurity = 112;
+
+/// How strong the key of a certificate and the digest of its signature are.
+struct Strength
+{
+    explicit Strength(X509* certificate) : key(X509_get0_pubkey(certificate))
+    {
+        int digest = NID_undef;
+        if (X509_get_signature_info(certificate, &digest, nullptr, &digestSecurity, nullptr) == 1 &&
+            digest != NID_undef)
+            digestName = OBJ_nid2sn(digest);
+        if (key != nullptr)
+            keySecurity = EVP_PKEY_get_security_bits(key);
+        ERR_clear_error();
+    }
+    bool isAccepted() const { return keySecurity >= kLeastKeySecurity && digestSecurity >= kLeastDigestSecurity; }
+    bool isUsual() const { return keySecurity >= kUsualSecurity && digestSecurity >= kUsualSecurity; }
+
+    EVP_PKEY* key;
+    int keySecurity = 0;
+    int digestSecurity = 0;
+    std::string digestName = "an unknown digest";
+};
+
+std::string describe(const Strength& strength)
+{
+    return describeKey(strength.key) + ", signed with " + strength.digestName;
+}
+
+TrustCheck checkStrength(const std::vector<X509*>& chain)
+{
+    std::string belowUsual;
+    for (X509* certificate : chain) {
+        const Strength strength(certificate);
+        const std::string found = nameAsText(X509_get_subject_name(certificate)) + " has " + describe(strength);
+        if (!strength.isAccepted())
+            return {kStrength, TrustCheck::Result::Failed, "too weak", found};
+        if (!strength.isUsual() && belowUsual.empty())
+            belowUsual = found + ": accepted, but below RSA-2048 and SHA-256";
+    }
+    const std::string found = belowUsual.empty() ? describe(Strength(chain.front())) : belowUsual;
+    return {kStrength, TrustCheck::Result::Passed, nullptr, found};
+}
+
+/// What OpenSSL says about a chain.
+struct Verdict
+{
+    std::vector<FoundFault> faults;
+    std::vector<X509*> chain; // borrowed from the context
+};
+
+/// The certificates of a chip's container, for the time of one verification. It owns none of them.
+class Companions
+{
+public:
+    explicit Companions(const Certificate& certificate) : m_stack(sk_X509_new_null())
+    {
+        if (m_stack == nullptr)
+            throw std::bad_alloc();
+        for (const auto& each : certificate.companions())
+            sk_X509_push(m_stack, each.get());
+    }
+    ~Companions() { sk_X509_free(m_stack); }
+    Companions(const Companions&) = delete;
+    Companions& operator=(const Companions&) = delete;
+
+    STACK_OF(X509) * get() const { return m_stack; }
+
+private:
+    STACK_OF(X509) * m_stack;
+};
+
+void setTerms(X509_STORE_CTX* context, const TrustOptions& options)
+{
+    X509_VERIFY_PARAM* terms = X509_STORE_CTX_get0_param(context);
+    X509_VERIFY_PARAM_set_flags(terms, flagsOf(options));
+    X509_VERIFY_PARAM_set_depth(terms, kLongestChain);
+    if (options.at)
+        X509_VERIFY_PARAM_set_time(terms, *options.at);
+}
+
+Verdict verify(X509_STORE_CTX* context)
+{
+    Verdict verdict;
+    X509_STORE_CTX_set_ex_data(context, indexOfFaults(), &verdict.faults);
+    X509_STORE_CTX_set_verify_cb(context, noteFault);
+    const bool isGood = X509_verify_cert(context) == 1;
+    if (!isGood && verdict.faults.empty()) // it gave up without asking
+        verdict.faults.push_back({X509_STORE_CTX_get_error(context), ""});
+    const STACK_OF(X509)* chain = X509_STORE_CTX_get0_chain(context);
+    for (int i = 0; i < sk_X509_num(chain); ++i)
+        verdict.chain.push_back(sk_X509_value(chain, i));
+    ERR_clear_error();
+    return verdict;
+}
+
+/// A check that passes with @p good unless one of the faults is about it.
+TrustCheck judge(const char* name, const Verdict& verdict, const std::string& good)
+{
+    for (const FoundFault& each : verdict.faults) {
+        const Fault* fault = findFault(each.error);
+        if (fault != nullptr && fault->check == name)
+            return {name, TrustCheck::Result::Failed, fault->cause, each.subject + " " + fault->found};
+        if (fault == nullptr && name == kIssuer)
+            return {name, TrustCheck::Result::Failed, "not trusted",
+                    each.subject + ": " + X509_verify_cert_error_string(each.error)};
+    }
+    return {name, TrustCheck::Result::Passed, nullptr, good};
+}
+
+TrustCheck skipped(const char* name, const char* why)
+{
+    return {name, TrustCheck::Result::Skipped, nullptr, why};
+}
+
+bool isSelfIssued(const Certificate& certificate)
+{
+    return X509_NAME_cmp(X509_get_subject_name(certificate.x509()), X509_get_issuer_name(certificate.x509())) == 0;
+}
+
+} // namespace
+
+const TrustCheck* TrustReport::failure() const
+{
+    const auto failed = std::find_if(checks.begin(), checks.end(), [](const TrustCheck& check) {
+        return check.result == TrustCheck::Result::Failed;
+    });
+    return failed == checks.end() ? nullptr : &*failed;
+}
+
+Trust::Trust(TrustOptions options) : m_options(std::move(options)), m_store(X509_STORE_new(), X509_STORE_free)
+{
+    if (!m_store)
+        throw std::bad_alloc();
+    for (const std::string& path : m_options.issuers)
+        addIssuers(m_store.get(), path);
+    for (const std::string& path : m_options.revocationLists)
+        addRevocationLists(m_store.get(), path);
+}
+
+TrustReport Trust::examine(const Certificate& certificate) const
+{
+    const Companions companions(certificate);
+    const ContextPointer context(X509_STORE_CTX_new());
+    if (!context || X509_STORE_CTX_init(context.get(), m_store.get(), certificate.x509(), companions.get()) != 1)
+        throw std::bad_alloc();
+    setTerms(context.get(), m_options);
+    const Verdict verdict = verify(context.get());
+
+    TrustReport report;
+    const bool knowsIssuers = !m_options.issuers.empty();
+    if (knowsIssuers || isSelfIssued(certificate))
+        report.checks.push_back(judge(kCertificate, verdict,
+                                      knowsIssuers ? "matches its issuer's signature" : "matches its own signature"));
+    else
+        report.checks.push_back(skipped(kCertificate, "not checked: its issuer is not given"));
+    const std::string trusted = verdict.chain.empty() ? "" : nameAsText(X509_get_subject_name(verdict.chain.back()));
+    report.checks.push_back(knowsIssuers ? judge(kIssuer, verdict, "vouched for by " + trusted)
+                                         : skipped(kIssuer, "not checked: no --issuer given"));
+    report.checks.push_back(m_options.checksTime ? judge(kValidity, verdict, "until " + certificate.notAfter())
+                                                 : skipped(kValidity, "not checked: --no-time-check"));
+    report.checks.push_back(m_options.revocationLists.empty() ? skipped(kRevocation, "not checked: no --crl given")
+                                                              : judge(kRevocation, verdict, "not revoked"));
+    report.checks.push_back(
+        checkStrength(knowsIssuers && !verdict.chain.empty() ? verdict.chain : std::vector<X509*>{certificate.x509()}));
+    if (knowsIssuers) {
+        for (const X509* each : verdict.chain)
+            report.chain.push_back(nameAsText(X509_get_subject_name(each)));
+    }
+    return report;
+}
+
+} // namespace VorelKestrel::Tool

@@ -2,6 +2,7 @@
 #define TESTS_SUPPORT_CHILDPROCESS_H
 
 #include <array>
+#include <csignal>
 #include <functional>
 
 #include <poll.h>
@@ -66,6 +67,27 @@ public:
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     void waitUntilItSleeps() const { waitUntilProcessSleeps(m_id); }
+    bool isAsleep() const { return isProcessAsleep(m_id); }
+
+    /// Does not wait for it. Once it has ended, there is nothing to join.
+    bool hasEnded()
+    {
+        int status = -1;
+        if (m_id > 0 && waitpid(m_id, &status, WNOHANG) == m_id) {
+            EXPECT_EQ(0, status);
+            m_id = 0;
+        }
+        return m_id <= 0;
+    }
+
+    void kill()
+    {
+        if (m_id <= 0)
+            return;
+        ::kill(m_id, SIGKILL);
+        waitpid(m_id, nullptr, 0);
+        m_id = 0;
+    }
 
     void join()
     {

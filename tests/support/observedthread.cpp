@@ -44,6 +44,11 @@ void ObservedThread::join()
 
 void waitUntilProcessSleeps(pid_t process)
 {
-    while (!isAsleep("/proc/" + std::to_string(process)))
+    while (!isProcessAsleep(process))
         std::this_thread::yield();
+}
+
+bool isProcessAsleep(pid_t process)
+{
+    return isAsleep("/proc/" + std::to_string(process));
 }

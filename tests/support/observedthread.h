@@ -34,5 +34,6 @@ private:
 
 /// Waits until the kernel has put the only thread of another process to sleep.
 void waitUntilProcessSleeps(pid_t process);
+bool isProcessAsleep(pid_t process);
 
 #endif

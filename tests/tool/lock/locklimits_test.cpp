@@ -33,12 +33,14 @@ using VorelKestrel::AL::GlobalMutex;
 
 namespace {
 
+constexpr int kVisitors = 8; // of a round
+
 /// Counts of a test and its children.
 struct Counts
 {
     std::atomic<int> inside{0};
-    std::atomic<int> intruders{0}; // who came in while another was there
-    std::atomic<int> stranded{0};  // who waited for a token that was nowhere
+    std::atomic<int> intruders{0};                      // who came in while another was there
+    std::array<std::atomic<bool>, kVisitors> waiting{}; // who is in lock()
     std::atomic<unsigned> opened{0};
     std::array<int, 1024> semaphores{}; // which were opened
 };
@@ -324,7 +326,8 @@ protected:
             }
             m_folder.clear();
         }
-        std::cout << faults.intrusions << " of " << kRounds << " rounds were disturbed\n";
+        std::cout << faults.intrusions << " of " << kRounds << " rounds were disturbed: " << m_intruders
+                  << " came in while another was inside, " << m_stranded << " waited for a token that was nowhere\n";
         RecordProperty("DisturbedRounds", faults.intrusions);
         return faults;
     }
@@ -337,38 +340,57 @@ protected:
     }
 
 private:
-    static constexpr int kVisitors = 8;
-
-    static void visit(const SharedCounts& counts)
+    static void visit(Counts& counts, int visitor)
     {
         constexpr int kLengthOfVisit = 20;
-        constexpr unsigned kLongestVisit = 10; // seconds: a thousand times what it takes, unless there is no token
-        g_counts = counts.get();
-        std::signal(SIGALRM, [](int) {
-            ++g_counts->stranded;
-            _exit(0);
-        });
-        alarm(kLongestVisit);
+        g_counts = &counts;
         GlobalMutex mutex;
+        counts.waiting.at(visitor) = true;
         mutex.lock();
-        if (counts->inside.fetch_add(1) > 0)
-            ++counts->intruders;
+        counts.waiting.at(visitor) = false;
+        if (counts.inside.fetch_add(1) > 0)
+            ++counts.intruders;
         for (int turn = 0; turn < kLengthOfVisit; ++turn)
             sched_yield(); // lets the others come
-        --counts->inside;
+        --counts.inside;
         mutex.unlock();
+    }
+
+    /// Waits for the visitors. Returns how many are left who wait for a token that is nowhere, and ends them: when
+    /// those who are left all sleep in lock(), and had no other to wake them when that was looked at, they sleep for
+    /// ever.
+    static int waitForTheVisitors(const Counts& counts, std::array<std::unique_ptr<ChildProcess>, kVisitors>& visitors)
+    {
+        int livingBefore = kVisitors;
+        while (true) {
+            int living = 0;
+            int asleep = 0;
+            for (int visitor = 0; visitor < kVisitors; ++visitor) {
+                if (visitors.at(visitor)->hasEnded())
+                    continue;
+                ++living;
+                asleep += counts.waiting.at(visitor) && visitors.at(visitor)->isAsleep() ? 1 : 0;
+            }
+            if (living == asleep && std::exchange(livingBefore, living) == living) {
+                for (auto& visitor : visitors)
+                    visitor->kill();
+                return living;
+            }
+            sched_yield();
+        }
     }
 
     bool isDisturbed()
     {
         const SharedCounts counts;
-        {
-            std::array<std::unique_ptr<ChildProcess>, kVisitors> visitors;
-            for (auto& visitor : visitors)
-                visitor = std::make_unique<ChildProcess>([&] { visit(counts); });
-        }
+        std::array<std::unique_ptr<ChildProcess>, kVisitors> visitors;
+        for (int visitor = 0; visitor < kVisitors; ++visitor)
+            visitors.at(visitor) = std::make_unique<ChildProcess>([&] { visit(*counts.get(), visitor); });
+        const int stranded = waitForTheVisitors(*counts.get(), visitors);
         removeAllButTheLast(*counts.get());
-        return counts->intruders > 0 || counts->stranded > 0;
+        m_intruders += counts->intruders;
+        m_stranded += stranded;
+        return counts->intruders > 0 || stranded > 0;
     }
 
     /// Nobody removes a semaphore whose key file was removed first; a later file of the same number would have it.
@@ -380,6 +402,9 @@ private:
                 semctl(counts.semaphores.at(i), 0, IPC_RMID);
         }
     }
+
+    int m_intruders = 0;
+    int m_stranded = 0;
 };
 
 TEST_F(LockRoundsTest, ShortLivedProcessesWithoutASeedGetInBetween)

@@ -1,23 +1,40 @@
 include(GoogleTest)
 
-# The tests of a build keep their temporary files, and the lock between processes that is made there, apart from others'.
-# The name is short: the address of a local socket takes 107 characters.
-string(SHA1 TESTS_TMPDIR ${PROJECT_BINARY_DIR})
-string(SUBSTRING ${TESTS_TMPDIR} 0 8 TESTS_TMPDIR)
-set(TESTS_TMPDIR /tmp/authchip-${TESTS_TMPDIR})
+# Every test is run by this program, which keeps it apart from the machine and from other tests.
+set(APART ${PROJECT_BINARY_DIR}/tests/apart/apart)
+if(NOT TARGET apart)
+    add_subdirectory(${PROJECT_SOURCE_DIR}/tests/apart ${PROJECT_BINARY_DIR}/tests/apart)
+endif()
 
-# add_unit_tests(NAME SOURCES file... LIBRARIES target...): a GoogleTest program of which ctest runs every case in a
-# process of its own, so that no case sees the process-wide state of another. A case with a parameter is called by the
-# parameter's name; what GoogleTest prints of the value may be an address, another one in each run.
+# add_apart_test(NAME name [ENVIRONMENT VARIABLE=value...] COMMAND command...): add_test() for one that runs apart. It
+# sees of the environment what is named here, and what apart sets.
+function(add_apart_test)
+    cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME" "ENVIRONMENT;COMMAND")
+    list(GET arg_COMMAND 0 program)
+    if(TARGET ${program})
+        list(REMOVE_AT arg_COMMAND 0)
+        list(PREPEND arg_COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${program}>)
+    endif()
+    add_test(NAME ${arg_NAME} COMMAND ${APART} ${arg_ENVIRONMENT} ${arg_COMMAND})
+endfunction()
+
+# add_unit_tests(NAME [SHARES_LOCKS] SOURCES file... LIBRARIES target...): a GoogleTest program of which ctest runs every
+# case in a process of its own, so that no case sees the process-wide state of another. A case with a parameter is called
+# by the parameter's name; what GoogleTest prints of the value may be an address, another one in each run.
+#   SHARES_LOCKS  its locks are the system's, for programs that it starts; by default they are its own and its children's
 function(add_unit_tests name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "SHARES_LOCKS" "" "SOURCES;LIBRARIES")
+    if(NOT arg_SHARES_LOCKS)
+        list(APPEND arg_LIBRARIES own_semaphores)
+    endif()
     add_executable(${name} ${arg_SOURCES})
-    target_link_libraries(${name} PRIVATE authchipdriver_options ${arg_LIBRARIES} GTest::gtest_main)
+    target_link_libraries(${name} PRIVATE authchipdriver_options by_hand ${arg_LIBRARIES} GTest::gtest_main)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
-    # The library looks the host's hook and the faked system calls up in the program.
-    set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON)
-    gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60
-        PROPERTIES FIXTURES_REQUIRED kept_lock ENVIRONMENT TMPDIR=${TESTS_TMPDIR})
+    add_dependencies(${name} apart)
+    set_target_properties(${name} PROPERTIES
+        ENABLE_EXPORTS ON # the library looks the host's hook and the faked system calls up in the program
+        CROSSCOMPILING_EMULATOR "${APART};${CMAKE_CROSSCOMPILING_EMULATOR}") # what lists and runs the tests
+    gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60)
 endfunction()
 
 # add_soak_test(NAME PROGRAM [FILTER filter] ENVIRONMENT VARIABLE=value...): the cases of a test program in one process,
@@ -27,7 +44,6 @@ function(add_soak_test name program)
     if(NOT arg_FILTER)
         set(arg_FILTER "*")
     endif()
-    add_test(NAME ${name} COMMAND ${program} --gtest_filter=${arg_FILTER})
-    set_tests_properties(${name} PROPERTIES LABELS soak TIMEOUT 3600
-        FIXTURES_REQUIRED kept_lock ENVIRONMENT "TMPDIR=${TESTS_TMPDIR};${arg_ENVIRONMENT}")
+    add_apart_test(NAME ${name} ENVIRONMENT ${arg_ENVIRONMENT} COMMAND ${program} --gtest_filter=${arg_FILTER})
+    set_tests_properties(${name} PROPERTIES LABELS soak TIMEOUT 3600)
 endfunction()

@@ -35,6 +35,7 @@
 #include "tests/support/allocations.h"
 #include "tests/support/consolelog.h"
 #include "tests/support/driverlog.h"
+#include "tests/support/environmentvariable.h"
 #include "tests/support/failures.h"
 #include "tests/support/loopback.h"
 #include "tests/support/nowhere.h"
@@ -552,7 +553,7 @@ void removeLocks(const std::string& folder)
 TEST_F(AllocationFailureOfAWrapperTest, AGlobalMutexThatMadeTheSemaphoreEndsTheProcessWhereItCannotTakeItAway)
 {
     const TemporaryDirectory directory; // where no lock is yet
-    setenv("TMPDIR", directory.path().c_str(), 1);
+    const EnvironmentVariable folder("TMPDIR", directory.path());
     takeAndGiveBack(); // the first time sets more up
     const Counter counter;
     auto mutex = std::make_unique<GlobalMutex>();
@@ -565,7 +566,6 @@ TEST_F(AllocationFailureOfAWrapperTest, AGlobalMutexThatMadeTheSemaphoreEndsTheP
         return takeAndGiveBack();
     });
     removeLocks(directory.path());
-    unsetenv("TMPDIR");
 }
 
 TEST_F(AllocationFailureOfAWrapperTest, AnEventLosesNothing)

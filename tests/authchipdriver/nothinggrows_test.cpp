@@ -1,5 +1,5 @@
 // Every failure of every operation, again and again: memory, descriptors, threads and semaphores end where they began.
-// The environment variable REPETITIONS says how often; the soak tests set it to 100000.
+// The environment variable AUTHCHIP_TEST_REPETITIONS says how often; the soak tests set it to 100000.
 
 #include <cerrno>
 #include <cstdlib>
@@ -28,6 +28,7 @@
 #include "tests/support/allocations.h"
 #include "tests/support/consolelog.h"
 #include "tests/support/driverlog.h"
+#include "tests/support/environmentvariable.h"
 #include "tests/support/failures.h"
 #include "tests/support/fakesockets.h"
 #include "tests/support/instantdevice.h"
@@ -84,7 +85,7 @@ void PrintTo(const Footprint& footprint, std::ostream* out)
 
 int repetitions()
 {
-    const char* const wanted = std::getenv("REPETITIONS");
+    const char* const wanted = std::getenv("AUTHCHIP_TEST_REPETITIONS");
     return wanted != nullptr ? std::atoi(wanted) : 1000;
 }
 
@@ -369,7 +370,7 @@ TEST_F(NothingGrowsTest, InALockBetweenProcessesThatTheSystemRefuses)
 TEST_F(NothingGrowsTest, InLocksBetweenProcessesThatCannotBeMade)
 {
     const TemporaryDirectory directory;
-    setenv("TMPDIR", directory.path().c_str(), 1);
+    const EnvironmentVariable folder("TMPDIR", directory.path());
     ownsemaphores::refuse(ENOSPC);
     repeat([] {
         const GlobalMutex mutex;
@@ -381,20 +382,18 @@ TEST_F(NothingGrowsTest, InLocksBetweenProcessesThatCannotBeMade)
         const GlobalMutex mutex;
         return true;
     });
-    unsetenv("TMPDIR");
 }
 
 TEST_F(NothingGrowsTest, InLocksBetweenProcessesThatAreMadeAndTakenAway)
 {
     const TemporaryDirectory directory;
-    setenv("TMPDIR", directory.path().c_str(), 1);
+    const EnvironmentVariable folder("TMPDIR", directory.path());
     repeat([] {
         GlobalMutex mutex;
         mutex.lock();
         mutex.unlock();
         return true;
     });
-    unsetenv("TMPDIR");
 }
 
 TEST_F(NothingGrowsTest, InEventsAndQueues)
@@ -413,7 +412,7 @@ TEST_F(NothingGrowsTest, InEventsAndQueues)
 
 TEST_F(NothingGrowsTest, InSocketsThatCannotBeOpened)
 {
-    const U16 nobody = freePort();
+    const UnheardPort nobody;
     for (const char* const call : {"socket", "connect", "bind", "listen"}) {
         TCPClientSocket client;
         TCPServer server;
@@ -422,11 +421,11 @@ TEST_F(NothingGrowsTest, InSocketsThatCannotBeOpened)
             const Pause pause;
             FakeSockets sockets;
             sockets.fails(call, EACCES);
-            return !(concernsServers ? server.listen(0) : client.connect(kLoopback, nobody));
+            return !(concernsServers ? server.listen(0) : client.connect(kLoopback, nobody.number()));
         });
     }
     TCPClientSocket client;
-    repeat([&] { return !client.connect(kLoopback, nobody); });
+    repeat([&] { return !client.connect(kLoopback, nobody.number()); });
 }
 
 TEST_F(NothingGrowsTest, InConnectionsThatBreak)

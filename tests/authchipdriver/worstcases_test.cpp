@@ -1,6 +1,6 @@
 // How often each operation tries, how often it pauses, and how long it keeps the bus from the others, when the chip or
 // the bus is at its worst. The tables of docs/worst-cases.md are made here:
-//     WRITE=yes build/dev/tests/authchipdriver/worstcases_test
+//     AUTHCHIP_TEST_WRITE=docs/worst-cases.md build/dev/tests/authchipdriver/worstcases_test
 
 #include <algorithm>
 #include <cerrno>
@@ -453,8 +453,8 @@ TEST(WorstCasesPageTest, HasTheTablesThatTheBusCounts)
     const std::string expected = withTables(page);
     for (const auto& [name, table] : tables())
         EXPECT_TRUE(page.find("<!-- table: " + name + " -->\n") != std::string::npos) << name;
-    if (std::getenv("WRITE") != nullptr)
-        std::ofstream(WORST_CASES_PAGE) << expected;
+    if (const char* const written = std::getenv("AUTHCHIP_TEST_WRITE"))
+        std::ofstream(written) << expected;
     else
         EXPECT_EQ(expected, page);
 }

@@ -1,7 +1,8 @@
 // Random faults against the library and against the oracle, which must agree on every one.
 //
-// The quick campaign always plays the same scripts. The soak plays others each time, for as long as SOAK_SECONDS says;
-// what it found is played again with CAMPAIGN_SEED and CAMPAIGN_SCRIPT, both of which a disagreement prints.
+// The quick campaign always plays the same scripts. The soak plays others each time, for as long as
+// AUTHCHIP_TEST_SOAK_SECONDS says; what it found is played again with AUTHCHIP_TEST_CAMPAIGN_SEED and
+// AUTHCHIP_TEST_CAMPAIGN_SCRIPT, both of which a disagreement prints.
 
 #include <algorithm>
 #include <chrono>
@@ -72,7 +73,8 @@ Outcome play(std::uint32_t seed, std::uint32_t number)
     Outcome expected = predict(script);
     const Outcome library = stops(expected) ? performToTheEnd(script) : perform(script);
     const std::string difference = disagreement(library, expected);
-    EXPECT_EQ("", difference) << "CAMPAIGN_SEED=" << seed << " CAMPAIGN_SCRIPT=" << number << ": " << describe(script);
+    EXPECT_EQ("", difference) << "AUTHCHIP_TEST_CAMPAIGN_SEED=" << seed << " AUTHCHIP_TEST_CAMPAIGN_SCRIPT=" << number
+                              << ": " << describe(script);
     return expected;
 }
 
@@ -169,7 +171,7 @@ void playTheQuickCampaign()
 
 void playFor(std::chrono::seconds duration, std::uint32_t seed)
 {
-    std::cerr << "CAMPAIGN_SEED=" << seed << std::endl;
+    std::cerr << "AUTHCHIP_TEST_CAMPAIGN_SEED=" << seed << std::endl;
     const auto end = std::chrono::steady_clock::now() + duration;
     std::uint32_t number = 0;
     while (std::chrono::steady_clock::now() < end && !::testing::Test::HasFailure())
@@ -179,9 +181,10 @@ void playFor(std::chrono::seconds duration, std::uint32_t seed)
 
 TEST(CampaignTest, RandomFaultsHaveTheOutcomeThatTheTablesOfFailuresGive)
 {
-    const auto seed = static_cast<std::uint32_t>(environmentNumber("CAMPAIGN_SEED", std::random_device{}()));
-    const unsigned long script = environmentNumber("CAMPAIGN_SCRIPT", kNone);
-    const unsigned long seconds = environmentNumber("SOAK_SECONDS", 0);
+    const auto seed =
+        static_cast<std::uint32_t>(environmentNumber("AUTHCHIP_TEST_CAMPAIGN_SEED", std::random_device{}()));
+    const unsigned long script = environmentNumber("AUTHCHIP_TEST_CAMPAIGN_SCRIPT", kNone);
+    const unsigned long seconds = environmentNumber("AUTHCHIP_TEST_SOAK_SECONDS", 0);
     if (script != kNone)
         play(seed, static_cast<std::uint32_t>(script));
     else if (seconds > 0)

@@ -1,5 +1,6 @@
 // Processes that share a chip: nobody gets in between the transfers of another's operation. The environment variable
-// OPERATIONS says how many operations a case is made of, and SEED what they are ("random" draws one); both are printed.
+// AUTHCHIP_TEST_OPERATIONS says how many operations a case is made of, and AUTHCHIP_TEST_SEED what they are ("random"
+// draws one); both are printed.
 
 #include <algorithm>
 #include <chrono>
@@ -20,13 +21,13 @@ namespace {
 
 long wantedOperations()
 {
-    const char* const wanted = std::getenv("OPERATIONS");
+    const char* const wanted = std::getenv("AUTHCHIP_TEST_OPERATIONS");
     return wanted != nullptr ? std::atol(wanted) : 1000;
 }
 
 unsigned wantedSeed()
 {
-    const char* const wanted = std::getenv("SEED");
+    const char* const wanted = std::getenv("AUTHCHIP_TEST_SEED");
     if (wanted == nullptr)
         return 1;
     return wanted == std::string("random") ? std::random_device()() : static_cast<unsigned>(std::atol(wanted));

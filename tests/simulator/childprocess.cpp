@@ -1,13 +1,13 @@
 #include "tests/simulator/childprocess.h"
 
 #include <csignal>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 
 #include <fcntl.h>
 #include <pty.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -35,21 +35,18 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, Connection c
         m_input = dup(m_outputEnd);
         return;
     }
-    char errorFile[] = "/tmp/childprocess.XXXXXX";
-    const int errors = mkostemp(errorFile, O_CLOEXEC);
-    m_errorFile = errorFile;
+    m_errorFile = memfd_create("errors", MFD_CLOEXEC);
     int input[2];
     int output[2];
-    if (errors == -1 || pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0)
+    if (m_errorFile == -1 || pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0)
         throw std::runtime_error("cannot make the pipes of a child process");
     m_pid = fork();
     if (m_pid == 0) {
         dup2(input[0], STDIN_FILENO);
         dup2(output[1], STDOUT_FILENO);
-        dup2(errors, STDERR_FILENO);
+        dup2(m_errorFile, STDERR_FILENO);
         execute(command);
     }
-    close(errors);
     close(input[0]);
     close(output[1]);
     m_input = input[1];
@@ -102,10 +99,11 @@ int ChildProcess::wait()
     int status = 0;
     waitpid(m_pid, &status, 0);
     m_pid = -1;
-    if (!m_errorFile.empty()) {
-        std::ifstream file(m_errorFile);
+    if (m_errorFile != -1) {
+        std::ifstream file("/proc/self/fd/" + std::to_string(m_errorFile));
         m_errors.assign(std::istreambuf_iterator<char>(file), {});
-        unlink(m_errorFile.c_str());
+        close(m_errorFile);
+        m_errorFile = -1;
     }
     return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
 }

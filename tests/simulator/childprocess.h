@@ -41,7 +41,7 @@ private:
     int m_outputEnd = -1;
     std::string m_output;
     std::string m_errors;
-    std::string m_errorFile; // no pipe, so that neither of the two can fill up and block the process
+    int m_errorFile = -1; // no pipe, so that neither of the two can fill up and block the process
 };
 
 #endif

@@ -6,21 +6,24 @@
 #include <sys/socket.h>
 #include <system_error>
 
-#include "common/scopeddescriptor.h"
-
 using VorelKestrel::ScopedDescriptor;
 using VorelKestrel::AL::TCPServer;
 using VorelKestrel::AL::U16;
 
-U16 freePort()
+UnheardPort::UnheardPort() : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    const ScopedDescriptor socket(::socket(AF_INET, SOCK_STREAM, 0));
     sockaddr_in address = {};
     address.sin_family = AF_INET; // and port 0: the system picks one
-    socklen_t length = sizeof(address);
-    if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
-        ::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &length) != 0)
+    if (::bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)
         throw std::system_error(errno, std::generic_category(), "no free port");
+}
+
+U16 UnheardPort::number() const
+{
+    sockaddr_in address = {};
+    socklen_t length = sizeof(address);
+    if (::getsockname(m_socket.get(), reinterpret_cast<sockaddr*>(&address), &length) != 0)
+        throw std::system_error(errno, std::generic_category(), "a port without a number");
     return ntohs(address.sin_port);
 }
 
@@ -28,7 +31,7 @@ U16 listenAtAFreePort(TCPServer& server)
 {
     constexpr int kTries = 100; // other programs take ports too
     for (int tries = 0; tries < kTries; ++tries) {
-        const U16 port = freePort();
+        const U16 port = UnheardPort().number(); // given back here, for the server to take
         if (server.listen(port))
             return port;
     }

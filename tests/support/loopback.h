@@ -3,10 +3,20 @@
 
 #include <abstractionlibrary/tcpsocket.h>
 
+#include "common/scopeddescriptor.h"
+
 constexpr char kLoopback[] = "127.0.0.1";
 
-/// A TCP port at which nobody listened a moment ago; another program may be quicker to take it.
-VorelKestrel::AL::U16 freePort();
+/// A TCP port at which nobody listens, nor can while this lives: it is bound, and refuses who connects.
+class UnheardPort
+{
+public:
+    UnheardPort();
+    VorelKestrel::AL::U16 number() const;
+
+private:
+    VorelKestrel::ScopedDescriptor m_socket;
+};
 
 /// Opens @p server at some free port and returns the port; throws if the machine seems to have none.
 VorelKestrel::AL::U16 listenAtAFreePort(VorelKestrel::AL::TCPServer& server);

@@ -2,13 +2,13 @@
 #define TESTS_SUPPORT_OWNSEMAPHORES_H
 
 /**
- * A program that links ownsemaphores.cpp shares no semaphore but with its children, not even by the library's
- * transaction lock, which is as old as the process: one that is shared goes away at any time, with the process that
- * made it, and a lock then makes it again with calls and allocations of its own.
+ * A program that links ownsemaphores.cpp has no semaphore that others on the machine could find: what the library asks
+ * for by a key is one without a key, known to this process and to the children that it forks. So no test meets a
+ * semaphore of anybody's, and none that another test removes.
  */
 namespace ownsemaphores {
 
-/// How many of this process's semaphores the system has.
+/// How many there are.
 int count();
 
 /// From now on the system gives none and says @p error; 0: it gives them again.

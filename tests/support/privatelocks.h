@@ -2,10 +2,10 @@
 #define TESTS_SUPPORT_PRIVATELOCKS_H
 
 #include <memory>
-#include <string>
 
 #include <abstractionlibrary/globalmutex.h>
 
+#include "tests/support/environmentvariable.h"
 #include "tests/support/temporarydirectory.h"
 
 /**
@@ -24,12 +24,11 @@ public:
     PrivateLocks& operator=(const PrivateLocks&) = delete;
 
 private:
-    /// The system's number of the one semaphore whose file is in the directory.
+    /// The system's number of it.
     int semaphore() const;
 
-    const bool m_wasSet;
-    const std::string m_before; // the directory for temporary files
     const TemporaryDirectory m_directory;
+    const EnvironmentVariable m_folder;
     std::unique_ptr<VorelKestrel::AL::GlobalMutex> m_keeper; // makes the semaphore, and keeps it until the end
 };
 

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <ostream>
 #include <string>
@@ -141,8 +142,8 @@ TEST(DiagnosisTest, OfAMissingNodeSaysSo)
 
 TEST(DiagnosisTest, OfANodeWithoutPermissionSaysSo)
 {
-    char node[] = "/tmp/authchip-node-XXXXXX";
-    const ScopedDescriptor file(mkstemp(node));
+    std::string node = std::filesystem::temp_directory_path() / "authchip-node-XXXXXX";
+    const ScopedDescriptor file(mkstemp(node.data()));
     ASSERT_EQ(0, fchmod(file.get(), 0));
     constexpr uid_t kNobody = 65534;
     const bool isRoot = geteuid() == 0; // whom no permission stops
@@ -150,7 +151,7 @@ TEST(DiagnosisTest, OfANodeWithoutPermissionSaysSo)
         GTEST_SKIP() << "this root cannot become somebody else";
     const Failure failure = diagnose({node, 0x2a});
     ASSERT_TRUE(!isRoot || seteuid(0) == 0);
-    unlink(node);
+    unlink(node.c_str());
 
     EXPECT_EQ("Permission denied (EACCES)", failure.answer());
 }

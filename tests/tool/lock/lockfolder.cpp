@@ -1,41 +1,22 @@
 #include "tests/tool/lock/lockfolder.h"
 
-#include <cstdlib>
-
-#include <fcntl.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tests/support/keyfile.h"
 #include "tool/lock/lockseed.h"
 
 using namespace VorelKestrel::Tool;
 
-namespace {
-
-constexpr char kVariable[] = "TMPDIR";
-
-std::string valueOf(const char* variable)
-{
-    const char* const value = std::getenv(variable);
-    return value == nullptr ? "" : value;
-}
-
-} // namespace
-
-LockFolder::LockFolder() : m_before(valueOf(kVariable)), m_wasSet(std::getenv(kVariable) != nullptr)
+LockFolder::LockFolder() : m_variable("TMPDIR", m_directory.path())
 {
     chmod(m_directory.path().c_str(), 0755);
-    setenv(kVariable, m_directory.path().c_str(), 1);
 }
 
 LockFolder::~LockFolder()
 {
     clear();
-    if (m_wasSet)
-        setenv(kVariable, m_before.c_str(), 1);
-    else
-        unsetenv(kVariable);
 }
 
 LockState LockFolder::look()
@@ -48,9 +29,7 @@ LockState LockFolder::look()
 
 void LockFolder::makeKeyFile() const
 {
-    constexpr mode_t kAsQt = 0640;
-    close(open(keyFile().c_str(), O_CREAT | O_CLOEXEC, kAsQt));
-    semctl(lookAtLock(keyFile()).semaphore, 0, IPC_RMID);
+    makeKeyFileOfItsOwn(keyFile());
 }
 
 void LockFolder::seed(gid_t group, unsigned mode)

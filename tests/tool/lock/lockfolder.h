@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/environmentvariable.h"
 #include "tests/support/temporarydirectory.h"
 #include "tool/lock/systemlock.h"
 
@@ -21,7 +22,7 @@ public:
 
     /// The lock of whoever has this TMPDIR.
     VorelKestrel::Tool::LockState look();
-    /// Makes a key file of which there is no semaphore, also if a test that was killed has left one for its number.
+    /// Makes a key file of which there is no semaphore.
     void makeKeyFile() const;
     /// Makes one for the group, as 'authchip lock seed' does.
     void seed(gid_t group = 0, unsigned mode = 0660);
@@ -33,8 +34,7 @@ public:
 
 private:
     const TemporaryDirectory m_directory;
-    const std::string m_before; // TMPDIR
-    const bool m_wasSet;
+    const EnvironmentVariable m_variable;
     std::vector<int> m_seen;
 };
 

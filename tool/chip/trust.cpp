@@ -39,29 +39,49 @@ struct Fault
     const char* check;
     const char* cause;
     const char* found; // behind the name of the certificate
+    const char* next;
 };
 
+constexpr char kReadAgain[] = "Try again to rule the bus out; if it stays so, do not trust this accessory.";
+constexpr char kDoNotTrust[] = "Do not trust this accessory, unless --issuer names the wrong issuers.";
+constexpr char kSetTheClock[] = "If this board's clock is wrong, set it, or give the time with --at. Without a clock, "
+                                "--no-time-check leaves the dates unchecked.";
+constexpr char kRevoked[] = "Do not trust this accessory: its issuer has withdrawn the certificate.";
+constexpr char kFetchTheList[] = "Fetch the current revocation list of that issuer, and name it with --crl.";
+
 constexpr Fault kFaults[] = {
-    {X509_V_ERR_CERT_SIGNATURE_FAILURE, kCertificate, "altered", "does not match its issuer's signature"},
-    {X509_V_ERR_UNABLE_TO_DECRYPT_CERT_SIGNATURE, kCertificate, "altered", "does not match its issuer's signature"},
-    {X509_V_ERR_UNABLE_TO_DECODE_ISSUER_PUBLIC_KEY, kCertificate, "altered", "has an issuer whose key is unusable"},
-    {X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT, kIssuer, "self-made", "is signed by its own key, not by an issuer"},
-    {X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN, kIssuer, "unknown issuer", "is none of the given issuers"},
-    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT, kIssuer, "unknown issuer", "comes from none of the given issuers"},
-    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, kIssuer, "unknown issuer", "comes from none of the given issuers"},
-    {X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE, kIssuer, "unknown issuer", "comes from none of the given issuers"},
-    {X509_V_ERR_INVALID_CA, kIssuer, "issuer is no CA", "may not issue certificates: it is no CA"},
-    {X509_V_ERR_KEYUSAGE_NO_CERTSIGN, kIssuer, "issuer is no CA", "may not issue certificates: its key usage says so"},
-    {X509_V_ERR_PATH_LENGTH_EXCEEDED, kIssuer, "chain too long", "allows no further CA below it"},
-    {X509_V_ERR_CERT_CHAIN_TOO_LONG, kIssuer, "chain too long", "is at the end of a chain that is too long"},
-    {X509_V_ERR_UNHANDLED_CRITICAL_EXTENSION, kIssuer, "unknown extension", "has a critical extension of unknown kind"},
-    {X509_V_ERR_CERT_NOT_YET_VALID, kValidity, "not yet valid", "is not valid yet"},
-    {X509_V_ERR_CERT_HAS_EXPIRED, kValidity, "expired", "has expired"},
-    {X509_V_ERR_CERT_REVOKED, kRevocation, "revoked", "is revoked"},
-    {X509_V_ERR_UNABLE_TO_GET_CRL, kRevocation, "no revocation list", "has an issuer for which no list is given"},
-    {X509_V_ERR_CRL_SIGNATURE_FAILURE, kRevocation, "list altered", "has a list that does not match its signature"},
-    {X509_V_ERR_CRL_NOT_YET_VALID, kRevocation, "list not yet valid", "has a list that is not valid yet"},
-    {X509_V_ERR_CRL_HAS_EXPIRED, kRevocation, "list expired", "has a list that has expired"},
+    {X509_V_ERR_CERT_SIGNATURE_FAILURE, kCertificate, "altered", "does not match its issuer's signature", kReadAgain},
+    {X509_V_ERR_UNABLE_TO_DECRYPT_CERT_SIGNATURE, kCertificate, "altered", "does not match its issuer's signature",
+     kReadAgain},
+    {X509_V_ERR_UNABLE_TO_DECODE_ISSUER_PUBLIC_KEY, kCertificate, "altered", "has an issuer whose key is unusable",
+     kReadAgain},
+    {X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT, kIssuer, "self-made", "is signed by its own key, not by an issuer",
+     kDoNotTrust},
+    {X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN, kIssuer, "unknown issuer", "is none of the given issuers", kDoNotTrust},
+    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT, kIssuer, "unknown issuer", "comes from none of the given issuers",
+     kDoNotTrust},
+    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, kIssuer, "unknown issuer", "comes from none of the given issuers",
+     kDoNotTrust},
+    {X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE, kIssuer, "unknown issuer", "comes from none of the given issuers",
+     kDoNotTrust},
+    {X509_V_ERR_INVALID_CA, kIssuer, "issuer is no CA", "may not issue certificates: it is no CA", kDoNotTrust},
+    {X509_V_ERR_KEYUSAGE_NO_CERTSIGN, kIssuer, "issuer is no CA", "may not issue certificates: its key usage says so",
+     kDoNotTrust},
+    {X509_V_ERR_PATH_LENGTH_EXCEEDED, kIssuer, "chain too long", "allows no further CA below it", kDoNotTrust},
+    {X509_V_ERR_CERT_CHAIN_TOO_LONG, kIssuer, "chain too long", "is at the end of a chain that is too long",
+     kDoNotTrust},
+    {X509_V_ERR_UNHANDLED_CRITICAL_EXTENSION, kIssuer, "unknown extension", "has a critical extension of unknown kind",
+     kDoNotTrust},
+    {X509_V_ERR_CERT_NOT_YET_VALID, kValidity, "not yet valid", "is not valid yet", kSetTheClock},
+    {X509_V_ERR_CERT_HAS_EXPIRED, kValidity, "expired", "has expired", kSetTheClock},
+    {X509_V_ERR_CERT_REVOKED, kRevocation, "revoked", "is revoked", kRevoked},
+    {X509_V_ERR_UNABLE_TO_GET_CRL, kRevocation, "no revocation list", "has an issuer for which no list is given",
+     kFetchTheList},
+    {X509_V_ERR_CRL_SIGNATURE_FAILURE, kRevocation, "list altered", "has a list that does not match its signature",
+     kFetchTheList},
+    {X509_V_ERR_CRL_NOT_YET_VALID, kRevocation, "list not yet valid", "has a list that is not valid yet",
+     kFetchTheList},
+    {X509_V_ERR_CRL_HAS_EXPIRED, kRevocation, "list expired", "has a list that has expired", kFetchTheList},
 };
 
 const Fault* findFault(int error)
@@ -221,12 +241,12 @@ TrustCheck checkStrength(const std::vector<X509*>& chain)
         const Strength strength(certificate);
         const std::string found = nameAsText(X509_get_subject_name(certificate)) + " has " + describe(strength);
         if (!strength.isAccepted())
-            return {kStrength, TrustCheck::Result::Failed, "too weak", found};
+            return {kStrength, TrustCheck::Result::Failed, "too weak", found, kDoNotTrust};
         if (!strength.isUsual() && belowUsual.empty())
             belowUsual = found + ": accepted, but below RSA-2048 and SHA-256";
     }
     const std::string found = belowUsual.empty() ? describe(Strength(chain.front())) : belowUsual;
-    return {kStrength, TrustCheck::Result::Passed, nullptr, found};
+    return {kStrength, TrustCheck::Result::Passed, nullptr, found, nullptr};
 }
 
 /// What OpenSSL says about a chain.
@@ -287,17 +307,17 @@ TrustCheck judge(const char* name, const Verdict& verdict, const std::string& go
     for (const FoundFault& each : verdict.faults) {
         const Fault* fault = findFault(each.error);
         if (fault != nullptr && fault->check == name)
-            return {name, TrustCheck::Result::Failed, fault->cause, each.subject + " " + fault->found};
+            return {name, TrustCheck::Result::Failed, fault->cause, each.subject + " " + fault->found, fault->next};
         if (fault == nullptr && name == kIssuer)
             return {name, TrustCheck::Result::Failed, "not trusted",
-                    each.subject + ": " + X509_verify_cert_error_string(each.error)};
+                    each.subject + ": " + X509_verify_cert_error_string(each.error), kDoNotTrust};
     }
-    return {name, TrustCheck::Result::Passed, nullptr, good};
+    return {name, TrustCheck::Result::Passed, nullptr, good, nullptr};
 }
 
 TrustCheck skipped(const char* name, const char* why)
 {
-    return {name, TrustCheck::Result::Skipped, nullptr, why};
+    return {name, TrustCheck::Result::Skipped, nullptr, why, nullptr};
 }
 
 bool isSelfIssued(const Certificate& certificate)

@@ -36,6 +36,7 @@ struct TrustCheck
     Result result;
     const char* cause; // for programs, of a failure: "unknown issuer"; null otherwise
     std::string found; // for people
+    const char* next;  // what to do about a failure; null otherwise
 };
 
 /// What a certificate is worth: every check, in a fixed order.

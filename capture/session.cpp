@@ -55,7 +55,7 @@ Session::~Session()
 
 std::vector<std::string> Session::environment() const
 {
-    return {"LD_PRELOAD=" + preloadsWith(m_library), std::string(kSettingsVariable) + "=" + settings()};
+    return {"LD_PRELOAD=" + preloadsWith(m_library.get()), std::string(kSettingsVariable) + "=" + settings()};
 }
 
 std::string Session::settings() const

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "capture/settings.h"
+#include "common/preload.h"
 #include "common/scopeddescriptor.h"
 
 namespace VorelKestrel::Capture {
@@ -34,7 +35,7 @@ public:
 private:
     std::string settings() const;
 
-    const std::string m_library;
+    const PreloadPath m_library;
     const bool m_redact;
     std::string m_path;          // absolute
     std::uintmax_t m_headLength; // of the file before the first message

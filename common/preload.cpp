@@ -1,7 +1,9 @@
 #include "common/preload.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 namespace VorelKestrel {
@@ -16,22 +18,51 @@ void append(std::string& list, const std::string& library)
     list += (list.empty() ? "" : ":") + library;
 }
 
+bool canBeNamed(const std::string& path)
+{
+    return path.find_first_of(kSeparators) == std::string::npos;
+}
+
 } // namespace
 
 const char kCaptureLibrary[] = "libauthchip-capture.so";
 
 std::string preloadLibrary(const char* built, const char* installed)
 {
-    const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
+    std::error_code error;
+    const fs::path folder = fs::read_symlink("/proc/self/exe", error).parent_path();
+    if (error)
+        throw PreloadError("cannot find " + fs::path(built).filename().string() +
+                           ": /proc/self/exe does not tell where this program is; mount /proc");
     for (const fs::path& place : {folder / built, folder / installed}) {
-        if (!fs::exists(place))
-            continue;
-        const std::string path = place.lexically_normal();
-        if (path.find_first_of(kSeparators) != std::string::npos)
-            throw PreloadError("cannot preload " + path + ": no blank and no colon may stand in its path");
-        return path;
+        if (fs::exists(place))
+            return place.lexically_normal();
     }
     throw PreloadError("cannot find " + (folder / installed).lexically_normal().string() + "; install it again");
+}
+
+PreloadPath::PreloadPath(const std::string& library) : m_path(library)
+{
+    if (canBeNamed(library))
+        return;
+    std::error_code error;
+    fs::path parent = fs::temp_directory_path(error);
+    if (error || !canBeNamed(parent))
+        parent = "/tmp";
+    std::string folder = parent / "authchip-preload-XXXXXX";
+    if (mkdtemp(folder.data()) == nullptr)
+        throw PreloadError("cannot make " + folder + ": " + std::strerror(errno) + "; it is needed because the path " +
+                           library + " has a blank or a colon");
+    m_folder = folder;
+    m_path = fs::path(folder) / fs::path(library).filename();
+    fs::create_symlink(library, m_path);
+}
+
+PreloadPath::~PreloadPath()
+{
+    std::error_code ignored;
+    if (!m_folder.empty())
+        fs::remove_all(m_folder, ignored);
 }
 
 std::string preloadsWith(const std::string& library)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <stdexcept>
 
@@ -86,6 +87,7 @@ int exitStatusOfNotStarted(int error)
 
 Program::Program()
 {
+    std::signal(SIGCHLD, SIG_DFL); // who ignores it, as our starter may have, does not hear of a program's end
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : kPassedOn)

@@ -6,7 +6,10 @@
 #include <memory>
 #include <string>
 
+#include "common/escaped.h"
+#include "common/preload.h"
 #include "common/program.h"
+#include "common/standarddescriptors.h"
 #include "simulator/exitstatus.h"
 #include "simulator/node/fronterror.h"
 #include "simulator/node/preloads.h"
@@ -42,9 +45,15 @@ std::unique_ptr<std::ofstream> openLog(const std::string& path)
     return log;
 }
 
+void print(const std::string& text)
+{
+    if (!(std::cout << text << std::flush))
+        throw FrontError("cannot write to standard output: it takes no more");
+}
+
 int reportNotStarted(const std::string& program, int error)
 {
-    std::cerr << "authchip-sim: cannot run '" << program << "': " << std::strerror(error) << '\n';
+    std::cerr << "authchip-sim: cannot run '" << escaped(program) << "': " << std::strerror(error) << '\n';
     return exitStatusOfNotStarted(error);
 }
 
@@ -54,6 +63,13 @@ struct SimulatedBus
     explicit SimulatedBus(const Options& options)
         : log(openLog(options.logFile)), simulation(options.simulation, credentialsFor(options), clock, log.get())
     {}
+
+    /// Throws FrontError if the log did not take every line.
+    void requireLog(const std::string& path) const
+    {
+        if (log != nullptr && !log->good())
+            throw FrontError("cannot write the log " + path + ": it takes no more; look for a full disk");
+    }
 
     SystemClock clock;
     const std::unique_ptr<std::ofstream> log;
@@ -70,9 +86,12 @@ int simulateNode(const Options& options)
 {
     Program program;
     SimulatedBus bus(options);
-    const std::string preload = preloads();
+    const PreloadPath library(simulatorsLibrary());
+    const std::string preload = preloads(library.get());
     const UmockdevFront front(bus.simulation.node(), options.device);
-    return runProgram(program, options, "LD_PRELOAD=" + preload);
+    const int result = runProgram(program, options, "LD_PRELOAD=" + preload);
+    bus.requireLog(options.logFile);
+    return result;
 }
 
 /// Where the USB device is to be found.
@@ -83,23 +102,34 @@ struct Place
     int connection;       // to the kernel that has the device; -1 if none has it for good
 };
 
-/// Puts the USB device up for as long as @p stay takes.
-int simulateUsbDevice(const Options& options, const std::function<int(const Place&)>& stay)
+using Stay = std::function<int(const Place&)>;
+
+int attach(I2cTinyUsb& device, const Stay& stay)
 {
-    SimulatedBus bus(options);
-    I2cTinyUsb device(bus.simulation.bus());
-    if (options.attach) {
-        const VhciAttachment attachment(device);
-        return stay({attachment.node(), "AUTHCHIP_DEVICE=" + attachment.node(), attachment.hangUpDescriptor()});
-    }
-    const UsbIpServer server(device, options.usbIpPort);
+    const VhciAttachment attachment(device);
+    return stay({attachment.node(), "AUTHCHIP_DEVICE=" + attachment.node(), attachment.hangUpDescriptor()});
+}
+
+int serve(I2cTinyUsb& device, AL::U16 port, const Stay& stay)
+{
+    const UsbIpServer server(device, port);
     const std::string address = "127.0.0.1:" + std::to_string(server.port());
     return stay({address, "AUTHCHIP_USBIP=" + address, -1});
 }
 
+/// Puts the USB device up for as long as @p stay takes.
+int simulateUsbDevice(const Options& options, const Stay& stay)
+{
+    SimulatedBus bus(options);
+    I2cTinyUsb device(bus.simulation.bus());
+    const int result = options.attach ? attach(device, stay) : serve(device, options.usbIpPort, stay);
+    bus.requireLog(options.logFile);
+    return result;
+}
+
 int waitForSignal(const TerminationSignals& signals, const Place& place)
 {
-    std::cout << place.name << std::endl; // whoever reads it waits for it
+    print(place.name + '\n'); // whoever reads it waits for it
     if (!signals.wait(place.connection))
         throw FrontError("the kernel has let go of " + place.name);
     return 0;
@@ -119,7 +149,7 @@ int simulate(const Options& options)
 
 int report(const std::exception& error, int status)
 {
-    std::cerr << "authchip-sim: " << error.what() << '\n';
+    std::cerr << "authchip-sim: " << escapedLines(error.what()) << '\n';
     return status;
 }
 
@@ -127,14 +157,15 @@ int report(const std::exception& error, int status)
 
 int main(int argc, char** argv)
 {
+    VorelKestrel::occupyStandardDescriptors();
     try {
         const Options options = parseOptions(argc, argv);
         if (options.help.empty())
             return simulate(options);
-        std::cout << options.help;
+        print(options.help);
         return 0;
     } catch (const UsageError& error) {
-        std::cerr << "authchip-sim: " << error.what() << "\nTry 'authchip-sim --help'.\n";
+        std::cerr << "authchip-sim: " << escapedLines(error.what()) << "\nTry 'authchip-sim --help'.\n";
         return kExitUsage;
     } catch (const CredentialsError& error) {
         return report(error, kExitUsage);

@@ -4,6 +4,7 @@
 
 #include <log4cplus/initializer.h>
 
+#include "common/standarddescriptors.h"
 #include "tool/commands/commands.h"
 #include "tool/program.h"
 
@@ -31,6 +32,7 @@ private:
 
 int main(int argc, const char* const* argv)
 {
+    VorelKestrel::occupyStandardDescriptors();
     const log4cplus::Initializer log4cplusLife;
     ConsoleToStandardError console;
     return runProgram(argc, argv, console.answer(), [](const Arguments& arguments, std::ostream& answer) {

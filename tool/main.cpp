@@ -7,6 +7,7 @@
 
 #include <unistd.h>
 
+#include "common/standarddescriptors.h"
 #include "tool/commands/doctor.h"
 #include "tool/commands/lockcommands.h"
 #include "tool/program.h"
@@ -32,16 +33,22 @@ constexpr Command kCommands[] = {
 /// Where the build and the installation put it, seen from this program.
 constexpr const char* kFolders[] = {".", AUTHCHIP_PROGRAM_FOLDER};
 
+constexpr char kRunningChipProgram[] = "run the program authchip-chip";
+
 /// Becomes the program that uses the library.
 [[noreturn]] void becomeChipProgram(const char* const* argv)
 {
     std::error_code error;
     const auto here = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+    if (error) // without the folder of this program, the next would be one of the current folder, whosever that is
+        throw Failure(ExitStatus::Failed, kRunningChipProgram,
+                      "/proc/self/exe does not tell where this program is: " + describeSystemError(error.value()),
+                      "Mount /proc ('mount -t proc proc /proc').");
     for (const char* folder : kFolders) {
         const auto program = here / folder / "authchip-chip";
         execv(program.c_str(), const_cast<char* const*>(argv));
     }
-    throw Failure(ExitStatus::Failed, "run the program authchip-chip", describeSystemError(errno),
+    throw Failure(ExitStatus::Failed, kRunningChipProgram, describeSystemError(errno),
                   "It is a part of authchip; install both anew.");
 }
 
@@ -49,6 +56,7 @@ constexpr const char* kFolders[] = {".", AUTHCHIP_PROGRAM_FOLDER};
 
 int main(int argc, const char* const* argv)
 {
+    VorelKestrel::occupyStandardDescriptors();
     return runProgram(argc, argv, std::cout, [argv](const Arguments& arguments, std::ostream& answer) {
         for (const auto& command : kCommands) {
             if (arguments.command == command.name)

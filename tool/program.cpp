@@ -2,6 +2,7 @@
 
 #include <iostream>
 
+#include "common/escaped.h"
 #include "tool/report/failure.h"
 #include "tool/report/indented.h"
 
@@ -11,8 +12,9 @@ namespace {
 ExitStatus explain(const Failure& failure)
 {
     const std::string next = "  next: ";
-    std::cerr << "authchip: cannot " << failure.tried() << "\n  " << failure.answer() << '\n'
-              << next << indented(failure.next(), next.size()) << '\n';
+    std::cerr << "authchip: cannot " << escapedLines(failure.tried()) << "\n  " << escapedLines(failure.answer())
+              << '\n'
+              << next << indented(escapedLines(failure.next()), next.size()) << '\n';
     return failure.status();
 }
 
@@ -37,7 +39,7 @@ int runProgram(int argc, const char* const* argv, std::ostream& answer, const Ca
         answer.flush(); // an answer that proves false stands before its explanation
         return static_cast<int>(explain(failure));
     } catch (const std::exception& error) {
-        std::cerr << "authchip: " << error.what() << '\n';
+        std::cerr << "authchip: " << escapedLines(error.what()) << '\n';
         return static_cast<int>(ExitStatus::Failed);
     }
 }

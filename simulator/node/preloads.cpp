@@ -22,10 +22,14 @@ std::string umockdevLibrary()
 
 } // namespace
 
-std::string preloads()
+std::string simulatorsLibrary()
 {
-    const std::string ours = preloadLibrary(PRELOAD_BUILT, PRELOAD_INSTALLED) + ":" + umockdevLibrary();
-    return preloadsWith(ours);
+    return preloadLibrary(PRELOAD_BUILT, PRELOAD_INSTALLED);
+}
+
+std::string preloads(const std::string& library)
+{
+    return preloadsWith(library + ":" + umockdevLibrary());
 }
 
 } // namespace VorelKestrel::Simulator

@@ -5,9 +5,11 @@
 
 namespace VorelKestrel::Simulator {
 
-/// What LD_PRELOAD has to be for a process that shall see the node of a UmockdevFront. Throws FrontError or PreloadError if a library
-/// is missing.
-std::string preloads();
+/// The library of ours that a process needs to see the node of a UmockdevFront. Throws PreloadError if it is missing.
+std::string simulatorsLibrary();
+/// The LD_PRELOAD value with which a process sees the node; @p library is a path of that library. Throws FrontError if
+/// the other one is missing.
+std::string preloads(const std::string& library);
 
 } // namespace VorelKestrel::Simulator
 

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <thread>
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -21,6 +22,30 @@ void switchOn(int socket, int level, int option)
 {
     const int on = 1;
     setsockopt(socket, level, option, &on, sizeof(on));
+}
+
+/// How long the other side may neither send nor take anything; 0 is for ever.
+void limitSilence(int socket, std::chrono::milliseconds idle)
+{
+    timeval time = {};
+    time.tv_sec = static_cast<time_t>(idle.count() / 1000);
+    time.tv_usec = static_cast<suseconds_t>(idle.count() % 1000 * 1000);
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof(time));
+    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof(time));
+}
+
+constexpr auto kPauseInShortage = std::chrono::milliseconds(50);
+
+/// Descriptors or memory that may be there again soon; until then the client waits in the queue.
+bool isShortage(int error)
+{
+    return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
+/// No further client can come: the listener has been shut down.
+bool isFinal(int error)
+{
+    return error == EINVAL || error == EBADF;
 }
 
 ScopedDescriptor listenOn(AL::U16 port)
@@ -78,8 +103,8 @@ Bytes deviceList()
 
 } // namespace
 
-UsbIpServer::UsbIpServer(I2cTinyUsb& device, AL::U16 port)
-    : m_device(device), m_listener(listenOn(port), [this](int listener) { accept(listener); })
+UsbIpServer::UsbIpServer(I2cTinyUsb& device, AL::U16 port, const Limits& limits)
+    : m_device(device), m_limits(limits), m_listener(listenOn(port), [this](int listener) { accept(listener); })
 {}
 
 AL::U16 UsbIpServer::port() const
@@ -94,12 +119,16 @@ void UsbIpServer::accept(int listener)
 {
     for (;;) {
         ScopedDescriptor connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
-        if (connection.get() < 0 && errno != EINTR && errno != ECONNABORTED)
+        const int error = connection.get() < 0 ? errno : 0;
+        if (isFinal(error))
             return;
         m_connections.remove_if([](const ServingThread& thread) { return thread.ended(); });
-        if (connection.get() < 0)
+        if (isShortage(error))
+            std::this_thread::sleep_for(kPauseInShortage);
+        if (connection.get() < 0 || m_connections.size() >= m_limits.connections)
             continue;
         switchOn(connection.get(), IPPROTO_TCP, TCP_NODELAY); // every answer is waited for
+        limitSilence(connection.get(), m_limits.idle);
         m_connections.emplace_back(std::move(connection), [this](int socket) { serve(socket); });
     }
 }
@@ -134,6 +163,7 @@ void UsbIpServer::serveImport(int socket)
         UsbIp::send(socket, managementReply(UsbIp::kReplyImport, UsbIp::kBusy));
         return;
     }
+    limitSilence(socket, std::chrono::milliseconds(0));
     Bytes reply = managementReply(UsbIp::kReplyImport, UsbIp::kDone);
     appendDevice(reply);
     if (UsbIp::send(socket, reply))

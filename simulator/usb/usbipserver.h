@@ -1,6 +1,7 @@
 #ifndef SIMULATOR_USB_USBIPSERVER_H
 #define SIMULATOR_USB_USBIPSERVER_H
 
+#include <chrono>
 #include <list>
 #include <mutex>
 
@@ -21,8 +22,16 @@ class UsbIpServer
 public:
     static constexpr AL::U16 kDefaultPort = 3240;
 
+    /// What a client may take of the server. Whoever has the device may be silent for as long as it likes.
+    struct Limits
+    {
+        std::size_t connections = 64;          // those beyond are hung up on at once
+        std::chrono::milliseconds idle{30000}; // before a client has asked for something
+    };
+
     /// @p port 0 takes any that is free.
-    UsbIpServer(I2cTinyUsb& device, AL::U16 port);
+    UsbIpServer(I2cTinyUsb& device, AL::U16 port, const Limits& limits);
+    UsbIpServer(I2cTinyUsb& device, AL::U16 port) : UsbIpServer(device, port, Limits()) {}
     UsbIpServer(const UsbIpServer&) = delete;
     UsbIpServer& operator=(const UsbIpServer&) = delete;
     ~UsbIpServer() = default;
@@ -35,6 +44,7 @@ private:
     void serveImport(int socket);
 
     I2cTinyUsb& m_device;
+    const Limits m_limits;
     std::mutex m_imported;                  // held by the connection that has the device
     std::list<ServingThread> m_connections; // only the listener's thread touches it
     ServingThread m_listener;

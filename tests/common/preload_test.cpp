@@ -1,10 +1,13 @@
 #include "common/preload.h"
 
 #include <cstdlib>
+#include <filesystem>
+#include <string>
 
 #include <gtest/gtest.h>
 
 using namespace VorelKestrel;
+namespace fs = std::filesystem;
 
 TEST(Preloads, LibraryStandsBeforeThoseOfTheEnvironment)
 {
@@ -30,5 +33,25 @@ TEST(Preloads, ALibraryThatIsMissingIsNamed)
     } catch (const PreloadError& error) {
         const std::string text = error.what();
         EXPECT_NE(std::string::npos, text.find("no/installed.so; install it again")) << text;
+    }
+}
+
+TEST(PreloadPath, IsTheLibrarysOwnWhereLdPreloadCanNameIt)
+{
+    EXPECT_EQ("/lib/ours.so", PreloadPath("/lib/ours.so").get());
+}
+
+TEST(PreloadPath, IsALinkOfTheSameNameWhereThePathHasABlankOrAColon)
+{
+    for (const std::string library : {"/a b/ours.so", "/a:b/ours.so"}) {
+        std::string link;
+        {
+            const PreloadPath path(library);
+            link = path.get();
+            EXPECT_EQ(std::string::npos, link.find_first_of(" :"));
+            EXPECT_EQ("ours.so", fs::path(link).filename());
+            EXPECT_EQ(library, fs::read_symlink(link));
+        }
+        EXPECT_FALSE(fs::exists(fs::path(link).parent_path()));
     }
 }

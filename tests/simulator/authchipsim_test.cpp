@@ -367,4 +367,37 @@ TEST_F(AuthChipSimTest, AnswersACountThatOnlyANegativeLengthCanBeAsTheKernelDoes
     EXPECT_EQ("-1\n-1\n", output());
 }
 
+TEST_F(AuthChipSimTest, HearsOfTheProgramsEndAlsoWhenItsStarterIgnoredThoseOfChildren)
+{
+    m_process = std::make_unique<ChildProcess>(
+        Arguments{"env", "--ignore-signal=CHLD", AUTHCHIP_SIM, "--", "sh", "-c", "exit 5"},
+        ChildProcess::Connection::Pipes);
+    m_process->closeInput();
+    EXPECT_EQ(5, m_process->wait());
+}
+
+TEST_F(AuthChipSimTest, FailsWhenTheLogOrTheHelpCannotBeWritten)
+{
+    EXPECT_EQ(125, runShell(kReadIdentity, {"--log", "/dev/full"}));
+    EXPECT_NE(std::string::npos, m_process->errors().find("cannot write the log /dev/full"));
+    m_process = std::make_unique<ChildProcess>(Arguments{"sh", "-c", std::string(AUTHCHIP_SIM) + " --help >/dev/full"},
+                                               ChildProcess::Connection::Pipes);
+    m_process->closeInput();
+    EXPECT_EQ(125, m_process->wait());
+    EXPECT_TRUE(complainsAbout("standard output"));
+}
+
+TEST_F(AuthChipSimTest, RunsFromAPathWithABlank)
+{
+    const fs::path built = fs::path(AUTHCHIP_SIM).parent_path();
+    const fs::path place = m_scratch / "with a blank: and a colon";
+    fs::create_directories(place / "node");
+    fs::copy(AUTHCHIP_SIM, place);
+    fs::copy(built / "node" / "preload", place / "node" / "preload", fs::copy_options::recursive);
+    m_process = std::make_unique<ChildProcess>(Arguments{place / "authchip-sim", "--", "sh", "-c", kReadIdentity},
+                                               ChildProcess::Connection::Pipes);
+    m_process->closeInput();
+    EXPECT_EQ(0, m_process->wait()) << m_process->errors();
+}
+
 } // namespace

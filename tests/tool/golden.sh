@@ -69,7 +69,9 @@ as_nobody() {
     cp "$(command -v authchip)" "$TMPDIR"
     nobody "$TMPDIR/authchip" "$@"
 }
-export -f lock_number key_file set_tokens while_held while_held_in nobody as_nobody
+# Where nothing is mounted on /proc.
+without_proc() { unshare --mount sh -c 'mount -t tmpfs none /proc && exec "$@"' sh "$@"; }
+export -f lock_number key_file set_tokens while_held while_held_in nobody as_nobody without_proc
 
 # Neither a container without the right nor a folder mounted with "nodev" lets a node be opened.
 makes_nodes() {
@@ -86,6 +88,9 @@ for name in "$@"; do
     command=$(sed -n '1s/^\$ //p' "$file")
     case $command in
         *as_nobody*) nobody true 2>/dev/null || { echo "$name: skipped, only root becomes another user"; exit 77; } ;;
+    esac
+    case $command in
+        *without_proc*) without_proc true 2>/dev/null || { echo "$name: skipped, only root hides /proc"; exit 77; } ;;
     esac
     case $command in
         *mknod*) makes_nodes || { echo "$name: skipped, no node can be made and opened here"; exit 77; } ;;

@@ -6,6 +6,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/escaped.h"
+
 namespace VorelKestrel::Tool {
 namespace {
 
@@ -252,7 +254,7 @@ ParseResult parseArguments(int argc, const char* const* argv, std::ostream& out,
         app.exit(request, out, err);
         return {std::nullopt, ExitStatus::Success};
     } catch (const CLI::ParseError& error) {
-        err << "authchip: " << describe(error) << "\n  next: 'authchip --help' lists the commands and options.\n";
+        err << "authchip: " << escapedLines(describe(error)) << "\n  next: 'authchip --help' lists the commands and options.\n";
         return {std::nullopt, ExitStatus::Usage};
     }
     raw.values.command = commandOf(app);

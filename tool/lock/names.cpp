@@ -6,6 +6,8 @@
 #include <grp.h>
 #include <pwd.h>
 
+#include "common/escaped.h"
+
 namespace VorelKestrel::Tool {
 namespace {
 
@@ -44,14 +46,14 @@ std::string nameOfUser(uid_t user)
 {
     // cppcheck-suppress getpwuidCalled ; authchip has one thread
     const passwd* entry = getpwuid(user);
-    return entry != nullptr ? entry->pw_name : std::to_string(user);
+    return entry != nullptr ? escaped(entry->pw_name) : std::to_string(user);
 }
 
 std::string nameOfGroup(gid_t group)
 {
     // cppcheck-suppress getgrgidCalled ; authchip has one thread
     const ::group* entry = getgrgid(group);
-    return entry != nullptr ? entry->gr_name : std::to_string(group);
+    return entry != nullptr ? escaped(entry->gr_name) : std::to_string(group);
 }
 
 std::string inOctal(unsigned mode)
@@ -84,8 +86,10 @@ std::string describeProcess(pid_t process)
         return std::to_string(process) + ", which has ended";
     std::ifstream file("/proc/" + std::to_string(process) + "/comm");
     std::string name;
-    std::getline(file, name);
-    return std::to_string(process) + (name.empty() ? "" : " (" + name + ")");
+    std::getline(file, name, '\0');
+    if (!name.empty() && name.back() == '\n') // the kernel's; others are part of the name
+        name.pop_back();
+    return std::to_string(process) + (name.empty() ? "" : " (" + escaped(name) + ")");
 }
 
 } // namespace VorelKestrel::Tool

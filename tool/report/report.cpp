@@ -4,6 +4,7 @@
 #include <ostream>
 #include <utility>
 
+#include "common/escaped.h"
 #include "tool/report/indented.h"
 
 namespace VorelKestrel::Tool {
@@ -50,12 +51,16 @@ void Report::printText(std::ostream& out) const
     for (const auto& row : m_rows)
         width = std::max(width, row.label.empty() ? 0 : row.label.size() + kGap);
     for (const auto& row : m_rows)
-        out << row.label << std::string(width - row.label.size(), ' ') << indented(row.value, width) << '\n';
+        out << row.label << std::string(width - row.label.size(), ' ') << indented(escapedLines(row.value), width)
+            << '\n';
 }
 
 void Report::printJson(std::ostream& out) const
 {
-    out << m_json.dump() << '\n';
+    constexpr bool kAsciiOnly = true; // a terminal that shows it obeys no character of it
+    constexpr int kInOneLine = -1;
+    // What is no UTF-8, such as the name of a file, is not left out of an answer: U+FFFD stands for it.
+    out << m_json.dump(kInOneLine, ' ', kAsciiOnly, nlohmann::ordered_json::error_handler_t::replace) << '\n';
 }
 
 } // namespace VorelKestrel::Tool

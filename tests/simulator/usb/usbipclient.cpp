@@ -42,6 +42,11 @@ void addSetup(Bytes& message, const ControlRequest& setup)
 
 UsbIpClient::UsbIpClient(unsigned short port) : m_socket(socket(AF_INET, SOCK_STREAM, 0))
 {
+    connectTo(port);
+}
+
+void UsbIpClient::connectTo(unsigned short port) const
+{
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);

@@ -22,9 +22,10 @@ class UsbIpClient
 public:
     /// Connects to a server on the loopback address.
     explicit UsbIpClient(unsigned short port);
-    /// Takes an end of a socket pair, on which the device counts as imported.
+    /// Takes an end of a socket pair, on which the device counts as imported; or a socket to be connected.
     explicit UsbIpClient(VorelKestrel::ScopedDescriptor socket) : m_socket(std::move(socket)) {}
 
+    void connectTo(unsigned short port) const;
     void send(const VorelKestrel::Bytes& message) const;
     /// The next bytes of the stream; fewer only if the other side has hung up.
     VorelKestrel::Bytes receive(std::size_t length) const;

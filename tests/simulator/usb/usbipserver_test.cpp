@@ -2,6 +2,11 @@
 
 #include <cerrno>
 #include <chrono>
+#include <thread>
+
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -71,6 +76,31 @@ protected:
     BusyI2cTinyUsbTest() : I2cTinyUsbTest(busySettings()) {}
 };
 
+/// Until the end of the scope this process gets no descriptor more than it has.
+class NoMoreDescriptors
+{
+public:
+    NoMoreDescriptors()
+    {
+        getrlimit(RLIMIT_NOFILE, &m_before);
+        rlimit limit = m_before;
+        const ScopedDescriptor lowest(dup(STDIN_FILENO));
+        limit.rlim_cur = static_cast<rlim_t>(lowest.get());
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &m_before); }
+    NoMoreDescriptors(const NoMoreDescriptors&) = delete;
+    NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
+
+private:
+    rlimit m_before = {};
+};
+
+ScopedDescriptor unconnectedSocket()
+{
+    return ScopedDescriptor(socket(AF_INET, SOCK_STREAM, 0));
+}
+
 Bytes partOf(const Bytes& message, std::size_t place, std::size_t length)
 {
     return {message.begin() + static_cast<std::ptrdiff_t>(place),
@@ -131,6 +161,50 @@ TEST_F(UsbIpServerTest, HangsUpOnAnotherVersionOfTheProtocol)
 TEST_F(UsbIpServerTest, RefusesAPortThatIsTaken)
 {
     EXPECT_THROW(UsbIpServer(m_device, m_server.port()), FrontError);
+}
+
+TEST_F(UsbIpServerTest, HangsUpOnAClientThatAsksForNothing)
+{
+    UsbIpServer impatient(m_device, 0, {64, std::chrono::milliseconds(1)});
+    const UsbIpClient silent(impatient.port());
+    EXPECT_TRUE(silent.hungUp());
+}
+
+TEST_F(UsbIpServerTest, LetsTheClientThatHasTheDeviceBeSilent)
+{
+    UsbIpServer impatient(m_device, 0, {64, std::chrono::milliseconds(200)});
+    UsbIpClient client(impatient.port());
+    EXPECT_EQ(0U, client.import("1-1"));
+    EXPECT_TRUE(UsbIpClient(impatient.port()).hungUp()); // the time is over
+    EXPECT_EQ((Bytes{0x34, 0x12}), client.vendorIn(0, 0x1234, 0, 2).data);
+}
+
+TEST_F(UsbIpServerTest, HangsUpOnClientsBeyondALimitAndServesOthersWhenThoseBeforeHaveGone)
+{
+    UsbIpServer server(m_device, 0, {2, std::chrono::hours(1)});
+    {
+        const UsbIpClient first(server.port());
+        const UsbIpClient second(server.port());
+        EXPECT_TRUE(UsbIpClient(server.port()).hungUp());
+    }
+    bool served = false;
+    while (!served) // until the server has noticed that the two are gone
+        served = UsbIpClient(server.port()).deviceList().size() > 12;
+    EXPECT_TRUE(served);
+}
+
+TEST_F(UsbIpServerTest, GoesOnWhenItHasDescriptorsAgain)
+{
+    UsbIpClient first(unconnectedSocket());
+    UsbIpClient second(unconnectedSocket());
+    {
+        const NoMoreDescriptors shortage;
+        first.connectTo(m_server.port()); // may take the descriptor that the server has waited with
+        second.connectTo(m_server.port());
+        std::this_thread::sleep_for(std::chrono::milliseconds(100)); // the server's chance to give up
+    }
+    EXPECT_EQ(12U + 0x138 + 4, first.deviceList().size());
+    EXPECT_EQ(12U + 0x138 + 4, second.deviceList().size());
 }
 
 TEST_F(UsbIpServerTest, EndsWhileAClientIsConnected)

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -16,6 +17,7 @@
 #include "tests/support/anotheruser.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/temporarydirectory.h"
+#include "tool/lock/names.h"
 
 using namespace VorelKestrel;
 using namespace VorelKestrel::Tool;
@@ -146,6 +148,15 @@ TEST_F(ProcessesTest, SeesThatAProcessOfAnotherUserMayNotUseTheLock)
         mayEnd.say();
     }
     EXPECT_FALSE(isThere(other));
+}
+
+TEST(NamesTest, AProcessCannotWriteToTheTerminalByItsName)
+{
+    char before[16] = {};
+    prctl(PR_GET_NAME, before);
+    prctl(PR_SET_NAME, "\x1b]2;x\x07\n\xff)");
+    EXPECT_EQ(std::to_string(getpid()) + " (\\x1b]2;x\\x07\\x0a\\xff))", describeProcess(getpid()));
+    prctl(PR_SET_NAME, before);
 }
 
 } // namespace

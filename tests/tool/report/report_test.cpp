@@ -61,4 +61,11 @@ TEST(ReportTest, ThatIsEmptyIsSilentForPeople)
     EXPECT_EQ("{}\n", asJson(Report()));
 }
 
+TEST(ReportTest, LetsNoTextFromOutsideReachTheTerminal)
+{
+    const auto report = Report().row("name", "name", "\x1b[2J\xff\xc2\x9b");
+    EXPECT_EQ("name  \\x1b[2J\\xff\\xc2\\x9b\n", asText(report));
+    EXPECT_EQ("{\"name\":\"\\u001b[2J\\ufffd\\u009b\"}\n", asJson(report));
+}
+
 } // namespace

@@ -1,12 +1,16 @@
 // authchip-chip: the commands of authchip that use the library.
 
 #include <iostream>
+#include <string>
 
 #include <log4cplus/initializer.h>
 
 #include "common/standarddescriptors.h"
-#include "tool/commands/commands.h"
+#include "tool/chip/driverlog.h"
+#include "tool/chip/i2cnode.h"
+#include "tool/chip/librarychip.h"
 #include "tool/program.h"
+#include "tool/report/failure.h"
 
 namespace {
 
@@ -28,6 +32,20 @@ private:
     std::ostream m_answer;
 };
 
+ExitStatus runWithLibrary(const CommandLine& line, std::ostream& answer)
+{
+    const std::string name = line.row->name;
+    if (line.row->needs != Needs::Library)
+        throw Failure(ExitStatus::Usage, "run '" + name + "' here", "authchip-chip runs what needs the library",
+                      "Run 'authchip " + name + "'.");
+    const CommonOptions& options = line.options;
+    DriverLog log(options.verbosity, options.logConfig);
+    if (options.busTimeout)
+        setBusTimeout(options.location.device, *options.busTimeout);
+    LibraryChipAccess chips(options.location, log);
+    return line.command->run({options, answer, &chips});
+}
+
 } // namespace
 
 int main(int argc, const char* const* argv)
@@ -35,8 +53,5 @@ int main(int argc, const char* const* argv)
     VorelKestrel::occupyStandardDescriptors();
     const log4cplus::Initializer log4cplusLife;
     ConsoleToStandardError console;
-    return runProgram(argc, argv, console.answer(), [](const Arguments& arguments, std::ostream& answer) {
-        runCommand(arguments, answer);
-        return ExitStatus::Success;
-    });
+    return runProgram(argc, argv, console.answer(), runWithLibrary);
 }

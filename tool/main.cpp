@@ -8,27 +8,12 @@
 #include <unistd.h>
 
 #include "common/standarddescriptors.h"
-#include "tool/commands/doctor.h"
-#include "tool/commands/lockcommands.h"
 #include "tool/program.h"
 #include "tool/report/failure.h"
 
 namespace {
 
 using namespace VorelKestrel::Tool;
-
-struct Command
-{
-    const char* name;
-    ExitStatus (*run)(const Arguments&, std::ostream&);
-};
-
-constexpr Command kCommands[] = {
-    {"doctor", examine},
-    {"lock status", lockStatus},
-    {"lock seed", lockSeed},
-    {"lock remove", lockRemove},
-};
 
 /// Where the build and the installation put it, seen from this program.
 constexpr const char* kFolders[] = {".", AUTHCHIP_PROGRAM_FOLDER};
@@ -57,11 +42,9 @@ constexpr char kRunningChipProgram[] = "run the program authchip-chip";
 int main(int argc, const char* const* argv)
 {
     VorelKestrel::occupyStandardDescriptors();
-    return runProgram(argc, argv, std::cout, [argv](const Arguments& arguments, std::ostream& answer) {
-        for (const auto& command : kCommands) {
-            if (arguments.command == command.name)
-                return command.run(arguments, answer);
-        }
-        becomeChipProgram(argv);
+    return runProgram(argc, argv, std::cout, [argv](const CommandLine& line, std::ostream& answer) {
+        if (line.row->needs == Needs::Library)
+            becomeChipProgram(argv);
+        return line.command->run({line.options, answer, nullptr});
     });
 }

@@ -18,10 +18,10 @@ ExitStatus explain(const Failure& failure)
     return failure.status();
 }
 
-ExitStatus run(int argc, const char* const* argv, std::ostream& answer, const Carrier& carryOut)
+ExitStatus run(int argc, const char* const* argv, std::ostream& answer, const RunCommand& runCommand)
 {
-    const ParseResult parsed = parseArguments(argc, argv, answer, std::cerr);
-    const ExitStatus status = parsed.arguments ? carryOut(*parsed.arguments, answer) : parsed.status;
+    const CommandLine line = parseCommandLine(argc, argv, answer, std::cerr);
+    const ExitStatus status = line.row == nullptr ? line.status : runCommand(line, answer);
     answer.flush();
     if (!answer)
         throw Failure(ExitStatus::Failed, "write the answer", "Standard output takes no more",
@@ -31,10 +31,10 @@ ExitStatus run(int argc, const char* const* argv, std::ostream& answer, const Ca
 
 } // namespace
 
-int runProgram(int argc, const char* const* argv, std::ostream& answer, const Carrier& carryOut)
+int runProgram(int argc, const char* const* argv, std::ostream& answer, const RunCommand& runCommand)
 {
     try {
-        return static_cast<int>(run(argc, argv, answer, carryOut));
+        return static_cast<int>(run(argc, argv, answer, runCommand));
     } catch (const Failure& failure) {
         answer.flush(); // an answer that proves false stands before its explanation
         return static_cast<int>(explain(failure));

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Compares the options that a program's help lists with those that its manual page and its completion know.
+# Compares the commands and options that a program's help lists with those that its manual page and its completion know.
 # Usage: tests/package/manual.sh PROGRAM MANUAL_PAGE COMPLETION
 set -euo pipefail
 case ${1:-} in --help) sed -n '2,3s/^# \?//p' "$0"; exit 0 ;; esac
@@ -19,3 +19,22 @@ function=$(complete -p "$(basename "$1")" | sed 's/.*-F \([^ ]*\).*/\1/')
 "$function" "$1"
 completed=$(printf '%s\n' "${COMPREPLY[@]}" | grep -vx -e -- | LC_ALL=C sort -u)
 diff <(echo "$listed") <(echo "$completed") || { echo "$3 does not offer what --help lists (<)" >&2; exit 1; }
+
+commands_of() { # COMMAND...: the words that its help lists below "Subcommands:"
+    "$@" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]\+\) .*/\1/p'
+}
+completions_of() { # WORD...: what is offered behind them
+    COMP_WORDS=("$program" "$@" "") COMP_CWORD=$(($# + 1)) COMPREPLY=()
+    "$function" "$program"
+    printf '%s\n' "${COMPREPLY[@]}" | grep -v '^-' || true
+}
+program=$1
+for command in $(commands_of "$program"); do
+    below=$(commands_of "$program" "$command")
+    while read -r words; do
+        grep -qxF ".B $words" "$2" || { echo "$2 does not describe the command '$words'" >&2; exit 1; }
+    done < <(if [ -n "$below" ]; then sed "s/^/$command /" <<<"$below"; else echo "$command"; fi)
+    [ -z "$below" ] || diff <(echo "$below") <(completions_of "$command") ||
+        { echo "$3 does not offer the commands of '$command' (<)" >&2; exit 1; }
+done
+diff <(commands_of "$program") <(completions_of) || { echo "$3 does not offer the commands (<)" >&2; exit 1; }

@@ -2,21 +2,12 @@
 #define TOOL_CHIP_CHIP_H
 
 #include <cstdint>
+#include <memory>
 
-#include <authchipdriver/authchipdriver.h>
-
+#include "common/bytes.h"
 #include "common/generations.h"
-#include "common/hex.h"
-#include "tool/chip/diagnosis.h"
-#include "tool/chip/driverlog.h"
 
 namespace VorelKestrel::Tool {
-
-/**
- * Finds out why the factory returned no driver: goes the same way itself, one try for each step, and explains the
- * first step that is refused. Waits for the bus as the library does.
- */
-Failure diagnose(const ChipLocation& location);
 
 /// Who the chip is and what it takes.
 struct ChipIdentity
@@ -32,32 +23,25 @@ struct ChipIdentity
 };
 
 /**
- * The chip behind the library's driver, with results as values and every failure explained.
+ * A chip that was detected, with results as values and every failure explained.
  *
  * Errors: Failure (ExitStatus::Failed).
  */
 class Chip
 {
 public:
-    /// Has the library detect the chip.
-    Chip(ChipLocation location, DriverLog& log);
+    Chip() = default;
+    virtual ~Chip() = default;
+    Chip(const Chip&) = delete;
+    Chip& operator=(const Chip&) = delete;
 
-    ChipIdentity identity();
-    const Generation& generation() const { return *m_generation; }
-    std::uint8_t deviceVersion() const { return m_deviceVersion; }
+    virtual const Generation& generation() const = 0;
+    virtual std::uint8_t deviceVersion() const = 0;
+    virtual ChipIdentity identity() = 0;
     /// The certificate as it is stored.
-    Bytes certificate();
-    /// Requires: a challenge of the scheme's length.
-    Bytes sign(const Bytes& challenge);
-
-private:
-    void check(ACD::Error error, const char* tried, const char* next);
-
-    ChipLocation m_location;
-    DriverLog& m_log;
-    ACD::AuthChipDriver* m_driver;            // the factory's; never null
-    const Generation* m_generation = nullptr; // never null once constructed
-    std::uint8_t m_deviceVersion = 0;
+    virtual Bytes certificate() = 0;
+    /// Requires: a challenge of the generation's length.
+    virtual Bytes sign(const Bytes& challenge) = 0;
 };
 
 /**
@@ -68,13 +52,28 @@ private:
 class RawChip
 {
 public:
-    explicit RawChip(ChipLocation location);
+    RawChip() = default;
+    virtual ~RawChip() = default;
+    RawChip(const RawChip&) = delete;
+    RawChip& operator=(const RawChip&) = delete;
 
-    Bytes read(std::uint8_t reg, int length);
-    void write(std::uint8_t reg, const Bytes& data);
+    virtual Bytes read(std::uint8_t reg, int length) = 0;
+    virtual void write(std::uint8_t reg, const Bytes& data) = 0;
+};
 
-private:
-    ChipLocation m_location;
+/// The way to the chip. The commands know no other; behind it is the library, in the one program that links it.
+class ChipAccess
+{
+public:
+    ChipAccess() = default;
+    virtual ~ChipAccess() = default;
+    ChipAccess(const ChipAccess&) = delete;
+    ChipAccess& operator=(const ChipAccess&) = delete;
+
+    /// Detects the chip. Throws Failure.
+    virtual std::unique_ptr<Chip> detect() = 0;
+    /// Opens the bus and selects the address. Throws Failure.
+    virtual std::unique_ptr<RawChip> open() = 0;
 };
 
 } // namespace VorelKestrel::Tool

@@ -1,4 +1,4 @@
-#include "tool/commands/doctor.h"
+#include "tool/commands/command.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -11,6 +11,8 @@
 
 #include "common/generations.h"
 #include "common/hex.h"
+#include "tool/chip/advice.h"
+#include "tool/chip/i2cnode.h"
 #include "tool/lock/names.h"
 #include "tool/lock/processes.h"
 #include "tool/lock/systemlock.h"
@@ -33,40 +35,6 @@ struct Finding
     std::string next;  // what to do about the cause
 };
 
-struct CauseOfRefusal
-{
-    Step step;
-    int error; // 0: every other one
-    const char* cause;
-};
-
-// The first row that fits counts.
-constexpr CauseOfRefusal kCausesOfRefusals[] = {
-    {Step::OpenNode, ENOENT, "node missing"},
-    {Step::OpenNode, EACCES, "no permission"},
-    {Step::OpenNode, EPERM, "no permission"},
-    {Step::OpenNode, 0, "node does not open"},
-    {Step::SelectAddress, EBUSY, "kernel driver bound"},
-    {Step::SelectAddress, ENOTTY, "no I2C node"},
-    {Step::SelectAddress, 0, "address refused"},
-    {Step::SetRegister, ENXIO, "no answer"},
-    {Step::SetRegister, EREMOTEIO, "no answer"},
-    {Step::SetRegister, ETIMEDOUT, "bus stuck"},
-    {Step::SetRegister, EAGAIN, "bus busy"},
-    {Step::SetRegister, 0, "bus fails"},
-    {Step::ReadRegister, ETIMEDOUT, "bus stuck"},
-    {Step::ReadRegister, 0, "nothing delivered"},
-};
-
-const char* causeOf(Step step, int error)
-{
-    for (const auto& row : kCausesOfRefusals) {
-        if (row.step == step && (row.error == error || row.error == 0))
-            return row.cause;
-    }
-    return "refused";
-}
-
 std::string inOneLine(std::string text)
 {
     std::replace(text.begin(), text.end(), '\n', ' ');
@@ -82,7 +50,7 @@ Finding refusal(const char* check, const char* cause, const Failure& failure)
 class Examination
 {
 public:
-    explicit Examination(const Arguments& arguments) : m_arguments(arguments), m_location(arguments.location) {}
+    explicit Examination(const CommonOptions& options) : m_options(options), m_location(options.location) {}
 
     void run()
     {
@@ -113,8 +81,8 @@ private:
         m_node = openNode(m_location.device);
         if (m_node.get() < 0) {
             const int error = errno;
-            return add(
-                refusal(kCheck, causeOf(Step::OpenNode, error), explainRefusal(Step::OpenNode, error, m_location)));
+            return add(refusal(kCheck, causeOfRefusal(Step::OpenNode, error),
+                               explainRefusal(Step::OpenNode, error, m_location)));
         }
         add({kCheck, nullptr, m_location.device + " opens", ""});
     }
@@ -130,11 +98,11 @@ private:
         if (!selectAddress(m_node, m_location.address)) {
             const int error = errno;
             m_mayBeBus = error != ENOTTY;
-            return add(refusal(kCheck, causeOf(Step::SelectAddress, error),
+            return add(refusal(kCheck, causeOfRefusal(Step::SelectAddress, error),
                                explainRefusal(Step::SelectAddress, error, m_location)));
         }
-        if (m_arguments.busTimeout)
-            setBusTimeout(m_location.device, *m_arguments.busTimeout);
+        if (m_options.busTimeout)
+            setBusTimeout(m_location.device, *m_options.busTimeout);
         m_chipIsSelected = true;
         add({kCheck, nullptr, address + " is free of kernel drivers", ""});
     }
@@ -278,7 +246,7 @@ private:
                                                toHex(static_cast<std::uint32_t>(m_location.address), 2) +
                                                ", and the chip does at half of it: it is an address of 8 bits");
         const Step step = answer.registerSet ? Step::ReadRegister : Step::SetRegister;
-        return refusal("chip", causeOf(step, answer.error), explainRefusal(step, answer.error, m_location));
+        return refusal("chip", causeOfRefusal(step, answer.error), explainRefusal(step, answer.error, m_location));
     }
 
     bool chipAnswersAtHalfTheAddress() const
@@ -289,7 +257,7 @@ private:
         return answer.registerRead && findGeneration(answer.deviceVersion) != nullptr;
     }
 
-    const Arguments& m_arguments;
+    const CommonOptions& m_options;
     const ChipLocation m_location;
     std::vector<Finding> m_findings;
     ScopedDescriptor m_node;
@@ -318,25 +286,39 @@ nlohmann::ordered_json jsonOf(const Finding& finding)
             {"next", orNull(finding.next)}};
 }
 
+constexpr int kEightBitMaximum = 0xff; // of an address
+
+/// Checks node, address, lock, bus and chip, in this order, and says what to do about what is wrong.
+class Doctor : public Command
+{
+public:
+    int largestAddress() const override { return kEightBitMaximum; } // a finding, and no usage error
+
+    ExitStatus run(const CommandContext& context) override
+    {
+        Examination examination(context.options);
+        examination.run();
+
+        Report report;
+        auto checks = nlohmann::ordered_json::array();
+        for (const auto& finding : examination.findings()) {
+            report.text(finding.check, textOf(finding));
+            checks.push_back(jsonOf(finding));
+        }
+        report.json("device", context.options.location.device)
+            .json("address", context.options.location.address)
+            .json("healthy", examination.isHealthy())
+            .json("checks", checks);
+        report.print(context.options.json, context.answer);
+        return examination.isHealthy() ? ExitStatus::Success : ExitStatus::Failed;
+    }
+};
+
 } // namespace
 
-ExitStatus examine(const Arguments& arguments, std::ostream& answer)
+std::unique_ptr<Command> makeDoctor()
 {
-    Examination examination(arguments);
-    examination.run();
-
-    Report report;
-    auto checks = nlohmann::ordered_json::array();
-    for (const auto& finding : examination.findings()) {
-        report.text(finding.check, textOf(finding));
-        checks.push_back(jsonOf(finding));
-    }
-    report.json("device", arguments.location.device)
-        .json("address", arguments.location.address)
-        .json("healthy", examination.isHealthy())
-        .json("checks", checks);
-    report.print(arguments.json, answer);
-    return examination.isHealthy() ? ExitStatus::Success : ExitStatus::Failed;
+    return std::make_unique<Doctor>();
 }
 
 } // namespace VorelKestrel::Tool

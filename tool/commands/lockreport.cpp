@@ -1,15 +1,7 @@
-#include "tool/commands/lockcommands.h"
-
-#include <charconv>
-
-#include <grp.h>
+#include "tool/commands/lockreport.h"
 
 #include "common/hex.h"
-#include "tool/lock/lockseed.h"
 #include "tool/lock/names.h"
-#include "tool/lock/systemlock.h"
-#include "tool/report/failure.h"
-#include "tool/report/report.h"
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -92,88 +84,12 @@ void addJson(Report& report, const LockState& state)
         .json("waiting", readable ? Json(state.waiting) : Json());
 }
 
-/// A name, or a number of which no name is needed.
-gid_t groupNamed(const std::string& name)
-{
-    // cppcheck-suppress getgrnamCalled ; authchip has one thread
-    const ::group* entry = getgrnam(name.c_str());
-    if (entry != nullptr)
-        return entry->gr_gid;
-    gid_t number = 0;
-    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
-    constexpr auto kNoGroup = static_cast<gid_t>(-1); // what the kernel takes it for
-    if (!name.empty() && error == std::errc() && end == name.data() + name.size() && number != kNoGroup)
-        return number;
-    throw Failure(ExitStatus::Usage, "make the lock for the group '" + name + "'", "There is no such group",
-                  "'getent group' lists the groups; take the one that owns the bus's node ('ls -l /dev/i2c-*').");
-}
-
-WantedRights wantedRights(const Arguments& arguments)
-{
-    WantedRights wanted;
-    if (arguments.group)
-        wanted.group = groupNamed(*arguments.group);
-    wanted.mode = arguments.mode;
-    return wanted;
-}
-
-struct SeedRow
-{
-    SeedResult result;
-    const char* word; // for programs
-    const char* text;
-};
-
-constexpr SeedRow kSeedResults[] = {
-    {SeedResult::Made, "made", "made"},
-    {SeedResult::TakenUp, "taken up", "taken up: an earlier seed made it, and its key file was lost"},
-    {SeedResult::RightsChanged, "rights changed", "rights changed"},
-    {SeedResult::Unchanged, "unchanged", "was there already; nothing is changed"},
-};
-
-const SeedRow& rowOf(SeedResult result)
-{
-    for (const auto& row : kSeedResults) {
-        if (row.result == result)
-            return row;
-    }
-    return kSeedResults[0];
-}
-
 } // namespace
 
-ExitStatus lockStatus(const Arguments& arguments, std::ostream& answer)
+void addLock(Report& report, const LockState& state)
 {
-    const LockState state = lookAtLock(lockKeyFile());
-    Report report;
     addText(report, state);
     addJson(report, state);
-    report.print(arguments.json, answer);
-    return ExitStatus::Success;
-}
-
-ExitStatus lockSeed(const Arguments& arguments, std::ostream& answer)
-{
-    const std::string keyFile = lockKeyFile();
-    const SeedRow& result = rowOf(seedLock(keyFile, wantedRights(arguments)));
-    const LockState state = lookAtLock(keyFile);
-    Report report;
-    report.text("seed", result.text).json("seed", result.word);
-    addText(report, state);
-    addJson(report, state);
-    report.print(arguments.json, answer);
-    return ExitStatus::Success;
-}
-
-ExitStatus lockRemove(const Arguments& arguments, std::ostream& answer)
-{
-    const std::string keyFile = lockKeyFile();
-    const bool removed = removeLock(keyFile);
-    Report report;
-    report.text("lock", removed ? "removed" : "there was none").json("removed", removed);
-    report.row("key file", "keyFile", keyFile);
-    report.print(arguments.json, answer);
-    return ExitStatus::Success;
 }
 
 } // namespace VorelKestrel::Tool

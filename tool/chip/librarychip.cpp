@@ -1,4 +1,4 @@
-#include "tool/chip/chip.h"
+#include "tool/chip/librarychip.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -6,11 +6,14 @@
 #include <utility>
 
 #include <abstractionlibrary/globalmutex.h>
+#include <authchipdriver/authchipdriver.h>
 #include <authchipdriver/authchipfactory.h>
 #include <authchipdriver/i2c.h>
 
 #include "authchipdriver/bustransaction.h"
-#include "authchipdriver/registermap.h"
+#include "common/hex.h"
+#include "tool/chip/advice.h"
+#include "tool/chip/i2cnode.h"
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -40,6 +43,142 @@ std::string describe(const DriverComplaint& complaint, Error error)
     return text;
 }
 
+/// The factory's driver.
+class LibraryChip : public Chip
+{
+public:
+    /// Has the library detect the chip.
+    LibraryChip(ChipLocation location, DriverLog& log);
+
+    const Generation& generation() const override { return *m_generation; }
+    std::uint8_t deviceVersion() const override { return m_deviceVersion; }
+    ChipIdentity identity() override;
+    Bytes certificate() override;
+    Bytes sign(const Bytes& challenge) override;
+
+private:
+    void check(ACD::Error error, const char* tried, const char* next);
+
+    const ChipLocation m_location;
+    DriverLog& m_log;
+    AuthChipDriver* m_driver;                 // the factory's; never null
+    const Generation* m_generation = nullptr; // never null once constructed
+    std::uint8_t m_deviceVersion = 0;
+};
+
+LibraryChip::LibraryChip(ChipLocation location, DriverLog& log)
+    : m_location(std::move(location)), m_log(log),
+      m_driver(AuthChipFactory::getAuthChipDriverInstance(m_location.device.c_str(), m_location.address))
+{
+    if (m_driver == nullptr)
+        throw diagnose(m_location);
+    m_log.forget();
+    check(m_driver->getDeviceVersion(m_deviceVersion), "read the device version of", kRetry);
+    m_generation = findGeneration(m_deviceVersion);
+    if (m_generation == nullptr) // the library knows a device version that the table of generations lacks
+        throw explainVersion(m_deviceVersion, m_location);
+}
+
+ChipIdentity LibraryChip::identity()
+{
+    ChipIdentity identity;
+    identity.deviceVersion = m_deviceVersion;
+    m_log.forget();
+    check(m_driver->getFirmwareVersion(identity.firmwareVersion), "read the firmware version of", kRetry);
+    check(m_driver->getAuthenticationProtocolMajorVersion(identity.protocolMajorVersion),
+          "read the protocol's major version from", kRetry);
+    check(m_driver->getAuthenticationProtocolMinorVersion(identity.protocolMinorVersion),
+          "read the protocol's minor version from", kRetry);
+    check(m_driver->getDeviceID(identity.deviceId), "read the device ID of", kRetry);
+    check(m_driver->getAccessoryCertificateDataLength(identity.certificateLength), "read the certificate's length from",
+          kRetry);
+    m_driver->getChallengeDataMaximumLength(identity.challengeMaximumLength);
+    m_driver->getChallengeResponseDataMaximumLength(identity.responseMaximumLength);
+    return identity;
+}
+
+Bytes LibraryChip::certificate()
+{
+    m_log.forget();
+    int length = 0;
+    check(m_driver->getAccessoryCertificateDataLength(length), "read the certificate's length from", kRetry);
+    Bytes certificate(static_cast<std::size_t>(length));
+    check(m_driver->getAccessoryCertificateData(certificate.data(), length), "read the certificate from", kRetry);
+    return certificate;
+}
+
+Bytes LibraryChip::sign(const Bytes& challenge)
+{
+    m_log.forget();
+    AL::U8* response = nullptr;
+    int length = 0;
+    const Error error =
+        m_driver->newSignature(challenge.data(), static_cast<int>(challenge.size()), &response, &length);
+    const std::unique_ptr<AL::U8, FreeBlock> block(response);
+    check(error, "have a challenge signed by", kSignAgain);
+    return {response, response + length};
+}
+
+void LibraryChip::check(Error error, const char* tried, const char* next)
+{
+    if (error == Success)
+        return;
+    DriverComplaint complaint = m_log.complaint();
+    if (complaint.text.empty())
+        complaint.systemError = errno; // the version queries say nothing to the drivers' log
+    throw Failure(ExitStatus::Failed, std::string(tried) + " the chip at " + at(m_location), describe(complaint, error),
+                  next);
+}
+
+/// The library's bus.
+class LibraryRawChip : public RawChip
+{
+public:
+    explicit LibraryRawChip(ChipLocation location);
+
+    Bytes read(std::uint8_t reg, int length) override;
+    void write(std::uint8_t reg, const Bytes& data) override;
+
+private:
+    const ChipLocation m_location;
+};
+
+LibraryRawChip::LibraryRawChip(ChipLocation location) : m_location(std::move(location))
+{
+    if (i2cInit(m_location.device.c_str(), m_location.address) != 0)
+        throw diagnose(m_location);
+}
+
+Bytes LibraryRawChip::read(std::uint8_t reg, int length)
+{
+    Bytes data(static_cast<std::size_t>(length));
+    const BusTransaction transaction;
+    const int result = i2cRead(reg, length, data.data());
+    const int error = errno;
+    if (result == length)
+        return data;
+    // The register number was refused, unless an answer came at all; an answer of 0 bytes looks the same.
+    if (result == 0)
+        throw explainRefusal(Step::SetRegister, error, m_location);
+    if (result < 0)
+        throw explainRefusal(Step::ReadRegister, error, m_location);
+    throw Failure(ExitStatus::Failed,
+                  "read " + std::to_string(length) + " bytes from register " + toHex(reg, 2) + " of the chip at " +
+                      at(m_location),
+                  std::to_string(result) + " bytes came",
+                  "Ask for fewer bytes, or look at the bus controller's limits.");
+}
+
+void LibraryRawChip::write(std::uint8_t reg, const Bytes& data)
+{
+    const auto length = static_cast<int>(data.size());
+    const BusTransaction transaction;
+    const int result = i2cWrite(reg, length, data.data());
+    const int error = errno;
+    if (result != length)
+        throw explainRefusal(Step::SetRegister, error, m_location);
+}
+
 } // namespace
 
 Failure diagnose(const ChipLocation& location)
@@ -65,104 +204,18 @@ Failure diagnose(const ChipLocation& location)
             "Try again. If it happens often, look for a loose contact or a slow reset."};
 }
 
-Chip::Chip(ChipLocation location, DriverLog& log)
-    : m_location(std::move(location)), m_log(log),
-      m_driver(AuthChipFactory::getAuthChipDriverInstance(m_location.device.c_str(), m_location.address))
+LibraryChipAccess::LibraryChipAccess(ChipLocation location, DriverLog& log)
+    : m_location(std::move(location)), m_log(log)
+{}
+
+std::unique_ptr<Chip> LibraryChipAccess::detect()
 {
-    if (m_driver == nullptr)
-        throw diagnose(m_location);
-    m_log.forget();
-    check(m_driver->getDeviceVersion(m_deviceVersion), "read the device version of", kRetry);
-    m_generation = findGeneration(m_deviceVersion);
-    if (m_generation == nullptr) // the library knows a device version that the table of generations lacks
-        throw explainVersion(m_deviceVersion, m_location);
+    return std::make_unique<LibraryChip>(m_location, m_log);
 }
 
-ChipIdentity Chip::identity()
+std::unique_ptr<RawChip> LibraryChipAccess::open()
 {
-    ChipIdentity identity;
-    identity.deviceVersion = m_deviceVersion;
-    m_log.forget();
-    check(m_driver->getFirmwareVersion(identity.firmwareVersion), "read the firmware version of", kRetry);
-    check(m_driver->getAuthenticationProtocolMajorVersion(identity.protocolMajorVersion),
-          "read the protocol's major version from", kRetry);
-    check(m_driver->getAuthenticationProtocolMinorVersion(identity.protocolMinorVersion),
-          "read the protocol's minor version from", kRetry);
-    check(m_driver->getDeviceID(identity.deviceId), "read the device ID of", kRetry);
-    check(m_driver->getAccessoryCertificateDataLength(identity.certificateLength), "read the certificate's length from",
-          kRetry);
-    m_driver->getChallengeDataMaximumLength(identity.challengeMaximumLength);
-    m_driver->getChallengeResponseDataMaximumLength(identity.responseMaximumLength);
-    return identity;
-}
-
-Bytes Chip::certificate()
-{
-    m_log.forget();
-    int length = 0;
-    check(m_driver->getAccessoryCertificateDataLength(length), "read the certificate's length from", kRetry);
-    Bytes certificate(static_cast<std::size_t>(length));
-    check(m_driver->getAccessoryCertificateData(certificate.data(), length), "read the certificate from", kRetry);
-    return certificate;
-}
-
-Bytes Chip::sign(const Bytes& challenge)
-{
-    m_log.forget();
-    AL::U8* response = nullptr;
-    int length = 0;
-    const Error error =
-        m_driver->newSignature(challenge.data(), static_cast<int>(challenge.size()), &response, &length);
-    const std::unique_ptr<AL::U8, FreeBlock> block(response);
-    check(error, "have a challenge signed by", kSignAgain);
-    return {response, response + length};
-}
-
-void Chip::check(Error error, const char* tried, const char* next)
-{
-    if (error == Success)
-        return;
-    DriverComplaint complaint = m_log.complaint();
-    if (complaint.text.empty())
-        complaint.systemError = errno; // the version queries say nothing to the drivers' log
-    throw Failure(ExitStatus::Failed, std::string(tried) + " the chip at " + at(m_location), describe(complaint, error),
-                  next);
-}
-
-RawChip::RawChip(ChipLocation location) : m_location(std::move(location))
-{
-    if (i2cInit(m_location.device.c_str(), m_location.address) != 0)
-        throw diagnose(m_location);
-}
-
-Bytes RawChip::read(std::uint8_t reg, int length)
-{
-    Bytes data(static_cast<std::size_t>(length));
-    const BusTransaction transaction;
-    const int result = i2cRead(reg, length, data.data());
-    const int error = errno;
-    if (result == length)
-        return data;
-    // The register number was refused, unless an answer came at all; an answer of 0 bytes looks the same.
-    if (result == 0)
-        throw explainRefusal(Step::SetRegister, error, m_location);
-    if (result < 0)
-        throw explainRefusal(Step::ReadRegister, error, m_location);
-    throw Failure(ExitStatus::Failed,
-                  "read " + std::to_string(length) + " bytes from register " + toHex(reg, 2) + " of the chip at " +
-                      at(m_location),
-                  std::to_string(result) + " bytes came",
-                  "Ask for fewer bytes, or look at the bus controller's limits.");
-}
-
-void RawChip::write(std::uint8_t reg, const Bytes& data)
-{
-    const auto length = static_cast<int>(data.size());
-    const BusTransaction transaction;
-    const int result = i2cWrite(reg, length, data.data());
-    const int error = errno;
-    if (result != length)
-        throw explainRefusal(Step::SetRegister, error, m_location);
+    return std::make_unique<LibraryRawChip>(m_location);
 }
 
 } // namespace VorelKestrel::Tool

@@ -1,19 +1,12 @@
-#include "tool/chip/diagnosis.h"
+#include "tool/chip/advice.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <map>
 #include <ostream>
 #include <string>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
-
-#include "common/scopeddescriptor.h"
-#include "tool/chip/chip.h"
 
 namespace {
 
@@ -94,14 +87,14 @@ INSTANTIATE_TEST_SUITE_P(
                 "delivered nothing"}),
     nameOf);
 
-TEST(DiagnosisTest, HasAdviceForEveryErrorAtEveryStep)
+TEST(AdviceTest, HasAdviceForEveryErrorAtEveryStep)
 {
     constexpr int kUnheardOf = 4095;
     for (const auto step : kSteps)
         EXPECT_NE("", explainRefusal(step, kUnheardOf, kLocation).next());
 }
 
-TEST(DiagnosisTest, LeavesNoPlaceholderInAnyAdvice)
+TEST(AdviceTest, LeavesNoPlaceholderInAnyAdvice)
 {
     for (const auto step : kSteps) {
         for (int error = 1; error < 134; ++error) {
@@ -111,7 +104,7 @@ TEST(DiagnosisTest, LeavesNoPlaceholderInAnyAdvice)
     }
 }
 
-TEST(DiagnosisTest, SuggestsTheHalvedAddressOnlyForNoAnswerAtAnEvenAddressOfAChip)
+TEST(AdviceTest, SuggestsTheHalvedAddressOnlyForNoAnswerAtAnEvenAddressOfAChip)
 {
     const auto suggestsHalf = [](Step step, int address) {
         return explainRefusal(step, ENXIO, {"/dev/i2c-1", address}).next().find("read/write bit") != std::string::npos;
@@ -122,7 +115,7 @@ TEST(DiagnosisTest, SuggestsTheHalvedAddressOnlyForNoAnswerAtAnEvenAddressOfAChi
     EXPECT_FALSE(suggestsHalf(Step::OpenNode, 0x54));
 }
 
-TEST(DiagnosisTest, NamesTheProtocolOfAVersionWithoutDriver)
+TEST(AdviceTest, NamesTheProtocolOfAVersionWithoutDriver)
 {
     EXPECT_EQ("Its device version is 1: protocol 1.0, which is not supported", explainVersion(1, kLocation).answer());
     EXPECT_EQ("Its device version is 2: protocol 2.0A, which is not supported", explainVersion(2, kLocation).answer());
@@ -130,30 +123,19 @@ TEST(DiagnosisTest, NamesTheProtocolOfAVersionWithoutDriver)
     EXPECT_EQ("Its device version is 255: a bus at rest reads so", explainVersion(255, kLocation).answer());
 }
 
-TEST(DiagnosisTest, NamesAnErrorThatHasNoName)
+TEST(AdviceTest, NamesAnErrorThatHasNoName)
 {
     EXPECT_EQ("Unknown error 4095 (4095)", describeSystemError(4095));
 }
 
-TEST(DiagnosisTest, OfAMissingNodeSaysSo)
+TEST(AdviceTest, HasACauseForEveryRefusal)
 {
-    EXPECT_EQ("open /dev/i2c-missing", diagnose({"/dev/i2c-missing", 0x2a}).tried());
-}
-
-TEST(DiagnosisTest, OfANodeWithoutPermissionSaysSo)
-{
-    std::string node = std::filesystem::temp_directory_path() / "authchip-node-XXXXXX";
-    const ScopedDescriptor file(mkstemp(node.data()));
-    ASSERT_EQ(0, fchmod(file.get(), 0));
-    constexpr uid_t kNobody = 65534;
-    const bool isRoot = geteuid() == 0; // whom no permission stops
-    if (isRoot && seteuid(kNobody) != 0)
-        GTEST_SKIP() << "this root cannot become somebody else";
-    const Failure failure = diagnose({node, 0x2a});
-    ASSERT_TRUE(!isRoot || seteuid(0) == 0);
-    unlink(node.c_str());
-
-    EXPECT_EQ("Permission denied (EACCES)", failure.answer());
+    constexpr int kUnheardOf = 4095;
+    EXPECT_STREQ("no permission", causeOfRefusal(Step::OpenNode, EACCES));
+    EXPECT_STREQ("no answer", causeOfRefusal(Step::SetRegister, EREMOTEIO));
+    EXPECT_STREQ("nothing delivered", causeOfRefusal(Step::ReadRegister, kUnheardOf));
+    for (const auto step : kSteps)
+        EXPECT_STRNE("", causeOfRefusal(step, kUnheardOf));
 }
 
 } // namespace

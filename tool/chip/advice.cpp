@@ -1,68 +1,69 @@
-#include "tool/chip/diagnosis.h"
+#include "tool/chip/advice.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
-#include <linux/i2c-dev.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
+#include <iterator>
+#include <string>
 
-#include "authchipdriver/registermap.h"
 #include "common/generations.h"
 #include "common/hex.h"
 
 namespace VorelKestrel::Tool {
 namespace {
 
-using namespace ACD;
-
 constexpr int kAnyError = 0;
 
-/// What to do when a step is refused. In the texts, {device} is the node, {bus} its number, {address} the chip's
-/// address, {halved} half of it, and {sysfs} the kernel's name of a device there.
-struct Advice
+/// A refusal: what it means, and what to do about it. In the texts, {device} is the node, {bus} its number, {address}
+/// the chip's address, {halved} half of it, and {sysfs} the kernel's name of a device there.
+struct Refusal
 {
     Step step;
-    int error; // kAnyError: every other one
+    int error;         // kAnyError: every other one
+    const char* cause; // for programs
     const char* next;
 };
 
 // The first row that fits counts.
-constexpr Advice kAdvice[] = {
-    {Step::OpenNode, ENOENT,
+constexpr Refusal kRefusals[] = {
+    {Step::OpenNode, ENOENT, "node missing",
      "'ls /dev/i2c-*' shows the nodes there are. If there is none, load the driver ('modprobe i2c-dev') and enable\n"
      "the bus in the device tree."},
-    {Step::OpenNode, EACCES,
+    {Step::OpenNode, EACCES, "no permission",
      "Run as root, or join the group that owns the node ('ls -l {device}'; on Debian: 'adduser USER i2c')."},
-    {Step::OpenNode, EPERM, "Run as root; in a container, hand the node in ('--device {device}')."},
-    {Step::OpenNode, ENXIO, "The node has no bus behind it: enable the bus in the device tree, or take another node."},
-    {Step::OpenNode, ENODEV, "The node has no bus behind it: enable the bus in the device tree, or take another node."},
-    {Step::OpenNode, EISDIR, "Name a node such as /dev/i2c-1."},
-    {Step::OpenNode, kAnyError, "See 'ls -l {device}' and the kernel's messages ('dmesg')."},
+    {Step::OpenNode, EPERM, "no permission", "Run as root; in a container, hand the node in ('--device {device}')."},
+    {Step::OpenNode, ENXIO, "node does not open",
+     "The node has no bus behind it: enable the bus in the device tree, or take another node."},
+    {Step::OpenNode, ENODEV, "node does not open",
+     "The node has no bus behind it: enable the bus in the device tree, or take another node."},
+    {Step::OpenNode, EISDIR, "node does not open", "Name a node such as /dev/i2c-1."},
+    {Step::OpenNode, kAnyError, "node does not open", "See 'ls -l {device}' and the kernel's messages ('dmesg')."},
 
-    {Step::SetTimeout, ENOTTY, "{device} is no I2C bus. Name a node such as /dev/i2c-1."},
-    {Step::SetTimeout, kAnyError, "Leave --bus-timeout out; the bus controller keeps its own timeout then."},
+    {Step::SetTimeout, ENOTTY, "no I2C node", "{device} is no I2C bus. Name a node such as /dev/i2c-1."},
+    {Step::SetTimeout, kAnyError, "timeout refused",
+     "Leave --bus-timeout out; the bus controller keeps its own timeout then."},
 
-    {Step::SelectAddress, EBUSY,
+    {Step::SelectAddress, EBUSY, "kernel driver bound",
      "A kernel driver holds the address. 'readlink /sys/bus/i2c/devices/{sysfs}/driver' names it; set it free with\n"
      "'echo {sysfs} > /sys/bus/i2c/devices/{sysfs}/driver/unbind', or remove it from the device tree."},
-    {Step::SelectAddress, EINVAL, "The bus takes no such address; look the chip's 7-bit address up in the schematic."},
-    {Step::SelectAddress, ENOTTY, "{device} is no I2C bus. Name a node such as /dev/i2c-1."},
-    {Step::SelectAddress, kAnyError, "See the kernel's messages ('dmesg')."},
+    {Step::SelectAddress, EINVAL, "address refused",
+     "The bus takes no such address; look the chip's 7-bit address up in the schematic."},
+    {Step::SelectAddress, ENOTTY, "no I2C node", "{device} is no I2C bus. Name a node such as /dev/i2c-1."},
+    {Step::SelectAddress, kAnyError, "address refused", "See the kernel's messages ('dmesg')."},
 
-    {Step::SetRegister, ENXIO,
+    {Step::SetRegister, ENXIO, "no answer",
      "No chip answers there. Check address, supply, reset line and pull-ups; 'i2cdetect -y {bus}' shows who answers."},
-    {Step::SetRegister, EREMOTEIO,
+    {Step::SetRegister, EREMOTEIO, "no answer",
      "No chip answers there. Check address, supply, reset line and pull-ups; 'i2cdetect -y {bus}' shows who answers."},
-    {Step::SetRegister, ETIMEDOUT,
+    {Step::SetRegister, ETIMEDOUT, "bus stuck",
      "The bus is stuck: a line is held low. Check the pull-ups and what else is on the bus; reset the chip."},
-    {Step::SetRegister, EAGAIN,
+    {Step::SetRegister, EAGAIN, "bus busy",
      "Another master keeps the bus busy, or a line is held low. Check what else is on the bus."},
-    {Step::SetRegister, kAnyError, "See the kernel's messages ('dmesg') for the bus controller."},
+    {Step::SetRegister, kAnyError, "bus fails", "See the kernel's messages ('dmesg') for the bus controller."},
 
-    {Step::ReadRegister, ETIMEDOUT,
+    {Step::ReadRegister, ETIMEDOUT, "bus stuck",
      "The chip holds the clock for longer than the bus controller waits. Check the bus clock and the controller's\n"
      "support for clock stretching."},
-    {Step::ReadRegister, kAnyError,
+    {Step::ReadRegister, kAnyError, "nothing delivered",
      "The chip took the register number and delivered nothing. Try a slower bus clock and check the pull-ups."},
 };
 
@@ -107,13 +108,11 @@ std::string describe(Step step)
     return "read from the chip at {address} on {device}";
 }
 
-std::string adviceFor(Step step, int error)
+const Refusal& findRefusal(Step step, int error)
 {
-    for (const auto& advice : kAdvice) {
-        if (advice.step == step && (advice.error == error || advice.error == kAnyError))
-            return advice.next;
-    }
-    return "";
+    return *std::find_if(std::begin(kRefusals), std::end(kRefusals), [=](const Refusal& row) {
+        return row.step == step && (row.error == error || row.error == kAnyError); // each step has a row for any error
+    });
 }
 
 Failure versionFailure(const ChipLocation& location, const std::string& answer, const std::string& next)
@@ -136,10 +135,15 @@ bool mayBeEightBits(int address)
 
 Failure explainRefusal(Step step, int error, const ChipLocation& location)
 {
-    std::string next = adviceFor(step, error);
+    std::string next = findRefusal(step, error).next;
     if (isNoAnswer(step, error) && mayBeEightBits(location.address))
         next += "\nIf {address} is the address with the read/write bit, the 7-bit address is {halved}.";
     return {ExitStatus::Failed, fillIn(describe(step), location), describeSystemError(error), fillIn(next, location)};
+}
+
+const char* causeOfRefusal(Step step, int error)
+{
+    return findRefusal(step, error).cause;
 }
 
 Failure explainVersion(std::uint8_t deviceVersion, const ChipLocation& location)
@@ -156,50 +160,6 @@ Failure explainVersion(std::uint8_t deviceVersion, const ChipLocation& location)
         location, answer + ", which is unknown",
         "Check that the chip at this address is the authentication coprocessor; 'authchip read' lists its\n"
         "registers.");
-}
-
-ScopedDescriptor openNode(const std::string& device)
-{
-    return ScopedDescriptor(
-        open(device.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK)); // no pipe of that name makes us wait
-}
-
-void setBusTimeout(const std::string& device, int milliseconds)
-{
-    constexpr int kMillisecondsPerUnit = 10;
-    const ChipLocation bus = {device, 0}; // of no chip
-    const ScopedDescriptor node = openNode(device);
-    if (node.get() < 0)
-        throw explainRefusal(Step::OpenNode, errno, bus);
-    const int units = (milliseconds + kMillisecondsPerUnit - 1) / kMillisecondsPerUnit;
-    if (ioctl(node.get(), I2C_TIMEOUT, units) < 0)
-        throw explainRefusal(Step::SetTimeout, errno, bus);
-}
-
-bool selectAddress(const ScopedDescriptor& node, int address)
-{
-    return ioctl(node.get(), I2C_SLAVE, address) == 0;
-}
-
-VersionAnswer askVersion(const ScopedDescriptor& node)
-{
-    VersionAnswer answer;
-    AL::U8 byte = kRegisterDeviceVersion;
-    answer.registerSet = write(node.get(), &byte, sizeof(byte)) == sizeof(byte);
-    answer.registerRead = answer.registerSet && read(node.get(), &byte, sizeof(byte)) == sizeof(byte);
-    answer.error = errno;
-    answer.deviceVersion = byte;
-    return answer;
-}
-
-void requireDriver(const VersionAnswer& answer, const ChipLocation& location)
-{
-    if (!answer.registerSet)
-        throw explainRefusal(Step::SetRegister, answer.error, location);
-    if (!answer.registerRead)
-        throw explainRefusal(Step::ReadRegister, answer.error, location);
-    if (findGeneration(answer.deviceVersion) == nullptr)
-        throw explainVersion(answer.deviceVersion, location);
 }
 
 } // namespace VorelKestrel::Tool

@@ -1,0 +1,19 @@
+#ifndef TOOL_CHIP_CHIPLOCATION_H
+#define TOOL_CHIP_CHIPLOCATION_H
+
+#include <string>
+
+namespace VorelKestrel::Tool {
+
+/// Where the chip is.
+struct ChipLocation
+{
+    std::string device; // the i2c-dev node
+    int address = 0;    // 7 bits
+};
+
+constexpr int kSevenBitMaximum = 0x7f; // of an address
+
+} // namespace VorelKestrel::Tool
+
+#endif

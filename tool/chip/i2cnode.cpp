@@ -1,0 +1,60 @@
+#include "tool/chip/i2cnode.h"
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <linux/i2c-dev.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "authchipdriver/registermap.h"
+#include "common/generations.h"
+#include "tool/chip/advice.h"
+
+namespace VorelKestrel::Tool {
+
+ScopedDescriptor openNode(const std::string& device)
+{
+    return ScopedDescriptor(
+        open(device.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK)); // no pipe of that name makes us wait
+}
+
+bool selectAddress(const ScopedDescriptor& node, int address)
+{
+    return ioctl(node.get(), I2C_SLAVE, address) == 0;
+}
+
+void setBusTimeout(const std::string& device, int milliseconds)
+{
+    constexpr int kMillisecondsPerUnit = 10;
+    const ChipLocation bus = {device, 0}; // of no chip
+    const ScopedDescriptor node = openNode(device);
+    if (node.get() < 0)
+        throw explainRefusal(Step::OpenNode, errno, bus);
+    const int units = (milliseconds + kMillisecondsPerUnit - 1) / kMillisecondsPerUnit;
+    if (ioctl(node.get(), I2C_TIMEOUT, units) < 0)
+        throw explainRefusal(Step::SetTimeout, errno, bus);
+}
+
+VersionAnswer askVersion(const ScopedDescriptor& node)
+{
+    VersionAnswer answer;
+    std::uint8_t byte = ACD::kRegisterDeviceVersion;
+    answer.registerSet = write(node.get(), &byte, sizeof(byte)) == sizeof(byte);
+    answer.registerRead = answer.registerSet && read(node.get(), &byte, sizeof(byte)) == sizeof(byte);
+    answer.error = errno;
+    answer.deviceVersion = byte;
+    return answer;
+}
+
+void requireDriver(const VersionAnswer& answer, const ChipLocation& location)
+{
+    if (!answer.registerSet)
+        throw explainRefusal(Step::SetRegister, answer.error, location);
+    if (!answer.registerRead)
+        throw explainRefusal(Step::ReadRegister, answer.error, location);
+    if (findGeneration(answer.deviceVersion) == nullptr)
+        throw explainVersion(answer.deviceVersion, location);
+}
+
+} // namespace VorelKestrel::Tool

@@ -1,0 +1,33 @@
+#ifndef TOOL_CHIP_LIBRARYCHIP_H
+#define TOOL_CHIP_LIBRARYCHIP_H
+
+#include "tool/chip/chip.h"
+#include "tool/chip/chiplocation.h"
+#include "tool/chip/driverlog.h"
+#include "tool/report/failure.h"
+
+namespace VorelKestrel::Tool {
+
+/// The chip behind the library. @p log stays the caller's and outlives this and its chips.
+class LibraryChipAccess : public ChipAccess
+{
+public:
+    LibraryChipAccess(ChipLocation location, DriverLog& log);
+
+    std::unique_ptr<Chip> detect() override;
+    std::unique_ptr<RawChip> open() override;
+
+private:
+    const ChipLocation m_location;
+    DriverLog& m_log;
+};
+
+/**
+ * Finds out why the factory returned no driver: takes the same steps, one try for each, and explains the first that is
+ * refused. Waits for the bus as the library does.
+ */
+Failure diagnose(const ChipLocation& location);
+
+} // namespace VorelKestrel::Tool
+
+#endif

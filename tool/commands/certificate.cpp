@@ -1,0 +1,62 @@
+#include "tool/commands/command.h"
+
+#include <CLI/CLI.hpp>
+
+#include "tool/commands/chipreport.h"
+#include "tool/commands/output.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+class CertificateCommand : public Command
+{
+public:
+    void declare(CLI::App& app) override
+    {
+        m_output.declare(app, "Store the certificate as the chip holds it; - is standard output");
+        app.add_flag("--pem", m_pem, "Store it as X.509 in PEM; without -o, on standard output");
+    }
+
+    ExitStatus run(const CommandContext& context) override
+    {
+        const Bytes stored = context.chips->detect()->certificate();
+        if (!m_pem && !m_output.store(stored, context.answer))
+            return ExitStatus::Success;
+
+        const Certificate certificate = parseCertificate(stored);
+        if (m_pem && !m_output.isGiven()) {
+            context.answer << certificate.pem();
+            return ExitStatus::Success;
+        }
+        if (m_pem && !m_output.store(certificate.pem(), context.answer))
+            return ExitStatus::Success;
+
+        auto report = startReport(context.options);
+        const char* container = certificate.isInContainer() ? "PKCS #7" : "X.509";
+        report.text("stored as", container + std::string(" in DER, ") + inBytes(stored.size()))
+            .json("container", container)
+            .json("length", stored.size());
+        report.row("subject", "subject", certificate.subject())
+            .row("issuer", "issuer", certificate.issuer())
+            .row("serial", "serial", certificate.serial())
+            .row("valid from", "notBefore", certificate.notBefore())
+            .row("valid until", "notAfter", certificate.notAfter())
+            .row("key", "key", certificate.keyDescription())
+            .row("SHA-256", "sha256", certificate.sha256());
+        report.print(context.options.json, context.answer);
+        return ExitStatus::Success;
+    }
+
+private:
+    OutputOption m_output;
+    bool m_pem = false;
+};
+
+} // namespace
+
+std::unique_ptr<Command> makeCertificate()
+{
+    return std::make_unique<CertificateCommand>();
+}
+
+} // namespace VorelKestrel::Tool

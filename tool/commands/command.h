@@ -1,0 +1,81 @@
+#ifndef TOOL_COMMANDS_COMMAND_H
+#define TOOL_COMMANDS_COMMAND_H
+
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "tool/chip/chiplocation.h"
+#include "tool/report/exitstatus.h"
+
+namespace CLI {
+class App;
+}
+
+namespace VorelKestrel::Tool {
+
+class ChipAccess;
+
+/// The options that every command takes.
+struct CommonOptions
+{
+    ChipLocation location;
+    std::optional<int> busTimeout; // in milliseconds; none leaves the bus controller's own
+    bool json = false;
+    int verbosity = 0;
+    std::string logConfig; // a property file of log4cplus; empty is none
+};
+
+/// What a command works with.
+struct CommandContext
+{
+    const CommonOptions& options;
+    std::ostream& answer;
+    ChipAccess* chips; // never null for a command that Needs::Library, null for all others
+};
+
+/**
+ * One command: its own options, and what it does. A command lives in a file of its own and has a row in commandTable().
+ *
+ * Errors: interpret() and run() throw Failure.
+ */
+class Command
+{
+public:
+    Command() = default;
+    virtual ~Command() = default;
+    Command(const Command&) = delete;
+    Command& operator=(const Command&) = delete;
+
+    /// Adds the command's own options and arguments. They are stored in this object.
+    virtual void declare(CLI::App& /*app*/) {}
+    /// Turns what was typed into values. Throws Failure (ExitStatus::Usage) for values that make no sense.
+    virtual void interpret() {}
+    /// The largest address that this command takes from the command line.
+    virtual int largestAddress() const { return kSevenBitMaximum; }
+
+    /// Does the work and prints the answer.
+    virtual ExitStatus run(const CommandContext& context) = 0;
+};
+
+/// What a command needs before it can run.
+enum class Needs
+{
+    Nothing,
+    Location, // --device and --address
+    Library   // the same, and the library: authchip-chip runs the command
+};
+
+/// A row of the table of commands.
+struct CommandRow
+{
+    const char* name; // "info"; "lock seed" is the command "seed" of the group "lock"
+    const char* help;
+    Needs needs;
+    std::unique_ptr<Command> (*make)(); // null: a group, whose commands follow
+};
+
+} // namespace VorelKestrel::Tool
+
+#endif

@@ -1,0 +1,45 @@
+#include "tool/commands/command.h"
+
+#include "common/hex.h"
+#include "tool/commands/chipreport.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+class Info : public Command
+{
+public:
+    ExitStatus run(const CommandContext& context) override
+    {
+        const auto chip = context.chips->detect();
+        const auto identity = chip->identity();
+
+        auto report = startReport(context.options);
+        addProtocol(report, *chip);
+        report
+            .text("spoken by the chip",
+                  std::to_string(identity.protocolMajorVersion) + "." + std::to_string(identity.protocolMinorVersion))
+            .json("protocolMajor", identity.protocolMajorVersion)
+            .json("protocolMinor", identity.protocolMinorVersion);
+        report.text("firmware version", std::to_string(identity.firmwareVersion))
+            .json("firmwareVersion", identity.firmwareVersion);
+        report.text("device ID", toHex(identity.deviceId, 8)).json("deviceId", identity.deviceId);
+        report.text("longest challenge", inBytes(static_cast<std::size_t>(identity.challengeMaximumLength)))
+            .json("challengeMaximumLength", identity.challengeMaximumLength);
+        report.text("longest response", inBytes(static_cast<std::size_t>(identity.responseMaximumLength)))
+            .json("responseMaximumLength", identity.responseMaximumLength);
+        report.text("certificate", inBytes(static_cast<std::size_t>(identity.certificateLength)))
+            .json("certificateLength", identity.certificateLength);
+        report.print(context.options.json, context.answer);
+        return ExitStatus::Success;
+    }
+};
+
+} // namespace
+
+std::unique_ptr<Command> makeInfo()
+{
+    return std::make_unique<Info>();
+}
+
+} // namespace VorelKestrel::Tool

@@ -1,0 +1,113 @@
+#include "tool/commands/command.h"
+
+#include <charconv>
+
+#include <grp.h>
+
+#include <CLI/CLI.hpp>
+
+#include "tool/commands/lockreport.h"
+#include "tool/lock/lockseed.h"
+#include "tool/report/failure.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+/// A name, or a number of which no name is needed.
+gid_t groupNamed(const std::string& name)
+{
+    // cppcheck-suppress getgrnamCalled ; authchip has one thread
+    const ::group* entry = getgrnam(name.c_str());
+    if (entry != nullptr)
+        return entry->gr_gid;
+    gid_t number = 0;
+    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
+    constexpr auto kNoGroup = static_cast<gid_t>(-1); // what the kernel takes it for
+    if (!name.empty() && error == std::errc() && end == name.data() + name.size() && number != kNoGroup)
+        return number;
+    throw Failure(ExitStatus::Usage, "make the lock for the group '" + name + "'", "There is no such group",
+                  "'getent group' lists the groups; take the one that owns the bus's node ('ls -l /dev/i2c-*').");
+}
+
+/// Whoever may do one of the two, look or change, cannot use the lock.
+unsigned parseMode(const std::string& text)
+{
+    constexpr const char* kModes[] = {"0600", "0660", "0606", "0666"};
+    for (const std::string mode : kModes) {
+        if (text == mode || text == mode.substr(1))
+            return static_cast<unsigned>(std::stoul(text, nullptr, 8));
+    }
+    throw Failure(ExitStatus::Usage, "give the lock the mode '" + text + "'",
+                  "The library reads and changes it: a class of users has 6 or 0, and the owner 6",
+                  "Give 0600, 0660 or 0666; without --mode it is 0660.");
+}
+
+struct SeedRow
+{
+    SeedResult result;
+    const char* word; // for programs
+    const char* text;
+};
+
+constexpr SeedRow kSeedResults[] = {
+    {SeedResult::Made, "made", "made"},
+    {SeedResult::TakenUp, "taken up", "taken up: an earlier seed made it, and its key file was lost"},
+    {SeedResult::RightsChanged, "rights changed", "rights changed"},
+    {SeedResult::Unchanged, "unchanged", "was there already; nothing is changed"},
+};
+
+const SeedRow& rowOf(SeedResult result)
+{
+    for (const auto& row : kSeedResults) {
+        if (row.result == result)
+            return row;
+    }
+    return kSeedResults[0];
+}
+
+class LockSeed : public Command
+{
+public:
+    void declare(CLI::App& app) override
+    {
+        app.add_option("--group", m_group, "The group whose users may use it, too (the caller's own)")
+            ->type_name("NAME");
+        app.add_option("--mode", m_modeText, "Who may use it, as of a file: 0600, 0660 or 0666 (0660)")
+            ->type_name("MODE");
+    }
+
+    void interpret() override
+    {
+        if (!m_modeText.empty())
+            m_mode = parseMode(m_modeText);
+    }
+
+    ExitStatus run(const CommandContext& context) override
+    {
+        WantedRights wanted;
+        if (m_group)
+            wanted.group = groupNamed(*m_group);
+        wanted.mode = m_mode;
+        const std::string keyFile = lockKeyFile();
+        const SeedRow& result = rowOf(seedLock(keyFile, wanted));
+        Report report;
+        report.text("seed", result.text).json("seed", result.word);
+        addLock(report, lookAtLock(keyFile));
+        report.print(context.options.json, context.answer);
+        return ExitStatus::Success;
+    }
+
+private:
+    std::optional<std::string> m_group; // a name or a number
+    std::string m_modeText;
+    std::optional<unsigned> m_mode;
+};
+
+} // namespace
+
+std::unique_ptr<Command> makeLockSeed()
+{
+    return std::make_unique<LockSeed>();
+}
+
+} // namespace VorelKestrel::Tool

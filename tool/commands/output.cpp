@@ -1,0 +1,49 @@
+#include "tool/commands/output.h"
+
+#include <cerrno>
+#include <fstream>
+#include <ostream>
+
+#include <CLI/CLI.hpp>
+
+#include "tool/report/failure.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+constexpr char kStandardOutput[] = "-";
+
+void storeFile(const std::string& path, const std::string& content)
+{
+    errno = 0;
+    std::ofstream file(path, std::ios::binary);
+    file << content << std::flush;
+    if (!file)
+        throw Failure(ExitStatus::Failed, "write " + path, describeSystemError(errno),
+                      "Name a file that can be written, in a folder that exists.");
+}
+
+} // namespace
+
+void OutputOption::declare(CLI::App& app, const char* description)
+{
+    app.add_option("-o,--output", m_file, description)->type_name("FILE");
+}
+
+bool OutputOption::store(const std::string& content, std::ostream& answer) const
+{
+    if (m_file == kStandardOutput) {
+        answer << content;
+        return false;
+    }
+    if (!m_file.empty())
+        storeFile(m_file, content);
+    return true;
+}
+
+bool OutputOption::store(const Bytes& content, std::ostream& answer) const
+{
+    return store(std::string(content.begin(), content.end()), answer);
+}
+
+} // namespace VorelKestrel::Tool

@@ -1,0 +1,90 @@
+#include "tool/commands/command.h"
+
+#include <fstream>
+#include <iterator>
+
+#include <CLI/CLI.hpp>
+
+#include "tool/commands/chipreport.h"
+#include "tool/commands/output.h"
+#include "tool/commands/values.h"
+#include "tool/report/failure.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+Bytes readFile(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    Bytes content{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    if (file.bad())
+        throw Failure(ExitStatus::Usage, "read a challenge from " + path, "The file cannot be read",
+                      "Name another file.");
+    return content;
+}
+
+void requireLength(const Bytes& challenge, const Generation& generation)
+{
+    if (challenge.size() == generation.challengeLength)
+        return;
+    throw Failure(ExitStatus::Usage, "sign a challenge of " + inBytes(challenge.size()),
+                  "A chip of protocol " + std::string(generation.protocol) + " signs " +
+                      inBytes(generation.challengeLength) + ", the length of a " + generation.digest + " digest",
+                  "Give " + inBytes(generation.challengeLength) + " (" +
+                      std::to_string(2 * generation.challengeLength) +
+                      " hexadecimal digits), or none for a random challenge.");
+}
+
+class Sign : public Command
+{
+public:
+    void declare(CLI::App& app) override
+    {
+        auto* challenge =
+            app.add_option("--challenge", m_challengeText, "The challenge in hexadecimal")->type_name("HEX");
+        app.add_option("--challenge-file", m_challengeFile, "A file that holds the challenge's bytes")
+            ->check(existingFile())
+            ->excludes(challenge)
+            ->type_name("FILE");
+        m_output.declare(app, "Store the signature's bytes; - is standard output");
+    }
+
+    void interpret() override
+    {
+        if (!m_challengeText.empty())
+            m_challenge = parseBytes(m_challengeText, "sign a challenge");
+        if (!m_challengeFile.empty())
+            m_challenge = readFile(m_challengeFile);
+    }
+
+    ExitStatus run(const CommandContext& context) override
+    {
+        const auto chip = context.chips->detect();
+        const Bytes challenge = m_challenge ? *m_challenge : randomChallenge(chip->generation());
+        requireLength(challenge, chip->generation());
+        const Bytes signature = chip->sign(challenge);
+        if (!m_output.store(signature, context.answer))
+            return ExitStatus::Success;
+
+        auto report = startReport(context.options);
+        addProtocol(report, *chip);
+        report.hexRow("challenge", "challenge", challenge).hexRow("signature", "signature", signature);
+        report.print(context.options.json, context.answer);
+        return ExitStatus::Success;
+    }
+
+private:
+    OutputOption m_output;
+    std::string m_challengeText;
+    std::string m_challengeFile;
+    std::optional<Bytes> m_challenge; // none is a random one
+};
+
+} // namespace
+
+std::unique_ptr<Command> makeSign()
+{
+    return std::make_unique<Sign>();
+}
+
+} // namespace VorelKestrel::Tool

@@ -1,0 +1,79 @@
+#include "tool/commands/values.h"
+
+#include <CLI/CLI.hpp>
+
+#include "common/hex.h"
+#include "tool/report/failure.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+constexpr int kEightBitMaximum = 0xff; // of an address
+constexpr int kLargestRegister = 0xff;
+
+Failure usageFailure(const std::string& tried, const std::string& answer, const std::string& next)
+{
+    return {ExitStatus::Usage, tried, answer, next};
+}
+
+} // namespace
+
+int parseAddress(const std::string& text, int maximum)
+{
+    const std::string tried = "use the address '" + text + "'";
+    const auto address = parseNumber(text);
+    if (!address)
+        throw usageFailure(tried, "That is no number", "Give the chip's 7-bit address, for example 0x2a.");
+    if (*address <= maximum)
+        return *address;
+    if (*address <= kEightBitMaximum)
+        throw usageFailure(tried, "An I2C address has 7 bits; this one has 8, the lowest being the read/write bit",
+                           "Leave that bit out: --address " + toHex(static_cast<std::uint32_t>(*address / 2), 2));
+    throw usageFailure(tried, "An I2C address has 7 bits", "Give an address from 0x08 to 0x77.");
+}
+
+int parseBusTimeout(const std::string& text)
+{
+    const auto milliseconds = parseNumber(text);
+    if (!milliseconds || *milliseconds == 0)
+        throw usageFailure("set the timeout of the bus to '" + text + "'",
+                           "A timeout is a number of milliseconds from 1 to 65535",
+                           "Give a number, or leave --bus-timeout out to keep the bus controller's own.");
+    return *milliseconds;
+}
+
+int parseRegister(const std::string& text)
+{
+    const auto reg = parseNumber(text);
+    if (!reg || *reg > kLargestRegister)
+        throw usageFailure("use the register '" + text + "'", "A register is a number from 0 to 0xff",
+                           "'authchip read' without a register lists those with a name.");
+    return *reg;
+}
+
+int parseLength(const std::string& text)
+{
+    const auto length = parseNumber(text);
+    if (!length || *length == 0)
+        throw usageFailure("read '" + text + "' bytes", "A length is a number from 1 to 65535",
+                           "Give a number, or none for the register's own length.");
+    return *length;
+}
+
+Bytes parseBytes(const std::string& text, const std::string& tried)
+{
+    const auto bytes = fromHex(text);
+    if (!bytes)
+        throw usageFailure(tried, "'" + text + "' is no sequence of bytes in hexadecimal",
+                           "Give two digits a byte, for example 00ff10.");
+    return *bytes;
+}
+
+CLI::Validator existingFile()
+{
+    CLI::Validator validator = CLI::ExistingFile;
+    validator.description("");
+    return validator;
+}
+
+} // namespace VorelKestrel::Tool

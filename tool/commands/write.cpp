@@ -1,0 +1,50 @@
+#include "tool/commands/command.h"
+
+#include <CLI/CLI.hpp>
+
+#include "tool/chip/chip.h"
+#include "tool/commands/values.h"
+#include "tool/report/report.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+class Write : public Command
+{
+public:
+    void declare(CLI::App& app) override
+    {
+        app.add_option("REGISTER", m_regText, "Its number, 0 to 0xff")->required();
+        app.add_option("HEX", m_dataText, "The bytes in hexadecimal; \"\" sends the register number alone")->required();
+    }
+
+    void interpret() override
+    {
+        m_reg = parseRegister(m_regText);
+        m_data = parseBytes(m_dataText, "write to a register");
+    }
+
+    ExitStatus run(const CommandContext& context) override
+    {
+        context.chips->open()->write(static_cast<std::uint8_t>(m_reg), m_data);
+        Report report; // nothing for people: silence means success
+        report.json("register", m_reg).json("length", m_data.size());
+        report.print(context.options.json, context.answer);
+        return ExitStatus::Success;
+    }
+
+private:
+    std::string m_regText;
+    std::string m_dataText;
+    int m_reg = 0;
+    Bytes m_data;
+};
+
+} // namespace
+
+std::unique_ptr<Command> makeWrite()
+{
+    return std::make_unique<Write>();
+}
+
+} // namespace VorelKestrel::Tool

@@ -146,7 +146,8 @@ bool readFacts(const Bytestring& option, Message& message)
     message.tried.assign(tried.data(), tried.data() + tried.length());
     const std::size_t moved = facts.failed() ? 0 : static_cast<std::size_t>(facts.result);
     return message.triedLength >= message.tried.size() && message.triedLength <= kMessageMaximumLength &&
-           facts.place < facts.messageCount && (message.isSelection() || moved == message.length);
+           facts.place < facts.messageCount &&
+           (message.isSelection() || (moved == message.length && moved <= facts.requested));
 }
 
 /// For a packet of another program, of which nothing but itself is known.

@@ -1,10 +1,10 @@
-#include <cerrno>
+#include <atomic>
+#include <csignal>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <iostream>
-#include <memory>
 #include <string>
+#include <unistd.h>
 
 #include "common/escaped.h"
 #include "common/preload.h"
@@ -16,7 +16,7 @@
 #include "simulator/node/umockdevfront.h"
 #include "simulator/options.h"
 #include "simulator/program/terminationsignals.h"
-#include "simulator/simulation.h"
+#include "simulator/servedbus.h"
 #include "simulator/usb/i2ctinyusb.h"
 #include "simulator/usb/usbipserver.h"
 #include "simulator/usb/vhciattachment.h"
@@ -25,25 +25,6 @@ using namespace VorelKestrel;
 using namespace VorelKestrel::Simulator;
 
 namespace {
-
-std::shared_ptr<const Credentials> credentialsFor(const Options& options)
-{
-    const Generation& generation = generationOf(options.simulation.chip.deviceVersion);
-    return std::make_shared<const Credentials>(
-        options.keyFile.empty()
-            ? Credentials::generate(generation, options.certificateLength)
-            : Credentials::load(generation, options.keyFile, options.certificateFile, options.certificateLength));
-}
-
-std::unique_ptr<std::ofstream> openLog(const std::string& path)
-{
-    if (path.empty())
-        return nullptr;
-    auto log = std::make_unique<std::ofstream>(path);
-    if (!*log)
-        throw FrontError("cannot write the log " + path + ": " + std::strerror(errno));
-    return log;
-}
 
 void print(const std::string& text)
 {
@@ -57,24 +38,38 @@ int reportNotStarted(const std::string& program, int error)
     return exitStatusOfNotStarted(error);
 }
 
-/// The chip and its bus, as the options want them.
-struct SimulatedBus
+/// Says what differs from a replay, and asks the program to end as a signal to this process would.
+class ReplayWatch
 {
-    explicit SimulatedBus(const Options& options)
-        : log(openLog(options.logFile)), simulation(options.simulation, credentialsFor(options), clock, log.get())
-    {}
-
-    /// Throws FrontError if the log did not take every line.
-    void requireLog(const std::string& path) const
+public:
+    ReplayedBus::Report report()
     {
-        if (log != nullptr && !log->good())
-            throw FrontError("cannot write the log " + path + ": it takes no more; look for a full disk");
+        return [this](const std::string& difference) {
+            m_hasDiffered = true;
+            std::cerr
+                << "authchip-sim: " + difference +
+                       "\n  next: Give the program what it had then, or let --replay-loosely answer by register.\n";
+            kill(getpid(), SIGTERM);
+        };
     }
+    /// The exit status: the program's, if its messages were those of the replay.
+    int statusOf(int result) const { return m_hasDiffered ? kExitNoNode : result; }
 
-    SystemClock clock;
-    const std::unique_ptr<std::ofstream> log;
-    Simulation simulation;
+private:
+    std::atomic<bool> m_hasDiffered{false};
 };
+
+/// Serves the bus to whoever @p stay waits for. Returns the exit status.
+int serveBus(const Options& options, const std::function<int(ServedBus&)>& stay)
+{
+    ReplayWatch watch;
+    ServedBus bus(options, watch.report());
+    const int result = stay(bus);
+    for (const std::string& remark : bus.remarks())
+        std::cerr << "authchip-sim: " << escapedLines(remark) << '\n';
+    bus.requireLog();
+    return watch.statusOf(result);
+}
 
 int runProgram(Program& program, const Options& options, const std::string& variable)
 {
@@ -85,13 +80,12 @@ int runProgram(Program& program, const Options& options, const std::string& vari
 int simulateNode(const Options& options)
 {
     Program program;
-    SimulatedBus bus(options);
-    const PreloadPath library(simulatorsLibrary());
-    const std::string preload = preloads(library.get());
-    const UmockdevFront front(bus.simulation.node(), options.device);
-    const int result = runProgram(program, options, "LD_PRELOAD=" + preload);
-    bus.requireLog(options.logFile);
-    return result;
+    return serveBus(options, [&](ServedBus& bus) {
+        const PreloadPath library(simulatorsLibrary());
+        const std::string preload = preloads(library.get());
+        const UmockdevFront front(bus.node(), bus.device());
+        return runProgram(program, options, "LD_PRELOAD=" + preload);
+    });
 }
 
 /// Where the USB device is to be found.
@@ -120,11 +114,10 @@ int serve(I2cTinyUsb& device, AL::U16 port, const Stay& stay)
 /// Puts the USB device up for as long as @p stay takes.
 int simulateUsbDevice(const Options& options, const Stay& stay)
 {
-    SimulatedBus bus(options);
-    I2cTinyUsb device(bus.simulation.bus());
-    const int result = options.attach ? attach(device, stay) : serve(device, options.usbIpPort, stay);
-    bus.requireLog(options.logFile);
-    return result;
+    return serveBus(options, [&](ServedBus& bus) {
+        I2cTinyUsb device(bus.bus());
+        return options.attach ? attach(device, stay) : serve(device, options.usbIpPort, stay);
+    });
 }
 
 int waitForSignal(const TerminationSignals& signals, const Place& place)

@@ -42,7 +42,8 @@ finds what would be printed in AUTHCHIP_USBIP or AUTHCHIP_DEVICE.
 Exit status: that of PROGRAM, or 128 + n if signal n killed it; otherwise
   0    help was asked for
   2    the options are wrong, or a key or certificate does not fit
-  125  the node could not be put up, or the log not be written
+  125  the node could not be put up, the log or the capture not be written,
+       or a message differs from the replay
   126  PROGRAM could not be run
   127  PROGRAM was not found
 
@@ -50,6 +51,7 @@ Examples:
   authchip-sim -- i2ctransfer -y 7 w1@0x2a 0x00 r1
   authchip-sim --device-version 3 --busy-ms 200 --log transfers.txt -- ./host
   authchip-sim --refuse 5 --corrupt-signature -- sh -c './host; ./host'
+  authchip-sim --replay failure.pcapng -- ./host
   authchip-sim --usbip --attach -- authchip info --address 0x2a)";
 
 unsigned long parseNumber(const std::string& text, unsigned long maximum, const std::string& option)
@@ -112,8 +114,16 @@ public:
         m_app.set_help_flag("-h,--help", "This text");
         add("The node and the bus", nodeRows());
         add("A USB device in place of the simulated node", usbIpRows());
+        add("A capture in place of the simulated chip", replayRows());
         add("The chip", chipRows());
         add("Faults", faultRows());
+        m_app.get_option("--replay-loosely")->needs("--replay");
+        for (const auto& rows : {chipRows(), faultRows()}) {
+            for (const OptionRow& row : rows)
+                m_app.get_option("--replay")->excludes(row.name);
+        }
+        for (const char* chips : {"--address", "--bound-address", "--bus-hz"})
+            m_app.get_option("--replay")->excludes(chips);
         m_app.get_option("--certificate")->needs("--key")->excludes("--certificate-length");
         m_app.get_option("--port")->needs("--usbip")->excludes("--attach");
         m_app.get_option("--attach")->needs("--usbip");
@@ -202,6 +212,8 @@ private:
                       [&bus](unsigned long address) { bus.boundAddresses.insert(static_cast<unsigned>(address)); }),
             intoRow("--bus-hz", "HZ", kDoubleWordMaximum, "Clock of the bus; 0 takes no time (0)", bus.bitsPerSecond),
             textRow("--log", "FILE", "Write every transfer to this file", m_options.logFile),
+            textRow("--capture", "FILE", "Write every transfer to this file as a capture for Wireshark",
+                    m_options.captureFile),
         };
     }
 
@@ -214,6 +226,16 @@ private:
                     m_options.usbIpPort),
             {"--attach", nullptr, "Give it to this machine's kernel; as root, with vhci-hcd, i2c-tiny-usb and i2c-dev",
              [this](const std::string&) { m_options.attach = true; }},
+        };
+    }
+
+    std::vector<OptionRow> replayRows()
+    {
+        return {
+            textRow("--replay", "FILE", "Answer as in this capture, message by message; the first that differs ends it",
+                    m_options.replayFile),
+            {"--replay-loosely", nullptr, "Answer by register instead, whatever is asked when",
+             [this](const std::string&) { m_options.replayLoosely = true; }},
         };
     }
 

@@ -10,15 +10,20 @@
 
 namespace VorelKestrel::Simulator {
 
+constexpr char kDefaultDevice[] = "/dev/i2c-7";
+
 /// What the command line asks for.
 struct Options
 {
     SimulationSettings simulation;
-    std::string device = "/dev/i2c-7";
+    std::string device;                // empty: that of the replay, or kDefaultDevice
     std::string keyFile;               // empty: a new key
     std::string certificateFile;       // empty: a self-signed certificate
     std::size_t certificateLength = 0; // 0: as it comes
     std::string logFile;               // empty: no log
+    std::string captureFile;           // empty: no capture
+    std::string replayFile;            // empty: a simulated chip
+    bool replayLoosely = false;        // by register
     bool usbIp = false;                // a USB device in place of the umockdev node
     bool attach = false;               // to the kernel of this machine
     AL::U16 usbIpPort = UsbIpServer::kDefaultPort;

@@ -21,7 +21,11 @@ struct Transfer
 {
     Outcome outcome;
     std::size_t count; // bytes moved, when it is done
+    int error = 0;     // the errno, when it is not done and another than usual
 };
+
+/// The kernel's form of a result: the count, or a negative errno.
+int resultOf(const Transfer& transfer);
 
 /**
  * An I2C bus, message by message. What happens to messages on their way is made of layers, each a Bus before another.
@@ -41,6 +45,8 @@ public:
     virtual Transfer read(unsigned address, AL::U8* data, std::size_t length) = 0;
     /// How long the adapter waits for a message that does not end; only layers on which messages can hang listen.
     virtual void setTimeout(std::chrono::milliseconds /*timeout*/) {}
+    /// A file of the node has selected an address, or was refused with an errno; only layers that write it down listen.
+    virtual void addressSelected(unsigned /*address*/, int /*error*/) {}
 };
 
 } // namespace VorelKestrel::Simulator

@@ -27,6 +27,7 @@ public:
     Transfer write(unsigned address, const AL::U8* data, std::size_t length) override;
     Transfer read(unsigned address, AL::U8* data, std::size_t length) override;
     void setTimeout(std::chrono::milliseconds timeout) override;
+    void addressSelected(unsigned address, int error) override { m_next.addressSelected(address, error); }
 
 private:
     std::string now() const;

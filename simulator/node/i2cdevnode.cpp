@@ -36,21 +36,6 @@ constexpr SmbusShape kSmbusShapes[] = {
     {I2C_SMBUS_I2C_BLOCK_DATA, true, true, 1, 1}, // at least; the data begins with its length
 };
 
-int resultOf(const Transfer& transfer)
-{
-    switch (transfer.outcome) {
-    case Outcome::Done:
-        return static_cast<int>(transfer.count);
-    case Outcome::Refused:
-        return -ENXIO;
-    case Outcome::Failed:
-        return -EIO;
-    case Outcome::TimedOut:
-        return -ETIMEDOUT;
-    }
-    return -EIO;
-}
-
 } // namespace
 
 const unsigned long kBusFunctions = I2C_FUNC_I2C | I2C_FUNC_SMBUS_QUICK | I2C_FUNC_SMBUS_BYTE |
@@ -120,9 +105,13 @@ int I2cDevFile::selectAddress(unsigned long address, bool evenIfBound)
 {
     if (address > (m_tenBit ? kTenBitMaximum : kSevenBitMaximum))
         return -EINVAL;
-    if (!evenIfBound && m_node.m_boundAddresses.count(static_cast<unsigned>(address)) != 0)
+    const auto selected = static_cast<unsigned>(address);
+    const bool isBound = !evenIfBound && m_node.m_boundAddresses.count(selected) != 0;
+    const std::lock_guard<std::mutex> lock(m_node.m_adapter);
+    m_node.m_bus.addressSelected(selected, isBound ? EBUSY : 0);
+    if (isBound)
         return -EBUSY;
-    m_address = static_cast<unsigned>(address);
+    m_address = selected;
     return 0;
 }
 

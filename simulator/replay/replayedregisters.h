@@ -1,0 +1,49 @@
+#ifndef SIMULATOR_REPLAY_REPLAYEDREGISTERS_H
+#define SIMULATOR_REPLAY_REPLAYEDREGISTERS_H
+
+#include <deque>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include "capture/recording.h"
+#include "simulator/bus/bus.h"
+
+namespace VorelKestrel::Simulator {
+
+/**
+ * A bus whose chip answers about each register as it did in a recording, whatever is asked when: the first time as it
+ * did the first time, and so on; the last answer stays. A register that the recording does not have is refused.
+ *
+ * Threads:   as Bus.
+ * Ownership: the recording stays the caller's and outlives the bus.
+ */
+class ReplayedRegisters : public Bus
+{
+public:
+    explicit ReplayedRegisters(const Capture::Recording& recording);
+
+    Transfer write(unsigned address, const AL::U8* data, std::size_t length) override;
+    Transfer read(unsigned address, AL::U8* data, std::size_t length) override;
+
+private:
+    /// A register is named, written or read.
+    enum class Access
+    {
+        Name,
+        Write,
+        Read
+    };
+    using Key = std::pair<Access, std::optional<AL::U8>>;
+
+    static Access writeOf(std::size_t length) { return length > 1 ? Access::Write : Access::Name; }
+    /// Null if there is no answer.
+    const Capture::Message* answerTo(unsigned address, const Key& key);
+
+    std::map<Key, std::deque<const Capture::Message*>> m_answers;
+    std::optional<AL::U8> m_register; // named last
+};
+
+} // namespace VorelKestrel::Simulator
+
+#endif

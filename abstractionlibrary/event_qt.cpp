@@ -14,7 +14,8 @@ class EventVoidPrivate
 public:
     ~EventVoidPrivate()
     {
-        // Qt warns on the console about a mutex that is destroyed locked, and one of these always is.
+        // Deliberate: both are unlocked first. One of them is always locked, and Qt warns on the console about a mutex
+        // that is destroyed locked.
         letGo(m_setMutex);
         letGo(m_waitMutex);
     }

@@ -58,7 +58,7 @@ Error AuthChipDriver20B::newSignature(const AL::U8* challenge, int challengeLeng
                                       int* signatureLength)
 {
     TRACE_ENTER("challengeLength=" << challengeLength);
-    const BusTransaction transaction;
+    BusTransaction transaction;
     if (!transaction.started()) {
         LOG4CPLUS_ERROR(g_logger, "I2C transaction failed");
         return ErrorI2C;
@@ -109,6 +109,7 @@ Error AuthChipDriver20B::newSignature(const AL::U8* challenge, int challengeLeng
     }
     LOG4CPLUS_DEBUG(g_logger, "Successfully generated signature, length=" << length);
     TRACE_LEAVE("result=" << static_cast<int>(Success)); // Deliberate: the number, where the twin writes the word.
+    transaction.stop(); // before the caller gets the block: its line may throw, and the block is freed then
     block.handOver();
     return Success;
 }

@@ -57,7 +57,7 @@ Error AuthChipDriver30::newSignature(const AL::U8* challenge, int challengeLengt
                                      int* challengeResponseLength)
 {
     TRACE_ENTER("challengeLength=" << challengeLength);
-    const BusTransaction transaction;
+    BusTransaction transaction;
     if (!transaction.started()) {
         LOG4CPLUS_ERROR(g_logger, "I2C transaction failed");
         return ErrorI2C;
@@ -119,6 +119,7 @@ Error AuthChipDriver30::newSignature(const AL::U8* challenge, int challengeLengt
     }
     LOG4CPLUS_DEBUG(g_logger, "Successfully read challenge response");
     TRACE_LEAVE("result=Success"); // Deliberate: the word, where the twin writes the number.
+    transaction.stop();            // before the caller gets the block: its line may throw, and the block is freed then
     block.handOver();
     return Success;
 }

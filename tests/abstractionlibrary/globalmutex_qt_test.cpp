@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include <QString>
+#include <QSystemSemaphore>
 #include <gtest/gtest.h>
 
 #include <abstractionlibrary/mutex.h>
@@ -212,6 +214,23 @@ TEST_F(GlobalMutexTest, TheKeyIsTheSameInEveryProcess)
 
     ASSERT_EQ(1U, files.size());
     EXPECT_NE(std::string::npos, files[0].find("Wexfordmallow")) << files[0];
+}
+
+// Processes that do without this library find the lock by that key.
+TEST_F(GlobalMutexTest, IsTheSystemSemaphoreOfQtWithTheKeyWexfordmallow)
+{
+    QSystemSemaphore semaphore(QStringLiteral("Wexfordmallow"), 1, QSystemSemaphore::Open);
+    m_mutex.lock();
+    ObservedThread other([&] { semaphore.acquire(); });
+
+    other.waitUntilItSleeps();
+    EXPECT_FALSE(other.hasEnded());
+
+    m_mutex.unlock();
+    other.join();
+    EXPECT_TRUE(isTaken());
+    semaphore.release();
+    EXPECT_FALSE(isTaken());
 }
 
 /// Counts the operations on semaphores; they fail, or succeed without a semaphore.

@@ -230,7 +230,7 @@ private:
     const PrivateLocks m_locks;
 };
 
-TEST_P(LostRecordDeathTest, StopsTheProcess)
+TEST_P(LostRecordDeathTest, AnObjectThatHasLostItsRecordStopsTheProcessAtTheAssertionOfIt)
 {
     EXPECT_DEATH(GetParam().callWithoutRecord(), assertionFailed("m_data"));
 }

@@ -275,6 +275,24 @@ protected:
     TCPClientSocket m_client;
 };
 
+template<typename Integer, bool (TCPSocket::*receive)(Integer&)>
+void expectToReceiveStraightInto(TCPSocket& socket)
+{
+    FakeSockets sockets;
+    sockets.fails("recv", EIO);
+    Integer value = 0;
+
+    EXPECT_FALSE((socket.*receive)(value));
+    EXPECT_EQ(&value, sockets.newestBuffer());
+}
+
+TEST_F(TCPTransferTest, TheIntegersAreReceivedStraightIntoTheCallersVariable)
+{
+    expectToReceiveStraightInto<U8, &TCPSocket::receiveU8>(m_client);
+    expectToReceiveStraightInto<U16, &TCPSocket::receiveU16>(m_client);
+    expectToReceiveStraightInto<U32, &TCPSocket::receiveU32>(m_client);
+}
+
 struct Transfer
 {
     const char* name;
@@ -695,7 +713,7 @@ const Misuse kMisuses[] = {
 class TCPMisuseDeathTest : public ::testing::TestWithParam<Misuse>
 {};
 
-TEST_P(TCPMisuseDeathTest, StopsTheProcess)
+TEST_P(TCPMisuseDeathTest, ACallInTheWrongStateStopsTheProcessAtTheAssertionOfThatState)
 {
     EXPECT_DEATH(GetParam().misuse(), assertionFailed(GetParam().assertion));
 }

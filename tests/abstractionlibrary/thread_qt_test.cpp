@@ -7,8 +7,10 @@
 #include <sched.h>
 #include <thread>
 
+#include <QThread>
 #include <gtest/gtest.h>
 
+#include "tests/support/corruption.h"
 #include "tests/support/gate.h"
 #include "tests/support/observedthread.h"
 
@@ -242,6 +244,19 @@ TEST(ThreadTest, TheSlotOfRunFollowsTheTwoOfTheDestructor)
     std::memcpy(&offset, &run, sizeof(offset));
 
     EXPECT_EQ(2 * sizeof(void*), offset & ~kVirtualFlag);
+}
+
+// Two words of Qt's, then the thread object and the member function that is called on it.
+TEST(ThreadTest, TheRecordHoldsTheOwnerAndThenTheFunctionThatItRuns)
+{
+    constexpr std::size_t kOwner = sizeof(QThread) / sizeof(void*);
+    FlagThread thread;
+    void* const* const record = static_cast<void* const*>(readSlot(static_cast<Thread&>(thread), recordSlot<Thread>()));
+    EXPECT_EQ(static_cast<Thread*>(&thread), record[kOwner]);
+
+    void (Thread::*entry)() = nullptr;
+    std::memcpy(&entry, &record[kOwner + 1], sizeof(entry));
+    EXPECT_EQ(&Thread::run, entry);
 }
 
 } // namespace

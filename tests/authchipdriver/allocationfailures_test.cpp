@@ -296,7 +296,7 @@ protected:
 };
 
 /// The streams of the C++ library keep a missing block to themselves. The line is then cut, and the operation goes on.
-TEST_F(LineWithoutMemoryTest, IsCutWhereTheStreamHadNoRoomLeftAndTheCallSucceeds)
+TEST_F(LineWithoutMemoryTest, ALineOfTheDriversIsCutWhereTheStreamHasNoRoomLeftAndTheCallSucceeds)
 {
     U32 id = 0;
     m_driver.getDeviceID(id);
@@ -325,7 +325,7 @@ TEST_F(LineWithoutMemoryTest, IsCutWhereTheStreamHadNoRoomLeftAndTheCallSucceeds
     EXPECT_EQ(whole, m_log.records().back().message); // and the next line is whole
 }
 
-TEST_F(LineWithoutMemoryTest, OfTheConsoleNeedsNone)
+TEST_F(LineWithoutMemoryTest, ALineOfTheConsoleNeedsNoMemoryOfTheLibrary)
 {
     m_console.setLevel(9);
     U8 version = 0;
@@ -385,7 +385,7 @@ public:
     }
 };
 
-TEST(AllocationFailureAtTheEndOfATransactionTest, DoesNotEndTheProcess)
+TEST(AllocationFailureAtTheEndOfATransactionTest, LeavesTheOperationWithTheBusReleased)
 {
     Journal journal;
     ComplainingBus bus(journal);
@@ -396,8 +396,14 @@ TEST(AllocationFailureAtTheEndOfATransactionTest, DoesNotEndTheProcess)
     int number = 0;
     for (bool wasFelt = true; wasFelt; ++number) {
         const Shortage shortage(number + 1, Shortage::Extent::One);
-        EXPECT_EQ(Success, driver.getDeviceVersion(version));
+        bool hasThrown = false;
+        try {
+            EXPECT_EQ(Success, driver.getDeviceVersion(version));
+        } catch (const std::bad_alloc&) {
+            hasThrown = true;
+        }
         wasFelt = shortage.wasFelt();
+        EXPECT_EQ(wasFelt, hasThrown);
         EXPECT_FALSE(bus.isLocked());
     }
     EXPECT_GT(number, 1); // Qt did allocate
@@ -583,7 +589,14 @@ TEST_F(AllocationFailureOfAWrapperTest, AQueueLosesNothing)
         int value = 0;
         int timeout = 1;
         QueueVoid queue;
-        queue.push(&value);
+        try {
+            queue.push(&value);
+        } catch (const std::bad_alloc&) {
+            int none = 0;
+            if (queue.pop(none) != nullptr) // nothing has been queued
+                return 2;
+            throw;
+        }
         return queue.pop(timeout) == &value && queue.pop(timeout) == nullptr ? 0 : 1;
     });
 }

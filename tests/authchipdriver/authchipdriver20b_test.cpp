@@ -4,6 +4,8 @@
 #include <stdexcept>
 
 #include "tests/support/drivertest.h"
+#include "tests/support/lastwords.h"
+#include "tests/support/overridingdriver.h"
 
 using namespace VorelKestrel::ACD;
 using VorelKestrel::AL::U8;
@@ -106,7 +108,56 @@ using Signature20BDeathTest = Signature20BTest;
 
 TEST_F(Signature20BDeathTest, ANegativeChallengeLengthReachesWriteWordWhoseRangeAssertionStopsTheProcess)
 {
-    EXPECT_DEATH(sign(-1), "Assertion `\\(value&0xffff0000\\) == 0' failed");
+    EXPECT_DEATH(
+        {
+            m_journal.echo();
+            sign(-1);
+        },
+        assertionFailedAfter({"TRACE Enter label: challengeLength=-1", "lock", kSignatureDataLength},
+                             "(value&0xffff0000) == 0"));
+}
+
+// None of the three pointers is checked: the exchange goes on up to the point where one is needed.
+TEST_F(Signature20BDeathTest, ANullSignaturePointerFaultsWhenTheBlockIsStored)
+{
+    const Bytes challenge = counting(20);
+    EXPECT_EXIT(
+        {
+            m_journal.echo();
+            m_driver.newSignature(challenge.data(), 20, nullptr, &m_length);
+        },
+        diedOfTheAccess,
+        lastWords({kEntry, "lock", kSignatureDataLength, kChallengeLength, kChallenge, "write 10 01", "write 10",
+                   "read 1", "write 11", "read 2"}));
+}
+
+TEST_F(Signature20BDeathTest, ANullSignatureLengthPointerFaultsWhenTheLengthIsStored)
+{
+    const Bytes challenge = counting(20);
+    EXPECT_EXIT(
+        {
+            m_journal.echo();
+            m_driver.newSignature(challenge.data(), 20, &m_signature, nullptr);
+        },
+        diedOfTheAccess,
+        lastWords({kEntry, "lock", kSignatureDataLength, kChallengeLength, kChallenge, "write 10 01", "write 10",
+                   "read 1", "write 11", "read 2"}));
+}
+
+TEST_F(Signature20BDeathTest, ANullChallengeFaultsWhenItIsSent)
+{
+    EXPECT_EXIT(
+        {
+            m_journal.echo();
+            m_driver.newSignature(nullptr, 20, &m_signature, &m_length);
+        },
+        diedOfTheAccess, lastWords({kEntry, "lock", kSignatureDataLength, kChallengeLength}));
+}
+
+TEST_F(Signature20BTest, ANullChallengeOfLength0IsSigned)
+{
+    EXPECT_EQ(Success, m_driver.newSignature(nullptr, 0, &m_signature, &m_length));
+    EXPECT_EQ(counting(128, 7), signature());
 }
 
 // --- the status ------------------------------------------------------------------------------------------------------
@@ -136,6 +187,8 @@ TEST_P(Signature20BStatusTest, OnlyResultBits001Succeed)
     } else {
         EXPECT_EQ(errorLine, lines().back());
         EXPECT_TRUE(outputsAreUntouched());
+        EXPECT_EQ("lock; write 11 00 80; write 20 00 14; " + kChallenge + "; write 10 01; write 10; read 1; unlock",
+                  m_bus.conversation());
         EXPECT_EQ("unlock", m_journal.all().back());
     }
 }
@@ -232,6 +285,30 @@ INSTANTIATE_TEST_SUITE_P(
                                    "write 11")}),
     [](const auto& failure) { return std::string(failure.param.name); });
 
+TEST_F(Signature20BTest, MoreChallengeBytesThanThereAreIsAFailureToo)
+{
+    m_bus.answersWrites([] {
+        std::vector<int> results(2, FakeBus::kAsItIs);
+        results.resize(2 + 100, 22);
+        return results;
+    }());
+
+    EXPECT_EQ(ErrorI2C, sign());
+    EXPECT_TRUE(outputsAreUntouched());
+    EXPECT_EQ("ERROR Failed to write challenge data", lines().back());
+    EXPECT_EQ("lock; " + upTo({kSignatureDataLength, kChallengeLength}, kChallenge) + "; unlock", m_bus.conversation());
+}
+
+TEST_F(Signature20BTest, ASignatureReadThatDeliversMoreThanTheReportedLengthIsAFailureToo)
+{
+    m_bus.holds(0x12, counting(129)).answersReads({FakeBus::kAsItIs, FakeBus::kAsItIs, 129});
+
+    EXPECT_EQ(ErrorI2C, sign());
+    EXPECT_EQ(nullptr, m_signature);
+    EXPECT_EQ(128, m_length);
+    EXPECT_EQ("ERROR Failed to read signature data", lines().back());
+}
+
 TEST_F(Signature20BTest, AShortSignatureReadFreesTheBlockLeavesThePointerNullAndTheLengthAtTheReportedValue)
 {
     m_bus.deliversOnly(0x12, 127);
@@ -275,6 +352,74 @@ TEST_F(Signature20BTest, WithTraceDisabledNoCallOfTheHookIsMade)
 
     EXPECT_EQ(before, m_log.hookCalls().size());
 }
+
+// --- register helpers of a host --------------------------------------------------------------------------------------
+
+/// A driver whose register helpers are the host's, on a bus that signs.
+class Signature20BHelpersTest : public Signature20BTest
+{
+protected:
+    Signature20BHelpersTest()
+    {
+        m_overriding.holds(0x10, 0x10).holds(0x11, 5);
+        m_journal.clear();
+    }
+    Error sign()
+    {
+        const Bytes challenge = counting(20);
+        return m_overriding.newSignature(challenge.data(), 20, &m_signature, &m_length);
+    }
+
+    OverridingDriver<AuthChipDriver20B> m_overriding{m_journal};
+};
+
+TEST_F(Signature20BHelpersTest, AreAllCalledThroughTheirVirtualSlots)
+{
+    EXPECT_EQ(Success, sign());
+    EXPECT_EQ(counting(5, 7), signature());
+    EXPECT_THAT(m_journal.all(), ElementsAre(kEntry, "lock", "writeWord 11 128", "writeWord 20 20", kChallenge,
+                                             "writeByte 10 1", "readByte 10", "readWord 11", "write 12", "read 5",
+                                             "DEBUG Successfully generated signature, length=5",
+                                             "TRACE Leave label: result=0", "unlock"));
+}
+
+struct FailingHelper
+{
+    const char* name;
+    const char* call;
+    const char* line;
+};
+
+std::ostream& operator<<(std::ostream& stream, const FailingHelper& helper)
+{
+    return stream << helper.name;
+}
+
+class Signature20BFailingHelperTest : public Signature20BHelpersTest,
+                                      public ::testing::WithParamInterface<FailingHelper>
+{};
+
+TEST_P(Signature20BFailingHelperTest, GivesItsVeryErrorAsTheResultAndEndsTheExchange)
+{
+    m_overriding.answers(GetParam().call, ErrorInvalid);
+
+    EXPECT_EQ(ErrorInvalid, sign());
+    EXPECT_TRUE(outputsAreUntouched());
+    const auto all = m_journal.all();
+    ASSERT_GT(all.size(), 3U);
+    EXPECT_THAT(std::vector<std::string>(all.end() - 3, all.end()),
+                ElementsAre(GetParam().call, std::string("ERROR ") + GetParam().line + ", error=2", "unlock"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Helpers, Signature20BFailingHelperTest,
+    ::testing::Values(FailingHelper{"ForTheSignatureDataLength", "writeWord 11 128",
+                                    "Failed to write signature data length"},
+                      FailingHelper{"ForTheChallengeLength", "writeWord 20 20", "Failed to write challenge length"},
+                      FailingHelper{"ForTheStartCommand", "writeByte 10 1", "Failed to write status for new signature"},
+                      FailingHelper{"ForTheStatus", "readByte 10", "Failed to read status"},
+                      FailingHelper{"ForTheSignatureLength", "readWord 11", "Failed to read signature length"}),
+    [](const auto& test) { return std::string(test.param.name); });
 
 // --- exceptions ------------------------------------------------------------------------------------------------------
 

@@ -4,6 +4,8 @@
 #include <stdexcept>
 
 #include "tests/support/drivertest.h"
+#include "tests/support/lastwords.h"
+#include "tests/support/overridingdriver.h"
 
 using namespace VorelKestrel::ACD;
 using VorelKestrel::AL::U8;
@@ -152,6 +154,8 @@ TEST_P(ChallengeResponse30StatusTest, OnlyResultBits001Succeed)
         EXPECT_EQ("ERROR Invalid status result: " + std::to_string(GetParam().status), lines().back());
         EXPECT_EQ(nullptr, m_response);
         EXPECT_EQ(kUntouchedLength, m_length);
+        EXPECT_EQ("lock; " + kChallenge + "; write 20; read 2; write 10 01; write 10; read 1; unlock",
+                  m_bus.conversation());
         EXPECT_EQ("unlock", m_journal.all().back());
     }
 }
@@ -231,6 +235,39 @@ INSTANTIATE_TEST_SUITE_P(
                           upTo({kChallenge, "write 20", "read 2", "write 10 01", "write 10", "read 1"}, "write 11")}),
     [](const auto& failure) { return std::string(failure.param.name); });
 
+TEST_F(ChallengeResponse30Test, MoreChallengeBytesThanThereAreIsAFailureToo)
+{
+    m_bus.answersWrites(std::vector<int>(100, 34));
+
+    EXPECT_EQ(ErrorI2C, sign());
+    EXPECT_EQ(nullptr, m_response);
+    EXPECT_EQ("ERROR Failed to write challenge data", lines().back());
+    EXPECT_EQ("lock; " + upTo({}, kChallenge) + "; unlock", m_bus.conversation());
+}
+
+TEST_F(ChallengeResponse30Test, AResponseReadThatDeliversMoreThanTheReportedLengthIsAFailureToo)
+{
+    m_bus.holds(0x12, counting(65)).answersReads({FakeBus::kAsItIs, FakeBus::kAsItIs, FakeBus::kAsItIs, 65});
+
+    EXPECT_EQ(ErrorI2C, sign());
+    EXPECT_EQ(nullptr, m_response);
+    EXPECT_EQ(64, m_length);
+    EXPECT_EQ("ERROR Failed to read challenge response data", lines().back());
+}
+
+TEST_F(ChallengeResponse30Test, TheLengthIsStoredAfterItsDebugLine)
+{
+    int lengthAtTheLine = 0;
+    m_log.beforeEachRecord([&](const std::string& message) {
+        if (message == "Challenge response length: 64")
+            lengthAtTheLine = m_length;
+    });
+
+    EXPECT_EQ(Success, sign());
+    EXPECT_EQ(kUntouchedLength, lengthAtTheLine);
+    EXPECT_EQ(64, m_length);
+}
+
 TEST_F(ChallengeResponse30Test, AShortResponseReadFreesTheBlockLeavesThePointerNullAndTheLengthAtTheReportedValue)
 {
     m_bus.deliversOnly(0x12, 63);
@@ -268,8 +305,82 @@ TEST_F(ChallengeResponse30DeathTest, ANullChallengeResponseLengthIsNotCaughtAndF
 {
     const Bytes challenge = counting(32);
 
-    EXPECT_DEATH(m_driver.newSignature(challenge.data(), 32, &m_response, nullptr), "");
+    EXPECT_EXIT(
+        {
+            m_journal.echo();
+            m_driver.newSignature(challenge.data(), 32, &m_response, nullptr);
+        },
+        diedOfTheAccess,
+        lastWords({kEntry, "lock", kChallenge, kWritten, "write 20", "read 2", "write 10 01", "write 10", "read 1",
+                   "write 11", "read 2", "DEBUG Challenge response length: 64"}));
 }
+
+// --- register helpers of a host --------------------------------------------------------------------------------------
+
+/// A driver whose register helpers are the host's, on a bus that signs.
+class ChallengeResponse30HelpersTest : public ChallengeResponse30Test
+{
+protected:
+    ChallengeResponse30HelpersTest()
+    {
+        m_overriding.holds(0x20, 32).holds(0x10, 0x10).holds(0x11, 5);
+        m_journal.clear();
+    }
+    Error sign()
+    {
+        const Bytes challenge = counting(32);
+        return m_overriding.newSignature(challenge.data(), 32, &m_response, &m_length);
+    }
+
+    OverridingDriver<AuthChipDriver30> m_overriding{m_journal};
+};
+
+TEST_F(ChallengeResponse30HelpersTest, AreAllCalledThroughTheirVirtualSlots)
+{
+    EXPECT_EQ(Success, sign());
+    EXPECT_EQ(counting(5, 7), response());
+    EXPECT_THAT(m_journal.all(), ElementsAre(kEntry, "lock", kChallenge, kWritten, "readWord 20", "writeByte 10 1",
+                                             "readByte 10", "readWord 11", "DEBUG Challenge response length: 5",
+                                             "write 12", "read 5", "DEBUG Successfully read challenge response",
+                                             "TRACE Leave label: result=Success", "unlock"));
+}
+
+struct FailingHelper
+{
+    const char* name;
+    const char* call;
+    const char* line;
+};
+
+std::ostream& operator<<(std::ostream& stream, const FailingHelper& helper)
+{
+    return stream << helper.name;
+}
+
+class ChallengeResponse30FailingHelperTest : public ChallengeResponse30HelpersTest,
+                                             public ::testing::WithParamInterface<FailingHelper>
+{};
+
+TEST_P(ChallengeResponse30FailingHelperTest, GivesItsVeryErrorAsTheResultAndEndsTheExchange)
+{
+    m_overriding.answers(GetParam().call, ErrorInvalid);
+
+    EXPECT_EQ(ErrorInvalid, sign());
+    EXPECT_EQ(nullptr, m_response);
+    EXPECT_EQ(kUntouchedLength, m_length);
+    const auto all = m_journal.all();
+    ASSERT_GT(all.size(), 3U);
+    EXPECT_THAT(std::vector<std::string>(all.end() - 3, all.end()),
+                ElementsAre(GetParam().call, std::string("ERROR ") + GetParam().line + ", error=2", "unlock"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Helpers, ChallengeResponse30FailingHelperTest,
+    ::testing::Values(FailingHelper{"ForTheChallengeLength", "readWord 20", "Failed to read challenge length"},
+                      FailingHelper{"ForTheStartCommand", "writeByte 10 1", "Failed to write status for new signature"},
+                      FailingHelper{"ForTheStatus", "readByte 10", "Failed to read status"},
+                      FailingHelper{"ForTheResponseLength", "readWord 11", "Failed to read challenge response length"}),
+    [](const auto& test) { return std::string(test.param.name); });
 
 // --- exceptions ------------------------------------------------------------------------------------------------------
 

@@ -198,6 +198,61 @@ TEST_F(AuthChipDriverTest, ReadDWordThatComesShortReturnsErrorI2CWritesOneLineAn
     EXPECT_THAT(lines(), ElementsAre(error("unable to read dword from register 0x4 - i2cRead returns 3")));
 }
 
+TEST_F(AuthChipDriverTest, AReadThatDeliversMoreThanAskedReturnsErrorI2CWritesOneLineAndLeavesTheOutput)
+{
+    m_bus.answersReads({2, 3, 5});
+    U8 byte = 0xee;
+    U16 word = 0xeeee;
+    U32 dword = 0xeeeeeeee;
+
+    EXPECT_EQ(ErrorI2C, m_driver.readByte(0x10, byte));
+    EXPECT_EQ(ErrorI2C, m_driver.readWord(0x30, word));
+    EXPECT_EQ(ErrorI2C, m_driver.readDWord(0x04, dword));
+    EXPECT_EQ(0xee, byte);
+    EXPECT_EQ(0xeeee, word);
+    EXPECT_EQ(0xeeeeeeee, dword);
+    EXPECT_THAT(lines(), ElementsAre(error("unable to read byte from register 0x10 - i2cRead returns 2"),
+                                     error("unable to read word from register 0x30 - i2cRead returns 3"),
+                                     error("unable to read dword from register 0x4 - i2cRead returns 5")));
+}
+
+/// A bus that sees what is in the buffer into which a byte shall be read, and says that one came.
+class LookingBus : public FakeBus
+{
+public:
+    using FakeBus::FakeBus;
+
+    ssize_t read(int /*descriptor*/, void* data, std::size_t count) override
+    {
+        m_found = *static_cast<const U8*>(data);
+        return static_cast<ssize_t>(count);
+    }
+
+    U8 m_found = 0xee;
+};
+
+/// Leaves bytes other than 0 where the stack of the next call is.
+[[gnu::noinline]] void soilStack()
+{
+    volatile U8 bytes[4096];
+    for (volatile U8& byte : bytes)
+        byte = 0xee;
+}
+
+TEST(ReadByteTest, ClearsItsBufferFirst)
+{
+    Journal journal;
+    LookingBus bus(journal);
+    i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+    AuthChipDriver30 driver;
+    U8 value = 0xee;
+    soilStack();
+
+    EXPECT_EQ(Success, driver.readByte(0x10, value));
+    EXPECT_EQ(0, bus.m_found);
+    EXPECT_EQ(0, value);
+}
+
 TEST_F(AuthChipDriverTest, AReadWhoseRegisterIsRefusedReturnsErrorI2CAndTheLineShows0)
 {
     m_bus.refusesRegister(0x30);
@@ -258,6 +313,20 @@ TEST_F(AuthChipDriverTest, AWriteThatIsTakenInPartReturnsErrorI2C)
 
     EXPECT_EQ(ErrorI2C, m_driver.writeWord(0x20, 1));
     EXPECT_THAT(lines(), ElementsAre(error("unable to write word to register 0x20 - i2cWrite returns 1")));
+}
+
+TEST_F(AuthChipDriverTest, AWriteOfWhichTheBusTakesMoreThanThereIsReturnsErrorI2CAndWritesOneLine)
+{
+    m_bus.answersWrites(std::vector<int>(100, 3));
+    EXPECT_EQ(ErrorI2C, m_driver.writeByte(0x10, 1));
+    m_bus.answersWrites(std::vector<int>(100, 4));
+    EXPECT_EQ(ErrorI2C, m_driver.writeWord(0x20, 1));
+    m_bus.answersWrites(std::vector<int>(100, 6));
+    EXPECT_EQ(ErrorI2C, m_driver.writeDWord(0x21, 1));
+
+    EXPECT_THAT(lines(), ElementsAre(error("unable to write byte to register 0x10 - i2cWrite returns 2"),
+                                     error("unable to write word to register 0x20 - i2cWrite returns 3"),
+                                     error("unable to write dword to register 0x21 - i2cWrite returns 5")));
 }
 
 using AuthChipDriverDeathTest = AuthChipDriverTest;

@@ -2,10 +2,8 @@
 
 #include <cerrno>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <stdexcept>
-#include <utility>
 
 #include <authchipdriver/authchipdriver20b.h>
 #include <authchipdriver/authchipdriver30.h>
@@ -252,6 +250,26 @@ TEST_F(AuthChipFactoryTest, TheDriverIsMadeWhileTheTransactionIsHeld)
                                              "TRACE Enter label: ", "TRACE Leave label: ", "unlock"));
 }
 
+TEST_F(AuthChipFactoryTest, TheDriverIsStoredBeforeTheTransactionIsReleased)
+{
+    AuthChipDriver* storedByThen = nullptr;
+    m_bus.during("unlock", [&] { storedByThen = detect(); });
+    AuthChipDriver* const driver = detect(7);
+
+    EXPECT_NE(nullptr, storedByThen);
+    EXPECT_EQ(driver, storedByThen);
+    EXPECT_EQ(kDetection, m_bus.conversation());
+}
+
+TEST_F(AuthChipFactoryTest, AReadThatDeliversMoreThanAskedYieldsNullAndALine)
+{
+    m_bus.holds(0x00, {7}).answersReads({2});
+
+    EXPECT_EQ(nullptr, detect());
+    ASSERT_EQ(1U, consoleLines().size());
+    EXPECT_THAT(consoleLines()[0], HasSubstr(") Error in i2cRead, readRes=2 deviceVersion=7 errno="));
+}
+
 TEST_F(AuthChipFactoryTest, AnExceptionWhileTheDriverIsMadeReleasesTheTransactionAndLeavesNoDriver)
 {
     m_log.setLevel(log4cplus::TRACE_LOG_LEVEL);
@@ -265,24 +283,6 @@ TEST_F(AuthChipFactoryTest, AnExceptionWhileTheDriverIsMadeReleasesTheTransactio
 
 // --- two first calls at once -----------------------------------------------------------------------------------------
 
-/// A bus on which another first call begins and ends while one is opening the device.
-class MeetingBus : public FakeBus
-{
-public:
-    using FakeBus::FakeBus;
-
-    int open(const char* path, int flags) override
-    {
-        const int descriptor = FakeBus::open(path, flags);
-        const auto meanwhile = std::exchange(m_meanwhile, nullptr);
-        if (meanwhile)
-            meanwhile();
-        return descriptor;
-    }
-
-    std::function<void()> m_meanwhile;
-};
-
 /// Two first calls, of which the other one is over before this one takes the bus.
 class SimultaneousDetectionTest : public ::testing::Test
 {
@@ -293,16 +293,16 @@ protected:
     }
     AuthChipDriver* detectBoth(U8 versionForTheOther, U8 versionForThisOne)
     {
-        m_bus.m_meanwhile = [this, versionForTheOther, versionForThisOne] {
+        m_bus.during("open /dev/i2c-7", [this, versionForTheOther, versionForThisOne] {
             m_bus.holds(0x00, {versionForTheOther});
             m_other = detect();
             m_bus.holds(0x00, {versionForThisOne});
-        };
+        });
         return detect();
     }
 
     Journal m_journal;
-    MeetingBus m_bus{m_journal};
+    FakeBus m_bus{m_journal};
     ConsoleLog m_console{m_journal};
     DriverLog m_log{m_journal, log4cplus::ERROR_LOG_LEVEL};
     AuthChipDriver* m_other = nullptr;

@@ -6,14 +6,18 @@
 #include <iostream>
 #include <new>
 #include <regex>
+#include <stdexcept>
 #include <streambuf>
 
+#include <authchipdriver/authchipdriver20b.h>
 #include <authchipdriver/authchipdriver30.h>
 #include <authchipdriver/authchipfactory.h>
 
 #include "authchipdriver/consolelog.h"
 #include "tests/support/assertionfailed.h"
 #include "tests/support/drivertest.h"
+#include "tests/support/operations.h"
+#include "tests/support/throwingconsole.h"
 
 using namespace VorelKestrel::ACD;
 using VorelKestrel::AL::DebugStdioLogger;
@@ -213,39 +217,6 @@ TEST_F(ConsoleLogTest, ALineOfTheI2cLayerLeavesErrnoAsItWas)
     EXPECT_EQ(EACCES, errno);
 }
 
-/// A console that throws at one of its lines, of a host that wants to hear of it.
-class ThrowingConsole : private std::streambuf
-{
-public:
-    explicit ThrowingConsole(int line)
-        : m_lines(line), m_before(std::cout.rdbuf(this)), m_masked(std::cout.exceptions())
-    {
-        std::cout.exceptions(std::ios::badbit);
-    }
-    ~ThrowingConsole() override
-    {
-        std::cout.clear();
-        std::cout.exceptions(m_masked);
-        std::cout.rdbuf(m_before);
-    }
-    ThrowingConsole(const ThrowingConsole&) = delete;
-    ThrowingConsole& operator=(const ThrowingConsole&) = delete;
-
-    bool hasThrown() const { return m_lines <= 0; }
-
-private:
-    int_type overflow(int_type character) override
-    {
-        if (character == '\n' && --m_lines == 0)
-            throw std::bad_alloc();
-        return character;
-    }
-
-    int m_lines;
-    std::streambuf* m_before;
-    std::ios::iostate m_masked;
-};
-
 TEST_F(ConsoleLogTest, AnyLineMayThrowAndTheBusIsGivenBackOnce)
 {
     i2cInit(FakeBus::kDevice, FakeBus::kAddress);
@@ -264,6 +235,112 @@ TEST_F(ConsoleLogTest, AnyLineMayThrowAndTheBusIsGivenBackOnce)
         EXPECT_FALSE(m_bus.isLocked()) << "after line " << line;
     }
     EXPECT_EQ(4, line); // start, read and stop; the fourth was not written
+}
+
+// --- exceptions of the line about the end of a transaction -----------------------------------------------------------
+
+/// An exception of the stop line, which is the last of an operation's.
+class StopLineTest : public ConsoleLogTest
+{
+protected:
+    StopLineTest()
+    {
+        i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+        ConsoleLog::setLevel(6);
+    }
+
+    template<typename Driver>
+    void expectExceptionsToLeave(const std::vector<Operation>& operations, bool protocol30)
+    {
+        arrangeHealthyChip(m_bus, protocol30);
+        Driver driver;
+        for (const Operation& operation : operations) {
+            SCOPED_TRACE(operation.name);
+            const std::size_t linesBefore = m_console.lines().size();
+            EXPECT_EQ(0, operation.call(driver));
+            EXPECT_EQ(consoleLine("DbgTrace", "i2c_linuxdev", "i2cStopTransaction()"),
+                      m_journal.only(Journal::Kind::Line).back());
+            m_journal.clear();
+            const ThrowingConsole console(static_cast<int>(m_console.lines().size() - linesBefore));
+            EXPECT_THROW(operation.call(driver), std::bad_alloc);
+            EXPECT_TRUE(console.hasThrown());
+            EXPECT_EQ("unlock", m_journal.only(Journal::Kind::Call).back());
+            EXPECT_FALSE(m_bus.isLocked());
+        }
+    }
+
+    static constexpr int kStopLineOfADeviceId = 3; // after those of the start and of the read
+};
+
+TEST_F(StopLineTest, ThatThrowsLeavesEveryOperationOf20BWithTheBusReleased)
+{
+    expectExceptionsToLeave<AuthChipDriver20B>(operations20B(), false);
+}
+
+TEST_F(StopLineTest, ThatThrowsLeavesEveryOperationOf30WithTheBusReleased)
+{
+    expectExceptionsToLeave<AuthChipDriver30>(operations30(), true);
+}
+
+TEST_F(StopLineTest, ThatThrowsWhileAnotherExceptionIsOnItsWayIsDropped)
+{
+    m_bus.holds(0x04, counting(4));
+    m_log.setLevel(log4cplus::DEBUG_LOG_LEVEL);
+    m_log.beforeEachRecord([](const std::string&) { throw std::runtime_error("appender"); });
+    AuthChipDriver30 driver;
+    VorelKestrel::AL::U32 id = 0;
+    const ThrowingConsole console(kStopLineOfADeviceId);
+
+    EXPECT_THROW(driver.getDeviceID(id), std::runtime_error);
+    EXPECT_TRUE(console.hasThrown());
+    EXPECT_FALSE(m_bus.isLocked());
+}
+
+/// Asks for the device ID when its scope ends, as the destructor of a host may.
+class AskingAtEnd
+{
+public:
+    explicit AskingAtEnd(AuthChipDriver& driver) : m_driver(driver) {}
+    ~AskingAtEnd() { m_driver.getDeviceID(m_id); }
+    AskingAtEnd(const AskingAtEnd&) = delete;
+    AskingAtEnd& operator=(const AskingAtEnd&) = delete;
+
+private:
+    AuthChipDriver& m_driver;
+    VorelKestrel::AL::U32 m_id = 0;
+};
+
+TEST_F(StopLineTest, ThatThrowsInADestructorOfAHostWhoseOwnExceptionIsOnItsWayDoesNotEndTheProcess)
+{
+    m_bus.holds(0x04, counting(4));
+    AuthChipDriver30 driver;
+    const ThrowingConsole console(kStopLineOfADeviceId);
+
+    EXPECT_THROW(
+        {
+            const AskingAtEnd atEnd(driver);
+            throw std::runtime_error("the host");
+        },
+        std::runtime_error);
+    EXPECT_TRUE(console.hasThrown());
+    EXPECT_FALSE(m_bus.isLocked());
+}
+
+TEST_F(StopLineTest, ThatThrowsLeavesTheFactoryWithTheBusReleasedAndTheNextCallHasTheDriver)
+{
+    m_bus.holds(0x00, {7});
+    const auto detect = [] { return AuthChipFactory::getAuthChipDriverInstance(FakeBus::kDevice, FakeBus::kAddress); };
+    {
+        constexpr int kStopLine = 5; // after those of opening, start, read and the version
+        const ThrowingConsole console(kStopLine);
+        EXPECT_THROW(detect(), std::bad_alloc);
+        EXPECT_TRUE(console.hasThrown());
+    }
+    EXPECT_FALSE(m_bus.isLocked());
+    m_journal.clear();
+
+    EXPECT_NE(nullptr, detect());
+    EXPECT_EQ("", m_bus.conversation());
 }
 
 using ConsoleLogDeathTest = ConsoleLogTest;

@@ -2,9 +2,11 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <iostream>
 
 #include "tests/support/drivertest.h"
+#include "tests/support/lastwords.h"
 
 using namespace VorelKestrel::ACD;
 using VorelKestrel::AL::U8;
@@ -74,6 +76,40 @@ TEST_F(I2cInitTest, OnAnAddressThatTheIoctlRefusesReturns1WithALineAndClosesTheN
                 ElementsAre("open /dev/i2c-7", "select ab", error("Unable to select address 0xab"), "close"));
     EXPECT_THAT(m_bus.openDescriptors(), IsEmpty());
     EXPECT_EQ(EBUSY, errno);
+}
+
+TEST_F(I2cInitTest, TakesEveryResultOfOpenThatIsNotNegativeForADescriptor)
+{
+    m_bus.answersOpen(0);
+
+    EXPECT_EQ(0, i2cInit(FakeBus::kDevice, FakeBus::kAddress));
+    EXPECT_EQ("open /dev/i2c-7; select 2a", m_bus.conversation());
+    i2cClose();
+}
+
+TEST_F(I2cInitTest, TakesEveryNegativeResultOfOpenForARefusal)
+{
+    m_bus.answersOpen(-2);
+
+    EXPECT_EQ(1, i2cInit(FakeBus::kDevice, FakeBus::kAddress));
+    EXPECT_THAT(m_journal.all(), ElementsAre("open /dev/i2c-7", error("Unable to open /dev/i2c-7")));
+}
+
+TEST_F(I2cInitTest, TakesEveryResultOfTheIoctlThatIsNotNegativeForConsent)
+{
+    m_bus.answersSelect(1);
+
+    EXPECT_EQ(0, i2cInit(FakeBus::kDevice, FakeBus::kAddress));
+    EXPECT_EQ("open /dev/i2c-7; select 2a", m_bus.conversation());
+}
+
+TEST_F(I2cInitTest, TakesEveryNegativeResultOfTheIoctlForARefusal)
+{
+    m_bus.answersSelect(-2);
+
+    EXPECT_EQ(1, i2cInit(FakeBus::kDevice, FakeBus::kAddress));
+    EXPECT_THAT(m_journal.all(),
+                ElementsAre("open /dev/i2c-7", "select 2a", error("Unable to select address 0x2a"), "close"));
 }
 
 TEST_F(I2cInitTest, PrintsANegativeAddressInHexadecimalAndReturnsToDecimal)
@@ -333,7 +369,12 @@ TEST(I2cCloseTest, IgnoresTheResultOfClose)
     i2cClose();
 
     EXPECT_THAT(journal.all(), ElementsAre("close")); // once, and without a line
-    EXPECT_DEATH(i2cClose(), "g_file != -1");
+    EXPECT_DEATH(
+        {
+            journal.echo();
+            i2cClose();
+        },
+        assertionFailedAfter({}, "g_file != -1"));
 }
 
 // --- lines -----------------------------------------------------------------------------------------------------------
@@ -368,11 +409,21 @@ TEST_F(I2cTransactionTest, TraceLinesShowRegistersInHexadecimalWithoutLeadingZer
     EXPECT_THAT(lines(), ElementsAre(trace("i2cRead(reg=0xa, length=16)"), trace("i2cWrite(reg=0xb, length=16)")));
 }
 
-TEST_F(I2cTransactionTest, TraceLinesAreNotWrittenAtLevel5)
+TEST_F(I2cTransactionTest, BelowLevel6NoOperationWritesALineAlsoWhereTheBusRefuses)
 {
-    m_console.setLevel(5);
-    i2cStartTransaction();
-    i2cStopTransaction();
+    m_bus.holds(0x3a, {1}).refusesRegister(0x3b).failsReadsOf(0x3c).refusesData(0x3d);
+    U8 byte = 7;
+    for (int level = -1; level <= 5; ++level) {
+        m_console.setLevel(level);
+        i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+        i2cStartTransaction();
+        for (const U8 reg : {U8{0x3a}, U8{0x3b}, U8{0x3c}})
+            i2cRead(reg, 1, &byte);
+        for (const U8 reg : {U8{0x3a}, U8{0x3d}})
+            i2cWrite(reg, 1, &byte);
+        i2cStopTransaction();
+        i2cClose();
+    }
 
     EXPECT_THAT(lines(), IsEmpty());
 }
@@ -393,7 +444,7 @@ TEST_F(I2cInitTest, ErrorLinesAreWrittenAtLevel2AndNotAtLevel1)
 struct Misuse
 {
     const char* name;
-    const char* traceLine; // as a regular expression
+    const char* traceLine;
     void (*call)();
 };
 
@@ -402,65 +453,103 @@ std::ostream& operator<<(std::ostream& stream, const Misuse& misuse)
     return stream << misuse.name;
 }
 
-class I2cClosedDeathTest : public ::testing::TestWithParam<Misuse>
-{};
+/// Each operation but i2cInit() in a process whose device is not open: it leaves its trace line, and nothing else
+/// before the assertion.
+class I2cClosedDeathTest : public BusTest, public ::testing::WithParamInterface<Misuse>
+{
+protected:
+    static int init() { return i2cInit(FakeBus::kDevice, FakeBus::kAddress); }
+
+    void callAndEcho()
+    {
+        ConsoleLog::setLevel(6);
+        m_journal.echo();
+        GetParam().call();
+    }
+    static auto itsTraceLineAndTheAssertion()
+    {
+        return assertionFailedAfter({trace(GetParam().traceLine)}, "g_file != -1");
+    }
+};
 
 TEST_P(I2cClosedDeathTest, BeforeI2cInitStopsTheProcessAfterItsTraceLine)
 {
-    EXPECT_DEATH(
-        {
-            ConsoleLog::setLevel(6);
-            std::cout.rdbuf(std::cerr.rdbuf());
-            GetParam().call();
-        },
-        std::string(GetParam().traceLine) + "\n.*Assertion `g_file != -1' failed");
+    EXPECT_DEATH(callAndEcho(), itsTraceLineAndTheAssertion());
 }
 
-TEST_P(I2cClosedDeathTest, AfterI2cCloseStopsTheProcess)
+TEST_P(I2cClosedDeathTest, AfterI2cCloseStopsTheProcessAfterItsTraceLine)
 {
-    EXPECT_DEATH(
-        {
-            Journal journal;
-            FakeBus bus(journal);
-            i2cInit(FakeBus::kDevice, FakeBus::kAddress);
-            i2cClose();
-            GetParam().call();
-        },
-        "Assertion `g_file != -1' failed");
+    init();
+    i2cClose();
+    EXPECT_DEATH(callAndEcho(), itsTraceLineAndTheAssertion());
 }
 
-TEST_P(I2cClosedDeathTest, AfterAFailedI2cInitStopsTheProcess)
+TEST_P(I2cClosedDeathTest, AfterANodeThatCannotBeOpenedStopsTheProcessAfterItsTraceLine)
 {
-    EXPECT_DEATH(
-        {
-            Journal journal;
-            FakeBus bus(journal);
-            bus.refusesAddress(EBUSY);
-            i2cInit(FakeBus::kDevice, FakeBus::kAddress);
-            GetParam().call();
-        },
-        "Assertion `g_file != -1' failed");
+    m_bus.refusesToOpen(ENOENT);
+    init();
+    EXPECT_DEATH(callAndEcho(), itsTraceLineAndTheAssertion());
+}
+
+TEST_P(I2cClosedDeathTest, AfterAnAddressThatIsRefusedStopsTheProcessAfterItsTraceLine)
+{
+    m_bus.refusesAddress(EBUSY);
+    init();
+    EXPECT_DEATH(callAndEcho(), itsTraceLineAndTheAssertion());
+}
+
+TEST_P(I2cClosedDeathTest, AfterANodeThatCannotBeOpenedASecondTimeDoesNotGoBackToTheFirstDescriptor)
+{
+    init();
+    m_bus.refusesToOpen(ENOENT);
+    init();
+    EXPECT_DEATH(callAndEcho(), itsTraceLineAndTheAssertion());
+}
+
+TEST_P(I2cClosedDeathTest, AfterAnAddressThatIsRefusedTheSecondTimeDoesNotGoBackToTheFirstDescriptor)
+{
+    init();
+    m_bus.refusesAddress(EBUSY);
+    init();
+    EXPECT_DEATH(callAndEcho(), itsTraceLineAndTheAssertion());
 }
 
 U8 g_byte = 0;
 
 INSTANTIATE_TEST_SUITE_P(
     Operations, I2cClosedDeathTest,
-    ::testing::Values(Misuse{"StartTransaction", "i2cStartTransaction\\(\\)", [] { i2cStartTransaction(); }},
-                      Misuse{"Read", "i2cRead\\(reg=0x1, length=1\\)", [] { i2cRead(1, 1, &g_byte); }},
-                      Misuse{"Write", "i2cWrite\\(reg=0x1, length=1\\)", [] { i2cWrite(1, 1, &g_byte); }},
-                      Misuse{"StopTransaction", "i2cStopTransaction\\(\\)", [] { i2cStopTransaction(); }},
-                      Misuse{"Close", "i2cClose\\(\\)", [] { i2cClose(); }}),
+    ::testing::Values(Misuse{"StartTransaction", "i2cStartTransaction()", [] { i2cStartTransaction(); }},
+                      Misuse{"Read", "i2cRead(reg=0x1, length=1)", [] { i2cRead(1, 1, &g_byte); }},
+                      Misuse{"Write", "i2cWrite(reg=0x1, length=1)", [] { i2cWrite(1, 1, &g_byte); }},
+                      Misuse{"StopTransaction", "i2cStopTransaction()", [] { i2cStopTransaction(); }},
+                      Misuse{"Close", "i2cClose()", [] { i2cClose(); }}),
     [](const auto& misuse) { return std::string(misuse.param.name); });
+
+// What is left of the process when the library's own objects are destroyed.
+TEST(I2cUnloadingTest, LeavesTheDeviceOpenAndTheLockAlone)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a forked child could not end: log4cplus would wait for its threads
+    EXPECT_EXIT(
+        {
+            auto* const journal = new Journal; // these outlive every static object
+            auto* const bus = new FakeBus(*journal);
+            i2cInit(FakeBus::kDevice, FakeBus::kAddress);
+            journal->echo();
+            bus->forget();
+            std::exit(EXIT_SUCCESS);
+        },
+        ::testing::ExitedWithCode(EXIT_SUCCESS), lastWords({}));
+}
 
 TEST_F(I2cTransactionTest, StartingTwiceWithoutStoppingWaitsForEver)
 {
     EXPECT_DEATH(
         {
+            m_journal.echo();
             i2cStartTransaction();
             i2cStartTransaction();
         },
-        "the lock is taken twice");
+        ::testing::StartsWith("lock\nlock\nfake bus: the lock is taken twice"));
 }
 
 } // namespace

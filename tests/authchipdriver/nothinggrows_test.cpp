@@ -167,12 +167,12 @@ protected:
 using NothingGrowsInAFailure20BTest = NothingGrowsInAFailureTest;
 using NothingGrowsInAFailure30Test = NothingGrowsInAFailureTest;
 
-TEST_P(NothingGrowsInAFailure20BTest, HoweverOftenItHappens)
+TEST_P(NothingGrowsInAFailure20BTest, MemoryDescriptorsThreadsAndSemaphoresAreTheSameAfterManyFailures)
 {
     repeatFailureOf<AuthChipDriver20B>(false);
 }
 
-TEST_P(NothingGrowsInAFailure30Test, HoweverOftenItHappens)
+TEST_P(NothingGrowsInAFailure30Test, MemoryDescriptorsThreadsAndSemaphoresAreTheSameAfterManyFailures)
 {
     repeatFailureOf<AuthChipDriver30>(true);
 }
@@ -229,12 +229,12 @@ protected:
 using NothingGrowsWithAnException20BTest = NothingGrowsWithAnExceptionTest;
 using NothingGrowsWithAnException30Test = NothingGrowsWithAnExceptionTest;
 
-TEST_P(NothingGrowsWithAnException20BTest, OfTheHookOfTheAppenderOrOfTheAllocator)
+TEST_P(NothingGrowsWithAnException20BTest, NothingIsLeftBehindByExceptionsOfTheHookTheAppenderAndTheAllocator)
 {
     repeatExceptionsOf<AuthChipDriver20B>(false);
 }
 
-TEST_P(NothingGrowsWithAnException30Test, OfTheHookOfTheAppenderOrOfTheAllocator)
+TEST_P(NothingGrowsWithAnException30Test, NothingIsLeftBehindByExceptionsOfTheHookTheAppenderAndTheAllocator)
 {
     repeatExceptionsOf<AuthChipDriver30>(true);
 }
@@ -327,7 +327,7 @@ TEST(FailedDetectionTest, LeavesADescriptorOfTheProcessOpenEachTime)
     EXPECT_EQ(before + kDetections, descriptorCount());
 }
 
-TEST_F(NothingGrowsTest, InTheBusFunctions)
+TEST_F(NothingGrowsTest, FailedCallsOfTheBusFunctionsLeaveNothingBehind)
 {
     m_bus.refusesToOpen(ENOENT);
     repeat([] { return i2cInit(FakeBus::kDevice, FakeBus::kAddress) == 1; });
@@ -348,7 +348,7 @@ TEST_F(NothingGrowsTest, InTheBusFunctions)
 // --- the wrappers of the operating system
 // -----------------------------------------------------------------------------
 
-TEST_F(NothingGrowsTest, InLocksThatAreTaken)
+TEST_F(NothingGrowsTest, RefusedLocksLeaveNothingBehind)
 {
     Mutex mutex;
     mutex.lock();
@@ -356,7 +356,7 @@ TEST_F(NothingGrowsTest, InLocksThatAreTaken)
     mutex.unlock();
 }
 
-TEST_F(NothingGrowsTest, InALockBetweenProcessesThatTheSystemRefuses)
+TEST_F(NothingGrowsTest, ALockBetweenProcessesThatTheSystemRefusesLeavesNothingBehind)
 {
     GlobalMutex mutex;
     m_bus.m_lockError = EPERM;
@@ -367,7 +367,7 @@ TEST_F(NothingGrowsTest, InALockBetweenProcessesThatTheSystemRefuses)
     });
 }
 
-TEST_F(NothingGrowsTest, InLocksBetweenProcessesThatCannotBeMade)
+TEST_F(NothingGrowsTest, LocksBetweenProcessesThatCannotBeMadeLeaveNothingBehind)
 {
     const TemporaryDirectory directory;
     const EnvironmentVariable folder("TMPDIR", directory.path());
@@ -384,7 +384,7 @@ TEST_F(NothingGrowsTest, InLocksBetweenProcessesThatCannotBeMade)
     });
 }
 
-TEST_F(NothingGrowsTest, InLocksBetweenProcessesThatAreMadeAndTakenAway)
+TEST_F(NothingGrowsTest, LocksBetweenProcessesThatAreMadeAndTakenAwayLeaveNothingBehind)
 {
     const TemporaryDirectory directory;
     const EnvironmentVariable folder("TMPDIR", directory.path());
@@ -396,7 +396,7 @@ TEST_F(NothingGrowsTest, InLocksBetweenProcessesThatAreMadeAndTakenAway)
     });
 }
 
-TEST_F(NothingGrowsTest, InEventsAndQueues)
+TEST_F(NothingGrowsTest, TimeoutsAndRefusalsOfEventsAndQueuesLeaveNothingBehind)
 {
     int value = 0;
     EventVoid event;
@@ -410,7 +410,7 @@ TEST_F(NothingGrowsTest, InEventsAndQueues)
     });
 }
 
-TEST_F(NothingGrowsTest, InSocketsThatCannotBeOpened)
+TEST_F(NothingGrowsTest, SocketsThatCannotBeOpenedLeaveNothingBehind)
 {
     const UnheardPort nobody;
     for (const char* const call : {"socket", "connect", "bind", "listen"}) {
@@ -428,7 +428,7 @@ TEST_F(NothingGrowsTest, InSocketsThatCannotBeOpened)
     repeat([&] { return !client.connect(kLoopback, nobody.number()); });
 }
 
-TEST_F(NothingGrowsTest, InConnectionsThatBreak)
+TEST_F(NothingGrowsTest, ConnectionsThatBreakLeaveNothingBehind)
 {
     TCPServer server;
     TCPClientSocket client;
@@ -456,7 +456,7 @@ public:
     void run() override {}
 };
 
-TEST_F(NothingGrowsTest, InThreadsThatCannotBeStarted)
+TEST_F(NothingGrowsTest, ThreadsThatCannotBeStartedLeaveNothingBehind)
 {
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {}); // Qt says it each time
     repeat([] {

@@ -5,6 +5,8 @@
 #include <authchipdriver/i2c.h>
 
 #include <cstdlib>
+#include <string>
+#include <type_traits>
 
 #include <authchipdriver/authchipdriver20b.h>
 #include <authchipdriver/authchipdriver30.h>
@@ -60,7 +62,17 @@ protected:
 };
 
 using Drivers = ::testing::Types<AuthChipDriver20B, AuthChipDriver30>;
-TYPED_TEST_SUITE(RefusedTransactionTest, Drivers);
+
+/// Cases are called by the generation that they test.
+struct DriverNames
+{
+    template<typename Driver>
+    static std::string GetName(int /*index*/)
+    {
+        return std::is_same<Driver, AuthChipDriver30>::value ? "30" : "20B";
+    }
+};
+TYPED_TEST_SUITE(RefusedTransactionTest, Drivers, DriverNames);
 
 TYPED_TEST(RefusedTransactionTest, DeviceIdReturnsErrorI2CWithoutAnExitLineAndWithoutAStop)
 {

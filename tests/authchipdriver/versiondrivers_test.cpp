@@ -7,6 +7,7 @@
 #include <authchipdriver/authchipdriver30.h>
 
 #include "tests/support/drivertest.h"
+#include "tests/support/overridingdriver.h"
 
 using namespace VorelKestrel::ACD;
 using VorelKestrel::AL::U16;
@@ -62,7 +63,17 @@ protected:
 };
 
 using Twins = ::testing::Types<Twin20B, Twin30>;
-TYPED_TEST_SUITE(VersionDriverTest, Twins);
+
+/// Cases are called by the class that they test.
+struct TwinNames
+{
+    template<typename Twin>
+    static std::string GetName(int /*index*/)
+    {
+        return Twin::kName;
+    }
+};
+TYPED_TEST_SUITE(VersionDriverTest, Twins, TwinNames);
 
 /// The conversation of a certificate read: so many full pages, then one of the rest.
 std::string pages(int fullPages, int rest = 0)
@@ -151,6 +162,22 @@ TYPED_TEST(VersionDriverTest, ARawReadThatFailsReturnsMinus1)
     EXPECT_EQ(-1, this->m_driver.rawRead(0x31, this->m_buffer.data(), 2));
     EXPECT_THAT(this->lines(), ElementsAre("TRACE Enter label: reg=0x31, numBytes=2",
                                            "ERROR Read failed: expected=2, actual=-1", "TRACE Leave label: result=-1"));
+}
+
+TYPED_TEST(VersionDriverTest, ARawWriteOfWhichTheBusTakesMoreThanThereIsLogsAnErrorAndReturnsTheCount)
+{
+    this->bus().answersWrites(std::vector<int>(100, 4));
+
+    EXPECT_EQ(3, this->rawWrite(0x21, {1, 2}));
+    EXPECT_THAT(this->lines(), ::testing::Contains("ERROR Write failed: expected=2, actual=3"));
+}
+
+TYPED_TEST(VersionDriverTest, ARawReadThatDeliversMoreThanAskedLogsAnErrorAndReturnsTheCount)
+{
+    this->bus().answersReads({3});
+
+    EXPECT_EQ(3, this->m_driver.rawRead(0x31, this->m_buffer.data(), 2));
+    EXPECT_THAT(this->lines(), ::testing::Contains("ERROR Read failed: expected=2, actual=3"));
 }
 
 TYPED_TEST(VersionDriverTest, ARawWriteOf0BytesStillPutsTheRegisterOnTheBusAndLogsNoError)
@@ -447,6 +474,88 @@ TYPED_TEST(VersionDriverTest, ALengthOfMinus1EndsInSuccess)
     EXPECT_THAT(this->lines(), ::testing::Contains("DEBUG Successfully read all data: -1 bytes"));
 }
 
+TYPED_TEST(VersionDriverTest, APageThatDeliversMoreThanAskedEndsTheReadWithAnError)
+{
+    this->bus().holdsCertificate(counting(300)).answersReads({129});
+    int length = 300;
+
+    EXPECT_EQ(ErrorI2C, this->readCertificate(length));
+    EXPECT_EQ(129, length);
+    EXPECT_THAT(this->lines(),
+                ElementsAre("TRACE Enter label: requested length=300", "DEBUG Reading page 1, bytes=128",
+                            "ERROR Read failed: read=129, toRead=128, page=2",
+                            "ERROR Incomplete read: expected=300, actual=129", "TRACE Leave label: result=ErrorI2C"));
+    EXPECT_EQ(pages(1), this->conversation());
+}
+
+TYPED_TEST(VersionDriverTest, MoreBytesThanTheWholeRequestAreAnErrorToo)
+{
+    this->bus().holdsCertificate(counting(128)).answersReads({129});
+    int length = 128;
+
+    EXPECT_EQ(ErrorI2C, this->readCertificate(length));
+    EXPECT_EQ(129, length);
+    EXPECT_THAT(this->lines(), ::testing::Contains("ERROR Incomplete read: expected=128, actual=129"));
+}
+
+// The caller's length may change during the call, by another thread of the host. The bytes to read are those that it
+// told when the bus was taken, the bytes that should have come those that it tells at the end.
+TYPED_TEST(VersionDriverTest, TheBytesToReadAreTheLengthAtTheMomentWhenTheBusIsHeld)
+{
+    int length = 200;
+    this->bus().holdsCertificate(counting(300)).during("lock", [&] { length = 100; });
+
+    EXPECT_EQ(Success, this->readCertificate(length));
+    EXPECT_EQ(100, length);
+    EXPECT_EQ(pages(0, 100), this->conversation());
+    EXPECT_EQ("TRACE Enter label: requested length=200", this->lines().front());
+}
+
+TYPED_TEST(VersionDriverTest, TheBytesThatCameAreComparedWithTheLengthAsItIsAfterTheLastPage)
+{
+    int length = 200;
+    this->bus().holdsCertificate(counting(300)).during("read 72", [&] { length = 201; });
+
+    EXPECT_EQ(ErrorI2C, this->readCertificate(length));
+    EXPECT_EQ(200, length);
+    EXPECT_EQ(pages(1, 72), this->conversation());
+    EXPECT_THAT(this->lines(), ::testing::Contains("ERROR Incomplete read: expected=201, actual=200"));
+}
+
+/// The values that a variable has while each line is written, by the line's first word after the level.
+template<typename Call>
+std::vector<std::string> valuesAtLines(DriverLog& log, const int& variable, const Call& call)
+{
+    std::vector<std::string> values;
+    log.beforeEachRecord([&](const std::string& message) {
+        values.push_back(message.substr(0, message.find(' ')) + " " + std::to_string(variable));
+    });
+    call();
+    log.beforeEachRecord(nullptr);
+    return values;
+}
+
+TYPED_TEST(VersionDriverTest, TheLengthOfAnIncompleteCertificateIsSetBetweenItsErrorLineAndTheExitLine)
+{
+    this->bus().holdsCertificate(counting(300)).deliversOnly(0x31, 100);
+    int length = 300;
+    const auto values = valuesAtLines(this->m_log, length, [&] { this->readCertificate(length); });
+
+    EXPECT_THAT(values, ElementsAre("Enter 300", "Reading 300", "Read 300", "Incomplete 300", "Leave 100"));
+}
+
+TYPED_TEST(VersionDriverTest, ACertificateLengthIsSetBetweenItsLineAndTheExitLine)
+{
+    this->bus().holds(0x30, {0x03, 0x8b});
+    int length = -77;
+    const auto read = [&] { this->driver().getAccessoryCertificateDataLength(length); };
+
+    EXPECT_THAT(valuesAtLines(this->m_log, length, read), ElementsAre("Enter -77", "Certificate -77", "Leave 907"));
+    this->bus().refusesRegister(0x30);
+    length = -77;
+    EXPECT_THAT(valuesAtLines(this->m_log, length, read), ElementsAre("Enter -77", "Failed -77", "Leave 0"));
+}
+
 TYPED_TEST(VersionDriverTest, TheLengthRegisterIsNotLookedAtWhileTheCertificateIsRead)
 {
     this->bus().holdsCertificate(counting(300)).holds(0x30, {0, 1});
@@ -458,36 +567,45 @@ TYPED_TEST(VersionDriverTest, TheLengthRegisterIsNotLookedAtWhileTheCertificateI
 
 // --- every operation -------------------------------------------------------------------------------------------------
 
-/// A driver whose register helpers are its own.
-template<typename Driver>
-class OverridingDriver : public Driver
-{
-public:
-    Error readWord(int reg, U16& value) override
-    {
-        value = static_cast<U16>(1000 + reg);
-        return Success;
-    }
-    Error readDWord(int reg, U32& value) override
-    {
-        value = 2000 + static_cast<U32>(reg);
-        return ErrorInvalid;
-    }
-};
-
 TYPED_TEST(VersionDriverTest, RegisterHelpersAreCalledThroughTheirVirtualSlots)
 {
-    OverridingDriver<typename TypeParam::Driver> driver;
+    OverridingDriver<typename TypeParam::Driver> driver(this->m_journal);
+    driver.holds(0x30, 1030).holds(0x04, 2004);
     this->m_journal.clear();
     int length = 0;
     U32 id = 0;
 
     EXPECT_EQ(Success, driver.getAccessoryCertificateDataLength(length));
-    EXPECT_EQ(1000 + 0x30, length);
+    EXPECT_EQ(1030, length);
+    EXPECT_EQ(Success, driver.getDeviceID(id));
+    EXPECT_EQ(2004U, id);
+    EXPECT_EQ("lock; readWord 30; unlock; lock; readDWord 4; unlock", this->conversation());
+}
+
+TYPED_TEST(VersionDriverTest, ADeviceIdReturnsTheVeryErrorOfItsRegisterHelper)
+{
+    OverridingDriver<typename TypeParam::Driver> driver(this->m_journal);
+    driver.answers("readDWord 4", ErrorInvalid);
+    this->m_journal.clear();
+    U32 id = 0;
+
     EXPECT_EQ(ErrorInvalid, driver.getDeviceID(id));
-    EXPECT_EQ(2000U + 0x04U, id);
-    EXPECT_EQ("lock; unlock; lock; unlock", this->conversation());
-    EXPECT_THAT(this->lines(), ::testing::Contains("ERROR Failed to read device ID, error=2"));
+    EXPECT_THAT(this->journal(),
+                ElementsAre("TRACE Enter label: Reading device ID", "lock", "readDWord 4",
+                            "ERROR Failed to read device ID, error=2", "TRACE Leave label: result=2", "unlock"));
+}
+
+TYPED_TEST(VersionDriverTest, ACertificateLengthReturnsTheVeryErrorOfItsRegisterHelper)
+{
+    OverridingDriver<typename TypeParam::Driver> driver(this->m_journal);
+    driver.answers("readWord 30", ErrorInvalid);
+    this->m_journal.clear();
+    int length = 0;
+
+    EXPECT_EQ(ErrorInvalid, driver.getAccessoryCertificateDataLength(length));
+    EXPECT_THAT(this->journal(), ElementsAre("TRACE Enter label: ", "lock", "readWord 30",
+                                             "ERROR Failed to read certificate data length, error=2",
+                                             "TRACE Leave label: result=2", "unlock"));
 }
 
 template<typename Driver>
@@ -523,6 +641,32 @@ TYPED_TEST(VersionDriverTest, EveryRecordOfAnOperationCarriesItsSignatureAndTheP
         EXPECT_EQ(operation, records[i].function) << records[i].message;
         EXPECT_THAT(records[i].function, ::testing::HasSubstr(std::string(TypeParam::kName) + "::"));
         EXPECT_EQ(TypeParam::kSource, records[i].file) << records[i].message;
+    }
+}
+
+TYPED_TEST(VersionDriverTest, EveryLabelIsAskedForWithTheComponentWexfordmallow)
+{
+    const typename TypeParam::Driver another;
+    callEveryOperation(this->m_driver, this->m_buffer.data());
+
+    ASSERT_GT(this->m_log.hookCalls().size(), 16U);
+    for (const auto& call : this->m_log.hookCalls())
+        EXPECT_EQ("Wexfordmallow", call.component) << call.prettyFunction;
+}
+
+TYPED_TEST(VersionDriverTest, TheHookIsGivenNewStringsForEachLineSoThatItMayEvenOverwriteThem)
+{
+    callEveryOperation(this->m_driver, this->m_buffer.data());
+    const auto expected = this->m_log.hookCalls();
+    this->m_log.spoilHookArguments();
+    callEveryOperation(this->m_driver, this->m_buffer.data());
+    callEveryOperation(this->m_driver, this->m_buffer.data());
+
+    const auto& calls = this->m_log.hookCalls();
+    ASSERT_EQ(3 * expected.size(), calls.size());
+    for (std::size_t i = 0; i < calls.size(); ++i) {
+        EXPECT_EQ(expected[i % expected.size()].prettyFunction, calls[i].prettyFunction);
+        EXPECT_EQ(expected[i % expected.size()].component, calls[i].component);
     }
 }
 

@@ -41,9 +41,19 @@ protected:
 };
 
 using Drivers = ::testing::Types<ACD::AuthChipDriver20B, ACD::AuthChipDriver30>;
-TYPED_TEST_SUITE(DriverSlotsTest, Drivers);
 
-TYPED_TEST(DriverSlotsTest, TwoToFiveReadTheVersions)
+/// Cases are called by the generation that they test.
+struct DriverNames
+{
+    template<typename Driver>
+    static std::string GetName(int /*index*/)
+    {
+        return std::is_same_v<Driver, ACD::AuthChipDriver30> ? "30" : "20B";
+    }
+};
+TYPED_TEST_SUITE(DriverSlotsTest, Drivers, DriverNames);
+
+TYPED_TEST(DriverSlotsTest, SlotsTwoToFiveReadTheVersions)
 {
     U8 version = 0;
     EXPECT_EQ("lock; write 00; read 1; unlock", this->traffic(kSuccess, 2, &version));
@@ -52,13 +62,13 @@ TYPED_TEST(DriverSlotsTest, TwoToFiveReadTheVersions)
     EXPECT_EQ("lock; write 03; read 1; unlock", this->traffic(kSuccess, 5, &version));
 }
 
-TYPED_TEST(DriverSlotsTest, SixReadsTheDeviceId)
+TYPED_TEST(DriverSlotsTest, SlotSixReadsTheDeviceId)
 {
     U32 id = 0;
     EXPECT_EQ("lock; write 04; read 4; unlock", this->traffic(kSuccess, 6, &id));
 }
 
-TYPED_TEST(DriverSlotsTest, SevenSigns)
+TYPED_TEST(DriverSlotsTest, SlotSevenSignsAChallenge)
 {
     const Bytes challenge = counting(32);
     U8* response = nullptr;
@@ -69,7 +79,7 @@ TYPED_TEST(DriverSlotsTest, SevenSigns)
     std::free(response);
 }
 
-TYPED_TEST(DriverSlotsTest, EightAndNineReadTheCertificate)
+TYPED_TEST(DriverSlotsTest, SlotsEightAndNineReadTheCertificate)
 {
     int length = 0;
     EXPECT_EQ("lock; write 30; read 2; unlock", this->traffic(kSuccess, 8, &length));
@@ -79,7 +89,7 @@ TYPED_TEST(DriverSlotsTest, EightAndNineReadTheCertificate)
     EXPECT_EQ("lock; write 31; read 5; unlock", this->traffic(kSuccess, 9, &page[0], &length));
 }
 
-TYPED_TEST(DriverSlotsTest, TenAndElevenTellTheLimits)
+TYPED_TEST(DriverSlotsTest, SlotsTenAndElevenTellTheLimits)
 {
     constexpr bool protocol30 = std::is_same_v<TypeParam, ACD::AuthChipDriver30>;
     int length = 0;
@@ -89,7 +99,7 @@ TYPED_TEST(DriverSlotsTest, TenAndElevenTellTheLimits)
     EXPECT_EQ(protocol30 ? 32 : 20, length);
 }
 
-TYPED_TEST(DriverSlotsTest, TwelveAndThirteenMoveRawBytes)
+TYPED_TEST(DriverSlotsTest, SlotsTwelveAndThirteenMoveRawBytes)
 {
     U8 data[3] = {1, 2, 3};
     const void* const bytes = data;
@@ -97,7 +107,7 @@ TYPED_TEST(DriverSlotsTest, TwelveAndThirteenMoveRawBytes)
     EXPECT_EQ("lock; write 31; read 3; unlock", this->traffic(3, 13, U8{0x31}, bytes, 3));
 }
 
-TYPED_TEST(DriverSlotsTest, FourteenToNineteenAreTheRegisterHelpers)
+TYPED_TEST(DriverSlotsTest, SlotsFourteenToNineteenAreTheRegisterHelpers)
 {
     U8 byte = 0;
     U16 word = 0;
@@ -143,7 +153,7 @@ TEST_F(HostsDriverSlotsTest, TheLibraryCallsAnOverriddenHelperThroughItsSlot)
     EXPECT_EQ("readByte ", calls);
 }
 
-TEST_F(HostsDriverSlotsTest, ZeroDestroysAndOneDestroysAndFrees)
+TEST_F(HostsDriverSlotsTest, SlotZeroDestroysAndSlotOneDestroysAndFrees)
 {
     std::string calls;
     alignas(HostsDriver) unsigned char memory[sizeof(HostsDriver)];
@@ -164,7 +174,7 @@ private:
     std::string& m_calls;
 };
 
-TEST(ThreadSlotsTest, ZeroAndOneAreTheDestructorsAndTwoIsRun)
+TEST(ThreadSlotsTest, SlotsZeroAndOneAreTheDestructorsAndSlotTwoIsRun)
 {
     std::string calls;
     alignas(HostsThread) unsigned char memory[sizeof(HostsThread)];

@@ -5,6 +5,7 @@
 #include <limits>
 #include <malloc.h>
 #include <new>
+#include <string>
 
 namespace {
 
@@ -19,6 +20,8 @@ constexpr int kNone = 0;
 thread_local int t_refusedNumber = kNone; // counts down to the allocation that is refused
 thread_local bool t_refusesOnwards = false;
 thread_local bool t_refused = false;
+
+thread_local allocations::Watch* t_watch = nullptr;
 
 std::atomic<long> g_blocks{0};
 std::atomic<long> g_bytes{0};
@@ -76,7 +79,10 @@ void __libc_free(void* block);
 
 __attribute__((visibility("default"))) void* malloc(std::size_t size)
 {
-    return allocate(size, [=] { return __libc_malloc(size); });
+    void* const block = allocate(size, [=] { return __libc_malloc(size); });
+    if (t_watch != nullptr && !t_paused)
+        t_watch->allocated(block, size);
+    return block;
 }
 
 __attribute__((visibility("default"))) void* calloc(std::size_t count, std::size_t size)
@@ -115,6 +121,8 @@ __attribute__((visibility("default"))) int posix_memalign(void** block, std::siz
 __attribute__((visibility("default"))) void free(void* block)
 {
     countLiving(block, -1);
+    if (t_watch != nullptr && !t_paused)
+        t_watch->freed(block);
     __libc_free(block);
 }
 
@@ -198,6 +206,32 @@ Shortage::~Shortage()
 bool Shortage::wasFelt() const // NOLINT(readability-convert-member-functions-to-static): as Counter::count().
 {
     return t_refused;
+}
+
+Watch::Watch(std::size_t size, Journal& journal) : m_size(size), m_journal(journal)
+{
+    t_watch = this;
+}
+
+Watch::~Watch()
+{
+    t_watch = nullptr;
+}
+
+void Watch::allocated(void* block, std::size_t size)
+{
+    if (size != m_size)
+        return;
+    const Pause pause;
+    m_journal.add(Journal::Kind::Call, "malloc " + std::to_string(size));
+    m_blocks.insert(block);
+}
+
+void Watch::freed(void* block)
+{
+    const Pause pause;
+    if (m_blocks.erase(block) > 0)
+        m_journal.add(Journal::Kind::Call, "free " + std::to_string(m_size));
 }
 
 Living living()

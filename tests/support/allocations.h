@@ -3,6 +3,9 @@
 
 #include <cstddef>
 #include <ostream>
+#include <set>
+
+#include "tests/support/journal.h"
 
 /**
  * The allocations of this thread. A program that links allocations.cpp defines malloc and its kin itself, so that the
@@ -50,6 +53,26 @@ public:
 
     /// True once an allocation was refused.
     bool wasFelt() const;
+};
+
+/// While it lives, writes down what becomes of this thread's blocks from malloc of exactly one size: "malloc 97",
+/// "free 97".
+class Watch
+{
+public:
+    Watch(std::size_t size, Journal& journal);
+    ~Watch();
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+
+    // For malloc and free.
+    void allocated(void* block, std::size_t size);
+    void freed(void* block);
+
+private:
+    const std::size_t m_size;
+    Journal& m_journal;
+    std::set<void*> m_blocks;
 };
 
 /// The blocks of the whole process that were allocated and not freed.

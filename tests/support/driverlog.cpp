@@ -65,7 +65,12 @@ std::string DriverLog::callHook(const std::string& prettyFunction, const std::st
 {
     if (m_keepsRecords)
         m_hookCalls.push_back({prettyFunction, component});
-    return m_hookAnswer ? m_hookAnswer(prettyFunction) : "label";
+    const std::string answer = m_hookAnswer ? m_hookAnswer(prettyFunction) : "label";
+    if (m_spoilsHookArguments) {
+        for (const std::string* const argument : {&prettyFunction, &component})
+            const_cast<std::string*>(argument)->assign("spoilt");
+    }
+    return answer;
 }
 
 void DriverLog::take(const log4cplus::spi::InternalLoggingEvent& event)

@@ -45,6 +45,9 @@ public:
     /// What the hook answers; "label" where nothing else was set.
     void answerHookWith(std::function<std::string(const std::string& prettyFunction)> answer);
 
+    /// The hook overwrites the strings that it is given, once it has noted them.
+    void spoilHookArguments() { m_spoilsHookArguments = true; }
+
     const std::vector<Record>& records() const { return m_records; }
     const std::vector<HookCall>& hookCalls() const { return m_hookCalls; }
     std::string callHook(const std::string& prettyFunction, const std::string& component);
@@ -56,6 +59,7 @@ private:
 
     Journal& m_journal;
     bool m_keepsRecords = true;
+    bool m_spoilsHookArguments = false;
     log4cplus::Logger m_logger;
     std::vector<Record> m_records;
     std::vector<HookCall> m_hookCalls;

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
+#include <utility>
 
 namespace {
 
@@ -110,6 +111,18 @@ FakeBus& FakeBus::refusesAddress(int error)
     return *this;
 }
 
+FakeBus& FakeBus::answersOpen(int result)
+{
+    m_openResult = result;
+    return *this;
+}
+
+FakeBus& FakeBus::answersSelect(int result)
+{
+    m_addressResult = result;
+    return *this;
+}
+
 FakeBus& FakeBus::refusesWrites(int times)
 {
     m_refusedWrites = times;
@@ -177,6 +190,20 @@ FakeBus& FakeBus::keepsNoJournal()
     return *this;
 }
 
+FakeBus& FakeBus::during(const std::string& call, std::function<void()> action)
+{
+    m_actions[call] = std::move(action);
+    return *this;
+}
+
+void FakeBus::writeDown(const std::string& call)
+{
+    m_journal.add(Journal::Kind::Call, call);
+    const auto action = m_actions.extract(call);
+    if (!action.empty())
+        action.mapped()();
+}
+
 std::string FakeBus::conversation() const
 {
     return join(m_journal.only(Journal::Kind::Call), "; ");
@@ -189,7 +216,7 @@ bool FakeBus::answersFor(const char* path)
 
 bool FakeBus::answersFor(int descriptor)
 {
-    return descriptor >= kFirstDescriptor;
+    return descriptor >= kFirstDescriptor || descriptor == m_openResult;
 }
 
 int FakeBus::open(const char* path, int flags)
@@ -197,6 +224,11 @@ int FakeBus::open(const char* path, int flags)
     record([=] { return std::string("open ") + path + (flags == O_RDWR ? "" : " with other flags"); });
     if (m_openError != 0)
         return failWith(m_openError);
+    if (m_openResult != kAsItIs) {
+        if (m_openResult >= 0)
+            m_open.insert(m_openResult);
+        return m_openResult;
+    }
     static int lastDescriptor = kFirstDescriptor;
     return *m_open.insert(++lastDescriptor).first;
 }
@@ -209,6 +241,8 @@ int FakeBus::ioctl(int descriptor, unsigned long request, unsigned long argument
         return (request == I2C_SLAVE ? "select " : "ioctl " + hexNumber(request) + " ") +
                hexNumber(static_cast<unsigned>(argument));
     });
+    if (m_addressResult != kAsItIs)
+        return m_addressResult;
     return m_addressError != 0 ? failWith(m_addressError) : 0;
 }
 

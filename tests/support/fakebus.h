@@ -3,6 +3,7 @@
 
 #include <climits>
 #include <deque>
+#include <functional>
 #include <initializer_list>
 #include <map>
 #include <set>
@@ -45,6 +46,8 @@ public:
     FakeBus& holdsCertificate(const Bytes& certificate);     ///< in pages from register 0x31, and its length in 0x30
     FakeBus& refusesToOpen(int error);                       ///< the node
     FakeBus& refusesAddress(int error);                      ///< I2C_SLAVE
+    FakeBus& answersOpen(int result);                        ///< 0 is a descriptor, too
+    FakeBus& answersSelect(int result);                      ///< I2C_SLAVE
     FakeBus& refusesWrites(int times);                       ///< the next messages, whatever they are, with ENXIO
     FakeBus& refusesRegister(U8 reg, int times = kForever);  ///< messages that are this register number alone
     FakeBus& refusesData(U8 reg, int times = kForever);      ///< messages to this register with data behind it
@@ -56,6 +59,8 @@ public:
     FakeBus& answersReads(const std::vector<int>& results);  ///< -1 is EIO; what the chip does not hold is 0xff
     FakeBus& forwardsTransfers();                            ///< each transfer enters the kernel once, on /dev/zero
     FakeBus& keepsNoJournal();                               ///< from now on: nothing grows, and it is quick
+    /// What happens once, while the next call is answered that the journal has under that name: "unlock".
+    FakeBus& during(const std::string& call, std::function<void()> action);
 
     /// The system calls since construction or forget(), separated by "; ".
     std::string conversation() const;
@@ -84,8 +89,9 @@ private:
     void record(Describe describe)
     {
         if (m_keepsJournal)
-            m_journal.add(Journal::Kind::Call, describe());
+            writeDown(describe());
     }
+    void writeDown(const std::string& call);
 
     Journal& m_journal;
     bool m_keepsJournal = true;
@@ -94,8 +100,11 @@ private:
     int m_forward = -1;
     U8 m_register = 0;
     std::map<U8, Bytes> m_content;
+    std::map<std::string, std::function<void()>> m_actions;
     int m_openError = 0;
+    int m_openResult = kAsItIs;
     int m_addressError = 0;
+    int m_addressResult = kAsItIs;
     int m_refusedWrites = 0;
     std::map<U8, int> m_refusedRegisters;
     std::map<U8, int> m_refusedData;

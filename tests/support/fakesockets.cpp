@@ -62,6 +62,8 @@ int noticed(int descriptor)
 
 ssize_t receiveFrom(int descriptor, void* data, std::size_t count, int flags)
 {
+    if (FakeSockets* const sockets = g_sockets)
+        sockets->receivesInto(data);
     return answer<ssize_t, ssize_t(int, void*, std::size_t, int)>("recv", transferText(count, flags), descriptor, data,
                                                                   count, flags);
 }

@@ -39,14 +39,19 @@ public:
         long result;
         int error;
     };
+    /// Where the last recv() was asked to put what it receives.
+    const void* newestBuffer() const { return m_newestBuffer; }
+
     /// For the faked calls: writes one down and returns the answer to it, or null if it goes on to the system.
     const Answer* take(const std::string& call, const std::string& details);
     void made(int descriptor) { m_newestDescriptor = descriptor; }
+    void receivesInto(const void* buffer) { m_newestBuffer = buffer; }
 
 private:
     Journal m_journal;
     std::map<std::string, Answer> m_answers;
     int m_newestDescriptor = -1;
+    const void* m_newestBuffer = nullptr;
 };
 
 /// True if the process has that descriptor open.

@@ -1,9 +1,19 @@
 #include "tests/support/journal.h"
 
+#include <cstdio>
+
 void Journal::add(Kind kind, const std::string& text)
 {
     const std::lock_guard<std::mutex> guard(m_mutex);
     m_entries.push_back({kind, text});
+    if (m_echoes)
+        std::fprintf(stderr, "%s\n", text.c_str());
+}
+
+void Journal::echo()
+{
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_echoes = true;
 }
 
 void Journal::clear()

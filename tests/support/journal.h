@@ -17,6 +17,8 @@ public:
 
     void add(Kind kind, const std::string& text);
     void clear();
+    /// From now on each entry is also written to standard error, a line each: what a process that dies leaves behind.
+    void echo();
 
     std::vector<std::string> all() const;
     std::vector<std::string> only(Kind kind) const;
@@ -29,7 +31,8 @@ private:
     };
 
     mutable std::mutex m_mutex;
-    std::vector<Entry> m_entries; // guarded by m_mutex
+    std::vector<Entry> m_entries; // these two guarded by m_mutex
+    bool m_echoes = false;
 };
 
 /// The parts with @p separator between them.

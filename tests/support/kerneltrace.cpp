@@ -31,6 +31,9 @@ std::string nameOf(unsigned long long number)
     case SYS_semop:
     case SYS_semtimedop:
         return "semop";
+    case SYS_clock_gettime:
+    case SYS_gettimeofday:
+        return "clock";
     default:
         return "system call " + std::to_string(number);
     }

@@ -7,6 +7,21 @@
 
 namespace {
 
+struct WatchedBlock
+{
+    const void* address;
+    bool wasDeleted;
+};
+WatchedBlock g_watched[2]; // filled from the front; without a destructor, as they outlive every object
+
+void noteDeletion(const void* block)
+{
+    for (WatchedBlock& watched : g_watched) {
+        if (block != nullptr && watched.address == block)
+            watched.wasDeleted = true;
+    }
+}
+
 thread_local bool g_counting = false;
 thread_local int g_failing = ObjectAllocations::kNone;
 thread_local int g_allocated = 0;
@@ -25,6 +40,21 @@ ObjectAllocations::ObjectAllocations(int failing)
 ObjectAllocations::~ObjectAllocations()
 {
     g_counting = false;
+}
+
+void watchDeletionOf(const void* block)
+{
+    WatchedBlock& free = g_watched[0].address == nullptr ? g_watched[0] : g_watched[1];
+    free = {block, false};
+}
+
+bool wasDeleted(const void* block)
+{
+    for (const WatchedBlock& watched : g_watched) {
+        if (watched.address == block)
+            return watched.wasDeleted;
+    }
+    return false;
 }
 
 int ObjectAllocations::outstanding() const
@@ -48,6 +78,7 @@ void operator delete(void* block) noexcept
     static auto* const next = nextDefinition<void(void*)>("_ZdlPv");
     if (g_counting && block != nullptr)
         ++g_freed;
+    noteDeletion(block);
     next(block);
 }
 

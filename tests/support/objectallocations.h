@@ -21,4 +21,9 @@ public:
     int outstanding() const;
 };
 
+/// From now on to the very end of the process: whether that block, which `new` has made, is deleted. For two blocks at
+/// most.
+void watchDeletionOf(const void* block);
+bool wasDeleted(const void* block);
+
 #endif

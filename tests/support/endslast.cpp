@@ -1,0 +1,18 @@
+#include "tests/support/endslast.h"
+
+namespace {
+
+void (*g_action)() = nullptr;
+
+[[gnu::destructor]] void end()
+{
+    if (g_action != nullptr)
+        g_action();
+}
+
+} // namespace
+
+void atTheVeryEnd(void (*action)())
+{
+    g_action = action;
+}

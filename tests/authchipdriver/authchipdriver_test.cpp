@@ -216,6 +216,21 @@ TEST_F(AuthChipDriverTest, AReadThatDeliversMoreThanAskedReturnsErrorI2CWritesOn
                                      error("unable to read dword from register 0x4 - i2cRead returns 5")));
 }
 
+TEST_F(AuthChipDriverTest, TheLineOfAFailedReadShowsTheRegisterInHexadecimalAndTheResultInDecimal)
+{
+    m_bus.answersReads({10, 11, 12});
+    U8 byte = 0;
+    U16 word = 0;
+    U32 dword = 0;
+    m_driver.readByte(0x1a, byte);
+    m_driver.readWord(0x2b, word);
+    m_driver.readDWord(0x3c, dword);
+
+    EXPECT_THAT(lines(), ElementsAre(error("unable to read byte from register 0x1a - i2cRead returns 10"),
+                                     error("unable to read word from register 0x2b - i2cRead returns 11"),
+                                     error("unable to read dword from register 0x3c - i2cRead returns 12")));
+}
+
 /// A bus that sees what is in the buffer into which a byte shall be read, and says that one came.
 class LookingBus : public FakeBus
 {
@@ -281,6 +296,20 @@ TEST_F(AuthChipDriverTest, WriteWordNeverSendsBits8To15AndReturnsSuccess)
     EXPECT_EQ(Success, m_driver.writeWord(0x20, 0x1234));
     EXPECT_EQ(Success, m_driver.writeWord(0x20, 0x0180));
     EXPECT_EQ("write 20 00 34; write 20 00 80", m_bus.conversation());
+}
+
+TEST_F(AuthChipDriverTest, WriteWordOfTheLargestValueSends0AndFF)
+{
+    EXPECT_EQ(Success, m_driver.writeWord(0x20, 0xffff));
+    EXPECT_EQ("write 20 00 ff", m_bus.conversation());
+}
+
+TEST_F(AuthChipDriverTest, WhatIsSentDoesNotDependOnTheRegister)
+{
+    EXPECT_EQ(Success, m_driver.writeByte(0x123404, 0x78));
+    EXPECT_EQ(Success, m_driver.writeWord(0x123404, 0x78));
+    EXPECT_EQ(Success, m_driver.writeDWord(0x123404, 0x78));
+    EXPECT_EQ("write 04 78; write 04 00 78; write 04 00 00 00 78", m_bus.conversation());
 }
 
 TEST_F(AuthChipDriverTest, WriteDWordSendsThree0AndTheLowEightBits)

@@ -180,6 +180,15 @@ TEST_F(I2cReadTest, WhoseRegisterByteIsRefused100TimesReturns0AfterAboutOneSecon
     EXPECT_EQ(ENXIO, errno);
 }
 
+TEST_F(I2cReadTest, TakesEveryResultOfReadButMinus1ForAnAnswer)
+{
+    m_bus.answersReads({-2, 0});
+
+    EXPECT_EQ(-2, read(0x30, 2));
+    EXPECT_EQ(0, read(0x30, 2));
+    EXPECT_EQ("write 30; read 2; write 30; read 2", m_bus.conversation());
+}
+
 TEST_F(I2cReadTest, WhoseReadReturnsMinus1AFewTimesAndThenSucceedsReturnsTheCountWithNoSleepBetweenTheAttempts)
 {
     m_bus.holds(0x04, counting(4)).failsReads(3);

@@ -1,0 +1,105 @@
+"""Which functions of the library each test reaches, and how long each takes: seen once, then kept."""
+import hashlib
+import json
+import subprocess
+import time
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+from workshop import run
+
+SIZE = 1 << 20
+
+
+def survey(workshop, tests, recorder, cache, jobs, say):
+    """Returns (reach, failures): (file, line) -> names of tests, and the tests that fail on an unchanged library."""
+    key = fingerprint(workshop, tests)
+    if cache.exists():
+        kept = json.loads(cache.read_text())
+        if kept["key"] == key:
+            for test in tests.judges:
+                test.seconds = kept["seconds"][test.name]
+            return {(file, line): set(names) for file, line, names in kept["reach"]}, kept["failures"]
+    failures = on_all_tests(tests, (workshop.recipe.build / workshop.recipe.library).parent, workshop.temporary, jobs, time_one, say)
+    failed = [name for name, reason in failures.items() if reason]
+    reach = reached(workshop, tests, recorder, jobs, say)
+    cache.parent.mkdir(parents=True, exist_ok=True)
+    cache.write_text(json.dumps({"key": key, "seconds": {test.name: test.seconds for test in tests.judges},
+                                 "failures": failed,
+                                 "reach": [[*place, sorted(names)] for place, names in reach.items()]}))
+    return reach, failed
+
+
+def fingerprint(workshop, tests):
+    """Changes with the library's sources and with the test programs."""
+    content = hashlib.sha256()
+    for file in sorted(workshop.tree.rglob("*.[ch]*")):
+        content.update(file.read_bytes())
+    programs = {word for test in tests.judges for word in test.command if Path(word).is_file() and word != tests.library}
+    for program in sorted(programs):
+        content.update(Path(program).read_bytes())
+    return content.hexdigest()
+
+
+def on_all_tests(tests, library, temporary, jobs, what, say):
+    temporary.mkdir(exist_ok=True)
+    with ThreadPoolExecutor(jobs) as pool:
+        results = {}
+        for test, result in zip(tests.judges, pool.map(lambda test: what(tests, test, library, temporary),
+                                                       tests.judges)):
+            results[test.name] = result
+            say(len(results), len(tests.judges))
+        return results
+
+
+def time_one(tests, test, library, temporary):
+    started = time.monotonic()
+    reason = tests.passes(test, library, temporary, limit=120)
+    test.seconds = time.monotonic() - started
+    return reason
+
+
+def reached(workshop, tests, recorder, jobs, say):
+    objects = {}
+    options = ["-O0", "-g", "-finstrument-functions", "-finstrument-functions-exclude-file-list=/usr/"]
+    for source, command in workshop.recipe.sources.items():
+        objects[source] = workshop.folder / ("reach-%s.o" % source.replace("/", "-"))
+        run([*command, "-w", *options, "-c", source, "-o", str(objects[source])], cwd=workshop.tree)
+    recorded = workshop.folder / "recorder.o"
+    run(["g++", "-std=c++17", "-O1", "-fPIC", "-c", str(recorder), "-o", str(recorded)])
+    library = workshop.link(objects, [recorded])
+
+    def mark(tests, test, library, temporary):
+        marks = workshop.folder / ("marks-" + hashlib.sha1(test.name.encode()).hexdigest())
+        with marks.open("wb") as file:
+            file.truncate(SIZE)
+        tests.passes(test, library, temporary, limit=120, more=["MUTANTS_REACH=%s" % marks])
+        content = marks.read_bytes()
+        marks.unlink()
+        places, offset = [], content.find(1)
+        while offset >= 0:
+            places.append(offset)
+            offset = content.find(1, offset + 1)
+        return places
+
+    marked = on_all_tests(tests, library, workshop.temporary, jobs, mark, say)
+    offsets = sorted({offset for places in marked.values() for offset in places})
+    lines = dict(zip(offsets, lines_of(library / "libauthchipdriver.so.1", offsets)))
+    reach = {}
+    for name, places in marked.items():
+        for offset in places:
+            reach.setdefault(lines[offset], set()).add(name)
+    return reach
+
+
+def lines_of(library, offsets):
+    """File and line at which the function at each offset begins."""
+    done = subprocess.run(["addr2line", "-e", str(library)], input="\n".join(map(hex, offsets)), check=True,
+                          capture_output=True, text=True).stdout.splitlines()
+    places = []
+    for line in done:
+        file, _, number = line.split(" ")[0].rpartition(":")
+        part = next((index for index, name in enumerate(Path(file).parts)
+                     if name in ("authchipdriver", "abstractionlibrary")), 0)
+        places.append(("/".join(Path(file).parts[part:]), int(number) if number.isdigit() else 0))
+    return places

@@ -1,0 +1,173 @@
+"""Builds the library again and again with one source changed, beside the build folder and never in it."""
+import hashlib
+import json
+import re
+import shlex
+import shutil
+import subprocess
+import threading
+from pathlib import Path
+
+FOLDERS = ("authchipdriver", "abstractionlibrary")
+LIBRARY = "libauthchipdriver.so.1"
+CHOICE = 'extern "C" __attribute__((visibility("hidden"))) int mutants_active;\n'  # see batch.py
+INCLUDE = r'^#include [<"](.*)[>"]'
+
+
+def run(command, **options):
+    return subprocess.run(command, capture_output=True, text=True, check=True, **options).stdout
+
+
+class Recipe:
+    """How the build folder compiles the library's sources and links them."""
+
+    def __init__(self, root, build):
+        self.root = root
+        self.build = build
+        self.sources = {}  # name -> compiler with its options, but for optimisation, warnings and debug information
+        for entry in json.loads((build / "compile_commands.json").read_text()):
+            source = Path(entry["file"])
+            if source.is_relative_to(root) and source.relative_to(root).parts[0] in FOLDERS:
+                self.sources[str(source.relative_to(root))] = self._options(shlex.split(entry["command"]), source)
+        commands = run(["ninja", "-C", str(build), "-t", "commands", "authchipdriver/all"]).splitlines()
+        link = next(line for line in commands if "-soname" in line)
+        self.link = [word for word in shlex.split(link.replace(":", "", 1).split("&&")[1]) if word != "-g"]
+        self.library = next(word for word in self.link if re.match(r"[^-].*libauthchipdriver\.so[.\d]*$", word))
+
+    def _options(self, words, source):
+        kept, skip = [], False
+        for word in words:
+            if skip or word in ("-o", "-c", "-g", "-Werror", str(source)):
+                skip = word == "-o" and not skip
+            elif word == "ccache" or word.endswith("/ccache"):
+                continue
+            elif re.match(r"-W[^l]|-O|-ffile-prefix-map", word):
+                continue
+            elif word == "-I%s" % self.root:
+                kept.append("-I.")
+            else:
+                kept.append(word)
+        return kept
+
+    def clang_arguments(self, source):
+        """What libclang needs of the options, to read a source where it stands."""
+        words = ["-I%s" % self.root if word == "-I." else word for word in self.sources[source][1:]]
+        return [word for word in words if not word.startswith(("-fno-plt", "-fstack"))] + ["-std=gnu++17", "-w"]
+
+
+class Bench:
+    """What all workshops share: precompiled headers of the system, and the unchanged objects."""
+
+    def __init__(self, recipe, folder):
+        self.recipe = recipe
+        self.folder = folder
+        self.linker = ["-fuse-ld=gold"] if shutil.which("ld.gold") else []
+        self._prepared = {}  # (source, optimisation) -> digest of the unchanged object
+        self._lock = threading.Lock()
+
+    def unchanged(self, source, optimisation):
+        """The digest of the unchanged object; makes what is needed to compile the source quickly, at the first call."""
+        with self._lock:
+            if (source, optimisation) not in self._prepared:
+                header = self.header(source, optimisation)
+                header.parent.mkdir(parents=True, exist_ok=True)
+                names = system_headers(self.recipe.root, source, set())
+                header.write_text(CHOICE + "".join("#include <%s>\n" % name for name in names))
+                options = [*self.recipe.sources[source], "-w", optimisation]
+                run([*options, "-x", "c++-header", str(header), "-o", str(header) + ".gch"], cwd=self.recipe.root)
+                compiled = header.parent / "object.o"
+                run([*options, "-include", str(header), "-c", source, "-o", str(compiled)], cwd=self.recipe.root)
+                self._prepared[source, optimisation] = digest(compiled)
+            return self._prepared[source, optimisation]
+
+    def header(self, source, optimisation):
+        return self.folder / (source.replace("/", "-") + optimisation) / "system.h"
+
+
+class Workshop:
+    """A copy of the library's sources, of which one is changed at a time."""
+
+    def __init__(self, recipe, bench, folder):
+        self.recipe = recipe
+        self.bench = bench
+        self.folder = folder
+        self.tree = folder / "tree"
+        self.temporary = folder / "t"
+        self.temporary.mkdir()
+        for part in FOLDERS:
+            shutil.copytree(recipe.root / part, self.tree / part)
+
+    def compile(self, source, optimisation="-O1"):
+        """The object of a source as it stands in the tree, or none if the compiler refuses it; and whether it differs."""
+        unchanged = self.bench.unchanged(source, optimisation)
+        path = self.folder / (source.replace("/", "-") + ".o")
+        header = self.bench.header(source, optimisation)
+        done = subprocess.run([*self.recipe.sources[source], "-w", optimisation, "-include", str(header), "-c",
+                               source, "-o", str(path)], cwd=self.tree, stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL)
+        if done.returncode != 0:
+            return None, False
+        return path, digest(path) != unchanged
+
+    def compiled(self, mutant, optimisation):
+        """The objects that differ from the unchanged ones; none if the compiler refuses the change."""
+        path = self.tree / mutant.source.name
+        objects = {}
+        try:
+            path.write_bytes(mutant.text())
+            for source in users_of(self.recipe, mutant.source.name):
+                compiled, differs = self.compile(source, optimisation)
+                if compiled is None:
+                    return None
+                if differs:
+                    objects[source] = compiled
+        finally:
+            path.write_bytes(mutant.source.text)
+        return objects
+
+    def link(self, changed, more=()):
+        """Links the library of the build folder's objects but for those changed; returns its folder."""
+        folder = self.folder / "library"
+        folder.mkdir(exist_ok=True)
+        words = []
+        for word in self.recipe.link:
+            match = re.search(r"(\w+)/CMakeFiles/\w+\.dir/(\w+\.cpp)\.o$", word)
+            if match:
+                word = str(changed.get("/".join(match.groups()), word))
+            elif word == self.recipe.library:
+                word = str(folder / LIBRARY)
+            words.append(word)
+        run([*words, *self.bench.linker, *map(str, more)], cwd=self.recipe.build)
+        return folder
+
+
+def system_headers(root, name, seen):
+    """The system's headers that a source and the project's headers in it include, in their order."""
+    seen.add(name)
+    headers = []
+    for included in re.findall(INCLUDE, (root / name).read_text(), re.MULTILINE):
+        if not (root / included).exists():
+            headers.append(included)
+        elif included not in seen:
+            headers += system_headers(root, included, seen)
+    return list(dict.fromkeys(headers))
+
+
+def own_headers(root, name, seen):
+    """The project's headers that a source includes, directly or not."""
+    for included in re.findall(INCLUDE, (root / name).read_text(), re.MULTILINE):
+        if included not in seen and (root / included).exists():
+            seen.add(included)
+            own_headers(root, included, seen)
+    return seen
+
+
+def users_of(recipe, name):
+    """The sources to compile when a file changes."""
+    if name in recipe.sources:
+        return [name]
+    return [source for source in recipe.sources if name in own_headers(recipe.root, source, set())]
+
+
+def digest(path):
+    return hashlib.sha256(path.read_bytes()).hexdigest()

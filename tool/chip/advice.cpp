@@ -4,9 +4,11 @@
 #include <cerrno>
 #include <iterator>
 #include <string>
+#include <utility>
 
 #include "common/generations.h"
 #include "common/hex.h"
+#include "tool/report/filledin.h"
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -38,7 +40,7 @@ constexpr Refusal kRefusals[] = {
     {Step::OpenNode, EISDIR, "node does not open", "Name a node such as /dev/i2c-1."},
     {Step::OpenNode, kAnyError, "node does not open", "See 'ls -l {device}' and the kernel's messages ('dmesg')."},
 
-    {Step::SetTimeout, ENOTTY, "no I2C node", "{device} is no I2C bus. Name a node such as /dev/i2c-1."},
+    {Step::SetTimeout, ENOTTY, kNoI2cNode, "{device} is no I2C bus. Name a node such as /dev/i2c-1."},
     {Step::SetTimeout, kAnyError, "timeout refused",
      "Leave --bus-timeout out; the bus controller keeps its own timeout then."},
 
@@ -47,7 +49,7 @@ constexpr Refusal kRefusals[] = {
      "'echo {sysfs} > /sys/bus/i2c/devices/{sysfs}/driver/unbind', or remove it from the device tree."},
     {Step::SelectAddress, EINVAL, "address refused",
      "The bus takes no such address; look the chip's 7-bit address up in the schematic."},
-    {Step::SelectAddress, ENOTTY, "no I2C node", "{device} is no I2C bus. Name a node such as /dev/i2c-1."},
+    {Step::SelectAddress, ENOTTY, kNoI2cNode, "{device} is no I2C bus. Name a node such as /dev/i2c-1."},
     {Step::SelectAddress, kAnyError, "address refused", "See the kernel's messages ('dmesg')."},
 
     {Step::SetRegister, ENXIO, "no answer",
@@ -67,12 +69,6 @@ constexpr Refusal kRefusals[] = {
      "The chip took the register number and delivered nothing. Try a slower bus clock and check the pull-ups."},
 };
 
-void replaceAll(std::string& text, const std::string& placeholder, const std::string& value)
-{
-    for (auto at = text.find(placeholder); at != std::string::npos; at = text.find(placeholder, at + value.size()))
-        text.replace(at, placeholder.size(), value);
-}
-
 /// "7" of "/dev/i2c-7"; "N" of another name, a symbolic link for example.
 std::string busNumber(const std::string& device)
 {
@@ -83,12 +79,12 @@ std::string busNumber(const std::string& device)
 std::string fillIn(std::string text, const ChipLocation& location)
 {
     const auto address = static_cast<std::uint32_t>(location.address);
-    replaceAll(text, "{device}", location.device);
-    replaceAll(text, "{bus}", busNumber(location.device));
-    replaceAll(text, "{address}", toHex(address, 2));
-    replaceAll(text, "{halved}", toHex(address / 2, 2));
-    replaceAll(text, "{sysfs}", busNumber(location.device) + "-" + toHex(address, 4).substr(2));
-    return text;
+    const std::string bus = busNumber(location.device);
+    return filledIn(std::move(text), {{"{device}", location.device},
+                                      {"{bus}", bus},
+                                      {"{address}", toHex(address, 2)},
+                                      {"{halved}", toHex(address / 2, 2)},
+                                      {"{sysfs}", bus + "-" + toHex(address, 4).substr(2)}});
 }
 
 std::string describe(Step step)

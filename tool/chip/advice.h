@@ -18,6 +18,9 @@ enum class Step
     ReadRegister // the chip delivers the register's content
 };
 
+/// The cause of what is no node of an I2C bus.
+constexpr char kNoI2cNode[] = "no I2C node";
+
 // Both read the one table of refusals: what a step refused with a system error means, and what to do about it.
 
 /// Explains a step that the system refused with @p error.

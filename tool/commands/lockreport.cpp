@@ -1,36 +1,11 @@
 #include "tool/commands/lockreport.h"
 
 #include "common/hex.h"
+#include "tool/lock/conditions.h"
 #include "tool/lock/names.h"
 
 namespace VorelKestrel::Tool {
 namespace {
-
-struct ConditionRow
-{
-    LockCondition condition;
-    const char* word; // for programs
-    const char* text;
-};
-
-constexpr ConditionRow kConditions[] = {
-    {LockCondition::None, "none", "none; the next process that uses the library makes it"},
-    {LockCondition::Unreadable, "unreadable",
-     "not to be seen by this user; the library would go on without the lock, and say nothing"},
-    {LockCondition::Free, "free", "free"},
-    {LockCondition::Held, "held", "held"},
-    {LockCondition::Lost, "lost", "lost: nobody lives who could give it back"},
-    {LockCondition::TooMany, "too many", "too many: as many processes get in at once"},
-};
-
-const ConditionRow& rowOf(LockCondition condition)
-{
-    for (const auto& row : kConditions) {
-        if (row.condition == condition)
-            return row;
-    }
-    return kConditions[0];
-}
 
 bool isReadable(const LockState& state)
 {
@@ -57,7 +32,7 @@ void addText(Report& report, const LockState& state)
         .text("semaphore", std::to_string(state.semaphore) + ", key " + toHex(static_cast<std::uint32_t>(state.key), 8))
         .text("owner", describe(state.rights))
         .text("at an exit", describeEnd(state))
-        .text("value", (isReadable(state) ? std::to_string(state.value) + ": " : "") + rowOf(state.condition).text);
+        .text("value", (isReadable(state) ? std::to_string(state.value) + ": " : "") + describe(state.condition));
     if (isReadable(state))
         report.text("last user", describeProcess(state.lastUser)).text("waiting", std::to_string(state.waiting));
 }
@@ -77,7 +52,7 @@ void addJson(Report& report, const LockState& state)
         .json("mode", exists ? Json(inOctal(state.rights.mode)) : Json())
         .json("stays", state.stays)
         .json("flaw", state.flaw.empty() ? Json() : Json(state.flaw))
-        .json("condition", rowOf(state.condition).word)
+        .json("condition", wordOf(state.condition))
         .json("value", readable ? Json(state.value) : Json())
         .json("lastUser", readable ? Json(state.lastUser) : Json())
         .json("lastUserLives", readable ? Json(isAlive(state.lastUser)) : Json())

@@ -10,6 +10,7 @@
 #include <sys/sem.h>
 #include <unistd.h>
 
+#include "tool/lock/conditions.h"
 #include "tool/lock/names.h"
 #include "tool/lock/processes.h"
 #include "tool/report/failure.h"
@@ -258,41 +259,21 @@ private:
     bool m_isPlaced = false;
 };
 
-constexpr char kHowToBeginAnew[] = "Stop the programs that use the library, run 'authchip lock remove', and then\n"
-                                   "'authchip lock seed' again.";
-
-void requireTrusted(const LockState& state)
-{
-    const std::string semaphore = "Semaphore " + std::to_string(state.semaphore);
-    if (state.condition == LockCondition::Unreadable)
-        refuse(kSeeding, semaphore + " is there already and belongs to " + describe(state.rights), "Run as root.");
-    if (!state.flaw.empty())
-        refuse(kSeeding, state.flaw, kHowToBeginAnew);
-}
-
 /// Throws the Failure that says why there is no seed to be put where a lock stands.
 void requireHealthy(const LockState& state)
 {
-    const std::string semaphore = "Semaphore " + std::to_string(state.semaphore);
-    requireTrusted(state);
-    if (state.condition == LockCondition::Held)
-        refuse(kSeeding,
-               semaphore + " is there already and held; its last user is process " + describeProcess(state.lastUser),
-               "Wait until that process has given the bus back, or end it; then run this again.");
-    if (state.condition == LockCondition::Lost)
-        refuse(kSeeding,
-               semaphore + " is there already, and its token is lost; its last user is process " +
-                   describeProcess(state.lastUser),
-               kHowToBeginAnew);
-    if (state.condition == LockCondition::TooMany)
-        refuse(kSeeding,
-               semaphore + " is there already and has " + std::to_string(state.value) +
-                   " tokens: as many processes get in at once",
-               kHowToBeginAnew);
+    const LockProblem problem = problemForSeed(state);
+    if (state.condition == LockCondition::Unreadable)
+        refuse(kSeeding, problem.found, problem.next);
+    if (!state.flaw.empty())
+        refuse(kSeeding, state.flaw, kBeginAnew);
+    if (problem.cause != nullptr)
+        refuse(kSeeding, problem.found, problem.next);
     if (!state.stays)
         refuse(kSeeding,
-               semaphore + " is there already, and goes away with the process of the library that has made it",
-               std::string(kHowToBeginAnew) + " A seed comes before the first of those programs.");
+               "Semaphore " + std::to_string(state.semaphore) +
+                   " is there already, and goes away with the process of the library that has made it",
+               std::string(kBeginAnew) + " A seed comes before the first of those programs.");
 }
 
 LockRights rightsWanted(LockRights present, const WantedRights& wanted)
@@ -323,7 +304,7 @@ void requireNoUsedOrphan(const KeyFolder& folder, const Draft& draft)
             refuse(kSeeding,
                    "Semaphore " + std::to_string(orphan.number) + ", of an earlier seed, has lost its key file. " +
                        users + " may still use it",
-                   kHowToBeginAnew);
+                   kBeginAnew);
     }
 }
 

@@ -1,0 +1,141 @@
+#include "tool/doctor/checks.h"
+
+#include <fstream>
+#include <set>
+#include <string>
+
+#include <sys/sem.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/tool/lock/lockfolder.h"
+
+namespace {
+
+using namespace VorelKestrel::Tool;
+
+std::vector<Finding> nothingWrong(Examination& /*examination*/)
+{
+    return {healthy("fine")};
+}
+
+std::vector<Finding> somethingWrong(Examination& /*examination*/)
+{
+    return {{"broken", "it is broken", "Mend it,\nor buy another."}};
+}
+
+TEST(ChecksTest, AreSkippedWhereOneThatTheyNeedFoundSomethingWrong)
+{
+    Examination examination;
+    const auto results = runChecks(examination, {{"first", {}, nothingWrong},
+                                                 {"second", {"first"}, somethingWrong},
+                                                 {"third", {"first", "second"}, nothingWrong},
+                                                 {"fourth", {"third"}, nothingWrong},
+                                                 {"fifth", {"first"}, nothingWrong}});
+    ASSERT_EQ(5U, results.size());
+    EXPECT_TRUE(results[0].isHealthy());
+    EXPECT_STREQ("broken", results[1].findings.front().cause);
+    EXPECT_EQ("Mend it, or buy another.", results[1].findings.front().next);
+    EXPECT_TRUE(results[2].findings.front().isSkipped());
+    EXPECT_TRUE(results[3].findings.front().isSkipped());
+    EXPECT_TRUE(results[4].isHealthy());
+}
+
+TEST(ChecksTest, OfTheDoctorComeAfterThoseThatTheyNeed)
+{
+    std::set<std::string> earlier;
+    for (const Check& check : doctorChecks()) {
+        for (const char* need : check.needs)
+            EXPECT_EQ(1U, earlier.count(need)) << check.name << " needs " << need;
+        EXPECT_TRUE(earlier.insert(check.name).second) << check.name;
+    }
+}
+
+TEST(NodeCheckTest, FindsThatANodeIsMissing)
+{
+    Examination examination;
+    examination.location = {"/dev/i2c-missing", 0x2a};
+    EXPECT_STREQ("node missing", checkNode(examination).front().cause);
+    EXPECT_EQ(-1, examination.node.get());
+}
+
+TEST(NodeCheckTest, FindsThatAFileIsNoNodeAndDoesNotOpenIt)
+{
+    const TemporaryDirectory folder;
+    Examination examination;
+    examination.location = {folder.path() + "/file", 0x2a};
+    std::ofstream(examination.location.device) << "x";
+    EXPECT_STREQ("no I2C node", checkNode(examination).front().cause);
+    EXPECT_EQ(-1, examination.node.get());
+    EXPECT_FALSE(examination.isBus);
+}
+
+TEST(AddressCheckTest, FindsAnAddressOfEightBitsWithoutANode)
+{
+    Examination examination;
+    examination.location = {"/dev/i2c-1", 0x84};
+    const Finding finding = checkAddress(examination).front();
+    EXPECT_STREQ("8-bit address", finding.cause);
+    EXPECT_EQ("Leave that bit out: --address 0x42.", finding.next);
+}
+
+TEST(AddressCheckTest, IsSkippedWithoutANode)
+{
+    Examination examination;
+    examination.location = {"/dev/i2c-1", 0x2a};
+    EXPECT_TRUE(checkAddress(examination).front().isSkipped());
+}
+
+TEST(AddressCheckTest, FindsThatADeviceIsNoBus)
+{
+    Examination examination;
+    examination.location = {"/dev/null", 0x2a};
+    EXPECT_TRUE(checkNode(examination).front().isHealthy());
+    EXPECT_TRUE(examination.isBus);
+    EXPECT_STREQ("no I2C node", checkAddress(examination).front().cause);
+    EXPECT_FALSE(examination.isBus);
+}
+
+class LockCheckTest : public testing::Test
+{
+protected:
+    LockCheckTest() { m_examination.lockFile = m_lock.keyFile(); }
+
+    LockFolder m_lock;
+    Examination m_examination;
+};
+
+TEST_F(LockCheckTest, IsHealthyWithoutALock)
+{
+    EXPECT_TRUE(checkLock(m_examination).front().isHealthy());
+    EXPECT_FALSE(m_examination.token);
+}
+
+TEST_F(LockCheckTest, HoldsAFreeLockForTheChecksThatFollow)
+{
+    m_lock.seed();
+    EXPECT_EQ(1, m_lock.look().value);
+    EXPECT_TRUE(checkLock(m_examination).front().isHealthy());
+    EXPECT_EQ(0, m_lock.look().value);
+    m_examination.token.reset();
+    EXPECT_EQ(1, m_lock.look().value);
+}
+
+TEST_F(LockCheckTest, FindsALockWithTooManyTokens)
+{
+    m_lock.seed();
+    semctl(m_lock.look().semaphore, 0, SETVAL, 2);
+    EXPECT_STREQ("too many tokens", checkLock(m_examination).front().cause);
+    EXPECT_FALSE(m_examination.token);
+}
+
+TEST(GenerationCheckTest, TellsTheProtocolOrThatThereIsNoDriver)
+{
+    Examination examination;
+    examination.answer.deviceVersion = 7;
+    EXPECT_EQ("device version 7, protocol 3.0", checkGeneration(examination).front().found);
+    examination.answer.deviceVersion = 2;
+    EXPECT_STREQ("version without driver", checkGeneration(examination).front().cause);
+}
+
+} // namespace

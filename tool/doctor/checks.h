@@ -1,0 +1,29 @@
+#ifndef TOOL_DOCTOR_CHECKS_H
+#define TOOL_DOCTOR_CHECKS_H
+
+#include <vector>
+
+#include "tool/doctor/examination.h"
+
+namespace VorelKestrel::Tool {
+
+/// The checks of the doctor, in their order. Each can also be run alone.
+const std::vector<Check>& doctorChecks();
+
+/// The node is a device, and opens.
+std::vector<Finding> checkNode(Examination& examination);
+/// The address has 7 bits, and no kernel driver uses it.
+std::vector<Finding> checkAddress(Examination& examination);
+/// The lock between processes is sound, all who use the bus share it, and it can be acquired.
+std::vector<Finding> checkLock(Examination& examination);
+/// The chip answers. Requires: the address is selected, and the lock is held if there is one.
+std::vector<Finding> checkChip(Examination& examination);
+/// The library has a driver for the device version that the chip answered.
+std::vector<Finding> checkGeneration(Examination& examination);
+
+/// An address that includes the read/write bit. @p found says how that shows.
+Finding eightBitAddress(const ChipLocation& location, const std::string& found);
+
+} // namespace VorelKestrel::Tool
+
+#endif

@@ -1,0 +1,67 @@
+#ifndef TOOL_DOCTOR_EXAMINATION_H
+#define TOOL_DOCTOR_EXAMINATION_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/scopeddescriptor.h"
+#include "tool/chip/chiplocation.h"
+#include "tool/chip/i2cnode.h"
+#include "tool/lock/systemlock.h"
+#include "tool/report/failure.h"
+
+namespace VorelKestrel::Tool {
+
+/// The result of a check.
+struct Finding
+{
+    const char* cause; // for programs; null: nothing is wrong
+    std::string found; // empty: the check was skipped
+    std::string next;  // what to do about the cause
+
+    bool isSkipped() const { return found.empty(); }
+    bool isHealthy() const { return cause == nullptr && !isSkipped(); }
+};
+
+Finding healthy(const std::string& found);
+Finding skipped();
+/// What a step towards the chip was refused with.
+Finding refused(const char* cause, const Failure& failure);
+
+/// What is examined, and what a check leaves for those after it.
+struct Examination
+{
+    ChipLocation location;
+    std::optional<int> busTimeout; // to be set before the chip is asked; milliseconds
+    std::string lockFile;          // the lock's key file
+
+    ScopedDescriptor node;          // -1: it does not open
+    bool isBus = false;             // nothing yet speaks against it
+    std::optional<LockToken> token; // held to the end, if there is a lock
+    VersionAnswer answer;           // the chip's
+};
+
+/// One row of the list of checks.
+struct Check
+{
+    const char* name;
+    std::vector<const char*> needs; // the check is skipped unless these, which come earlier, found nothing wrong
+    std::vector<Finding> (*run)(Examination&); // at least one finding
+};
+
+/// The findings of one check.
+struct CheckResult
+{
+    const char* name;
+    std::vector<Finding> findings;
+
+    bool isHealthy() const;
+};
+
+/// Runs the checks one after the other.
+std::vector<CheckResult> runChecks(Examination& examination, const std::vector<Check>& checks);
+
+} // namespace VorelKestrel::Tool
+
+#endif

@@ -1,0 +1,113 @@
+#include <chrono>
+#include <thread>
+
+#include <sys/stat.h>
+
+#include "tool/doctor/checks.h"
+#include "tool/lock/conditions.h"
+#include "tool/lock/names.h"
+#include "tool/lock/processes.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+constexpr int kLongestWait = 2000; // milliseconds
+
+Finding asFinding(const LockProblem& problem)
+{
+    return {problem.cause, problem.found, problem.next};
+}
+
+/// A lock that is held is sound: it has to be waited for.
+bool isSound(const LockState& state)
+{
+    return state.condition == LockCondition::None || state.condition == LockCondition::Free ||
+           state.condition == LockCondition::Held;
+}
+
+/// A process that exits removes its key file just before it is gone.
+bool isStillRemoved(const BusUser& user)
+{
+    constexpr auto kTimeToExit = std::chrono::milliseconds(100);
+    std::this_thread::sleep_for(kTimeToExit);
+    struct stat status = {};
+    return stat(user.keyFile.c_str(), &status) != 0 && isThere(user);
+}
+
+bool isSameFile(const std::string& one, const std::string& other)
+{
+    struct stat first = {};
+    struct stat second = {};
+    return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
+/// Whether a process that is on the bus goes by the lock that this one sees.
+std::vector<Finding> checkUser(const BusUser& user, const LockState& state)
+{
+    const std::string process = "process " + describeProcess(user.process);
+    struct stat status = {};
+    if (!user.sharesSemaphores)
+        return {{"second lock", process + " lives in a container with semaphores of its own",
+                 "Run it with the machine's ('--ipc=host'), or have one container alone use the bus."}};
+    const bool isRemoved = stat(user.keyFile.c_str(), &status) != 0;
+    if (isRemoved && !isStillRemoved(user))
+        return {};
+    if (isRemoved)
+        return {{"key file gone", "the key file of " + process + " is removed: the next process gets a second lock",
+                 "Stop the programs that use the library and run 'authchip lock seed'; keep clean-ups away from the "
+                 "file."}};
+    if (!isSameFile(user.keyFile, state.keyFile))
+        return {{"second lock", process + " has its key file in another folder than " + state.keyFile,
+                 "Start all with the same TMPDIR, and without systemd's PrivateTmp=."}};
+    if (state.semaphore >= 0 && !user.mayUse(state.rights))
+        return {{"lock of another user",
+                 process + " of user " + nameOfUser(user.user) + " goes on without the lock, which belongs to " +
+                     describe(state.rights),
+                 "As root, run 'authchip lock seed --group NAME' at boot, with a group of all who use the bus."}};
+    return {};
+}
+
+std::vector<Finding> checkUsers(const Examination& examination, const LockState& state)
+{
+    std::vector<Finding> findings;
+    if (!examination.isBus)
+        return findings;
+    for (const BusUser& user : findBusUsers(examination.location.device)) {
+        for (const Finding& finding : checkUser(user, state))
+            findings.push_back(finding);
+    }
+    return findings;
+}
+
+/// Acquires the lock, for the checks that follow.
+Finding acquire(Examination& examination, const LockState& state)
+{
+    examination.token.emplace(state.semaphore, kLongestWait);
+    if (examination.token->isHeld())
+        return healthy("semaphore " + std::to_string(state.semaphore) + ", free; " +
+                       (state.stays ? "it stays, as it was seeded" : "it goes away with the process that has made it"));
+    LockState now = lookAtLock(state.keyFile);
+    if (isSound(now))
+        now.condition = LockCondition::Held; // others took turns all the time
+    return asFinding(problemOf(now));        // its holder may have died on the way
+}
+
+} // namespace
+
+std::vector<Finding> checkLock(Examination& examination)
+{
+    const LockState state = lookAtLock(examination.lockFile);
+    std::vector<Finding> findings;
+    if (!isSound(state))
+        findings.push_back(asFinding(problemOf(state)));
+    for (const Finding& finding : checkUsers(examination, state))
+        findings.push_back(finding);
+    if (!findings.empty())
+        return findings;
+    if (state.semaphore < 0)
+        return {healthy("there is none; the next process that uses the library makes it")};
+    return {acquire(examination, state)};
+}
+
+} // namespace VorelKestrel::Tool

@@ -1,0 +1,52 @@
+#include <cerrno>
+
+#include <sys/stat.h>
+
+#include "common/hex.h"
+#include "tool/chip/advice.h"
+#include "tool/doctor/checks.h"
+
+namespace VorelKestrel::Tool {
+
+std::vector<Finding> checkNode(Examination& examination)
+{
+    const std::string& device = examination.location.device;
+    struct stat status = {};
+    if (stat(device.c_str(), &status) == 0 && !S_ISCHR(status.st_mode))
+        return {{kNoI2cNode, device + " is no character device",
+                 "Name a node such as /dev/i2c-1; 'ls /dev/i2c-*' shows those there are."}};
+    examination.isBus = true;
+    examination.node = openNode(device);
+    if (examination.node.get() >= 0)
+        return {healthy(device + " opens")};
+    const int error = errno;
+    return {
+        refused(causeOfRefusal(Step::OpenNode, error), explainRefusal(Step::OpenNode, error, examination.location))};
+}
+
+std::vector<Finding> checkAddress(Examination& examination)
+{
+    const ChipLocation& location = examination.location;
+    const std::string address = toHex(static_cast<std::uint32_t>(location.address), 2);
+    if (location.address > kSevenBitMaximum)
+        return {eightBitAddress(location, address + " has 8 bits")};
+    if (examination.node.get() < 0)
+        return {skipped()};
+    if (!selectAddress(examination.node, location.address)) {
+        const int error = errno;
+        examination.isBus = error != ENOTTY;
+        return {
+            refused(causeOfRefusal(Step::SelectAddress, error), explainRefusal(Step::SelectAddress, error, location))};
+    }
+    if (examination.busTimeout)
+        setBusTimeout(location.device, *examination.busTimeout);
+    return {healthy(address + " is free of kernel drivers")};
+}
+
+Finding eightBitAddress(const ChipLocation& location, const std::string& found)
+{
+    return {"8-bit address", found + ", the lowest being the read/write bit",
+            "Leave that bit out: --address " + toHex(static_cast<std::uint32_t>(location.address / 2), 2) + "."};
+}
+
+} // namespace VorelKestrel::Tool

@@ -1,0 +1,90 @@
+#include "tool/lock/conditions.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "tool/lock/names.h"
+#include "tool/report/filledin.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+/// In the texts, {semaphore} is the semaphore's number, {rights} its owner, group and mode, {value} how many tokens it
+/// has, {lastUser} the process that changed it last, and {waiting} how many wait for a token.
+struct Condition
+{
+    LockCondition condition;
+    const char* word;       // for programs
+    const char* text;       // for people
+    const char* cause;      // for programs; null: this is no problem
+    const char* found;      // for whoever uses the lock ...
+    const char* next;       // ... and what to do about it
+    const char* seedFinds;  // for whoever seeds the lock ...
+    const char* nextOfSeed; // ... and what to do about it
+};
+
+constexpr Condition kConditions[] = {
+    {LockCondition::None, "none", "none; the next process that uses the library makes it", nullptr, "", "", "", ""},
+    {LockCondition::Unreadable, "unreadable",
+     "not to be seen by this user; the library would go on without the lock, and say nothing", "lock of another user",
+     "semaphore {semaphore} belongs to {rights}; this user's processes go on without it",
+     "As root, run 'authchip lock seed --group NAME' at boot, with a group of all who use the bus.",
+     "Semaphore {semaphore} is there already and belongs to {rights}", "Run as root."},
+    {LockCondition::Free, "free", "free", nullptr, "", "", "", ""},
+    {LockCondition::Held, "held", "held", "lock held",
+     "process {lastUser} holds it, and did not give it back in 2 seconds",
+     "If that process hangs, end it: the system then gives the lock back.",
+     "Semaphore {semaphore} is there already and held; its last user is process {lastUser}",
+     "Wait until that process has given the bus back, or end it; then run this again."},
+    {LockCondition::Lost, "lost", "lost: nobody lives who could give it back", "token lost",
+     "semaphore {semaphore} has no token, and its last user is process {lastUser}; waiting: {waiting}", kBeginAnew,
+     "Semaphore {semaphore} is there already, and its token is lost; its last user is process {lastUser}", kBeginAnew},
+    {LockCondition::TooMany, "too many", "too many: as many processes get in at once", "too many tokens",
+     "semaphore {semaphore} has {value} tokens: as many processes get in at once", kBeginAnew,
+     "Semaphore {semaphore} is there already and has {value} tokens: as many processes get in at once", kBeginAnew},
+};
+
+const Condition& rowOf(LockCondition condition)
+{
+    return *std::find_if(std::begin(kConditions), std::end(kConditions),
+                         [=](const Condition& row) { return row.condition == condition; });
+}
+
+LockProblem problem(const LockState& state, const char* found, const char* next)
+{
+    const Condition& row = rowOf(state.condition);
+    const bool namesUser = std::string(found).find("{lastUser}") != std::string::npos;
+    return {row.cause,
+            filledIn(found, {{"{semaphore}", std::to_string(state.semaphore)},
+                             {"{rights}", describe(state.rights)},
+                             {"{value}", std::to_string(state.value)},
+                             {"{lastUser}", namesUser ? describeProcess(state.lastUser) : ""},
+                             {"{waiting}", std::to_string(state.waiting)}}),
+            next};
+}
+
+} // namespace
+
+const char* wordOf(LockCondition condition)
+{
+    return rowOf(condition).word;
+}
+
+const char* describe(LockCondition condition)
+{
+    return rowOf(condition).text;
+}
+
+LockProblem problemOf(const LockState& state)
+{
+    const Condition& row = rowOf(state.condition);
+    return problem(state, row.found, row.next);
+}
+
+LockProblem problemForSeed(const LockState& state)
+{
+    const Condition& row = rowOf(state.condition);
+    return problem(state, row.seedFinds, row.nextOfSeed);
+}
+
+} // namespace VorelKestrel::Tool

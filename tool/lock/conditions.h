@@ -1,0 +1,36 @@
+#ifndef TOOL_LOCK_CONDITIONS_H
+#define TOOL_LOCK_CONDITIONS_H
+
+#include <string>
+
+#include "tool/lock/systemlock.h"
+
+// What the conditions of the lock mean, and what to do about them: one table, which all commands read.
+namespace VorelKestrel::Tool {
+
+/// How to replace a lock that is broken.
+constexpr char kBeginAnew[] = "Stop the programs that use the library, run 'authchip lock remove', and then\n"
+                              "'authchip lock seed' again.";
+
+/// The condition in a word or two, for programs.
+const char* wordOf(LockCondition condition);
+/// The same for people.
+const char* describe(LockCondition condition);
+
+/// Why the lock does not do its work, and what to do about it.
+struct LockProblem
+{
+    const char* cause; // for programs; null: there is no problem
+    std::string found;
+    std::string next;
+};
+
+/// For whoever wants to use the lock. A lock that is held has a problem only if it is not released in time.
+LockProblem problemOf(const LockState& state);
+
+/// Why a seed cannot take the place of the lock that is there; null cause: it can, or there is none.
+LockProblem problemForSeed(const LockState& state);
+
+} // namespace VorelKestrel::Tool
+
+#endif

@@ -39,6 +39,7 @@ normalised() {
         s/\bNUMBER \([\w-]+\)/NUMBER (NAME)/g;
         s/\b0x51[0-9a-f]{6}\b/KEY/g;
         s/^(owner +)[\w-]+,/$1USER,/gm;
+        s/\b(until )\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ/$1DATE/g;
         s/("owner":)"[\w-]+"/$1"USER"/g;
         s/[\w-]+ (has put it there)/USER $1/g;
     ' "$1"
@@ -63,6 +64,17 @@ while_held_in() {
     [ "$folder" = "$TMPDIR" ] || TMPDIR=$folder lock_number | xargs -r ipcrm -s
     return $result
 }
+# Makes an issuer (issuer.pem), and a chip's key and certificate of that issuer (chip.key, chip.pem) in $TMPDIR.
+make_pki() {
+    {
+        openssl req -x509 -newkey rsa:2048 -nodes -days 365 -subj "/CN=Test issuer" -keyout "$TMPDIR/issuer.key" \
+            -out "$TMPDIR/issuer.pem"
+        openssl req -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj "/CN=Test chip" \
+            -keyout "$TMPDIR/chip.key" -out "$TMPDIR/chip.csr"
+        openssl x509 -req -in "$TMPDIR/chip.csr" -CA "$TMPDIR/issuer.pem" -CAkey "$TMPDIR/issuer.key" -days 365 \
+            -set_serial 0x01f3 -out "$TMPDIR/chip.pem"
+    } 2>"$TMPDIR/openssl.log"
+}
 nobody() { setpriv --reuid=65534 --regid=65534 --clear-groups "$@"; }
 # Another user's authchip; the folder of this build may be closed to others.
 as_nobody() {
@@ -71,7 +83,7 @@ as_nobody() {
 }
 # Where nothing is mounted on /proc.
 without_proc() { unshare --mount sh -c 'mount -t tmpfs none /proc && exec "$@"' sh "$@"; }
-export -f lock_number key_file set_tokens while_held while_held_in nobody as_nobody without_proc
+export -f make_pki lock_number key_file set_tokens while_held while_held_in nobody as_nobody without_proc
 
 # Neither a container without the right nor a folder mounted with "nodev" lets a node be opened.
 makes_nodes() {

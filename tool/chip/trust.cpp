@@ -325,6 +325,15 @@ bool isSelfIssued(const Certificate& certificate)
     return X509_NAME_cmp(X509_get_subject_name(certificate.x509()), X509_get_issuer_name(certificate.x509())) == 0;
 }
 
+/// Whether the signature under the certificate is good, as far as the signer is known.
+TrustCheck checkCertificate(const Certificate& certificate, const Verdict& verdict)
+{
+    if (verdict.chain.size() > 1)
+        return judge(kCertificate, verdict, "matches its issuer's signature");
+    return isSelfIssued(certificate) ? judge(kCertificate, verdict, "matches its own signature")
+                                     : skipped(kCertificate, "not checked: its issuer is not given");
+}
+
 } // namespace
 
 const TrustCheck* TrustReport::failure() const
@@ -356,11 +365,7 @@ TrustReport Trust::examine(const Certificate& certificate) const
 
     TrustReport report;
     const bool knowsIssuers = !m_options.issuers.empty();
-    if (knowsIssuers || isSelfIssued(certificate))
-        report.checks.push_back(judge(kCertificate, verdict,
-                                      knowsIssuers ? "matches its issuer's signature" : "matches its own signature"));
-    else
-        report.checks.push_back(skipped(kCertificate, "not checked: its issuer is not given"));
+    report.checks.push_back(checkCertificate(certificate, verdict));
     const std::string trusted = verdict.chain.empty() ? "" : nameAsText(X509_get_subject_name(verdict.chain.back()));
     report.checks.push_back(knowsIssuers ? judge(kIssuer, verdict, "vouched for by " + trusted)
                                          : skipped(kIssuer, "not checked: no --issuer given"));

@@ -1,8 +1,8 @@
 #include "tool/commands/command.h"
 
-#include "tool/chip/verification.h"
 #include "tool/commands/chipreport.h"
-#include "tool/report/failure.h"
+#include "tool/commands/trustarguments.h"
+#include "tool/commands/verdict.h"
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -10,31 +10,28 @@ namespace {
 class Authenticate : public Command
 {
 public:
+    void declare(CLI::App& app) override { m_trust.declare(app); }
+    void interpret() override { m_trust.interpret(); }
+
     ExitStatus run(const CommandContext& context) override
     {
+        const Trust trust(m_trust.options());
         const auto chip = context.chips->detect();
         const Certificate certificate = parseCertificate(chip->certificate());
         const Bytes challenge = randomChallenge(chip->generation());
         const Bytes signature = chip->sign(challenge);
-        const std::string flaw = findFlaw(chip->generation(), certificate.publicKey(), challenge, signature);
 
         auto report = startReport(context.options);
         addProtocol(report, *chip);
-        report.row("subject", "subject", certificate.subject())
-            .row("issuer", "issuer", certificate.issuer())
-            .row("serial", "serial", certificate.serial())
-            .row("key", "key", certificate.keyDescription())
-            .hexRow("challenge", "challenge", challenge)
-            .hexRow("signature", "signature", signature);
-        report.text("result", flaw.empty() ? "authentic: the chip holds the key of its certificate" : "NOT AUTHENTIC")
-            .json("authentic", flaw.empty());
+        const TrustReport examination =
+            addVerdict(report, {chip->generation(), certificate, challenge, signature}, trust);
         report.print(context.options.json, context.answer);
-        if (!flaw.empty())
-            throw Failure(ExitStatus::NotAuthentic, "verify the chip on " + describe(context.options.location),
-                          "Not authentic: " + flaw,
-                          "Try again to rule the bus out; if it stays so, do not trust this accessory.");
+        requireAuthentic(examination, "verify the chip on " + describe(context.options.location));
         return ExitStatus::Success;
     }
+
+private:
+    TrustArguments m_trust;
 };
 
 } // namespace

@@ -8,6 +8,7 @@ std::unique_ptr<Command> makeDoctor();
 std::unique_ptr<Command> makeCertificate();
 std::unique_ptr<Command> makeSign();
 std::unique_ptr<Command> makeAuthenticate();
+std::unique_ptr<Command> makeVerify();
 std::unique_ptr<Command> makeRead();
 std::unique_ptr<Command> makeWrite();
 std::unique_ptr<Command> makeLockStatus();
@@ -24,6 +25,7 @@ const std::vector<CommandRow>& commandTable()
         {"sign", "Have the chip sign a challenge, a random one if none is given", Needs::Library, makeSign},
         {"authenticate", "Read the certificate, have a random challenge signed, verify the signature", Needs::Library,
          makeAuthenticate},
+        {"verify", "Verify a signature that a chip has made earlier, without a chip", Needs::Nothing, makeVerify},
         {"read", "Read a register, without detecting the chip; list all if none is given", Needs::Library, makeRead},
         {"write", "Write to a register, without detecting the chip", Needs::Library, makeWrite},
         {"lock", "Look at the lock between processes, or make one that stays", Needs::Nothing, nullptr},

@@ -125,6 +125,14 @@ TEST_F(TrustTest, NamesAnUnknownIssuer)
     EXPECT_EQ("unknown issuer", causeOf({testpki::makeIssued(stranger, "Chip").certificate.get()}));
 }
 
+TEST_F(TrustTest, DoesNotJudgeTheSignatureOfAnUnknownIssuer)
+{
+    const auto stranger = testpki::makeRoot("Stranger");
+    const TrustReport report =
+        examine({testpki::makeIssued(stranger, "Chip").certificate.get()}, {{storeIssuer(m_root)}, {}, true, {}});
+    EXPECT_EQ(Result::Skipped, check(report, "certificate").result);
+}
+
 TEST_F(TrustTest, NamesAnIssuerOfTheSameNameWithAnotherKey)
 {
     const auto impostor = testpki::makeRoot("Root");

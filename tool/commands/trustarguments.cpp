@@ -1,0 +1,57 @@
+#include "tool/commands/trustarguments.h"
+
+#include <cstdlib>
+#include <ctime>
+
+#include <CLI/CLI.hpp>
+
+#include "tool/report/failure.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+/// "2026-01-31T12:00:00Z" or a number of seconds since 1970; none for anything else.
+std::optional<std::time_t> parseTime(const std::string& text)
+{
+    std::tm parts{};
+    const char* end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    if (end != nullptr && *end == '\0')
+        return timegm(&parts);
+    parts = {};
+    end = strptime(text.c_str(), "%Y-%m-%d", &parts);
+    if (end != nullptr && *end == '\0')
+        return timegm(&parts);
+    return std::nullopt;
+}
+
+} // namespace
+
+void TrustArguments::declare(CLI::App& app)
+{
+    app.add_option("--issuer", m_options.issuers, "A file or folder with certificates of trusted issuers; repeatable")
+        ->envname("AUTHCHIP_ISSUER")
+        ->type_name("PATH")
+        ->allow_extra_args(false);
+    app.add_option("--crl", m_options.revocationLists, "A file with revocation lists of the issuers; repeatable")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
+    auto* at = app.add_option("--at", m_at, "Check the dates at this time, for example 2026-01-31T12:00:00Z (now)")
+                   ->type_name("TIME");
+    app.add_flag("--no-time-check", m_skipsTime, "Do not check the dates, on a board without a clock")->excludes(at);
+}
+
+void TrustArguments::interpret()
+{
+    m_options.checksTime = !m_skipsTime;
+    if (!m_options.revocationLists.empty() && m_options.issuers.empty())
+        throw Failure(ExitStatus::Usage, "check the revocation lists", "No issuer is given",
+                      "Name the issuers of the chips with --issuer.");
+    if (m_at.empty())
+        return;
+    m_options.at = parseTime(m_at);
+    if (!m_options.at)
+        throw Failure(ExitStatus::Usage, "check the dates at '" + m_at + "'", "That is not a time",
+                      "Give a time in UTC, for example 2026-01-31T12:00:00Z or 2026-01-31.");
+}
+
+} // namespace VorelKestrel::Tool

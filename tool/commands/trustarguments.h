@@ -1,0 +1,32 @@
+#ifndef TOOL_COMMANDS_TRUSTARGUMENTS_H
+#define TOOL_COMMANDS_TRUSTARGUMENTS_H
+
+#include <string>
+
+#include "tool/chip/trust.h"
+
+namespace CLI {
+class App;
+}
+
+namespace VorelKestrel::Tool {
+
+/// The options that say whom to trust, for every command that verifies.
+class TrustArguments
+{
+public:
+    void declare(CLI::App& app);
+    /// Throws Failure (ExitStatus::Usage) for a time that is none.
+    void interpret();
+
+    const TrustOptions& options() const { return m_options; }
+
+private:
+    TrustOptions m_options;
+    bool m_skipsTime = false;
+    std::string m_at;
+};
+
+} // namespace VorelKestrel::Tool
+
+#endif

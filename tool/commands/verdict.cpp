@@ -1,0 +1,90 @@
+#include "tool/commands/verdict.h"
+
+#include "tool/chip/verification.h"
+#include "tool/report/failure.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+const char* nameOf(TrustCheck::Result result)
+{
+    switch (result) {
+    case TrustCheck::Result::Passed:
+        return "passed";
+    case TrustCheck::Result::Failed:
+        return "failed";
+    case TrustCheck::Result::Skipped:
+        break;
+    }
+    return "skipped";
+}
+
+std::string textOf(const TrustCheck& check)
+{
+    switch (check.result) {
+    case TrustCheck::Result::Passed:
+        return "ok: " + check.found;
+    case TrustCheck::Result::Failed:
+        return std::string(check.cause) + ": " + check.found;
+    case TrustCheck::Result::Skipped:
+        break;
+    }
+    return check.found;
+}
+
+TrustCheck checkSignature(const Evidence& evidence)
+{
+    const std::string flaw =
+        findFlaw(evidence.generation, evidence.certificate.publicKey(), evidence.challenge, evidence.signature);
+    if (flaw.empty())
+        return {"signature", TrustCheck::Result::Passed, nullptr, "made with the certificate's key", nullptr};
+    return {"signature", TrustCheck::Result::Failed, "wrong signature", flaw,
+            "Try again to rule the bus out; if it stays so, do not trust this accessory."};
+}
+
+void addChecks(Report& report, const TrustReport& examination)
+{
+    auto checks = nlohmann::ordered_json::array();
+    for (const TrustCheck& check : examination.checks) {
+        report.text("check " + std::string(check.name), textOf(check));
+        checks.push_back({{"name", check.name},
+                          {"result", nameOf(check.result)},
+                          {"cause", check.cause == nullptr ? nlohmann::ordered_json() : check.cause},
+                          {"found", check.found}});
+    }
+    report.json("checks", checks).json("chain", examination.chain);
+}
+
+std::string resultOf(const TrustReport& examination)
+{
+    if (examination.failure() != nullptr)
+        return "NOT AUTHENTIC";
+    const std::string result = "authentic: the chip holds the key of its certificate";
+    return examination.chain.empty() ? result : result + ", which a trusted issuer vouches for";
+}
+
+} // namespace
+
+TrustReport addVerdict(Report& report, const Evidence& evidence, const Trust& trust)
+{
+    TrustReport examination = trust.examine(evidence.certificate);
+    examination.checks.insert(examination.checks.begin(), checkSignature(evidence));
+    report.row("subject", "subject", evidence.certificate.subject())
+        .row("issuer", "issuer", evidence.certificate.issuer())
+        .row("serial", "serial", evidence.certificate.serial())
+        .row("key", "key", evidence.certificate.keyDescription())
+        .hexRow("challenge", "challenge", evidence.challenge)
+        .hexRow("signature", "signature", evidence.signature);
+    addChecks(report, examination);
+    report.text("result", resultOf(examination)).json("authentic", examination.failure() == nullptr);
+    return examination;
+}
+
+void requireAuthentic(const TrustReport& examination, const std::string& tried)
+{
+    const TrustCheck* failure = examination.failure();
+    if (failure != nullptr)
+        throw Failure(ExitStatus::NotAuthentic, tried, "Not authentic: " + failure->found, failure->next);
+}
+
+} // namespace VorelKestrel::Tool

@@ -1,0 +1,93 @@
+#include "tool/commands/command.h"
+
+#include <fstream>
+#include <iterator>
+
+#include <CLI/CLI.hpp>
+
+#include "tool/commands/chipreport.h"
+#include "tool/commands/trustarguments.h"
+#include "tool/commands/values.h"
+#include "tool/commands/verdict.h"
+#include "tool/report/failure.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+/// A chip's certificate is far shorter.
+constexpr std::size_t kLongestFile = 65536;
+
+Bytes readCertificateFile(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    Bytes content(kLongestFile + 1);
+    file.read(reinterpret_cast<char*>(content.data()), static_cast<std::streamsize>(content.size()));
+    content.resize(static_cast<std::size_t>(file.gcount()));
+    if (file.bad() || content.empty() || content.size() > kLongestFile)
+        throw Failure(ExitStatus::Usage, "read the certificate in " + path,
+                      "It is empty, cannot be read, or is longer than " + std::to_string(kLongestFile) + " bytes",
+                      "Name what 'authchip certificate -o FILE' has stored, or an X.509 certificate in DER.");
+    return content;
+}
+
+/// The two generations have keys of different kinds.
+const Generation& generationOf(const Certificate& certificate)
+{
+    const bool isRsa = certificate.keyDescription().rfind(kGeneration20B.keyType, 0) == 0;
+    return isRsa ? kGeneration20B : kGeneration30;
+}
+
+class Verify : public Command
+{
+public:
+    void declare(CLI::App& app) override
+    {
+        app.add_option("--certificate", m_file, "The chip's certificate, as 'authchip certificate -o FILE' stores it")
+            ->check(existingFile())
+            ->required()
+            ->type_name("FILE");
+        app.add_option("--challenge", m_challengeText, "The challenge, in hexadecimal")->required()->type_name("HEX");
+        app.add_option("--signature", m_signatureText, "The chip's answer, in hexadecimal")
+            ->required()
+            ->type_name("HEX");
+        m_trust.declare(app);
+    }
+
+    void interpret() override
+    {
+        m_challenge = parseBytes(m_challengeText, "verify a challenge");
+        m_signature = parseBytes(m_signatureText, "verify a signature");
+        m_trust.interpret();
+    }
+
+    ExitStatus run(const CommandContext& context) override
+    {
+        const Trust trust(m_trust.options());
+        const Certificate certificate = parseCertificate(readCertificateFile(m_file));
+        const Generation& generation = generationOf(certificate);
+
+        Report report;
+        report.row("protocol", "protocol", generation.protocol);
+        const TrustReport examination = addVerdict(report, {generation, certificate, m_challenge, m_signature}, trust);
+        report.print(context.options.json, context.answer);
+        requireAuthentic(examination, "verify the answer to the challenge");
+        return ExitStatus::Success;
+    }
+
+private:
+    TrustArguments m_trust;
+    std::string m_file;
+    std::string m_challengeText;
+    std::string m_signatureText;
+    Bytes m_challenge;
+    Bytes m_signature;
+};
+
+} // namespace
+
+std::unique_ptr<Command> makeVerify()
+{
+    return std::make_unique<Verify>();
+}
+
+} // namespace VorelKestrel::Tool

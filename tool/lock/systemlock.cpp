@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
+#include <fstream>
 #include <optional>
 
 #include <sys/ipc.h>
@@ -121,6 +122,16 @@ int change(int semaphore, short delta, const timespec* timeout)
     return result < 0 ? errno : 0;
 }
 
+/// True for a zombie, whose number is in use until its parent has looked. Its tokens are given back by then.
+bool hasEnded(pid_t process)
+{
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::string line;
+    std::getline(file, line);
+    const auto name = line.rfind(") "); // the name may have anything in it; the state follows
+    return name != std::string::npos && line.at(name + 2) == 'Z';
+}
+
 timespec fromMilliseconds(int milliseconds)
 {
     timespec time = {};
@@ -174,7 +185,7 @@ std::vector<SemaphoreSet> findOrphans(const KeyFolder& folder)
 
 bool isAlive(pid_t process)
 {
-    return kill(process, 0) == 0 || errno == EPERM;
+    return (kill(process, 0) == 0 || errno == EPERM) && !hasEnded(process);
 }
 
 LockToken::LockToken(int semaphore, int milliseconds) : m_semaphore(semaphore)

@@ -62,7 +62,7 @@ LockState lookAtLock(const KeyFolder& folder, const std::string& keyFile);
 /// The sets that seeds have made in this folder and that no key file leads to. Only those that this user may read.
 std::vector<SemaphoreSet> findOrphans(const KeyFolder& folder);
 
-/// Whether there is a process of this number.
+/// Whether there is a process of this number that has not ended.
 bool isAlive(pid_t process);
 
 /// A token, held until the end of the scope; the kernel gives it back if the process dies.

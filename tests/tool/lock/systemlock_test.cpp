@@ -5,6 +5,7 @@
 #include <memory>
 
 #include <sys/sem.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -107,6 +108,22 @@ TEST_F(SystemLockTest, IsLostWhenItsTokenIsGoneAndItsLastUserToo)
     const GlobalMutex keeper;
     ChildProcess([&] { setTokens(0); }).join();
     EXPECT_EQ(LockCondition::Lost, m_folder.look().condition);
+}
+
+TEST_F(SystemLockTest, IsLostAlsoWhenNobodyHasTakenNoteYetThatItsLastUserHasEnded)
+{
+    const GlobalMutex keeper;
+    const pid_t child = fork();
+    if (child == 0) {
+        setTokens(0);
+        _exit(0);
+    }
+    siginfo_t information = {};
+    ASSERT_EQ(0, waitid(P_PID, static_cast<id_t>(child), &information, WEXITED | WNOWAIT));
+    EXPECT_EQ(child, m_folder.look().lastUser);
+    EXPECT_EQ(LockCondition::Lost, m_folder.look().condition);
+    EXPECT_FALSE(isAlive(child));
+    waitpid(child, nullptr, 0);
 }
 
 TEST_F(SystemLockTest, HasTooManyTokensAfterAnUnlockTooMany)

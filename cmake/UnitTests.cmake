@@ -6,16 +6,21 @@ if(NOT TARGET apart)
     add_subdirectory(${PROJECT_SOURCE_DIR}/tests/apart ${PROJECT_BINARY_DIR}/tests/apart)
 endif()
 
-# add_apart_test(NAME name [ENVIRONMENT VARIABLE=value...] COMMAND command...): add_test() for one that runs apart. It
-# sees of the environment what is named here, and what apart sets.
+# add_apart_test(NAME name [SHARES_LOCKS] [ENVIRONMENT VARIABLE=value...] COMMAND command...): add_test() for one that
+# runs apart. It sees of the environment what is named here, and what apart sets.
+#   SHARES_LOCKS  what it is about is the lock between processes
 function(add_apart_test)
-    cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME" "ENVIRONMENT;COMMAND")
+    cmake_parse_arguments(PARSE_ARGV 0 arg "SHARES_LOCKS" "NAME" "ENVIRONMENT;COMMAND")
+    set(apart ${APART})
+    if(arg_SHARES_LOCKS)
+        list(APPEND apart --shares-locks)
+    endif()
     list(GET arg_COMMAND 0 program)
     if(TARGET ${program})
         list(REMOVE_AT arg_COMMAND 0)
         list(PREPEND arg_COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${program}>)
     endif()
-    add_test(NAME ${arg_NAME} COMMAND ${APART} ${arg_ENVIRONMENT} ${arg_COMMAND})
+    add_test(NAME ${arg_NAME} COMMAND ${apart} ${arg_ENVIRONMENT} ${arg_COMMAND})
 endfunction()
 
 # add_unit_tests(NAME [SHARES_LOCKS] SOURCES file... LIBRARIES target...): a GoogleTest program of which ctest runs every
@@ -24,7 +29,10 @@ endfunction()
 #   SHARES_LOCKS  its locks are the system's, for programs that it starts; by default they are its own and its children's
 function(add_unit_tests name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "SHARES_LOCKS" "" "SOURCES;LIBRARIES")
-    if(NOT arg_SHARES_LOCKS)
+    set(apart ${APART})
+    if(arg_SHARES_LOCKS)
+        list(APPEND apart --shares-locks)
+    else()
         list(APPEND arg_LIBRARIES own_semaphores)
     endif()
     add_executable(${name} ${arg_SOURCES})
@@ -33,7 +41,7 @@ function(add_unit_tests name)
     add_dependencies(${name} apart)
     set_target_properties(${name} PROPERTIES
         ENABLE_EXPORTS ON # the library looks the host's hook and the faked system calls up in the program
-        CROSSCOMPILING_EMULATOR "${APART};${CMAKE_CROSSCOMPILING_EMULATOR}") # what lists and runs the tests
+        CROSSCOMPILING_EMULATOR "${apart};${CMAKE_CROSSCOMPILING_EMULATOR}") # what lists and runs the tests
     gtest_discover_tests(${name} NO_PRETTY_TYPES NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60)
 endfunction()
 

@@ -1,12 +1,13 @@
 // Runs a test apart from the machine and from other tests, and leaves nothing of it behind.
-// Usage: apart [NAME=VALUE...] COMMAND [ARGUMENT...]
+// Usage: apart [--shares-locks] [NAME=VALUE...] COMMAND [ARGUMENT...]
 //
 // The command gets
 //   - a folder of its own: TMPDIR is in it, HOME is it, and it is removed with all that is in it;
 //   - an environment in which nothing is anybody's: PATH with the folders for root's programs, what the lists below
 //     let pass, and the values that are named before the command;
 //   - every signal as the system delivers it by default, umask 022, no standard input, no other open file;
-//   - System V objects of its own, where the system allows that: as root, or as a user who may make a namespace;
+//   - System V objects of its own, where the system allows that: mostly for root. Where it does not, those that share
+//     locks take turns: the key of a lock has 16 bits of the number of a file, which two files can have in common;
 //   - a session of its own. What it leaves running when it ends is killed.
 // The exit status is the command's; a signal that ends the command ends this program too.
 
@@ -18,6 +19,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -28,7 +30,9 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/sem.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -84,15 +88,23 @@ std::string makeFolder()
     return folder;
 }
 
-std::vector<std::string> environmentIn(const std::string& folder)
+/// Without the folders that this user may not enter: for want of another, a missing program is a forbidden one then.
+std::string programFolders()
 {
     const char* const path = std::getenv("PATH");
+    std::istringstream wanted(path == nullptr ? "" : path);
+    std::string folders;
+    for (std::string folder; std::getline(wanted, folder, ':');) {
+        if (folder.rfind('/', 0) == 0 && access(folder.c_str(), X_OK) == 0)
+            folders += folder + ':';
+    }
+    return folders + kProgramFolders;
+}
+
+std::vector<std::string> environmentIn(const std::string& folder)
+{
     std::vector<std::string> environment = {
-        "PATH=" + (path == nullptr || path[0] == '\0' ? "" : path + std::string(":")) + kProgramFolders,
-        "HOME=" + folder,
-        "TMPDIR=" + folder + "/tmp",
-        "LC_ALL=C",
-        "TZ=UTC0",
+        "PATH=" + programFolders(),      "HOME=" + folder, "TMPDIR=" + folder + "/tmp", "LC_ALL=C", "TZ=UTC0",
         "AUTHCHIP_TEST_APART=" + folder,
     };
     for (char** variable = environ; *variable != nullptr; ++variable) {
@@ -104,49 +116,21 @@ std::vector<std::string> environmentIn(const std::string& folder)
     return environment;
 }
 
-void write(const char* file, const std::string& text)
+/// Waits until no other command on this machine has the turn. It is over when the descriptor is closed: the name is one
+/// of a socket without a file, which nobody can leave behind. Whoever waits is connected to whoever has the turn.
+int takeTurn()
 {
-    std::ofstream stream(file);
-    stream << text << std::flush;
-    if (!stream)
-        throw std::system_error(errno, std::generic_category(), file);
-}
-
-/// An ordinary user makes one as the root of a namespace of users in which everybody keeps the own number.
-void makeOwnObjectsAsUser()
-{
-    const std::string user = std::to_string(geteuid());
-    const std::string group = std::to_string(getegid());
-    if (unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0)
-        throw std::system_error(errno, std::generic_category(), "unshare");
-    write("/proc/self/setgroups", "deny");
-    write("/proc/self/uid_map", user + ' ' + user + " 1");
-    write("/proc/self/gid_map", group + ' ' + group + " 1");
-}
-
-/// Whether the last attempt would go well is only known when it has been made, and there is no way back.
-bool mayMakeOwnObjectsAsUser()
-{
-    const pid_t attempt = fork();
-    if (attempt == 0) {
-        try {
-            makeOwnObjectsAsUser();
-        } catch (const std::system_error&) {
-            _exit(1);
-        }
-        _exit(0);
+    sockaddr_un address = {AF_UNIX, "\0authchip: a test with locks of the system"};
+    const auto* const name = reinterpret_cast<const sockaddr*>(&address);
+    while (true) {
+        const int turn = socket(AF_UNIX, SOCK_STREAM, 0);
+        if (bind(turn, name, sizeof(address)) == 0 && listen(turn, SOMAXCONN) == 0)
+            return turn;
+        char nothing = 0;
+        if (connect(turn, name, sizeof(address)) == 0) [[maybe_unused]]
+            const ssize_t end = read(turn, &nothing, 1); // none comes, but the end
+        close(turn);
     }
-    int status = 1;
-    return waitpid(attempt, &status, 0) == attempt && status == 0;
-}
-
-void makeOwnObjects()
-{
-    if (unshare(CLONE_NEWIPC) == 0)
-        return;
-    // Not for root, who could not become another user in there.
-    if (geteuid() != 0 && mayMakeOwnObjectsAsUser())
-        makeOwnObjectsAsUser();
 }
 
 void resetSignals()
@@ -167,7 +151,6 @@ void resetFiles()
             dup2(nothing, output);
     }
     closefrom(STDERR_FILENO + 1);
-    umask(022);
     const rlimit noCore = {0, RLIM_INFINITY};
     setrlimit(RLIMIT_CORE, &noCore);
 }
@@ -178,7 +161,6 @@ void resetFiles()
     setsid();
     resetSignals();
     resetFiles();
-    makeOwnObjects();
     std::vector<std::string> environment = environmentIn(folder);
     for (; *arguments != nullptr && std::strchr(*arguments, '=') != nullptr; ++arguments)
         environment.emplace_back(*arguments);
@@ -258,9 +240,14 @@ void removeFolder(const std::string& folder)
 int main(int argc, char** argv)
 {
     if (argc < 2 || std::strcmp(argv[1], "--help") == 0) {
-        std::cerr << "usage: apart [NAME=VALUE...] COMMAND [ARGUMENT...]\n";
+        std::cerr << "usage: apart [--shares-locks] [NAME=VALUE...] COMMAND [ARGUMENT...]\n";
         return 2;
     }
+    const bool sharesLocks = std::strcmp(argv[1], "--shares-locks") == 0;
+    const bool hasOwnObjects = unshare(CLONE_NEWIPC) == 0;
+    if (sharesLocks && !hasOwnObjects)
+        takeTurn(); // until this program ends
+    umask(022);
     const std::string folder = makeFolder();
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     sigset_t ends;
@@ -275,7 +262,7 @@ int main(int argc, char** argv)
     if (command == -1)
         giveUp("no process");
     if (command == 0)
-        becomeCommand(folder, argv + 1);
+        becomeCommand(folder, argv + (sharesLocks ? 2 : 1));
     g_command = command;
     sigprocmask(SIG_UNBLOCK, &ends, nullptr);
     const int status = statusOf(command);

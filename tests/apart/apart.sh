@@ -17,7 +17,10 @@ expect environment "AUTHCHIP_TEST_APART HOME LC_ALL LSAN_OPTIONS NAMED=value PAT
     env -i A=1 LANG=de_DE TMPDIR=/nonexistent LSAN_OPTIONS=x=1 "$apart" NAMED=value env |
         sed -E '/^NAMED=/!s/=.*//' | LC_ALL=C sort | xargs)"
 expect "PATH, from none" /usr/sbin "$(env -i "$apart" sh -c 'printenv PATH' | tr : '\n' | grep -x /usr/sbin)"
-expect "PATH, first of the caller's" /here "$(PATH=/here:$PATH "$apart" sh -c 'printenv PATH' | cut -d: -f1)"
+expect "PATH, first of the caller's" "$scratch" "$(PATH=$scratch:$PATH "$apart" sh -c 'printenv PATH' | cut -d: -f1)"
+mkdir -m 000 "$scratch/forbidden"
+[ "$(id -u)" -eq 0 ] ||
+    expect "PATH, without what is forbidden" "$scratch" "$(PATH=$scratch/forbidden:$scratch:$PATH "$apart" sh -c 'printenv PATH' | cut -d: -f1)"
 expect umask 0022 "$(umask 077 && "$apart" bash -c umask)"
 expect "ignored signals" 0000000000000000 "$(
     env --ignore-signal=HUP,INT,PIPE,TERM "$apart" sed -n 's/^SigIgn:\t//p' /proc/self/status)"
@@ -28,12 +31,21 @@ expect "open files" "0 1 2" "$("$apart" bash -c 'ls /proc/$$/fd; :' 4<"$scratch"
 "$apart" bash -c 'readlink /proc/$$/fd/1 /proc/$$/fd/2 >"$0"; :' "$scratch/outputs" >&- 2>&-
 expect "closed outputs" "/dev/null /dev/null" "$(xargs <"$scratch/outputs")"
 expect "another folder each time" 2 "$(for _ in 1 2; do "$apart" printenv TMPDIR; done | sort -u | wc -l)"
-expect "folders that others may enter" "755 755" "$("$apart" sh -c 'stat -c %a "$HOME" "$TMPDIR"' | xargs)"
+expect "folders that others may enter" "755 755" "$(umask 077 && "$apart" sh -c 'stat -c %a "$HOME" "$TMPDIR"' | xargs)"
 mkdir -m 700 "$scratch/closed"
 expect "a folder for folders that is closed to others" /tmp "$(TMPDIR=$scratch/closed "$apart" sh -c 'dirname "$HOME"')"
 long=/tmp/$(printf '%0200d' 0)
 expect "a long one" /tmp "$(TMPDIR=$long "$apart" sh -c 'dirname "$HOME"')"
 expect "a good one" "$TMPDIR" "$(TMPDIR=$TMPDIR "$apart" sh -c 'dirname "$HOME"')"
+
+# Without System V objects of their own, one after the other.
+limited=(env)
+[ "$(id -u)" -ne 0 ] || limited=(setpriv --bounding-set=-sys_admin)
+for _ in 1 2 3; do
+    "${limited[@]}" "$apart" --shares-locks sh -c 'echo in >>"$0"; sleep 0.1; echo out >>"$0"' "$scratch/turns" &
+done
+wait
+expect turns "in out in out in out" "$(xargs <"$scratch/turns")"
 
 # How it ends.
 status() { "$@" >/dev/null 2>&1 && echo 0 || echo $?; }

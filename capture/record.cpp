@@ -169,6 +169,30 @@ std::size_t movedLength(const Facts& facts)
     return facts.failed() ? 0 : min(static_cast<std::size_t>(facts.result), kMessageMaximumLength);
 }
 
+void putComment(Cursor& options, const Record& record)
+{
+    char comment[kCommentRoom];
+    const std::size_t length = describe(record, comment, sizeof(comment));
+    if (length == 0)
+        return;
+    options.option(kOptionComment, length);
+    options.bytes(comment, length);
+    options.zeroes(paddedTo4(length) - length);
+}
+
+void putHead(Cursor& head, const Facts& facts, std::size_t blockLength, std::size_t packetLength,
+             std::size_t originalLength)
+{
+    head.native(kPacketBlock);
+    head.native(static_cast<AL::U32>(blockLength));
+    head.native(AL::U32{0}); // the interface
+    head.native(static_cast<AL::U32>(facts.time >> 32U));
+    head.native(static_cast<AL::U32>(facts.time));
+    head.native(static_cast<AL::U32>(packetLength));
+    head.native(static_cast<AL::U32>(originalLength));
+    putPseudoHeader(head, facts);
+}
+
 } // namespace
 
 bool isHarmless(AL::U8 reg, std::size_t length)
@@ -208,17 +232,11 @@ void EncodedRecord::encode(const Record& record, std::size_t onWire, std::size_t
     const Facts& facts = record.facts;
     const std::size_t shown = shownLength(record, onWire);
     const std::size_t triedShown = shownLength(record, tried);
-    char comment[kCommentRoom];
-    const std::size_t commentLength = describe(record, comment, sizeof(comment));
     const std::size_t packetLength = kPseudoHeaderLength + 1 + shown;
 
     Cursor middle(m_middle);
     middle.zeroes(paddedTo4(packetLength) - packetLength);
-    if (commentLength > 0) {
-        middle.option(kOptionComment, commentLength);
-        middle.bytes(comment, commentLength);
-        middle.zeroes(paddedTo4(commentLength) - commentLength);
-    }
+    putComment(middle, record);
     middle.option(kPacketOptionFlags, sizeof(AL::U32));
     middle.native(facts.call == Call::SelectAddress ? AL::U32{0} : facts.isRead ? kPacketInbound : kPacketOutbound);
     middle.option(kOptionCustomBytes, kFactsLength + triedShown);
@@ -234,14 +252,7 @@ void EncodedRecord::encode(const Record& record, std::size_t onWire, std::size_t
     tail.native(static_cast<AL::U32>(blockLength));
 
     Cursor head(m_head);
-    head.native(kPacketBlock);
-    head.native(static_cast<AL::U32>(blockLength));
-    head.native(AL::U32{0}); // the interface
-    head.native(static_cast<AL::U32>(facts.time >> 32U));
-    head.native(static_cast<AL::U32>(facts.time));
-    head.native(static_cast<AL::U32>(packetLength));
-    head.native(static_cast<AL::U32>(kPseudoHeaderLength + 1 + onWire));
-    putPseudoHeader(head, facts);
+    putHead(head, facts, blockLength, packetLength, kPseudoHeaderLength + 1 + onWire);
 
     auto* data = const_cast<AL::U8*>(record.data); // writev() only reads
     m_pieces[0] = {m_head, head.length()};

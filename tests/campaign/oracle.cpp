@@ -6,6 +6,7 @@
 #include <deque>
 #include <functional>
 #include <sstream>
+#include <stdexcept>
 
 #include <log4cplus/loglevel.h>
 
@@ -128,9 +129,13 @@ private:
     int raw(const char* failure, const std::function<int()>& transfer);
     int signature();
     bool does(Step step, int& number);
+    bool sendChallenge();
+    bool readResponse(int length);
     int number(int width);
     std::string detect();
     std::string chooseDriver(int deviceVersion);
+    int moveBytes();
+    int askDriver();
     std::string perform();
 
     const Script& m_script;
@@ -421,6 +426,20 @@ int Oracle::raw(const char* failure, const std::function<int()>& transfer)
     });
 }
 
+bool Oracle::sendChallenge()
+{
+    const int count = std::min(m_script.length, static_cast<int>(m_generation.challengeLength));
+    const Bytes all = dataOf(m_script);
+    return writeRegister(0x21, count, Bytes(all.begin(), all.begin() + count)) == count;
+}
+
+bool Oracle::readResponse(int length)
+{
+    m_outcome.outputs = "response=null length=" + std::to_string(length); // until all is done
+    m_outcome.buffer.assign(static_cast<std::size_t>(length), kUntouched);
+    return readRegister(0x12, length, m_outcome.buffer.data()) == length;
+}
+
 /// Does one step of a signature; @p number is what its line ends with.
 bool Oracle::does(Step step, int& number)
 {
@@ -436,11 +455,8 @@ bool Oracle::does(Step step, int& number)
         return writeNumber(0x11, 2, 128) == kSuccess;
     case Step::AnnounceChallenge:
         return writeNumber(0x20, 2, std::min(m_script.length, 20)) == kSuccess;
-    case Step::SendChallenge: {
-        const int count = std::min(m_script.length, static_cast<int>(m_generation.challengeLength));
-        const Bytes all = dataOf(m_script);
-        return writeRegister(0x21, count, Bytes(all.begin(), all.begin() + count)) == count;
-    }
+    case Step::SendChallenge:
+        return sendChallenge();
     case Step::ReadAcceptedLength:
         return readNumber(0x20, 2, m_number) == kSuccess;
     case Step::RequireAcceptedLength:
@@ -458,12 +474,9 @@ bool Oracle::does(Step step, int& number)
         number = static_cast<int>(m_number);
         return done;
     }
-    case Step::ReadResponse: {
+    case Step::ReadResponse:
         number = static_cast<int>(m_number);
-        m_outcome.outputs = "response=null length=" + std::to_string(number); // until all is done
-        m_outcome.buffer.assign(m_number, kUntouched);
-        return readRegister(0x12, number, m_outcome.buffer.data()) == number;
-    }
+        return readResponse(number);
     }
     return false;
 }
@@ -538,7 +551,8 @@ std::string Oracle::chooseDriver(int deviceVersion)
     return "null";
 }
 
-std::string Oracle::perform()
+/// The registers and raw transfers, and the bus below them.
+int Oracle::moveBytes()
 {
     const U8 reg = static_cast<U8>(m_script.reg);
     const auto readIntoBuffer = [&] { return readRegister(reg, m_script.length, m_outcome.buffer.data()); };
@@ -546,54 +560,72 @@ std::string Oracle::perform()
     if (m_script.operation == Operation::RawRead || m_script.operation == Operation::I2cRead)
         m_outcome.buffer.assign(kRoom, kUntouched);
     switch (m_script.operation) {
+    case Operation::RawWrite:
+        return raw("Write failed: expected=", writeData);
+    case Operation::RawRead:
+        return raw("Read failed: expected=", readIntoBuffer);
+    case Operation::ReadByte:
+        return number(1);
+    case Operation::ReadWord:
+        return number(2);
+    case Operation::ReadDWord:
+        return number(4);
+    case Operation::WriteByte:
+        return writeNumber(m_script.reg, 1, m_script.value);
+    case Operation::WriteWord:
+        return writeNumber(m_script.reg, 2, m_script.value);
+    case Operation::WriteDWord:
+        return writeNumber(m_script.reg, 4, m_script.value);
+    case Operation::I2cRead:
+        return readIntoBuffer();
+    case Operation::I2cWrite:
+        return writeData();
+    default:
+        throw std::logic_error("no transfer");
+    }
+}
+
+/// What a host asks a driver for.
+int Oracle::askDriver()
+{
+    switch (m_script.operation) {
+    case Operation::GetDeviceVersion:
+        return version(0x00);
+    case Operation::GetFirmwareVersion:
+        return version(0x01);
+    case Operation::GetAuthenticationProtocolMajorVersion:
+        return version(0x02);
+    case Operation::GetAuthenticationProtocolMinorVersion:
+        return version(0x03);
+    case Operation::GetDeviceId:
+        return deviceId();
+    case Operation::NewSignature:
+        return signature();
+    case Operation::GetAccessoryCertificateDataLength:
+        return certificateLength();
+    case Operation::GetAccessoryCertificateData:
+        return certificate();
+    case Operation::GetChallengeResponseDataMaximumLength:
+        return limit(static_cast<int>(m_generation.responseLength));
+    case Operation::GetChallengeDataMaximumLength:
+        return limit(static_cast<int>(m_generation.challengeLength));
+    default:
+        return moveBytes();
+    }
+}
+
+std::string Oracle::perform()
+{
+    switch (m_script.operation) {
     case Operation::Construct:
         bracket("Enter", "");
         bracket("Leave", "");
         return "0";
-    case Operation::GetDeviceVersion:
-        return std::to_string(version(0x00));
-    case Operation::GetFirmwareVersion:
-        return std::to_string(version(0x01));
-    case Operation::GetAuthenticationProtocolMajorVersion:
-        return std::to_string(version(0x02));
-    case Operation::GetAuthenticationProtocolMinorVersion:
-        return std::to_string(version(0x03));
-    case Operation::GetDeviceId:
-        return std::to_string(deviceId());
-    case Operation::NewSignature:
-        return std::to_string(signature());
-    case Operation::GetAccessoryCertificateDataLength:
-        return std::to_string(certificateLength());
-    case Operation::GetAccessoryCertificateData:
-        return std::to_string(certificate());
-    case Operation::GetChallengeResponseDataMaximumLength:
-        return std::to_string(limit(static_cast<int>(m_generation.responseLength)));
-    case Operation::GetChallengeDataMaximumLength:
-        return std::to_string(limit(static_cast<int>(m_generation.challengeLength)));
-    case Operation::RawWrite:
-        return std::to_string(raw("Write failed: expected=", writeData));
-    case Operation::RawRead:
-        return std::to_string(raw("Read failed: expected=", readIntoBuffer));
-    case Operation::ReadByte:
-        return std::to_string(number(1));
-    case Operation::ReadWord:
-        return std::to_string(number(2));
-    case Operation::ReadDWord:
-        return std::to_string(number(4));
-    case Operation::WriteByte:
-        return std::to_string(writeNumber(m_script.reg, 1, m_script.value));
-    case Operation::WriteWord:
-        return std::to_string(writeNumber(m_script.reg, 2, m_script.value));
-    case Operation::WriteDWord:
-        return std::to_string(writeNumber(m_script.reg, 4, m_script.value));
-    case Operation::I2cRead:
-        return std::to_string(readIntoBuffer());
-    case Operation::I2cWrite:
-        return std::to_string(writeData());
     case Operation::Detect:
         return detect();
+    default:
+        return std::to_string(askDriver());
     }
-    return "";
 }
 
 Outcome Oracle::predict()

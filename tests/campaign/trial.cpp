@@ -57,6 +57,8 @@ public:
 
 private:
     void arrange();
+    int moveBytes();
+    int askDriver();
     std::string call();
     template<typename Value, typename Query>
     int query(const char* name, Query query);
@@ -157,66 +159,82 @@ std::string Trial::detect()
     return typeid(found) == typeid(AuthChipDriver30) ? "3.0" : "2.0B";
 }
 
-std::string Trial::call()
+/// The registers and raw transfers, and the bus below them.
+int Trial::moveBytes()
 {
     AuthChipDriver& driver = *m_driver;
     const U8 reg = static_cast<U8>(m_script.reg);
     const Bytes data = dataOf(m_script);
     U8* const buffer = m_outcome.buffer.data();
+    switch (m_script.operation) {
+    case Operation::RawWrite:
+        return driver.rawWrite(reg, data.data(), m_script.length);
+    case Operation::RawRead:
+        return driver.rawRead(reg, buffer, m_script.length);
+    case Operation::ReadByte:
+        return query<U8>("value", [&](U8& value) { return driver.readByte(m_script.reg, value); });
+    case Operation::ReadWord:
+        return query<U16>("value", [&](U16& value) { return driver.readWord(m_script.reg, value); });
+    case Operation::ReadDWord:
+        return query<U32>("value", [&](U32& value) { return driver.readDWord(m_script.reg, value); });
+    case Operation::WriteByte:
+        return driver.writeByte(m_script.reg, m_script.value);
+    case Operation::WriteWord:
+        return driver.writeWord(m_script.reg, m_script.value);
+    case Operation::WriteDWord:
+        return driver.writeDWord(m_script.reg, m_script.value);
+    case Operation::I2cRead:
+        return i2cRead(reg, m_script.length, buffer);
+    case Operation::I2cWrite:
+        return i2cWrite(reg, m_script.length, data.data());
+    default:
+        throw std::logic_error("no transfer");
+    }
+}
+
+/// What a host asks a driver for.
+int Trial::askDriver()
+{
+    AuthChipDriver& driver = *m_driver;
+    switch (m_script.operation) {
+    case Operation::GetDeviceVersion:
+        return query<U8>("version", [&](U8& version) { return driver.getDeviceVersion(version); });
+    case Operation::GetFirmwareVersion:
+        return query<U8>("version", [&](U8& version) { return driver.getFirmwareVersion(version); });
+    case Operation::GetAuthenticationProtocolMajorVersion:
+        return query<U8>("version", [&](U8& version) { return driver.getAuthenticationProtocolMajorVersion(version); });
+    case Operation::GetAuthenticationProtocolMinorVersion:
+        return query<U8>("version", [&](U8& version) { return driver.getAuthenticationProtocolMinorVersion(version); });
+    case Operation::GetDeviceId:
+        return query<U32>("id", [&](U32& id) { return driver.getDeviceID(id); });
+    case Operation::NewSignature:
+        return sign();
+    case Operation::GetAccessoryCertificateDataLength:
+        return query<int>("length", [&](int& length) { return driver.getAccessoryCertificateDataLength(length); });
+    case Operation::GetAccessoryCertificateData:
+        return readCertificate();
+    case Operation::GetChallengeResponseDataMaximumLength:
+        return query<int>("length",
+                          [&](int& length) { return driver.getChallengeResponseDataMaximumLength(length), 0; });
+    case Operation::GetChallengeDataMaximumLength:
+        return query<int>("length", [&](int& length) { return driver.getChallengeDataMaximumLength(length), 0; });
+    default:
+        return moveBytes();
+    }
+}
+
+std::string Trial::call()
+{
     errno = 0;
     switch (m_script.operation) {
     case Operation::Construct:
         m_script.protocol30 ? static_cast<void>(AuthChipDriver30()) : static_cast<void>(AuthChipDriver20B());
         return "0";
-    case Operation::GetDeviceVersion:
-        return std::to_string(query<U8>("version", [&](U8& version) { return driver.getDeviceVersion(version); }));
-    case Operation::GetFirmwareVersion:
-        return std::to_string(query<U8>("version", [&](U8& version) { return driver.getFirmwareVersion(version); }));
-    case Operation::GetAuthenticationProtocolMajorVersion:
-        return std::to_string(
-            query<U8>("version", [&](U8& version) { return driver.getAuthenticationProtocolMajorVersion(version); }));
-    case Operation::GetAuthenticationProtocolMinorVersion:
-        return std::to_string(
-            query<U8>("version", [&](U8& version) { return driver.getAuthenticationProtocolMinorVersion(version); }));
-    case Operation::GetDeviceId:
-        return std::to_string(query<U32>("id", [&](U32& id) { return driver.getDeviceID(id); }));
-    case Operation::NewSignature:
-        return std::to_string(sign());
-    case Operation::GetAccessoryCertificateDataLength:
-        return std::to_string(
-            query<int>("length", [&](int& length) { return driver.getAccessoryCertificateDataLength(length); }));
-    case Operation::GetAccessoryCertificateData:
-        return std::to_string(readCertificate());
-    case Operation::GetChallengeResponseDataMaximumLength:
-        return std::to_string(
-            query<int>("length", [&](int& length) { return driver.getChallengeResponseDataMaximumLength(length), 0; }));
-    case Operation::GetChallengeDataMaximumLength:
-        return std::to_string(
-            query<int>("length", [&](int& length) { return driver.getChallengeDataMaximumLength(length), 0; }));
-    case Operation::RawWrite:
-        return std::to_string(driver.rawWrite(reg, data.data(), m_script.length));
-    case Operation::RawRead:
-        return std::to_string(driver.rawRead(reg, buffer, m_script.length));
-    case Operation::ReadByte:
-        return std::to_string(query<U8>("value", [&](U8& value) { return driver.readByte(m_script.reg, value); }));
-    case Operation::ReadWord:
-        return std::to_string(query<U16>("value", [&](U16& value) { return driver.readWord(m_script.reg, value); }));
-    case Operation::ReadDWord:
-        return std::to_string(query<U32>("value", [&](U32& value) { return driver.readDWord(m_script.reg, value); }));
-    case Operation::WriteByte:
-        return std::to_string(driver.writeByte(m_script.reg, m_script.value));
-    case Operation::WriteWord:
-        return std::to_string(driver.writeWord(m_script.reg, m_script.value));
-    case Operation::WriteDWord:
-        return std::to_string(driver.writeDWord(m_script.reg, m_script.value));
-    case Operation::I2cRead:
-        return std::to_string(i2cRead(reg, m_script.length, buffer));
-    case Operation::I2cWrite:
-        return std::to_string(i2cWrite(reg, m_script.length, data.data()));
     case Operation::Detect:
         return detect();
+    default:
+        return std::to_string(askDriver());
     }
-    return "";
 }
 
 std::vector<std::string> Trial::events() const

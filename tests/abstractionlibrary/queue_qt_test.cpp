@@ -155,6 +155,7 @@ const Remainder kRemainders[] = {
     {"OneMillisecondIsLeft", 1000, kNoon, kNoon + 999, 1},
     {"AllTimePasses", 1000, kNoon, kNoon + 1000, 0},
     {"MoreThanAllTimePasses", 1000, kNoon, kNoon + 1001, 0},
+    {"TimePassesAlthoughThereWasNone", 0, kNoon, kNoon + 5, 0},
     {"AnotherTimePassesWithoutALimit", -700, kNoon, kNoon + 300, -1000},
     // The differences of times of day are wrong here, and so is what is left.
     {"AcrossMidnight", 1000, kDay - 100, kDay + 50, 1000 + static_cast<int>(kDay) - 150},

@@ -12,6 +12,7 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -580,9 +581,9 @@ TEST(TCPServerTest, AFailedAcceptReturnsNullWithoutTryingAgainAndTheServerStaysO
 {
     TCPServer server;
     const U16 port = listenAtAFreePort(server);
-    {
+    for (const long result : {-1L, -5L}) {
         FakeSockets sockets;
-        sockets.fails("accept", EINTR);
+        sockets.answers("accept", result, EINTR);
         EXPECT_EQ(nullptr, server.accept());
         EXPECT_EQ(EINTR, errno);
         EXPECT_EQ("accept", sockets.conversation());
@@ -627,6 +628,73 @@ TEST(TCPServerTest, AcceptClosesTheConnectionWhenNoMemoryIsLeftForTheSocket)
         client.close();
         server.close();
     }
+}
+
+// --- descriptor 0, which a process without standard input gets first ---
+
+class DescriptorZeroTest : public ::testing::Test
+{
+protected:
+    ~DescriptorZeroTest() override
+    {
+        dup2(m_standardInput, STDIN_FILENO);
+        ::close(m_standardInput);
+    }
+
+    /// The next descriptor is 0.
+    static void freeZero() { ::close(STDIN_FILENO); }
+
+    const int m_standardInput = dup(STDIN_FILENO);
+    FakeSockets m_sockets;
+};
+
+TEST_F(DescriptorZeroTest, IsGoodForAClient)
+{
+    TCPServer other;
+    const U16 port = listenAtAFreePort(other);
+    freeZero();
+    TCPClientSocket client;
+
+    EXPECT_TRUE(client.connect(kLoopback, port));
+    EXPECT_EQ(0, m_sockets.newestDescriptor());
+    client.close();
+    EXPECT_FALSE(isOpenDescriptor(0));
+    other.close();
+}
+
+TEST_F(DescriptorZeroTest, IsGoodForAServer)
+{
+    freeZero();
+    TCPServer server;
+    listenAtAFreePort(server);
+
+    EXPECT_EQ(0, m_sockets.newestDescriptor());
+    server.close();
+    EXPECT_FALSE(isOpenDescriptor(0));
+}
+
+TEST_F(DescriptorZeroTest, IsGoodForAnAcceptedConnectionAndClosedWhenThereIsNoMemoryForIt)
+{
+    TCPServer server;
+    TCPClientSocket client;
+    const U16 port = listenAtAFreePort(server);
+    EXPECT_TRUE(client.connect(kLoopback, port));
+    freeZero();
+    {
+        const ObjectAllocations allocations(1);
+        EXPECT_THROW(server.accept(), std::bad_alloc);
+        EXPECT_EQ(0, m_sockets.newestDescriptor());
+        EXPECT_FALSE(isOpenDescriptor(0));
+    }
+    client.close();
+    EXPECT_TRUE(client.connect(kLoopback, port));
+    const int clients = m_sockets.newestDescriptor();
+    client.close();
+    const AcceptedSocket accepted(server.accept()); // of a client that has left again
+    EXPECT_NE(nullptr, accepted);
+    EXPECT_EQ(clients, m_sockets.newestDescriptor());
+    EXPECT_EQ(0, clients);
+    server.close();
 }
 
 // --- preconditions ---

@@ -88,6 +88,22 @@ TEST_F(LookupsOfOperationsTest, OperationsOf30LookNoLoggerUp)
     expectNone<AuthChipDriver30>(operations30(), true);
 }
 
+TEST_F(LookupsOfOperationsTest, FailedOperationsLookNoLoggerUp)
+{
+    m_bus.refusesWrites(FakeBus::kForever);
+    const int before = g_consoleLookups + g_driverLookups;
+    AuthChipDriver20B driver20B;
+    AuthChipDriver30 driver30;
+    for (const auto* const operations : {&operations20B(), &operations30(), &operationsWithoutTransaction()}) {
+        for (const Operation& operation : *operations) {
+            operation.call(driver20B);
+            operation.call(driver30);
+        }
+    }
+    EXPECT_EQ(before, g_consoleLookups + g_driverLookups);
+    EXPECT_THAT(lines(), ::testing::Contains(::testing::HasSubstr("unable to write dword")));
+}
+
 TEST_F(LookupsOfOperationsTest, DetectionsLookNoLoggerUp)
 {
     const int before = g_consoleLookups + g_driverLookups;

@@ -19,7 +19,7 @@
  */
 MATCHER_P2(LastWords, entries, assertion, "the entries \"" + join(entries, "; ") + "\" and then " + assertion)
 {
-    const std::string text = arg;
+    const std::string& text = arg;
     const std::string before = join(entries, "\n") + (entries.empty() ? "" : "\n");
     if (text.compare(0, before.size(), before) != 0)
         return false;

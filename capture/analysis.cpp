@@ -193,7 +193,7 @@ public:
             m_analysis.operations.push_back({nameOf(subject, step), place, place, 0, {}, {}});
             m_subject = subject;
             m_progress = Progress();
-        } else if (m_subject == Subject::Selection && subject == Subject::Identity) {
+        } else if (m_subject == Subject::Selection && !step.message->isSelection()) {
             m_analysis.operations.back().name = "detect the chip";
             m_subject = Subject::Detection;
         }
@@ -224,8 +224,11 @@ private:
     {
         if (!isSameSpeaker(last, step))
             return true;
+        // A selection and the device version are one operation, which another selection may begin.
+        if (m_subject == Subject::Detection && m_progress.isDetected())
+            return true;
         if (m_subject == Subject::Selection || m_subject == Subject::Detection)
-            return m_progress.isDetected() || subject != Subject::Identity;
+            return step.reg != ACD::kRegisterDeviceVersion && subject != m_subject;
         return subject != m_subject || m_progress.endsBefore(step, subject) ||
                (subject == Subject::Other && step.reg != last.reg);
     }

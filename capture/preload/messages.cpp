@@ -160,8 +160,10 @@ void recordSelection(OpenNode& node, const EndedCall& call, int error, unsigned 
     Record record = startRecord(node, call, Call::SelectAddress);
     record.facts.address = static_cast<AL::U16>(address);
     record.facts.result = call.result < 0 ? -error : 0;
-    if (call.result >= 0)
+    if (call.result >= 0) {
         node.address = record.facts.address;
+        node.conversation = Conversation(); // with another chip
+    }
     Capture::record(node, record);
 }
 

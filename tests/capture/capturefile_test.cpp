@@ -31,6 +31,29 @@ std::string descriptionOf(const Record& record)
     return text;
 }
 
+/// Files may not grow beyond a size, as long as this object is there.
+class FileSizeLimit
+{
+public:
+    explicit FileSizeLimit(rlim_t size) : m_handler(signal(SIGXFSZ, SIG_IGN))
+    {
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limit = {size, m_before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit()
+    {
+        setrlimit(RLIMIT_FSIZE, &m_before);
+        signal(SIGXFSZ, m_handler);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    sighandler_t m_handler;
+    rlimit m_before{};
+};
+
 } // namespace
 
 TEST(CaptureFile, SaysWhyItCannotBeMade)
@@ -57,9 +80,7 @@ TEST(CaptureFile, EndsTheCaptureWhenTheFileCannotGrow)
     TestCapture capture;
     capture.write({0x00});
     const auto size = static_cast<rlim_t>(capture.content().size());
-    signal(SIGXFSZ, SIG_IGN);
-    const rlimit room = {size + 10, size + 10};
-    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &room));
+    const FileSizeLimit limit(size + 10);
 
     capture.write({0x01});
     EXPECT_EQ(ENOSPC, capture.error());

@@ -11,6 +11,8 @@ std::unique_ptr<Command> makeAuthenticate();
 std::unique_ptr<Command> makeVerify();
 std::unique_ptr<Command> makeRead();
 std::unique_ptr<Command> makeWrite();
+std::unique_ptr<Command> makeCapture();
+std::unique_ptr<Command> makeDecode();
 std::unique_ptr<Command> makeLockStatus();
 std::unique_ptr<Command> makeLockSeed();
 std::unique_ptr<Command> makeLockRemove();
@@ -28,6 +30,8 @@ const std::vector<CommandRow>& commandTable()
         {"verify", "Verify a signature that a chip has made earlier, without a chip", Needs::Nothing, makeVerify},
         {"read", "Read a register, without detecting the chip; list all if none is given", Needs::Library, makeRead},
         {"write", "Write to a register, without detecting the chip", Needs::Library, makeWrite},
+        {"capture", "Run a program and record what it exchanges with i2c-dev nodes", Needs::Nothing, makeCapture},
+        {"decode", "Tell in the chip's words what a capture holds, or draw it", Needs::Nothing, makeDecode},
         {"lock", "Look at the lock between processes, or make one that stays", Needs::Nothing, nullptr},
         {"lock status", "Show the key file, the semaphore, who may use it, who did last, and who waits", Needs::Nothing,
          makeLockStatus},

@@ -1,0 +1,97 @@
+#include "tool/commands/command.h"
+
+#include <cstring>
+#include <iostream>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "capture/capturefile.h"
+#include "capture/obstacle.h"
+#include "capture/session.h"
+#include "common/escaped.h"
+#include "common/preload.h"
+#include "common/program.h"
+#include "tool/report/failure.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+// All other exit statuses are the program's.
+constexpr auto kOwnFailure = static_cast<ExitStatus>(kExitOwnFailure);
+
+constexpr char kTracePoints[] =
+    "Let the kernel record it, as root: 'echo 1 >/sys/kernel/tracing/events/i2c/enable', run the program, then 'cat "
+    "/sys/kernel/tracing/trace'.\nSMBus transfers are under events/smbus.";
+
+class CaptureCommand : public Command
+{
+public:
+    void declare(CLI::App& app) override
+    {
+        app.add_option("-o,--output", m_file, "The capture; a file that is there is replaced")
+            ->required()
+            ->type_name("FILE");
+        app.add_flag("--redact", m_redact,
+                     "Leave out the bytes of challenges, certificates and signatures; lengths stay");
+        app.add_option("PROGRAM", m_command, "The program and its arguments, behind --")->required();
+        app.footer("Challenges, certificates and signatures are in the capture, unless --redact leaves them out.\n"
+                   "Exit status: that of PROGRAM, or 128 + n if signal n killed it; otherwise 2 the command line is\n"
+                   "wrong, 125 there can be no capture, 126 PROGRAM cannot be run, 127 PROGRAM is not found.");
+    }
+
+    ExitStatus run(const CommandContext& /*context*/) override
+    {
+        const std::string obstacle = Capture::obstacleToPreloading(m_command.front());
+        if (!obstacle.empty())
+            throw Failure(kOwnFailure, "capture what '" + m_command.front() + "' does",
+                          obstacle + ", so no library can be preloaded into it", kTracePoints);
+        Program program;
+        const Capture::Session session = startSession();
+        const int result = program.run(m_command, session.environment());
+        if (result < 0) {
+            std::cerr << "authchip: cannot run '" << escaped(m_command.front()) << "': " << std::strerror(-result)
+                      << '\n';
+            return static_cast<ExitStatus>(exitStatusOfNotStarted(-result));
+        }
+        remark(session);
+        return static_cast<ExitStatus>(result);
+    }
+
+private:
+    Capture::Session startSession() const
+    {
+        try {
+            return {m_file, "authchip " AUTHCHIP_VERSION, preloadLibrary(CAPTURE_BUILT, CAPTURE_INSTALLED), m_redact};
+        } catch (const Capture::CaptureFileError& error) {
+            throw Failure(kOwnFailure, "start the capture", error.what(),
+                          "Name a file that can be written, in a folder that exists.");
+        } catch (const PreloadError& error) {
+            throw Failure(kOwnFailure, "start the capture", error.what(), "It is a part of authchip.");
+        }
+    }
+
+    /// The program has ended, and that is its own business; but the capture may not be what its reader thinks.
+    void remark(const Capture::Session& session) const
+    {
+        if (session.error() != 0)
+            std::cerr << "authchip: messages are missing in " << escaped(m_file) << ": "
+                      << describeSystemError(session.error()) << '\n';
+        else if (!session.hasRecorded())
+            std::cerr << "authchip: nothing was captured: '" << escaped(m_command.front())
+                      << "' used no i2c-dev node, or not through the C library\n";
+    }
+
+    std::string m_file;
+    bool m_redact = false;
+    std::vector<std::string> m_command;
+};
+
+} // namespace
+
+std::unique_ptr<Command> makeCapture()
+{
+    return std::make_unique<CaptureCommand>();
+}
+
+} // namespace VorelKestrel::Tool

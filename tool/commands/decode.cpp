@@ -1,0 +1,74 @@
+#include "tool/commands/command.h"
+
+#include <cerrno>
+#include <fstream>
+#include <sstream>
+
+#include <CLI/CLI.hpp>
+
+#include "capture/output.h"
+#include "capture/recording.h"
+#include "tool/report/failure.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+class Decode : public Command
+{
+public:
+    void declare(CLI::App& app) override
+    {
+        app.add_option("FILE", m_file, "A capture of 'authchip capture', 'authchip-sim --capture' or Wireshark")
+            ->required();
+        app.add_option("--svg", m_picture, "Draw a timeline into this file")->type_name("FILE");
+    }
+
+    ExitStatus run(const CommandContext& context) override
+    {
+        const Capture::Recording recording = load();
+        const Capture::Analysis analysis = Capture::analyse(recording);
+        if (!m_picture.empty())
+            draw(recording, analysis);
+        if (context.options.json)
+            Capture::printJson(recording, analysis, context.answer);
+        else
+            Capture::printText(recording, analysis, context.answer);
+        if (!recording.damage.empty())
+            throw Failure(ExitStatus::Failed, "read all of the capture " + m_file, recording.damage,
+                          "The messages before that are shown. If the disk was full, make room and capture again.");
+        return ExitStatus::Success;
+    }
+
+private:
+    Capture::Recording load() const
+    {
+        try {
+            return Capture::loadRecording(m_file);
+        } catch (const Capture::RecordingError& error) {
+            throw Failure(ExitStatus::Failed, "read the capture " + m_file, error.what(),
+                          "Name a pcapng file of 'authchip capture', 'authchip-sim --capture' or Wireshark.");
+        }
+    }
+
+    void draw(const Capture::Recording& recording, const Capture::Analysis& analysis) const
+    {
+        errno = 0;
+        std::ofstream picture(m_picture);
+        Capture::drawTimeline(recording, analysis, m_file.substr(m_file.rfind('/') + 1), picture);
+        if (!picture.flush())
+            throw Failure(ExitStatus::Failed, "write " + m_picture, describeSystemError(errno),
+                          "Name a file that can be written, in a folder that exists.");
+    }
+
+    std::string m_file;
+    std::string m_picture; // empty: none
+};
+
+} // namespace
+
+std::unique_ptr<Command> makeDecode()
+{
+    return std::make_unique<Decode>();
+}
+
+} // namespace VorelKestrel::Tool

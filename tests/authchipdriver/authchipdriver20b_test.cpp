@@ -185,7 +185,7 @@ TEST_P(Signature20BStatusTest, OnlyResultBits001Succeed)
     if (GetParam().result == Success) {
         EXPECT_THAT(lines(), ::testing::Not(::testing::Contains(::testing::StartsWith("ERROR"))));
     } else {
-        EXPECT_EQ(errorLine, lines().back());
+        EXPECT_THAT(lines(), ElementsAre(kEntry, errorLine));
         EXPECT_TRUE(outputsAreUntouched());
         EXPECT_EQ("lock; write 11 00 80; write 20 00 14; " + kChallenge + "; write 10 01; write 10; read 1; unlock",
                   m_bus.conversation());
@@ -295,7 +295,7 @@ TEST_F(Signature20BTest, MoreChallengeBytesThanThereAreIsAFailureToo)
 
     EXPECT_EQ(ErrorI2C, sign());
     EXPECT_TRUE(outputsAreUntouched());
-    EXPECT_EQ("ERROR Failed to write challenge data", lines().back());
+    EXPECT_THAT(lines(), ElementsAre(kEntry, "ERROR Failed to write challenge data"));
     EXPECT_EQ("lock; " + upTo({kSignatureDataLength, kChallengeLength}, kChallenge) + "; unlock", m_bus.conversation());
 }
 
@@ -306,7 +306,7 @@ TEST_F(Signature20BTest, ASignatureReadThatDeliversMoreThanTheReportedLengthIsAF
     EXPECT_EQ(ErrorI2C, sign());
     EXPECT_EQ(nullptr, m_signature);
     EXPECT_EQ(128, m_length);
-    EXPECT_EQ("ERROR Failed to read signature data", lines().back());
+    EXPECT_THAT(lines(), ElementsAre(kEntry, "ERROR Failed to read signature data"));
 }
 
 TEST_F(Signature20BTest, AShortSignatureReadFreesTheBlockLeavesThePointerNullAndTheLengthAtTheReportedValue)

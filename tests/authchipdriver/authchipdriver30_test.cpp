@@ -14,6 +14,7 @@ namespace {
 
 constexpr int kUntouchedLength = -77;
 constexpr const char* kEntry = "TRACE Enter label: challengeLength=32";
+const char* const kWritten = "DEBUG Challenge data written successfully";
 const std::string kChallenge = "write 21 " + hex(counting(32));
 
 std::string console(const std::string& message)
@@ -58,11 +59,11 @@ TEST_F(ChallengeResponse30Test, WritesTheChallengeChecksItsLengthStartsAndReadsT
     EXPECT_EQ(Success, sign());
     EXPECT_EQ(64, m_length);
     EXPECT_EQ(counting(64, 7), response());
-    EXPECT_THAT(m_journal.all(), ElementsAre(kEntry, "lock", kChallenge, "DEBUG Challenge data written successfully",
-                                             "write 20", "read 2", "write 10 01", "write 10", "read 1", "write 11",
-                                             "read 2", "DEBUG Challenge response length: 64", "write 12", "read 64",
-                                             "DEBUG Successfully read challenge response",
-                                             "TRACE Leave label: result=Success", "unlock"));
+    EXPECT_THAT(m_journal.all(),
+                ElementsAre(kEntry, "lock", kChallenge, kWritten, "write 20", "read 2", "write 10 01", "write 10",
+                            "read 1", "write 11", "read 2", "DEBUG Challenge response length: 64", "write 12",
+                            "read 64", "DEBUG Successfully read challenge response",
+                            "TRACE Leave label: result=Success", "unlock"));
 }
 
 TEST_F(ChallengeResponse30Test, AChipThatRefusesItsAddressWhileItSignsIsWaitedForByTheStatusRead)
@@ -116,7 +117,8 @@ TEST_F(ChallengeResponse30Test, AChipThatReports31AfterAGoodWriteMakesTheCallRet
     EXPECT_EQ(ErrorI2C, sign());
     EXPECT_EQ(nullptr, m_response);
     EXPECT_EQ("lock; " + kChallenge + "; write 20; read 2; unlock", m_bus.conversation());
-    EXPECT_EQ("ERROR Invalid challenge length returned: expected=32, actual=31", lines().back());
+    EXPECT_THAT(lines(),
+                ElementsAre(kEntry, kWritten, "ERROR Invalid challenge length returned: expected=32, actual=31"));
 }
 
 TEST_F(ChallengeResponse30Test, AReturnedChallengeLengthIsShownUnsigned)
@@ -124,7 +126,8 @@ TEST_F(ChallengeResponse30Test, AReturnedChallengeLengthIsShownUnsigned)
     m_bus.holds(0x20, {0xff, 0xff});
     sign();
 
-    EXPECT_EQ("ERROR Invalid challenge length returned: expected=32, actual=65535", lines().back());
+    EXPECT_THAT(lines(),
+                ElementsAre(kEntry, kWritten, "ERROR Invalid challenge length returned: expected=32, actual=65535"));
 }
 
 // --- the status ------------------------------------------------------------------------------------------------------
@@ -151,7 +154,8 @@ TEST_P(ChallengeResponse30StatusTest, OnlyResultBits001Succeed)
     if (GetParam().result == Success) {
         EXPECT_THAT(lines(), ::testing::Not(::testing::Contains(::testing::StartsWith("ERROR"))));
     } else {
-        EXPECT_EQ("ERROR Invalid status result: " + std::to_string(GetParam().status), lines().back());
+        EXPECT_THAT(lines(),
+                    ElementsAre(kEntry, kWritten, "ERROR Invalid status result: " + std::to_string(GetParam().status)));
         EXPECT_EQ(nullptr, m_response);
         EXPECT_EQ(kUntouchedLength, m_length);
         EXPECT_EQ("lock; " + kChallenge + "; write 20; read 2; write 10 01; write 10; read 1; unlock",
@@ -199,8 +203,6 @@ TEST_P(ChallengeResponse30FailureTest, ReturnsErrorI2CWithItsLinesLeavesThePoint
     EXPECT_EQ("unlock", m_journal.all().back());
 }
 
-const char* const kWritten = "DEBUG Challenge data written successfully";
-
 std::string upTo(const std::vector<std::string>& steps, const std::string& failing)
 {
     return join(steps, "; ") + (steps.empty() ? "" : "; ") + repeated(100, failing + "; sleep 10000");
@@ -241,7 +243,7 @@ TEST_F(ChallengeResponse30Test, MoreChallengeBytesThanThereAreIsAFailureToo)
 
     EXPECT_EQ(ErrorI2C, sign());
     EXPECT_EQ(nullptr, m_response);
-    EXPECT_EQ("ERROR Failed to write challenge data", lines().back());
+    EXPECT_THAT(lines(), ElementsAre(kEntry, "ERROR Failed to write challenge data"));
     EXPECT_EQ("lock; " + upTo({}, kChallenge) + "; unlock", m_bus.conversation());
 }
 
@@ -252,7 +254,8 @@ TEST_F(ChallengeResponse30Test, AResponseReadThatDeliversMoreThanTheReportedLeng
     EXPECT_EQ(ErrorI2C, sign());
     EXPECT_EQ(nullptr, m_response);
     EXPECT_EQ(64, m_length);
-    EXPECT_EQ("ERROR Failed to read challenge response data", lines().back());
+    EXPECT_THAT(lines(), ElementsAre(kEntry, kWritten, "DEBUG Challenge response length: 64",
+                                     "ERROR Failed to read challenge response data"));
 }
 
 TEST_F(ChallengeResponse30Test, TheLengthIsStoredAfterItsDebugLine)

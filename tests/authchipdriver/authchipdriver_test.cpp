@@ -6,6 +6,7 @@
 #include <authchipdriver/authchipdriver30.h>
 
 #include "tests/support/drivertest.h"
+#include "tests/support/soiledstack.h"
 
 using namespace VorelKestrel::ACD;
 using VorelKestrel::AL::U16;
@@ -245,14 +246,6 @@ public:
 
     U8 m_found = 0xee;
 };
-
-/// Leaves bytes other than 0 where the stack of the next call is.
-[[gnu::noinline]] void soilStack()
-{
-    volatile U8 bytes[4096];
-    for (volatile U8& byte : bytes)
-        byte = 0xee;
-}
 
 TEST(ReadByteTest, ClearsItsBufferFirst)
 {

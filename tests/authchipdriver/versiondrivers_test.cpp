@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <stdexcept>
 
@@ -8,6 +9,7 @@
 
 #include "tests/support/drivertest.h"
 #include "tests/support/overridingdriver.h"
+#include "tests/support/soiledstack.h"
 
 using namespace VorelKestrel::ACD;
 using VorelKestrel::AL::U16;
@@ -606,6 +608,74 @@ TYPED_TEST(VersionDriverTest, ACertificateLengthReturnsTheVeryErrorOfItsRegister
     EXPECT_THAT(this->journal(), ElementsAre("TRACE Enter label: ", "lock", "readWord 30",
                                              "ERROR Failed to read certificate data length, error=2",
                                              "TRACE Leave label: result=2", "unlock"));
+}
+
+/// A driver of a host whose register helpers report success and store nothing but what was told.
+template<typename Driver>
+class ForgetfulDriver : public Driver
+{
+public:
+    Error readByte(int reg, U8& value) override { return read(reg, value); }
+    Error readWord(int reg, U16& value) override { return read(reg, value); }
+    Error writeByte(int /*reg*/, int /*value*/) override { return Success; }
+    Error writeWord(int /*reg*/, int /*value*/) override { return Success; }
+
+    std::map<int, int> m_told; // by register
+
+private:
+    template<typename Value>
+    Error read(int reg, Value& value)
+    {
+        if (m_told.count(reg) > 0)
+            value = static_cast<Value>(m_told[reg]);
+        soilStack();
+        return Success;
+    }
+};
+
+/// What comes of a signature: the result, the length, and the last line of the log but the exit line.
+std::string outcomeOfSignature(const Journal& journal, AuthChipDriver& driver)
+{
+    const Bytes challenge = counting(32);
+    U8* signature = nullptr;
+    int length = -77;
+    soilStack();
+    const Error error = driver.newSignature(challenge.data(), 32, &signature, &length);
+    std::free(signature);
+    const std::vector<std::string> lines = journal.only(Journal::Kind::Line);
+    const bool succeeded = error == Success;
+    return std::to_string(error) + ", " + std::to_string(length) + ", " + lines[lines.size() - (succeeded ? 2 : 1)];
+}
+
+TYPED_TEST(VersionDriverTest, AStatusThatAHelperReportsWithoutStoringItCountsAs0)
+{
+    ForgetfulDriver<typename TypeParam::Driver> driver;
+    driver.m_told = {{0x20, 32}, {0x11, 0}};
+
+    EXPECT_EQ("2, -77, ERROR Invalid status result: 0", outcomeOfSignature(this->m_journal, driver));
+}
+
+using VersionDriver30Test = VersionDriverTest<Twin30>;
+
+TEST_F(VersionDriver30Test, AnAcceptedLengthThatAHelperReportsWithoutStoringItCountsAs0)
+{
+    ForgetfulDriver<AuthChipDriver30> driver;
+
+    EXPECT_EQ("1, -77, ERROR Invalid challenge length returned: expected=32, actual=0",
+              outcomeOfSignature(m_journal, driver));
+}
+
+TYPED_TEST(VersionDriverTest, ALengthThatAHelperReportsWithoutStoringItCountsAs0)
+{
+    this->bus().holds(0x12, {});
+    ForgetfulDriver<typename TypeParam::Driver> driver;
+    driver.m_told = {{0x20, 32}, {0x10, 0x10}};
+
+    EXPECT_EQ(0U, outcomeOfSignature(this->m_journal, driver).find("0, 0, DEBUG Successfully "));
+    int length = -77;
+    soilStack();
+    EXPECT_EQ(Success, driver.getAccessoryCertificateDataLength(length));
+    EXPECT_EQ(0, length);
 }
 
 template<typename Driver>

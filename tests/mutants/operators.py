@@ -314,7 +314,8 @@ def other_values(site, child):
     elif canonical.kind == TypeKind.POINTER and text != "nullptr":
         yield span, "nullptr"
     for other in site.others_of_the_type(expression.type, span.start, text):
-        yield span, other
+        if not literal or other in {variable.spelling for variable in site.variables_at(span.start)[0]}:
+            yield span, other
 
 
 def call(site):

@@ -1,0 +1,14 @@
+#ifndef TESTS_SUPPORT_SOILEDSTACK_H
+#define TESTS_SUPPORT_SOILEDSTACK_H
+
+#include <abstractionlibrary/types.h>
+
+/// Leaves bytes other than 0 where the stack of the next call is, so that a variable that is not initialised shows.
+[[gnu::noinline]] inline void soilStack()
+{
+    volatile VorelKestrel::AL::U8 bytes[8192];
+    for (volatile VorelKestrel::AL::U8& byte : bytes)
+        byte = 0xee;
+}
+
+#endif

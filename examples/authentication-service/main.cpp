@@ -1,25 +1,29 @@
-// Has challenges signed for programs that connect over TCP: the main thread takes connections, a worker asks the chip.
-// Usage: authentication-service NODE ADDRESS PORT CONNECTIONS   for example: authentication-service /dev/i2c-1 0x2a
-// 7000 1
-//
-// A client sends, and gets, integers with the highest byte first:
-//     to the service    U16 length, challenge: as long as the chip takes it
-//     to the client     U8 status (an ACD::Error), and if it is 0: U32 device ID, U16 length, certificate,
-//                       U16 length, signature
-// The service ends after that many connections.
+// Has challenges signed for programs that connect over TCP. README.md says who may, and what they send and get.
+// Usage: authentication-service NODE ADDRESS PORT [INTERFACE]   for example: authentication-service /dev/i2c-1 0x2a
+// 7000 INTERFACE is the address on which it listens, 127.0.0.1 if it is not given; PORT 0 lets the system choose. It
+// serves until SIGTERM or SIGINT.
 
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
+#include <stdexcept>
 #include <string>
-#include <vector>
 
-#include <abstractionlibrary/queue.h>
-#include <abstractionlibrary/tcpsocket.h>
-#include <abstractionlibrary/thread.h>
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <log4cplus/consoleappender.h>
+#include <log4cplus/logger.h>
+
 #include <authchipdriver/authchipfactory.h>
 #include <authchipdriver/dbglog.h>
+
+#include "server.h"
 
 using namespace VorelKestrel;
 
@@ -31,199 +35,113 @@ std::string dbglog_scopedFunction(const std::string& prettyFunction, const std::
 
 namespace {
 
-using Bytes = std::vector<AL::U8>;
+constexpr char kLoopback[] = "127.0.0.1"; // whoever can connect can have anything signed
 
-/// A socket has to be closed before it is destroyed.
-struct CloseAndDelete
-{
-    void operator()(AL::TCPSocket* socket) const
-    {
-        socket->close();
-        delete socket;
-    }
-};
-using Connection = std::unique_ptr<AL::TCPSocket, CloseAndDelete>;
-
-struct Request
-{
-    Connection client; // null: there will be no further request
-    Bytes challenge;
-};
-
-struct Authentication
-{
-    ACD::Error error = ACD::ErrorInvalid;
-    AL::U32 deviceId = 0;
-    Bytes certificate;
-    Bytes signature;
-};
-
-ACD::Error readCertificate(ACD::AuthChipDriver& chip, Bytes& certificate)
-{
-    int length = 0;
-    const ACD::Error error = chip.getAccessoryCertificateDataLength(length);
-    if (error != ACD::Success)
-        return error;
-    certificate.resize(static_cast<std::size_t>(length));
-    return chip.getAccessoryCertificateData(certificate.data(), length);
-}
-
-ACD::Error sign(ACD::AuthChipDriver& chip, const Bytes& challenge, Bytes& signature)
-{
-    AL::U8* block = nullptr;
-    int length = 0;
-    const ACD::Error error = chip.newSignature(challenge.data(), static_cast<int>(challenge.size()), &block, &length);
-    if (error != ACD::Success)
-        return error;
-    signature.assign(block, block + length);
-    std::free(block);
-    return error;
-}
-
-Authentication authenticate(ACD::AuthChipDriver& chip, const Bytes& challenge)
-{
-    Authentication result;
-    int length = 0;
-    chip.getChallengeDataMaximumLength(length);
-    if (challenge.size() != static_cast<std::size_t>(length)) // a shorter one would be easier to guess
-        return result;
-    result.error = chip.getDeviceID(result.deviceId);
-    if (result.error == ACD::Success)
-        result.error = readCertificate(chip, result.certificate);
-    if (result.error == ACD::Success)
-        result.error = sign(chip, challenge, result.signature);
-    return result;
-}
-
-/// One send() may take less than all.
-bool sendAll(AL::TCPSocket& socket, const Bytes& bytes)
-{
-    std::size_t sent = 0;
-    while (sent < bytes.size()) {
-        const std::size_t now = socket.send(bytes.data() + sent, bytes.size() - sent);
-        if (now == static_cast<std::size_t>(-1))
-            return false;
-        sent += now;
-    }
-    return true;
-}
-
-bool sendBlock(AL::TCPSocket& socket, const Bytes& block)
-{
-    return socket.sendU16(static_cast<AL::U16>(block.size())) && sendAll(socket, block);
-}
-
-bool answer(AL::TCPSocket& client, const Authentication& result)
-{
-    if (!client.sendU8(static_cast<AL::U8>(result.error)) || result.error != ACD::Success)
-        return false;
-    return client.sendU32(result.deviceId) && sendBlock(client, result.certificate) &&
-           sendBlock(client, result.signature);
-}
-
-/// One receive() may deliver less than all.
-bool receiveAll(AL::TCPSocket& socket, Bytes& bytes)
-{
-    std::size_t received = 0;
-    while (received < bytes.size()) {
-        const std::size_t now = socket.receive(bytes.data() + received, bytes.size() - received);
-        if (now == 0 || now == static_cast<std::size_t>(-1))
-            return false;
-        received += now;
-    }
-    return true;
-}
-
-bool receiveChallenge(AL::TCPSocket& client, Bytes& challenge)
-{
-    AL::U16 length = 0;
-    if (!client.receiveU16(length)) // also if only one byte has come: it is lost, and with it the connection
-        return false;
-    challenge.resize(length);
-    return receiveAll(client, challenge);
-}
-
-/// The one thread that talks to the chip.
-class Worker : public AL::Thread
+/// Owns a descriptor that the system has just made; throws if it was refused.
+class Descriptor
 {
 public:
-    explicit Worker(ACD::AuthChipDriver& chip) : m_chip(chip) {}
-    /// Requires: finish() was called, if start() was.
-    ~Worker() override = default;
-
-    /// Takes over the request; any thread may call.
-    void handOver(std::unique_ptr<Request> request) { m_requests.push(request.release()); }
-
-    /// Returns when every request has been answered.
-    void finish()
+    Descriptor(int number, const char* what) : m_number(number)
     {
-        handOver(std::make_unique<Request>());
-        join();
+        if (number < 0)
+            throw std::runtime_error(std::string("cannot ") + what);
     }
-
-    void run() override
-    {
-        for (;;) {
-            int timeout = -1; // no limit; pop() writes to it
-            const std::unique_ptr<Request> request(static_cast<Request*>(m_requests.pop(timeout)));
-            if (request->client == nullptr)
-                return;
-            if (!answer(*request->client, authenticate(m_chip, request->challenge)))
-                std::fprintf(stderr, "authentication-service: a request was refused or its client has gone\n");
-        }
-    }
+    ~Descriptor() { close(m_number); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int get() const { return m_number; }
 
 private:
-    ACD::AuthChipDriver& m_chip;
-    AL::QueueVoid m_requests; // of Request, which the queue does not own
+    const int m_number;
 };
 
-void takeConnections(AL::TCPServer& server, Worker& worker, int connections)
+/// Without an appender log4cplus complains about itself at the driver's first line.
+void sendLogToStandardError()
 {
-    for (; connections > 0; --connections) {
-        auto request = std::make_unique<Request>();
-        request->client.reset(server.accept());
-        if (request->client != nullptr && receiveChallenge(*request->client, request->challenge))
-            worker.handOver(std::move(request));
-    }
+    const log4cplus::SharedAppenderPtr console(new log4cplus::ConsoleAppender(true));
+    log4cplus::Logger root = log4cplus::Logger::getRoot();
+    root.addAppender(console);
+    root.setLogLevel(log4cplus::WARN_LOG_LEVEL);
 }
 
-int serve(ACD::AuthChipDriver& chip, AL::U16 port, int connections)
+sockaddr_in addressOf(const char* interface, int port)
 {
-    AL::TCPServer server;
-    if (!server.listen(port)) {
-        std::fprintf(stderr, "authentication-service: port %d is taken\n", port);
-        return EXIT_FAILURE;
-    }
-    std::fprintf(stderr, "authentication-service: listening\n");
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    if (inet_pton(AF_INET, interface, &address.sin_addr) != 1)
+        throw std::runtime_error(std::string(interface) + " is no IPv4 address");
+    return address;
+}
 
-    Worker worker(chip);
+/// Prints where it listens, so that whoever let the system choose the port learns of it.
+void listenOn(int socket, sockaddr_in address)
+{
+    const int yes = 1; // a service that is started again does not wait for its old connections
+    setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+    socklen_t length = sizeof(address);
+    auto* const general = reinterpret_cast<sockaddr*>(&address);
+    if (bind(socket, general, length) != 0 || listen(socket, SOMAXCONN) != 0 ||
+        getsockname(socket, general, &length) != 0)
+        throw std::runtime_error("cannot listen there: is another service running?");
+    std::fprintf(stderr, "authentication-service: listening on port %d\n", ntohs(address.sin_port));
+}
+
+/// Becomes readable at the signals that end the service. Call before other threads are started.
+int endingSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signalfd(-1, &signals, SFD_CLOEXEC);
+}
+
+void serve(ACD::AuthChipDriver& chip, const sockaddr_in& address)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
+        throw std::runtime_error("cannot make a pipe");
+    const Descriptor woken(ends[0], "make a pipe");
+    const Descriptor wakes(ends[1], "make a pipe");
+    const Descriptor signals(endingSignals(), "wait for signals");
+    const Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0), "make a socket");
+    listenOn(listener.get(), address);
+
+    Worker worker(chip, wakes.get());
     worker.start();
-    takeConnections(server, worker, connections);
-    worker.finish();
-    server.close();
-    return EXIT_SUCCESS;
+    Server(listener.get(), signals.get(), woken.get(), worker, Limits()).serve();
 }
 
-int number(const char* text)
+int number(const char* text, int most)
 {
-    return static_cast<int>(std::strtol(text, nullptr, 0));
+    char* end = nullptr;
+    const long value = std::strtol(text, &end, 0);
+    if (end == text || *end != '\0' || value < 0 || value > most)
+        throw std::runtime_error(std::string(text) + " is no number up to " + std::to_string(most));
+    return static_cast<int>(value);
 }
 
 } // namespace
 
 int main(int argc, char** argv)
-{
-    if (argc != 5) {
-        std::fprintf(stderr, "usage: authentication-service NODE ADDRESS PORT CONNECTIONS\n");
+try {
+    if (argc != 4 && argc != 5) {
+        std::fprintf(stderr, "usage: authentication-service NODE ADDRESS PORT [INTERFACE]\n");
         return 2;
     }
-    std::signal(SIGPIPE, SIG_IGN); // a client that goes away is a failed send, not the end of the service
+    const sockaddr_in address = addressOf(argc == 5 ? argv[4] : kLoopback, number(argv[3], 0xffff));
+    sendLogToStandardError();
     // The first call is made before there are other threads.
-    ACD::AuthChipDriver* chip = ACD::AuthChipFactory::getAuthChipDriverInstance(argv[1], number(argv[2]));
+    ACD::AuthChipDriver* chip = ACD::AuthChipFactory::getAuthChipDriverInstance(argv[1], number(argv[2], 0x7f));
     if (chip == nullptr) {
         std::fprintf(stderr, "authentication-service: there is no chip\n"); // standard output has the reason
         return EXIT_FAILURE;
     }
-    return serve(*chip, static_cast<AL::U16>(number(argv[3])), number(argv[4]));
+    serve(*chip, address);
+    return EXIT_SUCCESS;
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "authentication-service: %s\n", error.what());
+    return EXIT_FAILURE;
 }

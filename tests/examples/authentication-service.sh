@@ -14,40 +14,69 @@ client=$4
 source "$(dirname "$0")/example.sh"
 build_example authentication-service "$1" "$2" "$3"
 
-# Starts the service at some port that is free; sets $service and $port.
-start_service() { # DEVICE_VERSION CONNECTIONS
+# Starts the service at a port that is free; sets $service and $port.
+start_service() { # DEVICE_VERSION [INTERFACE]
     local line
-    for _ in {1..50}; do
-        port=$((20000 + RANDOM % 10000)) # below those that the system gives out
-        exec 3< <(exec "$build/simulator/authchip-sim" --device-version "$1" -- \
-            "$scratch/host/authentication-service" /dev/i2c-7 0x2a "$port" "$2" 2>&1)
-        service=$!
-        while read -r line <&3; do
-            case $line in
-                *listening)
-                    cat <&3 >"$scratch/service.log" &
-                    return
-                    ;;
-                *"is taken") wait "$service" || continue 2 ;;
-                *) echo "$line" >&2 ;;
-            esac
-        done
-        break
+    port=
+    exec 3< <(exec "$build/simulator/authchip-sim" --device-version "$1" -- \
+        "$scratch/host/authentication-service" /dev/i2c-7 0x2a 0 "${@:2}" 2>&1)
+    service=$!
+    while read -r line <&3; do
+        case $line in
+            *"listening on port "*)
+                port=${line##* }
+                cat <&3 >"$scratch/service.log" &
+                return
+                ;;
+            *) echo "$line" >&2 ;;
+        esac
     done
     echo "the service did not start" >&2
     exit 1
 }
-
-expect_service() { # DEVICE_VERSION CONNECTIONS CLIENT_ARGUMENTS...
-    start_service "$1" "$2"
-    shift 2
+ask() { # CLIENT_ARGUMENTS...
     "$client" "$port" "$@" || { echo "status $? of the client: $*" >&2; exit 1; }
+}
+end_service() {
+    kill -TERM "$service"
     wait "$service" || { echo "status $? of the service" >&2; cat "$scratch/service.log" >&2; exit 1; }
+    [ ! -s "$scratch/service.log" ] || { cat "$scratch/service.log" >&2; exit 1; }
+}
+# As the kernel lists it: the address with its bytes reversed, and the port.
+expect_listener() { # ADDRESS_IN_HEX
+    local place
+    place=$1:$(printf '%04X' "$port")
+    awk -v place="$place" '$2 == place && $4 == "0A" { found = 1 } END { exit !found }' /proc/net/tcp ||
+        { echo "nobody listens at $place" >&2; exit 1; }
 }
 
-expect_service 3 3 20 authentic 3
-expect_service 7 3 32 authentic 3
-expect_service 7 1 33 refused
-expect_service 7 1 31 refused
-expect_service 7 1 0 refused
-expect_service 7 2 32 cut-off
+start_service 3
+expect_listener 0100007F
+ask 20 authentic 3
+end_service
+
+start_service 7
+ask 32 authentic 3
+ask 33 refused
+ask 31 refused
+ask 0 refused
+ask 32 cut-off
+ask 32 silent
+ask 32 besieged 1000
+ask 32 authentic 3
+end_service
+
+start_service 7 127.0.0.2
+expect_listener 0200007F
+end_service
+
+usage_status=0
+"$scratch/host/authentication-service" /dev/i2c-7 0x2a 2>"$scratch/log" || usage_status=$?
+[ "$usage_status" -eq 2 ]
+for wrong in "0x2a 70000" "2a 0" "0x2a 0 everywhere"; do
+    # shellcheck disable=SC2086 # arguments
+    ! "$scratch/host/authentication-service" /dev/i2c-7 $wrong 2>>"$scratch/log"
+done
+for words in "70000 is no number" "2a is no number" "everywhere is no IPv4 address"; do
+    grep -q "$words" "$scratch/log" || { cat "$scratch/log" >&2; exit 1; }
+done

@@ -3,21 +3,32 @@
 //        authenticationclient PORT LENGTH refused           sends a challenge that the chip does not take
 //        authenticationclient PORT LENGTH cut-off           goes away in the middle of a request, then makes a whole
 //        one
+//        authenticationclient PORT LENGTH silent            says nothing until the service hangs up
+//        authenticationclient PORT LENGTH besieged COUNT    makes so many connections of slow and hostile clients, and
+//        has a challenge signed after every hundredth
 // LENGTH is that of the challenges.
+// A status of 255 means that the service is busy: the challenge is sent again, by another connection.
 // Exit status: 0 everything is as it should be, 1 it is not, 3 a signature is not authentic
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstdlib>
+#include <deque>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <openssl/rand.h>
+#include <sys/socket.h>
 
 #include <abstractionlibrary/tcpsocket.h>
 
+#include "common/scopeddescriptor.h"
 #include "tests/simulator/chip/signaturecheck.h"
 
 using VorelKestrel::Bytes;
@@ -28,6 +39,7 @@ using VorelKestrel::AL::U8;
 namespace {
 
 constexpr int kNotAuthentic = 3;
+constexpr unsigned kBusy = 255;
 
 /// A connection that is closed at the end of the scope. Reads and writes byte by byte what the service documents.
 class Client
@@ -93,10 +105,10 @@ Bytes request(const Bytes& challenge)
     return bytes;
 }
 
-int expectAuthenticAnswer(Client& client, const Bytes& challenge)
+int expectAuthenticAnswer(Client& client, const Bytes& challenge, unsigned status)
 {
     constexpr unsigned kDeviceId = 0x200; // the simulator's
-    if (client.receiveBigEndian(1) != 0 || client.receiveBigEndian(4) != kDeviceId)
+    if (status != 0 || client.receiveBigEndian(4) != kDeviceId)
         return EXIT_FAILURE;
     const Bytes certificate = client.receive(client.receiveBigEndian(2));
     const Bytes signature = client.receive(client.receiveBigEndian(2));
@@ -121,8 +133,119 @@ int expectAuthentic(U16 port, std::size_t length, int count)
         exchange->client.send(request(exchange->challenge));
     int status = EXIT_SUCCESS;
     for (const auto& exchange : exchanges)
-        status = std::max(status, expectAuthenticAnswer(exchange->client, exchange->challenge));
+        status = std::max(
+            status, expectAuthenticAnswer(exchange->client, exchange->challenge, exchange->client.receiveBigEndian(1)));
     return status;
+}
+
+int expectSilenceToEnd(U16 port)
+{
+    Client client(port);
+    return client.hasHungUp() ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+/// A client that does not keep to what is agreed, and keeps its connection as long as it can.
+class HostileClient
+{
+public:
+    static constexpr int kKinds = 6;
+
+    HostileClient(U16 port, std::size_t length, int kind) : m_socket(socket(AF_INET, SOCK_STREAM, 0))
+    {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (connect(m_socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0)
+            throw std::runtime_error("the service cannot be reached by a hostile client");
+        behave(length, kind);
+    }
+
+    bool wasHungUpOn() const
+    {
+        std::array<char, 4096> answer{};
+        ssize_t result = 1;
+        while (result > 0)
+            result = recv(m_socket.get(), answer.data(), answer.size(), MSG_DONTWAIT);
+        return result == 0 || errno != EAGAIN;
+    }
+
+private:
+    void behave(std::size_t length, int kind)
+    {
+        const Bytes whole = request(randomChallenge(length));
+        switch (kind) {
+        case 0: // silent
+            break;
+        case 1: // half a length
+            send({0});
+            break;
+        case 2: // all but a byte
+            send(Bytes(whole.begin(), whole.end() - 1));
+            break;
+        case 3: // a length that no chip takes, and more bytes than it says
+            send(Bytes(4096, 0xff));
+            break;
+        case 4: // a request whose answer it does not fetch
+            send(whole);
+            break;
+        default: // a request, and then a reset
+            send(whole);
+            reset();
+        }
+    }
+
+    void send(const Bytes& bytes) const
+    {
+        if (::send(m_socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0)
+            std::cerr << "a hostile client has been hung up on already\n";
+    }
+
+    void reset()
+    {
+        const linger atOnce = {1, 0};
+        setsockopt(m_socket.get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof(atOnce));
+        m_socket = VorelKestrel::ScopedDescriptor();
+    }
+
+    VorelKestrel::ScopedDescriptor m_socket;
+};
+
+/// As a client does that the service tells to come again.
+int expectAuthenticInTheEnd(U16 port, std::size_t length)
+{
+    constexpr int kMostAttempts = 10000;
+    for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+        Client client(port);
+        const Bytes challenge = randomChallenge(length);
+        client.send(request(challenge));
+        const unsigned status = client.receiveBigEndian(1);
+        if (status != kBusy)
+            return expectAuthenticAnswer(client, challenge, status);
+    }
+    return EXIT_FAILURE;
+}
+
+/// The first clients that only connect would be served last; the service knows that they are slow.
+int besiege(U16 port, std::size_t length, int count)
+{
+    constexpr int kWave = 100;
+    constexpr std::size_t kMostOpen = 500; // fewer than a process may have
+    constexpr std::ptrdiff_t kPlaces = 64; // that the service has
+    std::deque<HostileClient> clients;
+    int status = EXIT_SUCCESS;
+    for (int i = 0; i < count; ++i) {
+        clients.emplace_back(port, length, i % HostileClient::kKinds);
+        if (clients.size() > kMostOpen)
+            clients.pop_front();
+        if (i % kWave == kWave - 1)
+            status = std::max(status, expectAuthenticInTheEnd(port, length));
+    }
+    const auto gone = std::count_if(clients.begin(), clients.end(), [](const auto& one) { return one.wasHungUpOn(); });
+    const auto left = static_cast<std::ptrdiff_t>(clients.size()) - gone;
+    if (left > kPlaces)
+        std::cerr << left << " hostile clients are still connected\n";
+    return left > kPlaces ? EXIT_FAILURE : status;
 }
 
 int expectRefusal(U16 port, std::size_t length)
@@ -145,6 +268,10 @@ int run(U16 port, std::size_t length, const std::string& task, const std::string
         return expectAuthentic(port, length, std::stoi(count));
     if (task == "refused")
         return expectRefusal(port, length);
+    if (task == "silent")
+        return expectSilenceToEnd(port);
+    if (task == "besieged")
+        return besiege(port, length, std::stoi(count));
     return goAwayAndComeBack(port, length);
 }
 

@@ -1,6 +1,8 @@
 #include "tests/support/anotheruser.h"
 
+#include <fstream>
 #include <grp.h>
+#include <string>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,4 +18,14 @@ bool canBecomeNobody()
         _exit(becomeNobody() ? 0 : 1);
     int status = 1;
     return waitpid(process, &status, 0) == process && status == 0;
+}
+
+bool hasRight(int capability)
+{
+    std::ifstream status("/proc/self/status");
+    std::string word;
+    while (status >> word && word != "CapEff:") {}
+    unsigned long long rights = 0;
+    status >> std::hex >> rights;
+    return (rights >> static_cast<unsigned>(capability) & 1U) != 0;
 }

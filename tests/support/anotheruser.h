@@ -1,6 +1,7 @@
 #ifndef TESTS_SUPPORT_ANOTHERUSER_H
 #define TESTS_SUPPORT_ANOTHERUSER_H
 
+#include <linux/capability.h>
 #include <sys/types.h>
 
 constexpr uid_t kNobody = 65534;
@@ -10,5 +11,7 @@ constexpr gid_t kNogroup = 65534;
 bool becomeNobody();
 /// Whether a process of ours could.
 bool canBecomeNobody();
+/// Whether this process has the right (CAP_...). In a container, root does without some.
+bool hasRight(int capability);
 
 #endif

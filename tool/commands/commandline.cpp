@@ -72,8 +72,10 @@ private:
                         "Have the bus give a transfer up after so long; stays set, for every program")
             ->type_name("MILLISECONDS");
         m_app.add_flag("--json", m_options.json, "Answer with one JSON object");
-        m_app.add_flag("-v,--verbose", m_options.verbosity,
-                       "Show the library's console lines on standard error; -vv: every access, too");
+        m_app
+            .add_flag("-v,--verbose", m_options.verbosity,
+                      "Show the library's console lines on standard error; -vv: every access, too")
+            ->default_str(""); // which newer versions of CLI11 show
         m_app.add_option("--log-config", m_options.logConfig, "A log4cplus property file for the drivers' log")
             ->check(existingFile())
             ->type_name("FILE");

@@ -9,6 +9,8 @@
 #include "tool/chip/driverlog.h"
 #include "tool/chip/i2cnode.h"
 #include "tool/chip/librarychip.h"
+#include "tool/chip/watchedchip.h"
+#include "tool/lock/lockwatch.h"
 #include "tool/program.h"
 #include "tool/report/failure.h"
 
@@ -43,7 +45,9 @@ ExitStatus runWithLibrary(const CommandLine& line, std::ostream& answer)
     if (options.busTimeout)
         setBusTimeout(options.location.device, *options.busTimeout);
     LibraryChipAccess chips(options.location, log);
-    return line.command->run({options, answer, &chips});
+    LockWatch watch(options.location.device, options.lockTimeout);
+    WatchedChipAccess watched(chips, watch);
+    return line.command->run({options, answer, &watched});
 }
 
 } // namespace

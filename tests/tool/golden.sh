@@ -89,7 +89,22 @@ as_nobody() {
 }
 # Where nothing is mounted on /proc.
 without_proc() { unshare --mount sh -c 'mount -t tmpfs none /proc && exec "$@"' sh "$@"; }
+# Where the system gives no semaphore more.
+without_semaphores() {
+    unshare --ipc sh -c 'echo 32000 1024000000 500 0 >/proc/sys/kernel/sem && exec "$@"' sh "$@"
+}
+# Presses Ctrl-C once the command says that it waits.
+interrupted_when_it_waits() {
+    env --default-signal=INT "$@" 2>"$TMPDIR/told" &
+    until grep -q waiting "$TMPDIR/told"; do sleep 0.05; done
+    kill -INT $!
+    local result=0
+    wait $! || result=$?
+    cat "$TMPDIR/told" >&2
+    return $result
+}
 export -f make_pki lock_number remove_lock key_file set_tokens while_held while_held_in nobody as_nobody without_proc
+export -f without_semaphores interrupted_when_it_waits
 
 # Neither a container without the right nor a folder mounted with "nodev" lets a node be opened.
 makes_nodes() {
@@ -106,6 +121,10 @@ for name in "$@"; do
     command=$(sed -n '1s/^\$ //p' "$file")
     case $command in
         *as_nobody*) nobody true 2>/dev/null || { echo "$name: skipped, only root becomes another user"; exit 77; } ;;
+    esac
+    case $command in
+        *without_semaphores*) without_semaphores true 2>/dev/null ||
+            { echo "$name: skipped, only root takes the semaphores away"; exit 77; } ;;
     esac
     case $command in
         *without_proc*) without_proc true 2>/dev/null || { echo "$name: skipped, only root hides /proc"; exit 77; } ;;

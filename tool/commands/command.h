@@ -1,6 +1,7 @@
 #ifndef TOOL_COMMANDS_COMMAND_H
 #define TOOL_COMMANDS_COMMAND_H
 
+#include <chrono>
 #include <iosfwd>
 #include <memory>
 #include <optional>
@@ -21,7 +22,8 @@ class ChipAccess;
 struct CommonOptions
 {
     ChipLocation location;
-    std::optional<int> busTimeout; // in milliseconds; none leaves the bus controller's own
+    std::optional<int> busTimeout;                   // in milliseconds; none leaves the bus controller's own
+    std::optional<std::chrono::seconds> lockTimeout; // none waits for the lock as long as it takes
     bool json = false;
     int verbosity = 0;
     std::string logConfig; // a property file of log4cplus; empty is none

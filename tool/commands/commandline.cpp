@@ -71,6 +71,10 @@ private:
             .add_option("--bus-timeout", m_busTimeout,
                         "Have the bus give a transfer up after so long; stays set, for every program")
             ->type_name("MILLISECONDS");
+        m_app
+            .add_option("--lock-timeout", m_lockTimeout,
+                        "Give up when other processes hold the bus's lock for so many seconds")
+            ->type_name("SECONDS");
         m_app.add_flag("--json", m_options.json, "Answer with one JSON object");
         m_app
             .add_flag("-v,--verbose", m_options.verbosity,
@@ -112,6 +116,8 @@ private:
             m_options.location.address = parseAddress(m_address, command.largestAddress());
         if (!m_busTimeout.empty())
             m_options.busTimeout = parseBusTimeout(m_busTimeout);
+        if (!m_lockTimeout.empty())
+            m_options.lockTimeout = std::chrono::seconds(parseLockTimeout(m_lockTimeout));
         command.interpret();
     }
 
@@ -132,6 +138,7 @@ private:
     CommonOptions m_options;
     std::string m_address;
     std::string m_busTimeout;
+    std::string m_lockTimeout;
     std::vector<Entry> m_entries; // without the groups
 };
 

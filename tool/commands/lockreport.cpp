@@ -25,7 +25,8 @@ void addText(Report& report, const LockState& state)
     if (!state.flaw.empty())
         report.text("not safe", state.flaw);
     if (state.semaphore < 0) {
-        report.text("semaphore", describe(state.obstacle));
+        const std::string reason = reasonOf(state.obstacle);
+        report.text("semaphore", reason.empty() ? describe(state.condition) : "none, and none can be made: " + reason);
         return;
     }
     report

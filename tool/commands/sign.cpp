@@ -1,7 +1,7 @@
 #include "tool/commands/command.h"
 
+#include <cerrno>
 #include <fstream>
-#include <iterator>
 
 #include <CLI/CLI.hpp>
 
@@ -15,11 +15,18 @@ namespace {
 
 Bytes readFile(const std::string& path)
 {
+    constexpr std::size_t kLongest = 4096; // longer than any chip's challenge; a device such as /dev/zero has no end
+    const std::string tried = "read a challenge from " + path;
+    Bytes content(kLongest + 1);
+    errno = 0;
     std::ifstream file(path, std::ios::binary);
-    Bytes content{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    if (file.bad())
-        throw Failure(ExitStatus::Usage, "read a challenge from " + path, "The file cannot be read",
-                      "Name another file.");
+    file.read(reinterpret_cast<char*>(content.data()), static_cast<std::streamsize>(content.size()));
+    if (!file.is_open() || file.bad())
+        throw Failure(ExitStatus::Usage, tried, describeSystemError(errno), "Name a file that this user can read.");
+    content.resize(static_cast<std::size_t>(file.gcount()));
+    if (content.size() > kLongest)
+        throw Failure(ExitStatus::Usage, tried, "It has more than " + inBytes(kLongest),
+                      "Name a file with the challenge alone.");
     return content;
 }
 

@@ -42,6 +42,15 @@ int parseBusTimeout(const std::string& text)
     return *milliseconds;
 }
 
+int parseLockTimeout(const std::string& text)
+{
+    const auto seconds = parseNumber(text);
+    if (!seconds)
+        throw usageFailure("wait '" + text + "' seconds for the lock", "A time limit is a number from 0 to 65535",
+                           "Give a number, or leave --lock-timeout out to wait as long as it takes.");
+    return *seconds;
+}
+
 int parseRegister(const std::string& text)
 {
     const auto reg = parseNumber(text);

@@ -17,6 +17,8 @@ namespace VorelKestrel::Tool {
 int parseAddress(const std::string& text, int maximum);
 /// A timeout in milliseconds.
 int parseBusTimeout(const std::string& text);
+/// In seconds.
+int parseLockTimeout(const std::string& text);
 int parseRegister(const std::string& text);
 /// A length of data in a register; bytes.
 int parseLength(const std::string& text);

@@ -4,10 +4,13 @@
 
 #include "tool/chip/chip.h"
 #include "tool/commands/values.h"
+#include "tool/report/failure.h"
 #include "tool/report/report.h"
 
 namespace VorelKestrel::Tool {
 namespace {
+
+constexpr std::size_t kLongestMessage = 8192; // the kernel cuts off what is longer
 
 class Write : public Command
 {
@@ -22,6 +25,11 @@ public:
     {
         m_reg = parseRegister(m_regText);
         m_data = parseBytes(m_dataText, "write to a register");
+        if (m_data.size() >= kLongestMessage)
+            throw Failure(ExitStatus::Usage, "write " + std::to_string(m_data.size()) + " bytes to a register",
+                          "i2c-dev takes messages of at most " + std::to_string(kLongestMessage) +
+                              " bytes, and the register's number is one of them",
+                          "Give " + std::to_string(kLongestMessage - 1) + " bytes at most.");
     }
 
     ExitStatus run(const CommandContext& context) override

@@ -13,6 +13,18 @@ namespace {
 
 constexpr int kLongestWait = 2000; // milliseconds
 
+/// Who can hold the lock for ever, or spoil it: whoever may use it.
+std::string describeTrust(const LockRights& rights)
+{
+    constexpr unsigned kForGroup = 0060;
+    constexpr unsigned kForOthers = 0006;
+    if ((rights.mode & kForOthers) != 0)
+        return "; any local user can hold or spoil it";
+    if ((rights.mode & kForGroup) != 0)
+        return "; members of group " + nameOfGroup(rights.group) + " can hold or spoil it";
+    return "";
+}
+
 Finding asFinding(const LockProblem& problem)
 {
     return {problem.cause, problem.found, problem.next};
@@ -80,13 +92,44 @@ std::vector<Finding> checkUsers(const Examination& examination, const LockState&
     return findings;
 }
 
+/// What is wrong with a lock's place and its makers, whatever its condition.
+std::vector<Finding> checkPlace(const LockState& state)
+{
+    std::vector<Finding> findings;
+    const KeyFolder folder(state.keyFile);
+    if (!folder.flaw().empty())
+        findings.push_back({"lock not safe", state.flaw, kHowToCloseTheFolder});
+    else if (!state.flaw.empty())
+        findings.push_back({"lock not safe", state.flaw, std::string("As root: ") + kBeginAnew});
+    if (state.semaphore < 0 && state.obstacle != LockObstacle::None)
+        findings.push_back(
+            {"no lock possible", "none can be made: " + reasonOf(state.obstacle), adviceAbout(state.obstacle)});
+    for (const SemaphoreSet& orphan : findOrphans(folder))
+        findings.push_back({"lock orphaned",
+                            "semaphore " + std::to_string(orphan.number) +
+                                ", of an earlier seed, has lost its key file: whoever uses it does not keep others out",
+                            kBeginAnew});
+    return findings;
+}
+
+/// How long the lock lives, and who else has power over it.
+std::string describeFuture(const LockState& state)
+{
+    constexpr uid_t kFirstOfPeople = 1000; // users below are the system's
+    if (state.stays)
+        return "it stays, as it was seeded" + describeTrust(state.rights);
+    std::string text = "it goes away with the process that has made it";
+    if (state.rights.owner >= kFirstOfPeople)
+        text += ", and when " + nameOfUser(state.rights.owner) + " logs out, unless systemd has RemoveIPC=no";
+    return text;
+}
+
 /// Acquires the lock, for the checks that follow.
 Finding acquire(Examination& examination, const LockState& state)
 {
     examination.token.emplace(state.semaphore, kLongestWait);
     if (examination.token->isHeld())
-        return healthy("semaphore " + std::to_string(state.semaphore) + ", free; " +
-                       (state.stays ? "it stays, as it was seeded" : "it goes away with the process that has made it"));
+        return healthy("semaphore " + std::to_string(state.semaphore) + ", free; " + describeFuture(state));
     LockState now = lookAtLock(state.keyFile);
     if (isSound(now))
         now.condition = LockCondition::Held; // others took turns all the time
@@ -101,12 +144,13 @@ std::vector<Finding> checkLock(Examination& examination)
     std::vector<Finding> findings;
     if (!isSound(state))
         findings.push_back(asFinding(problemOf(state)));
-    for (const Finding& finding : checkUsers(examination, state))
-        findings.push_back(finding);
+    for (const auto& more : {checkPlace(state), checkUsers(examination, state)})
+        findings.insert(findings.end(), more.begin(), more.end());
     if (!findings.empty())
         return findings;
     if (state.semaphore < 0)
-        return {healthy("there is none; the next process that uses the library makes it")};
+        return {healthy("there is none; the next process that uses the library makes it, and until 'authchip lock "
+                        "seed' has, any local user can take its place")};
     return {acquire(examination, state)};
 }
 

@@ -78,7 +78,7 @@ void requireSafe(const KeyFolder& folder)
     const std::string flaw = folder.flaw();
     if (!flaw.empty())
         refuse(kSeeding, "The folder " + folder.path() + " " + flaw + ": others could replace the key file",
-               "Have root own the folder, with the sticky bit set ('chmod +t'), or name another one in TMPDIR.");
+               kHowToCloseTheFolder);
 }
 
 bool isOfSeed(const SemaphoreSet& set)

@@ -19,14 +19,14 @@ struct ObstacleRow
 };
 
 constexpr ObstacleRow kObstacles[] = {
-    {LockObstacle::None, "none; the next process that uses the library makes it", ""},
-    {LockObstacle::NoFolder, "none, and none can be made: the folder for the key file does not exist",
+    {LockObstacle::None, "", ""},
+    {LockObstacle::NoFolder, "the folder for the key file does not exist",
      "Set TMPDIR to a folder that exists, the same for all who use the bus, or leave it out (/tmp)."},
-    {LockObstacle::FolderNotWritable, "none, and none can be made: this user cannot make the key file in its folder",
+    {LockObstacle::FolderNotWritable, "this user cannot make the key file in its folder",
      "Run 'authchip lock seed' as root, or have the folder of all who use the bus writable (TMPDIR, or /tmp)."},
-    {LockObstacle::BrokenLink, "none, and none can be made: the key file is a symbolic link to nothing",
+    {LockObstacle::BrokenLink, "the key file is a symbolic link to nothing",
      "Run 'authchip lock remove' as root, and then 'authchip lock seed'."},
-    {LockObstacle::NoSemaphoreLeft, "none, and none can be made: the system has no semaphore left",
+    {LockObstacle::NoSemaphoreLeft, "the system has no semaphore left",
      "'ipcs -s' lists the semaphores; remove those that nobody uses ('ipcrm -s'), or raise the limit\n"
      "('sysctl kernel.sem')."},
 };
@@ -68,7 +68,7 @@ std::string describe(const LockRights& rights)
     return nameOfUser(rights.owner) + ", group " + nameOfGroup(rights.group) + ", mode " + inOctal(rights.mode);
 }
 
-std::string describe(LockObstacle obstacle)
+std::string reasonOf(LockObstacle obstacle)
 {
     return rowOf(obstacle).text;
 }

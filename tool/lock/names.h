@@ -17,8 +17,8 @@ std::string nameOfGroup(gid_t group);
 std::string inOctal(unsigned mode);
 /// "root, group i2c, mode 0660"
 std::string describe(const LockRights& rights);
-/// "none can be made: TMPDIR names no folder"; what becomes of a lock that is not there.
-std::string describe(LockObstacle obstacle);
+/// Why no lock can be made: "the system has no semaphore left"; empty if one can.
+std::string reasonOf(LockObstacle obstacle);
 /// What to do about it.
 std::string adviceAbout(LockObstacle obstacle);
 /// "1234 (authchip-chip)", or what has become of it.

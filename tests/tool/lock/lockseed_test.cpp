@@ -27,6 +27,7 @@
 #include "tests/support/childprocess.h"
 #include "tests/support/killedprocess.h"
 #include "tests/tool/lock/lockfolder.h"
+#include "tool/doctor/checks.h"
 #include "tool/report/failure.h"
 
 using namespace VorelKestrel::Tool;
@@ -91,6 +92,10 @@ protected:
         EXPECT_EQ(LockCondition::Free, state.condition);
         EXPECT_EQ(1, state.value);
         EXPECT_EQ(1, setsOfFolder());
+        Examination examination;
+        examination.lockFile = m_folder.keyFile();
+        for (const Finding& finding : checkLock(examination))
+            EXPECT_TRUE(finding.isHealthy()) << finding.found;
         EXPECT_EQ(1, std::distance(fs::directory_iterator(folder()), fs::directory_iterator()));
     }
 

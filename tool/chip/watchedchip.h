@@ -1,0 +1,25 @@
+#ifndef TOOL_CHIP_WATCHEDCHIP_H
+#define TOOL_CHIP_WATCHEDCHIP_H
+
+#include "tool/chip/chip.h"
+#include "tool/lock/lockwatch.h"
+
+namespace VorelKestrel::Tool {
+
+/// A way to the chip whose calls are watched for waiting. Both arguments stay the caller's and outlive this.
+class WatchedChipAccess : public ChipAccess
+{
+public:
+    WatchedChipAccess(ChipAccess& next, LockWatch& watch) : m_next(next), m_watch(watch) {}
+
+    std::unique_ptr<Chip> detect() override;
+    std::unique_ptr<RawChip> open() override;
+
+private:
+    ChipAccess& m_next;
+    LockWatch& m_watch;
+};
+
+} // namespace VorelKestrel::Tool
+
+#endif

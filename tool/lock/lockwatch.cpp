@@ -1,0 +1,119 @@
+#include "tool/lock/lockwatch.h"
+
+#include <cstdlib>
+#include <iostream>
+
+#include <unistd.h>
+
+#include "common/escaped.h"
+#include "tool/lock/names.h"
+#include "tool/lock/processes.h"
+#include "tool/report/exitstatus.h"
+#include "tool/report/indented.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+constexpr auto kPause = std::chrono::milliseconds(100);
+constexpr auto kPatience = std::chrono::seconds(2); // before somebody who waits wants to know why
+
+void say(const std::string& text, const std::string& next)
+{
+    const std::string lead = "  next: ";
+    std::cerr << "authchip: " + escapedLines(text) + "\n" + lead + indented(escapedLines(next), lead.size()) + "\n";
+}
+
+/// Somebody waits, and the token is not with this process.
+bool isWaitedFor(const LockState& state)
+{
+    const bool isTaken = state.condition == LockCondition::Held || state.condition == LockCondition::Lost;
+    return isTaken && state.waiting > 0 && state.lastUser != getpid();
+}
+
+std::string describeHolder(const LockState& state)
+{
+    if (state.condition == LockCondition::Lost)
+        return "the lock between processes, whose token is lost";
+    return "process " + describeProcess(state.lastUser) + ", which holds the lock between processes";
+}
+
+} // namespace
+
+WithoutLock findWithoutLock(const LockState& state, const std::string& device)
+{
+    if (state.condition == LockCondition::Unreadable)
+        return {"semaphore " + std::to_string(state.semaphore) + " belongs to " + describe(state.rights),
+                "As root, run 'authchip lock seed --group NAME' at boot, with a group of all who use the bus."};
+    if (state.semaphore < 0 && state.obstacle != LockObstacle::None)
+        return {"no lock can be made: " + reasonOf(state.obstacle), adviceAbout(state.obstacle)};
+    const KeyFolder folder(state.keyFile);
+    for (const BusUser& user : findBusUsers(device)) {
+        const std::string place = user.keyFile.substr(0, user.keyFile.rfind('/'));
+        if (user.process != getpid() && !(user.sharesSemaphores && folder.isSameAs(place)))
+            return {"process " + describeProcess(user.process) + " uses the bus, too, and has another lock",
+                    "Start all with the same TMPDIR, and without systemd's PrivateTmp=; 'authchip doctor' tells more."};
+    }
+    return {};
+}
+
+LockWatch::LockWatch(const std::string& device, std::optional<std::chrono::seconds> limit)
+    : m_limit(limit), m_thread([this] { watch(); })
+{
+    const WithoutLock without = findWithoutLock(lookAtLock(m_keyFile), device);
+    if (!without.reason.empty())
+        say("warning: nothing keeps other processes off the bus meanwhile: " + without.reason, without.next);
+}
+
+LockWatch::~LockWatch()
+{
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_ends = true;
+    }
+    m_changed.notify_one();
+    m_thread.join();
+}
+
+void LockWatch::setInCall(bool inCall)
+{
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        m_isInCall = inCall;
+    }
+    m_changed.notify_one();
+}
+
+void LockWatch::watch()
+{
+    std::unique_lock<std::mutex> guard(m_mutex);
+    while (!m_ends) {
+        m_changed.wait(guard, [this] { return m_isInCall || m_ends; });
+        if (m_changed.wait_for(guard, kPause, [this] { return !m_isInCall || m_ends; })) {
+            m_waitingSince.reset();
+            continue;
+        }
+        look(); // with the mutex: the call does not end, and nothing is printed after it, meanwhile
+    }
+}
+
+void LockWatch::look()
+{
+    const LockState state = lookAtLock(m_keyFile);
+    if (!isWaitedFor(state))
+        return m_waitingSince.reset();
+    const auto now = Clock::now();
+    m_waitingSince = m_waitingSince.value_or(now);
+    const auto waited = now - *m_waitingSince;
+    if (!m_hasTold && waited >= kPatience) {
+        m_hasTold = true;
+        say("waiting for " + describeHolder(state),
+            "'authchip doctor' tells what is wrong with the lock; Ctrl-C ends the waiting, --lock-timeout limits it.");
+    }
+    if (!m_limit || waited < *m_limit || !isWaitedFor(lookAtLock(m_keyFile)))
+        return;
+    say("cannot use the bus\n  Waited " + std::to_string(m_limit->count()) + " seconds for " + describeHolder(state),
+        "If that process hangs, end it: the system then gives the lock back. 'authchip doctor' tells more.");
+    std::_Exit(static_cast<int>(ExitStatus::Failed));
+}
+
+} // namespace VorelKestrel::Tool

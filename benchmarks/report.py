@@ -349,6 +349,19 @@ def peer_section(results):
     ]
 
 
+def capture_section(results):
+    rows = results.group("capture/")
+    if not rows:
+        return []
+    cells = [[name, *ratio_cells(row), duration(row["added_ns_per_message"])] for name, row in rows.items()]
+    return [
+        "## What a capture costs\n",
+        "The same host on the instant device with and without `authchip capture`. Each message is appended to the file "
+        "with one system call; without a capture nothing is loaded, and nothing is paid.\n",
+        table(["exchange", *RATIO_HEAD, "added to a message"], cells),
+    ]
+
+
 def lock_section(results, plots):
     free = results.group("locks/free/")
     fought = {}
@@ -521,7 +534,7 @@ def main():
     plots = Plots(docs)
     page = [
         *introduction(results), *floor_section(results, plots), *instruction_section(results), *count_section(results),
-        *bus_section(results, plots), *peer_section(results), *lock_section(results, plots),
+        *bus_section(results, plots), *peer_section(results), *capture_section(results), *lock_section(results, plots),
         *wrapper_section(results, plots), *logger_section(results), *size_section(results),
         *growth_section(results, plots),
     ]

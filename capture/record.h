@@ -46,10 +46,10 @@ private:
 
     void encode(const Record& record, std::size_t onWire, std::size_t tried);
 
-    AL::U8 m_head[kHeadRoom];     // to the address byte
-    AL::U8 m_middle[kMiddleRoom]; // the options to the end of the facts
-    AL::U8 m_tail[kTailRoom];     // what ends the block
-    iovec m_pieces[kPieceCount];  // head, bytes on the wire, middle, bytes that did not get there, tail
+    AL::U8 m_head[kHeadRoom]{};     // to the address byte
+    AL::U8 m_middle[kMiddleRoom]{}; // the options to the end of the facts
+    AL::U8 m_tail[kTailRoom]{};     // what ends the block
+    iovec m_pieces[kPieceCount];    // head, bytes on the wire, middle, bytes that did not get there, tail
 };
 
 /// What cannot be seen in a packet, in words: "not acknowledged: ENXIO, attempt 3". Writes a string that ends with 0;

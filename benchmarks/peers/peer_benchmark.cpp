@@ -11,6 +11,7 @@
 #include <benchmark/benchmark.h>
 
 #include "benchmarks/sidebyside.h"
+#include "capture/session.h"
 
 namespace {
 
@@ -18,7 +19,9 @@ namespace {
 class Peer
 {
 public:
-    explicit Peer(const std::vector<std::string>& command)
+    /// @p environment, "NAME=value", puts the instant node before the program.
+    explicit Peer(const std::vector<std::string>& command,
+                  const std::vector<std::string>& environment = {"LD_PRELOAD=" INSTANT_NODE})
     {
         int toPeer[2];
         int fromPeer[2];
@@ -30,7 +33,7 @@ public:
             dup2(fromPeer[1], STDOUT_FILENO);
             for (const int descriptor : {toPeer[0], toPeer[1], fromPeer[0], fromPeer[1]})
                 close(descriptor);
-            run(command);
+            run(command, environment);
         }
         close(toPeer[0]);
         close(fromPeer[1]);
@@ -58,9 +61,10 @@ public:
     }
 
 private:
-    [[noreturn]] static void run(const std::vector<std::string>& command)
+    [[noreturn]] static void run(const std::vector<std::string>& command, const std::vector<std::string>& environment)
     {
-        setenv("LD_PRELOAD", INSTANT_NODE, 1);
+        for (const std::string& variable : environment)
+            putenv(const_cast<char*>(variable.c_str()));
         std::vector<char*> arguments;
         arguments.reserve(command.size() + 1);
         for (const auto& argument : command)
@@ -87,6 +91,34 @@ void BM_Peer(benchmark::State& state, const std::vector<std::string>& command, c
     measureInTurns(
         state, [&] { return ours.run(exchange, ourTimes); }, [&] { return peer.run(exchange, peerTimes); });
 }
+
+/// The same host with and without a capture of what it does; a version query is two messages.
+void BM_Capture(benchmark::State& state)
+{
+    constexpr int kTimes = 500;
+    char path[] = "authchip-capture-XXXXXX"; // in the current folder, as a user's
+    close(mkstemp(path));
+    setenv("LD_PRELOAD", INSTANT_NODE, 1);
+    const VorelKestrel::Capture::Session session(path, "benchmark", CAPTURE_LIBRARY, false);
+    const std::vector<std::string> environment = session.environment();
+    unsetenv("LD_PRELOAD");
+    {
+        Peer captured({PEER_HOST}, environment);
+        Peer plain({PEER_HOST});
+        const auto runCaptured = [&] {
+            const double nanoseconds = captured.run("version", kTimes);
+            if (truncate(path, 0) != 0) // so that no turn fills the disk
+                throw std::runtime_error("no file");
+            return nanoseconds;
+        };
+        runCaptured();
+        plain.run("version", kTimes);
+        measureInTurns(state, runCaptured, [&] { return plain.run("version", kTimes); });
+    }
+    state.counters["added_ns_per_message"] = (state.counters["ours_ns"] - state.counters["peer_ns"]) / 2;
+    unlink(path);
+}
+BENCHMARK(BM_Capture)->Name("capture/version query")->UseManualTime();
 
 // The system's own Python: the packages are installed for it.
 const std::vector<std::string> kSmbus2 = {"/usr/bin/python3", "-B", PEERS_FOLDER "with_smbus2.py"};

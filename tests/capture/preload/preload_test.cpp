@@ -210,6 +210,12 @@ TEST_F(PreloadTest, LooksAtDescriptorsThatCameThroughASocket)
     EXPECT_THAT(messages(), ElementsAre("select 0x2a", "write 01"));
 }
 
+TEST_F(PreloadTest, WritesOnceForAMessageAndAllocatesNothing)
+{
+    ASSERT_EQ(kDone, run("costs"));
+    EXPECT_EQ(102U, m_recording.messages.size());
+}
+
 TEST_F(PreloadTest, DoesNothingWithoutTheEnvironmentOfACapture)
 {
     const std::string preload = std::string("LD_PRELOAD=") + CAPTURE_LIBRARY + ":" + FAKE_NODE;

@@ -1,6 +1,7 @@
 // A program that a capture watches: does what its argument names on /dev/i2c-9, and exits with 7 if every call gave
 // what it gives without a capture.
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -29,6 +30,16 @@ int __open64_2(const char* path, int flags);
 int __openat_2(int folder, const char* path, int flags);
 int __openat64_2(int folder, const char* path, int flags);
 ssize_t __read_chk(int descriptor, void* data, size_t count, size_t room);
+void* __libc_malloc(size_t length);
+}
+
+static std::atomic<int> g_allocations;
+
+/// Counts what this process allocates, whoever asks for it.
+extern "C" void* malloc(size_t length)
+{
+    ++g_allocations;
+    return __libc_malloc(length);
 }
 
 namespace {
@@ -296,6 +307,34 @@ void received()
     name(copy, 0x01);
 }
 
+/// The system calls of this process that wrote something, as the kernel counts them.
+long writeCalls()
+{
+    char text[512] = {};
+    const int file = open("/proc/self/io", O_RDONLY);
+    REQUIRE(file >= 0 && read(file, text, sizeof(text) - 1) > 0);
+    close(file);
+    const char* count = std::strstr(text, "syscw: ");
+    REQUIRE(count != nullptr);
+    return std::strtol(count + 7, nullptr, 10);
+}
+
+/// The fake node makes no system call that writes, so those that are counted are the capture's.
+void costs()
+{
+    const int node = openNode();
+    name(node, 0x10);
+    const int allocations = g_allocations;
+    const long writes = writeCalls();
+    unsigned char data[128] = {};
+    for (int i = 0; i < 50; ++i) {
+        name(node, 0x10);
+        REQUIRE(read(node, data, sizeof(data)) == sizeof(data));
+    }
+    REQUIRE(writeCalls() == writes + 100);
+    REQUIRE(g_allocations == allocations);
+}
+
 struct Scenario
 {
     const char* name;
@@ -318,6 +357,7 @@ constexpr Scenario kScenarios[] = {
     {"small-files", smallFiles},
     {"dies", dies},
     {"received", received},
+    {"costs", costs},
 };
 
 } // namespace

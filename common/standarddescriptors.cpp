@@ -14,7 +14,8 @@ void occupyStandardDescriptors()
         if (fcntl(descriptor, F_GETFD) >= 0)
             continue;
         // open() gives the lowest that is free: this one, since those below are open by now.
-        if (open("/dev/null", kDirections[descriptor]) != descriptor)
+        const int opened = open("/dev/null", kDirections[descriptor]);
+        if (opened != descriptor)
             std::abort(); // without /dev/null there is nothing harmless to open, and nowhere to say so
     }
 }

@@ -320,7 +320,7 @@ def main():
     if options.list:
         for mutant in mutants:
             print(described(mutant, names[mutant]))
-        return 0
+        return 1 if gone else 0
     if options.page:
         return write_page(every, names, reviewed, results)
     if not mutants:

@@ -1,0 +1,16 @@
+#include "tests/campaign/blocks.h"
+
+#include "tests/campaign/trial.h"
+#include "tests/support/allocations.h"
+
+namespace campaign {
+
+long blocksLeftBy(const Script& script)
+{
+    perform(script); // what is made once stays
+    const long before = allocations::living().blocks;
+    perform(script);
+    return allocations::living().blocks - before;
+}
+
+} // namespace campaign

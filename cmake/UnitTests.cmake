@@ -42,7 +42,7 @@ function(add_unit_tests name)
     set_target_properties(${name} PROPERTIES
         ENABLE_EXPORTS ON # the library looks the host's hook and the faked system calls up in the program
         CROSSCOMPILING_EMULATOR "${apart};${CMAKE_CROSSCOMPILING_EMULATOR}") # what lists and runs the tests
-    gtest_discover_tests(${name} NO_PRETTY_TYPES NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60)
+    gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60)
 endfunction()
 
 # add_soak_test(NAME PROGRAM [FILTER filter] ENVIRONMENT VARIABLE=value...): the cases of a test program in one process,

@@ -15,34 +15,24 @@
 using namespace VorelKestrel::ACD;
 using VorelKestrel::AL::U8;
 
-namespace {
-
-struct Generation20B
+// At global scope: cases are called by them.
+struct Protocol20B
 {
     using Driver = AuthChipDriver20B;
-    static constexpr const char* kName = "20B";
     static constexpr const char* kReadLine = "DEBUG Successfully generated signature, length=";
     static constexpr const char* kFailureLine = "ERROR Failed to read signature data";
     static constexpr const char* kExitLine = "TRACE Leave label: result=0";
 };
 
-struct Generation30
+struct Protocol30
 {
     using Driver = AuthChipDriver30;
-    static constexpr const char* kName = "30";
     static constexpr const char* kReadLine = "DEBUG Successfully read challenge response";
     static constexpr const char* kFailureLine = "ERROR Failed to read challenge response data";
     static constexpr const char* kExitLine = "TRACE Leave label: result=Success";
 };
 
-struct GenerationNames
-{
-    template<typename Generation>
-    static std::string GetName(int /*index*/)
-    {
-        return Generation::kName;
-    }
-};
+namespace {
 
 /// A chip whose answer has a length that nothing else in the process asks of malloc; TRACE is on.
 template<typename Generation>
@@ -88,8 +78,8 @@ protected:
     int m_length = 0;
 };
 
-using Generations = ::testing::Types<Generation20B, Generation30>;
-TYPED_TEST_SUITE(AnswerBlockTest, Generations, GenerationNames);
+using Generations = ::testing::Types<Protocol20B, Protocol30>;
+TYPED_TEST_SUITE(AnswerBlockTest, Generations);
 
 const std::string kMalloc = "malloc 211";
 const std::string kFree = "free 211";

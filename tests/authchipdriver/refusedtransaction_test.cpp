@@ -62,17 +62,7 @@ protected:
 };
 
 using Drivers = ::testing::Types<AuthChipDriver20B, AuthChipDriver30>;
-
-/// Cases are called by the generation that they test.
-struct DriverNames
-{
-    template<typename Driver>
-    static std::string GetName(int /*index*/)
-    {
-        return std::is_same<Driver, AuthChipDriver30>::value ? "30" : "20B";
-    }
-};
-TYPED_TEST_SUITE(RefusedTransactionTest, Drivers, DriverNames);
+TYPED_TEST_SUITE(RefusedTransactionTest, Drivers);
 
 TYPED_TEST(RefusedTransactionTest, DeviceIdReturnsErrorI2CWithoutAnExitLineAndWithoutAStop)
 {

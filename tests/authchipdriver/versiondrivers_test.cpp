@@ -16,9 +16,8 @@ using VorelKestrel::AL::U16;
 using VorelKestrel::AL::U32;
 using VorelKestrel::AL::U8;
 
-namespace {
-
-struct Twin20B
+// At global scope: cases are called by them.
+struct Protocol20B
 {
     using Driver = AuthChipDriver20B;
     static constexpr const char* kName = "AuthChipDriver20B";
@@ -28,7 +27,7 @@ struct Twin20B
     static constexpr int kLastPage = 15;
 };
 
-struct Twin30
+struct Protocol30
 {
     using Driver = AuthChipDriver30;
     static constexpr const char* kName = "AuthChipDriver30";
@@ -37,6 +36,8 @@ struct Twin30
     static constexpr int kChallengeResponseMaximumLength = 64;
     static constexpr int kLastPage = 10;
 };
+
+namespace {
 
 /// What both version drivers do alike, on each of them; TRACE is on.
 template<typename Twin>
@@ -64,18 +65,8 @@ protected:
     Bytes m_buffer = Bytes(4096, 0xee);
 };
 
-using Twins = ::testing::Types<Twin20B, Twin30>;
-
-/// Cases are called by the class that they test.
-struct TwinNames
-{
-    template<typename Twin>
-    static std::string GetName(int /*index*/)
-    {
-        return Twin::kName;
-    }
-};
-TYPED_TEST_SUITE(VersionDriverTest, Twins, TwinNames);
+using Twins = ::testing::Types<Protocol20B, Protocol30>;
+TYPED_TEST_SUITE(VersionDriverTest, Twins);
 
 /// The conversation of a certificate read: so many full pages, then one of the rest.
 std::string pages(int fullPages, int rest = 0)
@@ -655,7 +646,7 @@ TYPED_TEST(VersionDriverTest, AStatusThatAHelperReportsWithoutStoringItCountsAs0
     EXPECT_EQ("2, -77, ERROR Invalid status result: 0", outcomeOfSignature(this->m_journal, driver));
 }
 
-using VersionDriver30Test = VersionDriverTest<Twin30>;
+using VersionDriver30Test = VersionDriverTest<Protocol30>;
 
 TEST_F(VersionDriver30Test, AnAcceptedLengthThatAHelperReportsWithoutStoringItCountsAs0)
 {
@@ -782,7 +773,7 @@ TEST_F(TwinsTest, TheSameCallsBehaveIdenticallyAndDifferInTheirTraceLinesOnlyByT
         const auto trace30 = traceOfSharedOperations<AuthChipDriver30>(m_bus, m_journal, m_log, readsFail);
 
         EXPECT_NE(trace20B, trace30);
-        EXPECT_EQ(replaced(trace20B, Twin20B::kName, Twin30::kName), trace30);
+        EXPECT_EQ(replaced(trace20B, Protocol20B::kName, Protocol30::kName), trace30);
     }
 }
 

@@ -41,17 +41,7 @@ protected:
 };
 
 using Drivers = ::testing::Types<ACD::AuthChipDriver20B, ACD::AuthChipDriver30>;
-
-/// Cases are called by the generation that they test.
-struct DriverNames
-{
-    template<typename Driver>
-    static std::string GetName(int /*index*/)
-    {
-        return std::is_same_v<Driver, ACD::AuthChipDriver30> ? "30" : "20B";
-    }
-};
-TYPED_TEST_SUITE(DriverSlotsTest, Drivers, DriverNames);
+TYPED_TEST_SUITE(DriverSlotsTest, Drivers);
 
 TYPED_TEST(DriverSlotsTest, SlotsTwoToFiveReadTheVersions)
 {

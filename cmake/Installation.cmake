@@ -21,8 +21,7 @@ install(FILES
     ${PROJECT_BINARY_DIR}/authchipdriverConfigVersion.cmake
     DESTINATION ${package_dir} COMPONENT development)
 
-cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
-    BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE prefix_from_pkgconfig)
+relative_install_path(prefix_from_pkgconfig ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 get_target_property(hook_options authchipdriver_defaulthook INTERFACE_LINK_OPTIONS)
 string(REGEX MATCH "--undefined=([^;]*)" _ "${hook_options}")
 set(hook_symbol ${CMAKE_MATCH_1})

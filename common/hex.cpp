@@ -1,15 +1,11 @@
 #include "common/hex.h"
 
-#include <charconv>
 #include <cstdio>
-#include <string_view>
-#include <system_error>
 
 namespace VorelKestrel {
 namespace {
 
 constexpr char kDigits[] = "0123456789abcdef";
-constexpr int kLargestNumber = 0xffff;
 
 std::optional<int> digitValue(char digit)
 {
@@ -68,20 +64,6 @@ std::optional<Bytes> fromHex(const std::string& text)
     if (high != kNone)
         return std::nullopt;
     return bytes;
-}
-
-std::optional<int> parseNumber(const std::string& text)
-{
-    std::string_view digits = text;
-    const bool isHex = digits.substr(0, 2) == "0x" || digits.substr(0, 2) == "0X";
-    if (isHex)
-        digits.remove_prefix(2);
-    int value = 0;
-    const char* end = digits.data() + digits.size();
-    const auto [stop, error] = std::from_chars(digits.data(), end, value, isHex ? 16 : 10);
-    if (error != std::errc() || stop != end || value < 0 || value > kLargestNumber)
-        return std::nullopt;
-    return value;
 }
 
 } // namespace VorelKestrel

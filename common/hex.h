@@ -15,9 +15,6 @@ std::string toHex(const Bytes& bytes);
 std::string toHex(std::uint32_t value, int digits);
 /// Reads what toHex() writes; capitals, and blanks or colons between bytes, are welcome. None if it is something else.
 std::optional<Bytes> fromHex(const std::string& text);
-/// Reads a number from 0 to 65535 as C writes it in decimal ("42") or hexadecimal ("0x2a"). None if it is something
-/// else; a leading zero does not make it octal.
-std::optional<int> parseNumber(const std::string& text);
 
 } // namespace VorelKestrel
 

@@ -10,14 +10,15 @@
 #include <CLI/CLI.hpp>
 
 #include "authchipdriver/registermap.h"
+#include "common/numbers.h"
 
 namespace VorelKestrel::Simulator {
 namespace {
 
-constexpr unsigned long kByteMaximum = 0xff;
-constexpr unsigned long kWordMaximum = 0xffff;
-constexpr unsigned long kDoubleWordMaximum = 0xffffffff;
-constexpr unsigned long kAddressMaximum = 0x7f;
+constexpr std::uint32_t kByteMaximum = 0xff;
+constexpr std::uint32_t kWordMaximum = 0xffff;
+constexpr std::uint32_t kDoubleWordMaximum = 0xffffffff;
+constexpr std::uint32_t kAddressMaximum = 0x7f;
 // In place of a time: a loaded machine lets any time go by between two messages, but not between two refusals.
 constexpr int kUsbIpBusyRefusals = 3;
 constexpr AL::U8 kLengthRegisters[] = {ACD::kRegisterResponseLength, ACD::kRegisterChallengeLength,
@@ -54,16 +55,12 @@ Examples:
   authchip-sim --replay failure.pcapng -- ./host
   authchip-sim --usbip --attach -- authchip info --address 0x2a)";
 
-unsigned long parseNumber(const std::string& text, unsigned long maximum, const std::string& option)
+std::uint32_t requireNumber(const std::string& text, std::uint32_t maximum, const std::string& option)
 {
-    try {
-        std::size_t length = 0;
-        const unsigned long number = std::stoul(text, &length, 0);
-        if (length == text.size() && number <= maximum && text.find('-') == std::string::npos)
-            return number;
-    } catch (const std::logic_error&) { // no digits, or too many of them
-    }
-    throw UsageError(option + ": '" + text + "' is not a number from 0 to " + std::to_string(maximum));
+    const auto number = parseNumber(text, maximum);
+    if (!number)
+        throw UsageError(option + ": '" + text + "' is not a number from 0 to " + std::to_string(maximum));
+    return *number;
 }
 
 /// The two sides of the first separator.
@@ -185,19 +182,19 @@ private:
     }
 
     template<typename Set>
-    static OptionRow numberRow(const char* name, const char* value, unsigned long maximum, const char* description,
+    static OptionRow numberRow(const char* name, const char* value, std::uint32_t maximum, const char* description,
                                Set set)
     {
-        return {name, value, description, [=](const std::string& text) { set(parseNumber(text, maximum, name)); }};
+        return {name, value, description, [=](const std::string& text) { set(requireNumber(text, maximum, name)); }};
     }
 
     /// A number that goes into a variable, or an optional one, as it is.
     template<typename Target>
-    static OptionRow intoRow(const char* name, const char* value, unsigned long maximum, const char* description,
+    static OptionRow intoRow(const char* name, const char* value, std::uint32_t maximum, const char* description,
                              Target& target)
     {
         return numberRow(name, value, maximum, description,
-                         [&target](unsigned long number) { target = static_cast<Target>(number); });
+                         [&target](std::uint32_t number) { target = static_cast<Target>(number); });
     }
 
     std::vector<OptionRow> nodeRows()
@@ -209,7 +206,7 @@ private:
             intoRow("--address", "ADDRESS", kAddressMaximum, "7-bit address of the chip (0x2a)", bus.address),
             numberRow("--bound-address", "ADDRESS", kAddressMaximum,
                       "Address that a kernel driver has taken; repeatable",
-                      [&bus](unsigned long address) { bus.boundAddresses.insert(static_cast<unsigned>(address)); }),
+                      [&bus](std::uint32_t address) { bus.boundAddresses.insert(static_cast<unsigned>(address)); }),
             intoRow("--bus-hz", "HZ", kDoubleWordMaximum, "Clock of the bus; 0 takes no time (0)", bus.bitsPerSecond),
             textRow("--log", "FILE", "Write every transfer to this file", m_options.logFile),
             textRow("--capture", "FILE", "Write every transfer to this file as a capture for Wireshark",
@@ -257,7 +254,7 @@ private:
                     m_options.certificateLength),
             numberRow("--busy-ms", "MS", kDoubleWordMaximum,
                       "How long the chip does not answer after a start command (30)",
-                      [&chip](unsigned long time) { chip.busyTime = std::chrono::milliseconds(time); }),
+                      [&chip](std::uint32_t time) { chip.busyTime = std::chrono::milliseconds(time); }),
             intoRow("--busy-refusals", "N", INT_MAX,
                     "How many messages the chip refuses after a start command; without --busy-ms, in place of the "
                     "time (0)",
@@ -274,9 +271,9 @@ private:
             intoRow("--short-reads", "N", INT_MAX, "Deliver one byte less in the next N reads", faults.shortReads),
             numberRow("--fault-register", "REGISTER", kByteMaximum,
                       "Let the three above hit only the messages about this register",
-                      [&faults](unsigned long reg) { faults.onlyRegister = static_cast<AL::U8>(reg); }),
+                      [&faults](std::uint32_t reg) { faults.onlyRegister = static_cast<AL::U8>(reg); }),
             numberRow("--wrong-status", "BYTE", kByteMaximum, "Report this status",
-                      [&faults](unsigned long status) {
+                      [&faults](std::uint32_t status) {
                           faults.answers[ACD::kRegisterControlAndStatus] = {static_cast<AL::U8>(status)};
                       }),
             {"--wrong-length", "REGISTER=LENGTH", "Report this length in register 0x11, 0x20 or 0x30; repeatable",
@@ -284,7 +281,7 @@ private:
             {"--corrupt-signature", nullptr, "Turn a bit of every signature over",
              [&faults](const std::string&) { faults.corruptSignature = true; }},
             numberRow("--stuck-bus", "MS", kDoubleWordMaximum, "Let every message time out after so long",
-                      [&faults](unsigned long time) { faults.stuckTime = std::chrono::milliseconds(time); }),
+                      [&faults](std::uint32_t time) { faults.stuckTime = std::chrono::milliseconds(time); }),
         };
     }
 
@@ -299,18 +296,18 @@ private:
     {
         constexpr const char* kOption = "--protocol";
         const auto [major, minor] = split(text, '.', kOption);
-        chip.protocolMajorVersion = static_cast<AL::U8>(parseNumber(major, kByteMaximum, kOption));
-        chip.protocolMinorVersion = static_cast<AL::U8>(parseNumber(minor, kByteMaximum, kOption));
+        chip.protocolMajorVersion = static_cast<AL::U8>(requireNumber(major, kByteMaximum, kOption));
+        chip.protocolMinorVersion = static_cast<AL::U8>(requireNumber(minor, kByteMaximum, kOption));
     }
 
     static void setWrongLength(Faults& faults, const std::string& text)
     {
         constexpr const char* kOption = "--wrong-length";
         const auto [registerText, lengthText] = split(text, '=', kOption);
-        const auto reg = static_cast<AL::U8>(parseNumber(registerText, kByteMaximum, kOption));
+        const auto reg = static_cast<AL::U8>(requireNumber(registerText, kByteMaximum, kOption));
         if (std::count(std::begin(kLengthRegisters), std::end(kLengthRegisters), reg) == 0)
             throw UsageError(std::string(kOption) + ": '" + registerText + "' is none of 0x11, 0x20 and 0x30");
-        const unsigned long length = parseNumber(lengthText, kWordMaximum, kOption);
+        const std::uint32_t length = requireNumber(lengthText, kWordMaximum, kOption);
         faults.answers[reg] = {static_cast<AL::U8>(length >> 8U), static_cast<AL::U8>(length)};
     }
 

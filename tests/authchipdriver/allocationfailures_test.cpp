@@ -32,6 +32,7 @@
 #include <authchipdriver/authchipfactory.h>
 #include <authchipdriver/i2c.h>
 
+#include "common/lockkey.h"
 #include "tests/support/allocations.h"
 #include "tests/support/consolelog.h"
 #include "tests/support/driverlog.h"
@@ -549,9 +550,8 @@ TEST_F(AllocationFailureOfAWrapperTest, AGlobalMutexLosesNothing)
 void removeLocks(const std::string& folder)
 {
     const allocations::Pause pause;
-    constexpr int kProject = 'Q'; // what Qt makes its keys with, beside the file
     for (const auto& file : std::filesystem::directory_iterator(folder)) {
-        semctl(semget(ftok(file.path().c_str(), kProject), 0, 0), 0, IPC_RMID);
+        semctl(semget(ftok(file.path().c_str(), VorelKestrel::kLockKeyProject), 0, 0), 0, IPC_RMID);
         std::filesystem::remove(file);
     }
 }

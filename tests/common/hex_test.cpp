@@ -36,24 +36,4 @@ TEST(HexTest, RefusesWhatIsNoSequenceOfBytes)
         EXPECT_FALSE(fromHex(text)) << text;
 }
 
-TEST(HexTest, ReadsNumbersInDecimalAndHexadecimal)
-{
-    EXPECT_EQ(42, parseNumber("42"));
-    EXPECT_EQ(42, parseNumber("0x2a"));
-    EXPECT_EQ(42, parseNumber("0X2A"));
-    EXPECT_EQ(0, parseNumber("0"));
-    EXPECT_EQ(65535, parseNumber("65535"));
-}
-
-TEST(HexTest, TakesNoLeadingZeroForOctal)
-{
-    EXPECT_EQ(10, parseNumber("010"));
-}
-
-TEST(HexTest, RefusesWhatIsNoNumber)
-{
-    for (const char* text : {"", "0x", "2a", "-1", "0x-1", " 1", "1 ", "65536", "99999999999", "+1"})
-        EXPECT_FALSE(parseNumber(text)) << text;
-}
-
 } // namespace

@@ -97,6 +97,8 @@ TEST_F(AuthChipSimTest, RefusesWrongUsageWithStatus2)
         {{"true"}, "true"},
         {{"--nonsense", "--", "true"}, "--nonsense"},
         {{"--address", "0x80", "--", "true"}, "0x80"},
+        {{"--address", " 42", "--", "true"}, "' 42' is not a number"},
+        {{"--address", "+42", "--", "true"}, "'+42' is not a number"},
         {{"--device-version", "256", "--", "true"}, "256"},
         {{"--busy-ms", "12x", "--", "true"}, "12x"},
         {{"--busy-ms", "-1", "--", "true"}, "-1"},
@@ -227,6 +229,7 @@ TEST_F(AuthChipSimTest, PutsTheNodeAndTheChipWhereItIsTold)
     EXPECT_EQ(0, runShell("i2cget -y 3 0x11 0x00", {"--device", "/dev/i2c-3", "--address", "0x11"}));
     EXPECT_EQ("0x07\n", output());
     EXPECT_NE(0, runShell("i2cget -y 3 0x2a 0x00", {"--device", "/dev/i2c-3", "--address", "0x11"}));
+    EXPECT_EQ(0, runShell("i2cget -y 7 0x0a 0x00", {"--address", "010"})); // and not in octal
 }
 
 TEST_F(AuthChipSimTest, ShowsBoundAddressesAsTheKernelDoes)

@@ -10,6 +10,8 @@
 #include <sys/sem.h>
 #include <unistd.h>
 
+#include "common/lockkey.h"
+
 std::string keyFileIn(const std::string& folder)
 {
     return folder + "/qipc_systemsem_Wexfordmallowb528dc6704516c18d022877c1c01ebd38f99a27b";
@@ -17,8 +19,7 @@ std::string keyFileIn(const std::string& folder)
 
 int semaphoreOf(const std::string& keyFile)
 {
-    constexpr int kProject = 'Q'; // what Qt makes its keys with, beside the file
-    const key_t key = ftok(keyFile.c_str(), kProject);
+    const key_t key = ftok(keyFile.c_str(), VorelKestrel::kLockKeyProject);
     return key == -1 ? -1 : semget(key, 0, 0);
 }
 

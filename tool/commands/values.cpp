@@ -3,13 +3,15 @@
 #include <CLI/CLI.hpp>
 
 #include "common/hex.h"
+#include "common/numbers.h"
 #include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
 namespace {
 
-constexpr int kEightBitMaximum = 0xff; // of an address
-constexpr int kLargestRegister = 0xff;
+constexpr std::uint32_t kEightBitMaximum = 0xff; // of an address
+constexpr std::uint32_t kLargestRegister = 0xff;
+constexpr std::uint32_t kLargestNumber = 0xffff;
 
 Failure usageFailure(const std::string& tried, const std::string& answer, const std::string& next)
 {
@@ -21,52 +23,52 @@ Failure usageFailure(const std::string& tried, const std::string& answer, const 
 int parseAddress(const std::string& text, int maximum)
 {
     const std::string tried = "use the address '" + text + "'";
-    const auto address = parseNumber(text);
+    const auto address = parseNumber(text, kLargestNumber);
     if (!address)
         throw usageFailure(tried, "That is no number", "Give the chip's 7-bit address, for example 0x2a.");
-    if (*address <= maximum)
-        return *address;
+    if (*address <= static_cast<std::uint32_t>(maximum))
+        return static_cast<int>(*address);
     if (*address <= kEightBitMaximum)
         throw usageFailure(tried, "An I2C address has 7 bits; this one has 8, the lowest being the read/write bit",
-                           "Leave that bit out: --address " + toHex(static_cast<std::uint32_t>(*address / 2), 2));
+                           "Leave that bit out: --address " + toHex(*address / 2, 2));
     throw usageFailure(tried, "An I2C address has 7 bits", "Give an address from 0x08 to 0x77.");
 }
 
 int parseBusTimeout(const std::string& text)
 {
-    const auto milliseconds = parseNumber(text);
+    const auto milliseconds = parseNumber(text, kLargestNumber);
     if (!milliseconds || *milliseconds == 0)
         throw usageFailure("set the timeout of the bus to '" + text + "'",
                            "A timeout is a number of milliseconds from 1 to 65535",
                            "Give a number, or leave --bus-timeout out to keep the bus controller's own.");
-    return *milliseconds;
+    return static_cast<int>(*milliseconds);
 }
 
 int parseLockTimeout(const std::string& text)
 {
-    const auto seconds = parseNumber(text);
+    const auto seconds = parseNumber(text, kLargestNumber);
     if (!seconds)
         throw usageFailure("wait '" + text + "' seconds for the lock", "A time limit is a number from 0 to 65535",
                            "Give a number, or leave --lock-timeout out to wait as long as it takes.");
-    return *seconds;
+    return static_cast<int>(*seconds);
 }
 
 int parseRegister(const std::string& text)
 {
-    const auto reg = parseNumber(text);
-    if (!reg || *reg > kLargestRegister)
+    const auto reg = parseNumber(text, kLargestRegister);
+    if (!reg)
         throw usageFailure("use the register '" + text + "'", "A register is a number from 0 to 0xff",
                            "'authchip read' without a register lists those with a name.");
-    return *reg;
+    return static_cast<int>(*reg);
 }
 
 int parseLength(const std::string& text)
 {
-    const auto length = parseNumber(text);
+    const auto length = parseNumber(text, kLargestNumber);
     if (!length || *length == 0)
         throw usageFailure("read '" + text + "' bytes", "A length is a number from 1 to 65535",
                            "Give a number, or none for the register's own length.");
-    return *length;
+    return static_cast<int>(*length);
 }
 
 Bytes parseBytes(const std::string& text, const std::string& tried)

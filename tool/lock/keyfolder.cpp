@@ -16,6 +16,7 @@
 #include <sys/random.h>
 #include <unistd.h>
 
+#include "common/lockkey.h"
 #include "tool/lock/names.h"
 
 namespace VorelKestrel::Tool {
@@ -24,7 +25,6 @@ namespace {
 // The names that Qt gives: the file's is its word, then the letters of the lock's name, then the SHA-1 of that name.
 constexpr char kKeyFileName[] = "qipc_systemsem_Wexfordmallowb528dc6704516c18d022877c1c01ebd38f99a27b";
 constexpr char kDefaultDirectory[] = "/tmp";
-constexpr int kProject = 'Q'; // what Qt gives to ftok()
 
 /// The mode of a seed's key file. Qt, whose files have no right for others, never makes one like it; nobody reads or
 /// writes it, whatever its mode.
@@ -40,7 +40,7 @@ key_t keyOf(const struct stat& status)
 {
     constexpr std::uint64_t kLowByte = 0xff;
     constexpr std::uint64_t kLowWord = 0xffff;
-    return static_cast<key_t>(kProject << 24U | (status.st_dev & kLowByte) << 16U | (status.st_ino & kLowWord));
+    return static_cast<key_t>(kLockKeyProject << 24U | (status.st_dev & kLowByte) << 16U | (status.st_ino & kLowWord));
 }
 
 KeyFileKind kindOf(const struct stat& status)

@@ -22,6 +22,7 @@
 
 #include <abstractionlibrary/globalmutex.h>
 
+#include "common/lockkey.h"
 #include "common/scopeddescriptor.h"
 #include "tests/support/anotheruser.h"
 #include "tests/support/childprocess.h"
@@ -314,7 +315,7 @@ TEST_F(LockSeedTest, LeavesASemaphoreOfTheSameKeyToItsProgram)
     // The next file may get the number of one that was just removed, and so its key.
     const fs::path file = folder() / "other";
     std::ofstream(file).flush();
-    const int other = semget(ftok(file.c_str(), 'Q'), 1, IPC_CREAT | 0600);
+    const int other = semget(ftok(file.c_str(), VorelKestrel::kLockKeyProject), 1, IPC_CREAT | 0600);
     fs::remove(file);
     EXPECT_EQ(SeedResult::Made, seed());
     expectSoundLock();
@@ -422,7 +423,7 @@ TEST_F(LockSeedAgainstAnotherUserTest, DoesNotAcceptAForgedSetForAFileOfRoots)
 {
     seed();
     semctl(m_folder.look().semaphore, 0, IPC_RMID);
-    const key_t key = ftok(m_folder.keyFile().c_str(), 'Q');
+    const key_t key = ftok(m_folder.keyFile().c_str(), VorelKestrel::kLockKeyProject);
     asNobody([key] {
         const int set = semget(key, kSemaphoresOfSeed, IPC_CREAT | 0666);
         semctl(set, 0, SETVAL, 1);

@@ -20,6 +20,7 @@ constexpr std::uint8_t kConstructed = 0x20;
 constexpr std::uint8_t kLongLength = 0x80;
 constexpr int kDeepest = 32;
 
+// NOLINTBEGIN(misc-no-recursion): elements contain elements, down to kDeepest
 struct Element
 {
     std::uint8_t tag = 0;
@@ -101,6 +102,8 @@ void collect(std::vector<Element>& elements, std::vector<Place>& places)
         collect(elements[i].children, places);
     }
 }
+
+// NOLINTEND(misc-no-recursion)
 
 void mutateContent(Element& element)
 {

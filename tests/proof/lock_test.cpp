@@ -140,7 +140,7 @@ std::set<std::string> rowsOfModel()
 {
     std::ifstream model(std::string(PROOF_FOLDER) + "/lock.pml");
     std::set<std::string> rows;
-    const std::regex print("printf\\(\"@ ((seed)?%d [^\"]*)\\\\n\"");
+    const std::regex print(R"re(printf\("@ ((seed)?%d [^"]*)\\n")re");
     std::smatch match;
     for (std::string line; std::getline(model, line);) {
         if (std::regex_search(line, match, print))

@@ -84,7 +84,7 @@ bool TracedProcess::isTracingPossible()
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-TracedProcess::TracedProcess(const std::function<void()>& body, std::string keyFile, InodeOfFile inodeOf)
+TracedProcess::TracedProcess(const std::function<void()>& body, const std::string& keyFile, InodeOfFile inodeOf)
     : m_id(fork()), m_keyFile(fileName(keyFile)), m_inodeOf(std::move(inodeOf))
 {
     if (m_id == 0)
@@ -108,7 +108,7 @@ void TracedProcess::kill()
     waitpid(std::exchange(m_id, 0), nullptr, 0);
 }
 
-void TracedProcess::resume(bool toSystemCall)
+void TracedProcess::resume(bool toSystemCall) const
 {
     ptrace(toSystemCall ? PTRACE_SYSCALL : PTRACE_CONT, m_id, nullptr, nullptr);
 }

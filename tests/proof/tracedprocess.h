@@ -48,7 +48,7 @@ public:
     using InodeOfFile = std::function<std::uint64_t(std::uint64_t)>;
 
     /// @p body runs in a process of its own, until it returns or executes a program.
-    TracedProcess(const std::function<void()>& body, std::string keyFile, InodeOfFile inodeOf);
+    TracedProcess(const std::function<void()>& body, const std::string& keyFile, InodeOfFile inodeOf);
     ~TracedProcess();
     TracedProcess(const TracedProcess&) = delete;
     TracedProcess& operator=(const TracedProcess&) = delete;
@@ -73,7 +73,7 @@ private:
     bool isFileCall(std::uint64_t number);
     bool isSemaphoreCall(std::uint64_t number);
     void answerStat(std::uint64_t number, long result) const;
-    void resume(bool toSystemCall);
+    void resume(bool toSystemCall) const;
     std::string readText(std::uint64_t address) const;
 
     pid_t m_id;

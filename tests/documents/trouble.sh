@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Looks every line that the library can write, and every assertion, up in the tables of the guide.
+# Looks every line that the library can write, every assertion, and every cause that the tool can name up in the tables
+# of the guide.
 # Usage: tests/documents/trouble.sh [PAGE]      docs/guide/7-trouble.md by default
 set -euo pipefail
-case ${1:-} in --help) sed -n '2,3s/^# \?//p' "$0"; exit 0 ;; esac
+case ${1:-} in --help) sed -n '2,4s/^# \?//p' "$0"; exit 0 ;; esac
 cd "$(dirname "$0")/../.."
 page=${1:-docs/guide/7-trouble.md}
 
@@ -13,8 +14,16 @@ log_lines() {
 }
 assertions() { grep -hoP '^ *assert\(\K.*(?=\);)' authchipdriver/*.cpp abstractionlibrary/*.cpp; }
 
-found=$({ log_lines; assertions; } | LC_ALL=C sort -u)
-[ "$(wc -l <<<"$found")" -ge 50 ] || { echo "only these were found in the sources: $found" >&2; exit 1; }
+causes() {
+    grep -hoP '\{Step::\w+, \w+, "\K[^"]+' tool/chip/advice.cpp
+    grep -hoP '(kNoI2cNode\[\] = |return \{\{|return \{|refused\()"\K[^"]+' tool/chip/advice.h tool/doctor/*.cpp
+    grep -hoP ', "\K[a-z ]+(?=",$)' tool/lock/conditions.cpp | grep -vx unreadable # a condition, not a cause
+    tr '\n' ' ' <tool/chip/trust.cpp | grep -oP '(X509_V_ERR_\w+, k\w+, +|Result::Failed, +)"\K[^"]+'
+    grep -hoP 'Result::Failed, "\K[^"]+' tool/commands/verdict.cpp
+}
+
+found=$({ log_lines; assertions; causes; } | LC_ALL=C sort -u)
+[ "$(wc -l <<<"$found")" -ge 90 ] || { echo "only these were found in the sources: $found" >&2; exit 1; }
 status=0
 while IFS= read -r text; do
     grep -qE '^\|' <(grep -F -- "\`$text\`" "$page") || { echo "$page: no row for \"$text\"" >&2; status=1; }

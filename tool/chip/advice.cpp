@@ -32,11 +32,19 @@ constexpr Refusal kRefusals[] = {
      "the bus in the device tree."},
     {Step::OpenNode, EACCES, "no permission",
      "Run as root, or join the group that owns the node ('ls -l {device}'; on Debian: 'adduser USER i2c')."},
-    {Step::OpenNode, EPERM, "no permission", "Run as root; in a container, hand the node in ('--device {device}')."},
-    {Step::OpenNode, ENXIO, "node does not open",
-     "The node has no bus behind it: enable the bus in the device tree, or take another node."},
-    {Step::OpenNode, ENODEV, "node does not open",
-     "The node has no bus behind it: enable the bus in the device tree, or take another node."},
+    {Step::OpenNode, EPERM, "no permission",
+     "Run as root. If you are root, a container or a security module refuses it: hand the node into the container\n"
+     "('--device {device}'), or look at the audit log."},
+    {Step::OpenNode, ENXIO, "no driver behind the node",
+     "Load the driver ('modprobe i2c-dev'). If 'ls /sys/bus/i2c/devices' then shows no i2c-{bus}, the kernel has no\n"
+     "such bus: enable it in the device tree, or use another node."},
+    {Step::OpenNode, ENODEV, "no driver behind the node",
+     "Load the driver ('modprobe i2c-dev'). If 'ls /sys/bus/i2c/devices' then shows no i2c-{bus}, the kernel has no\n"
+     "such bus: enable it in the device tree, or use another node."},
+    {Step::OpenNode, EMFILE, "out of descriptors",
+     "This process has no descriptor left: raise 'ulimit -n', or close what the shell has open."},
+    {Step::OpenNode, ENFILE, "out of descriptors",
+     "The system has no descriptor left: see 'cat /proc/sys/fs/file-nr', and end what holds so many."},
     {Step::OpenNode, EISDIR, "node does not open", "Name a node such as /dev/i2c-1."},
     {Step::OpenNode, kAnyError, "node does not open", "See 'ls -l {device}' and the kernel's messages ('dmesg')."},
 
@@ -57,7 +65,16 @@ constexpr Refusal kRefusals[] = {
     {Step::SetRegister, EREMOTEIO, "no answer",
      "No chip answers there. Check address, supply, reset line and pull-ups; 'i2cdetect -y {bus}' shows who answers."},
     {Step::SetRegister, ETIMEDOUT, "bus stuck",
-     "The bus is stuck: a line is held low. Check the pull-ups and what else is on the bus; reset the chip."},
+     "Either a line is held low, or this adapter reports a missing acknowledgement as a timeout. Try an address that\n"
+     "no chip has ('i2cdetect -y {bus}'): if it fails at once, only this chip is missing; if each address takes long,\n"
+     "the bus is stuck: check the pull-ups and what else is on the bus, and reset the chip."},
+    {Step::SetRegister, EIO, "bus fails",
+     "Some adapters report a missing acknowledgement so. If 'i2cdetect -y {bus}' shows other chips but not {address},\n"
+     "this chip does not answer: check address, supply, reset line and pull-ups. If it shows none, check the bus, and\n"
+     "the kernel's messages ('dmesg')."},
+    {Step::SetRegister, EOPNOTSUPP, "no plain I2C",
+     "This adapter speaks SMBus only, and the chip needs plain I2C messages ('i2cdetect -F {bus}' lists what the\n"
+     "adapter can do). Use another bus."},
     {Step::SetRegister, EAGAIN, "bus busy",
      "Another master keeps the bus busy, or a line is held low. Check what else is on the bus."},
     {Step::SetRegister, kAnyError, "bus fails", "See the kernel's messages ('dmesg') for the bus controller."},
@@ -125,8 +142,7 @@ bool isNoAnswer(Step step, int error)
 
 bool mayBeEightBits(int address)
 {
-    constexpr int kLowestOfChips = 0x08; // those below are reserved
-    return address % 2 == 0 && address / 2 >= kLowestOfChips;
+    return address % 2 == 0 && address / 2 >= kLowestAddress;
 }
 
 Failure explainRefusal(Step step, int error, const ChipLocation& location)
@@ -134,7 +150,8 @@ Failure explainRefusal(Step step, int error, const ChipLocation& location)
     std::string next = findRefusal(step, error).next;
     if (isNoAnswer(step, error) && mayBeEightBits(location.address))
         next += "\nIf {address} is the address with the read/write bit, the 7-bit address is {halved}.";
-    return {ExitStatus::Failed, fillIn(describe(step), location), describeSystemError(error), fillIn(next, location)};
+    const std::string answer = error != 0 ? describeSystemError(error) : "0 of 1 bytes came";
+    return {ExitStatus::Failed, fillIn(describe(step), location), answer, fillIn(next, location)};
 }
 
 const char* causeOfRefusal(Step step, int error)

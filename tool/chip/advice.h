@@ -23,7 +23,8 @@ constexpr char kNoI2cNode[] = "no I2C node";
 
 // Both read the one table of refusals: what a step refused with a system error means, and what to do about it.
 
-/// Explains a step that the system refused with @p error.
+/// Explains a step that the system refused with @p error; 0: it refused nothing, but the byte that was asked for is
+/// missing.
 Failure explainRefusal(Step step, int error, const ChipLocation& location);
 /// The same in two or three words, for programs: "no permission".
 const char* causeOfRefusal(Step step, int error);

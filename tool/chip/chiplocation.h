@@ -13,6 +13,9 @@ struct ChipLocation
 };
 
 constexpr int kSevenBitMaximum = 0x7f; // of an address
+// The addresses that chips may have; the bus reserves the others.
+constexpr int kLowestAddress = 0x08;
+constexpr int kHighestAddress = 0x77;
 
 } // namespace VorelKestrel::Tool
 

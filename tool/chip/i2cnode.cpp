@@ -40,6 +40,7 @@ VersionAnswer askVersion(const ScopedDescriptor& node)
 {
     VersionAnswer answer;
     std::uint8_t byte = ACD::kRegisterDeviceVersion;
+    errno = 0; // a transfer that moves nothing leaves it alone
     answer.registerSet = write(node.get(), &byte, sizeof(byte)) == sizeof(byte);
     answer.registerRead = answer.registerSet && read(node.get(), &byte, sizeof(byte)) == sizeof(byte);
     answer.error = errno;

@@ -40,7 +40,17 @@ std::string describe(const DriverComplaint& complaint, Error error)
         text = error == ErrorI2C ? "The bus failed" : "The chip gave a status or length that is not acceptable";
     if (error == ErrorI2C && complaint.systemError != 0)
         text += "; the bus said: " + describeSystemError(complaint.systemError);
+    if (error == ErrorI2C && isNoAnswer(Step::SetRegister, complaint.systemError))
+        text += ", to each of 100 attempts: the chip is still busy after a second, or gone";
     return text;
+}
+
+/// The page at which a certificate ended. @p received  what the driver reports: the sum of what its reads returned, of
+/// which the last may be the -1 of a failed read.
+int failedPage(int received)
+{
+    return (received + (received % kCertificatePageSize == kCertificatePageSize - 1 ? 1 : 0)) / kCertificatePageSize +
+           1;
 }
 
 /// The factory's driver.
@@ -57,6 +67,9 @@ public:
     Bytes sign(const Bytes& challenge) override;
 
 private:
+    void requireFittingCertificate(int length) const;
+    /// What the chip announced and could not deliver is too long or too short to be an answer.
+    void requireFittingAnswer(ACD::Error error, int length) const;
     void check(ACD::Error error, const char* tried, const char* next);
 
     const ChipLocation m_location;
@@ -102,9 +115,32 @@ Bytes LibraryChip::certificate()
     m_log.forget();
     int length = 0;
     check(m_driver->getAccessoryCertificateDataLength(length), "read the certificate's length from", kRetry);
+    requireFittingCertificate(length);
     Bytes certificate(static_cast<std::size_t>(length));
-    check(m_driver->getAccessoryCertificateData(certificate.data(), length), "read the certificate from", kRetry);
+    const Error error = m_driver->getAccessoryCertificateData(certificate.data(), length);
+    check(error, ("read page " + std::to_string(failedPage(length)) + " of the certificate from").c_str(), kRetry);
     return certificate;
+}
+
+void LibraryChip::requireFittingCertificate(int length) const
+{
+    const int longest = m_generation->certificatePages * kCertificatePageSize;
+    if (length > longest)
+        throw Failure(ExitStatus::Failed, "read the certificate of the chip at " + at(m_location),
+                      "The chip reports " + std::to_string(length) + " bytes (register 0x30); protocol " +
+                          m_generation->protocol + " has room for " + std::to_string(longest),
+                      kRetry);
+}
+
+void LibraryChip::requireFittingAnswer(Error error, int length) const
+{
+    const auto expected = static_cast<int>(m_generation->responseLength);
+    if (error != ErrorI2C || length == 0 || length == expected)
+        return;
+    throw Failure(ExitStatus::Failed, "have a challenge signed by the chip at " + at(m_location),
+                  "The chip reports an answer of " + std::to_string(length) + " bytes (register 0x11); protocol " +
+                      m_generation->protocol + " has " + std::to_string(expected),
+                  kSignAgain);
 }
 
 Bytes LibraryChip::sign(const Bytes& challenge)
@@ -115,6 +151,7 @@ Bytes LibraryChip::sign(const Bytes& challenge)
     const Error error =
         m_driver->newSignature(challenge.data(), static_cast<int>(challenge.size()), &response, &length);
     const std::unique_ptr<AL::U8, FreeBlock> block(response);
+    requireFittingAnswer(error, length);
     check(error, "have a challenge signed by", kSignAgain);
     return {response, response + length};
 }
@@ -175,8 +212,14 @@ void LibraryRawChip::write(std::uint8_t reg, const Bytes& data)
     const BusTransaction transaction;
     const int result = i2cWrite(reg, length, data.data());
     const int error = errno;
-    if (result != length)
-        throw explainRefusal(Step::SetRegister, error, m_location);
+    if (result == length)
+        return;
+    AL::U8 version = 0;
+    if (isNoAnswer(Step::SetRegister, error) && i2cRead(kRegisterDeviceVersion, 1, &version) == 1)
+        throw Failure(ExitStatus::Failed, "write to register " + toHex(reg, 2) + " of the chip at " + at(m_location),
+                      "The chip answers, and refused this message 100 times",
+                      "The register may be read-only, or take another number of bytes.");
+    throw explainRefusal(Step::SetRegister, error, m_location);
 }
 
 } // namespace

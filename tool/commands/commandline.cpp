@@ -112,12 +112,14 @@ private:
 
     void interpret(Command& command)
     {
-        if (!m_address.empty())
+        if (!m_address.empty() || m_app.get_option("--address")->count() > 0)
             m_options.location.address = parseAddress(m_address, command.largestAddress());
         if (!m_busTimeout.empty())
             m_options.busTimeout = parseBusTimeout(m_busTimeout);
         if (!m_lockTimeout.empty())
             m_options.lockTimeout = std::chrono::seconds(parseLockTimeout(m_lockTimeout));
+        if (!m_options.logConfig.empty())
+            requireProperties(m_options.logConfig);
         command.interpret();
     }
 

@@ -1,5 +1,7 @@
 #include "tool/commands/values.h"
 
+#include <fstream>
+
 #include <CLI/CLI.hpp>
 
 #include "common/hex.h"
@@ -78,6 +80,21 @@ Bytes parseBytes(const std::string& text, const std::string& tried)
         throw usageFailure(tried, "'" + text + "' is no sequence of bytes in hexadecimal",
                            "Give two digits a byte, for example 00ff10.");
     return *bytes;
+}
+
+void requireProperties(const std::string& path)
+{
+    std::ifstream file(path);
+    std::string line;
+    for (int number = 1; std::getline(file, line); ++number) {
+        const auto begin = line.find_first_not_of(" \t\r");
+        const bool isEmpty = begin == std::string::npos || line[begin] == '#' || line[begin] == '!';
+        if (isEmpty || line.find('=') != std::string::npos || line.compare(begin, 7, "include") == 0)
+            continue;
+        throw usageFailure("configure the log from " + path,
+                           "Line " + std::to_string(number) + " is no setting: '" + line + "'",
+                           "Give lines such as log4cplus.rootLogger=WARN, STDERR.");
+    }
 }
 
 CLI::Validator existingFile()

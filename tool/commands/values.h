@@ -24,6 +24,8 @@ int parseRegister(const std::string& text);
 int parseLength(const std::string& text);
 /// @p tried  what the bytes are for: "sign a challenge".
 Bytes parseBytes(const std::string& text, const std::string& tried);
+/// Checks that a file has the form of a log4cplus property file, which log4cplus itself does not do.
+void requireProperties(const std::string& path);
 /// CLI11's check that a file exists, without the type that CLI11 would show a second time.
 CLI::Validator existingFile();
 

@@ -9,7 +9,7 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-constexpr int kAttempts = 10; // a chip that is busy or wakes up refuses some
+constexpr int kAttempts = 100; // as patient as the library: a chip that is busy or wakes up refuses some
 constexpr auto kPause = std::chrono::milliseconds(10);
 
 bool isUnanswered(const VersionAnswer& answer)
@@ -17,14 +17,24 @@ bool isUnanswered(const VersionAnswer& answer)
     return !answer.registerSet && isNoAnswer(Step::SetRegister, answer.error);
 }
 
-VersionAnswer askPatiently(const ScopedDescriptor& node)
+/// Asks until the chip answers. Returns how many times it refused.
+int askPatiently(const ScopedDescriptor& node, VersionAnswer& answer)
 {
-    VersionAnswer answer = askVersion(node);
-    for (int attempt = 1; attempt < kAttempts && isUnanswered(answer); ++attempt) {
+    int refusals = 0;
+    answer = askVersion(node);
+    while (isUnanswered(answer) && ++refusals < kAttempts) {
         std::this_thread::sleep_for(kPause);
         answer = askVersion(node);
     }
-    return answer;
+    return refusals;
+}
+
+std::string afterRefusals(int refusals)
+{
+    if (refusals == 0)
+        return "answers";
+    return "answers, after " + std::to_string(refusals) + (refusals == 1 ? " refusal" : " refusals") +
+           ": it was busy or waking up";
 }
 
 bool chipAnswersAtHalfTheAddress(const Examination& examination)
@@ -50,8 +60,8 @@ Finding explainSilence(const Examination& examination)
 
 std::vector<Finding> checkChip(Examination& examination)
 {
-    examination.answer = askPatiently(examination.node);
-    return {examination.answer.registerRead ? healthy("answers") : explainSilence(examination)};
+    const int refusals = askPatiently(examination.node, examination.answer);
+    return {examination.answer.registerRead ? healthy(afterRefusals(refusals)) : explainSilence(examination)};
 }
 
 std::vector<Finding> checkGeneration(Examination& examination)

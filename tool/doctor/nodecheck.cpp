@@ -1,6 +1,7 @@
 #include <cerrno>
 
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include "common/hex.h"
 #include "tool/chip/advice.h"
@@ -8,13 +9,32 @@
 
 namespace VorelKestrel::Tool {
 
+namespace {
+
+constexpr unsigned kI2cMajor = 89; // the kernel's number of i2c-dev
+
+Finding notANode(const std::string& found)
+{
+    return {kNoI2cNode, found, "Name a node such as /dev/i2c-1; 'ls /dev/i2c-*' shows those there are."};
+}
+
+/// A simulated node need not have the kernel's number, but has the name.
+bool mayBeI2cNode(const std::string& device, const struct stat& status)
+{
+    return major(status.st_rdev) == kI2cMajor || device.find("/i2c-") != std::string::npos;
+}
+
+} // namespace
+
 std::vector<Finding> checkNode(Examination& examination)
 {
     const std::string& device = examination.location.device;
     struct stat status = {};
-    if (stat(device.c_str(), &status) == 0 && !S_ISCHR(status.st_mode))
-        return {{kNoI2cNode, device + " is no character device",
-                 "Name a node such as /dev/i2c-1; 'ls /dev/i2c-*' shows those there are."}};
+    const bool exists = stat(device.c_str(), &status) == 0;
+    if (exists && !S_ISCHR(status.st_mode))
+        return {notANode(device + " is no character device")};
+    if (exists && !mayBeI2cNode(device, status))
+        return {notANode(device + " is a device of another kind")};
     examination.isBus = true;
     examination.node = openNode(device);
     if (examination.node.get() >= 0)
@@ -30,6 +50,9 @@ std::vector<Finding> checkAddress(Examination& examination)
     const std::string address = toHex(static_cast<std::uint32_t>(location.address), 2);
     if (location.address > kSevenBitMaximum)
         return {eightBitAddress(location, address + " has 8 bits")};
+    if (location.address < kLowestAddress || location.address > kHighestAddress)
+        return {{"reserved address", address + " is outside 0x08 to 0x77, the addresses that chips may have",
+                 "Look the chip's 7-bit address up in the schematic; 'i2cdetect -y' shows who answers."}};
     if (examination.node.get() < 0)
         return {skipped()};
     if (!selectAddress(examination.node, location.address)) {

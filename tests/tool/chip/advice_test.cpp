@@ -39,7 +39,8 @@ std::string nameOf(const testing::TestParamInfo<Refusal>& refusal)
                                                       {Step::SelectAddress, "SelectAddress"},
                                                       {Step::SetRegister, "SetRegister"},
                                                       {Step::ReadRegister, "ReadRegister"}};
-    return names.at(refusal.param.step) + strerrorname_np(refusal.param.error);
+    const int error = refusal.param.error;
+    return names.at(refusal.param.step) + (error == 0 ? "WithoutAnError" : strerrorname_np(error));
 }
 
 class RefusalTest : public testing::TestWithParam<Refusal>
@@ -61,8 +62,17 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{Step::OpenNode, ENOENT, "open /dev/i2c-1", "No such file or directory (ENOENT)", "modprobe i2c-dev"},
         Refusal{Step::OpenNode, EACCES, "open /dev/i2c-1", "Permission denied (EACCES)", "ls -l /dev/i2c-1"},
         Refusal{Step::OpenNode, EPERM, "open /dev/i2c-1", "Operation not permitted (EPERM)", "Run as root"},
-        Refusal{Step::OpenNode, ENXIO, "open /dev/i2c-1", "No such device or address (ENXIO)", "no bus behind it"},
-        Refusal{Step::OpenNode, EMFILE, "open /dev/i2c-1", "Too many open files (EMFILE)", "dmesg"},
+        Refusal{Step::OpenNode, ENXIO, "open /dev/i2c-1", "No such device or address (ENXIO)", "modprobe i2c-dev"},
+        Refusal{Step::OpenNode, ENODEV, "open /dev/i2c-1", "No such device (ENODEV)", "shows no i2c-1"},
+        Refusal{Step::OpenNode, EMFILE, "open /dev/i2c-1", "Too many open files (EMFILE)", "ulimit -n"},
+        Refusal{Step::OpenNode, ENFILE, "open /dev/i2c-1", "Too many open files in system (ENFILE)", "file-nr"},
+        Refusal{Step::OpenNode, EIO, "open /dev/i2c-1", "Input/output error (EIO)", "dmesg"},
+        Refusal{Step::SetRegister, EIO, "address the chip at 0x2a on /dev/i2c-1", "Input/output error (EIO)",
+                "Some adapters report a missing acknowledgement so"},
+        Refusal{Step::SetRegister, EOPNOTSUPP, "address the chip at 0x2a on /dev/i2c-1",
+                "Operation not supported (EOPNOTSUPP)", "SMBus only"},
+        Refusal{Step::ReadRegister, 0, "read from the chip at 0x2a on /dev/i2c-1", "0 of 1 bytes came",
+                "Try a slower bus clock"},
         Refusal{Step::SetTimeout, ENOTTY, "set the timeout of /dev/i2c-1", "Inappropriate ioctl for device (ENOTTY)",
                 "/dev/i2c-1 is no I2C bus"},
         Refusal{Step::SetTimeout, EINVAL, "set the timeout of /dev/i2c-1", "Invalid argument (EINVAL)",

@@ -7,7 +7,9 @@
 #include <sys/sem.h>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include "tests/support/temporarydirectory.h"
 #include "tests/tool/lock/lockfolder.h"
 
 namespace {
@@ -88,12 +90,37 @@ TEST(AddressCheckTest, IsSkippedWithoutANode)
 
 TEST(AddressCheckTest, FindsThatADeviceIsNoBus)
 {
+    const TemporaryDirectory folder;
+    const std::string node = folder.path() + "/i2c-1"; // the name of a node
+    ASSERT_EQ(0, symlink("/dev/null", node.c_str()));
     Examination examination;
-    examination.location = {"/dev/null", 0x2a};
+    examination.location = {node, 0x2a};
     EXPECT_TRUE(checkNode(examination).front().isHealthy());
     EXPECT_TRUE(examination.isBus);
     EXPECT_STREQ("no I2C node", checkAddress(examination).front().cause);
     EXPECT_FALSE(examination.isBus);
+}
+
+TEST(NodeCheckTest, FindsThatADeviceIsOfAnotherKind)
+{
+    Examination examination;
+    examination.location = {"/dev/null", 0x2a};
+    EXPECT_STREQ("no I2C node", checkNode(examination).front().cause);
+    EXPECT_FALSE(examination.isBus);
+}
+
+TEST(AddressCheckTest, FindsAddressesThatTheBusReserves)
+{
+    for (const int reserved : {0x00, 0x03, 0x07, 0x78, 0x7f}) {
+        Examination examination;
+        examination.location = {"/dev/i2c-1", reserved};
+        EXPECT_STREQ("reserved address", checkAddress(examination).front().cause) << reserved;
+    }
+    for (const int address : {0x08, 0x77}) {
+        Examination examination;
+        examination.location = {"/dev/i2c-1", address};
+        EXPECT_TRUE(checkAddress(examination).front().isSkipped()) << address; // there is no node
+    }
 }
 
 class LockCheckTest : public testing::Test

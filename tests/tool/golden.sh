@@ -95,6 +95,7 @@ without_semaphores() {
 }
 # Presses Ctrl-C once the command says that it waits.
 interrupted_when_it_waits() {
+    : >"$TMPDIR/told"
     env --default-signal=INT "$@" 2>"$TMPDIR/told" &
     until grep -q waiting "$TMPDIR/told"; do sleep 0.05; done
     kill -INT $!

@@ -84,7 +84,7 @@ std::string outcomeOf(const Message& message, bool isBusy)
         return "short, " + std::to_string(facts.result) + " of " + inBytes(facts.requested);
     if (!facts.failed())
         return "";
-    const std::string failure = failureOf(message, isBusy);
+    std::string failure = failureOf(message, isBusy);
     if (message.isSelection())
         return failure;
     return failure + " (" + std::to_string(facts.attempt) + " of " + std::to_string(kAttempts) + ")";
@@ -181,7 +181,7 @@ std::string ChipView::valueOf(const Message& message, AL::U8 reg) const
     }
     if (reg == ACD::kRegisterDeviceId)
         return "0x" + toHex(data);
-    const std::string number = bigEndian(data.data(), data.size());
+    std::string number = bigEndian(data.data(), data.size());
     if (reg != ACD::kRegisterDeviceVersion)
         return number;
     const DeviceVersion* version = findDeviceVersion(data[0]);

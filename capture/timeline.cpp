@@ -211,7 +211,9 @@ void drawHead(std::ostream& out, double height, const std::string& title)
 
 void drawAxis(std::ostream& out, const Scale& scale, double bottom)
 {
-    for (double time = 0; time <= scale.longest(); time += scale.step()) {
+    const int count = static_cast<int>(scale.longest() / scale.step());
+    for (int tick = 0; tick <= count; ++tick) {
+        const double time = tick * scale.step();
         const double x = scale.place(static_cast<std::uint64_t>(time));
         out << "<line x1=\"" << number(x) << "\" y1=\"" << number(kTop - 14) << "\" x2=\"" << number(x) << "\" y2=\""
             << number(bottom) << "\" stroke=\"#d5dae0\"/>\n";

@@ -1,5 +1,6 @@
 #include "capture/obstacle.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>

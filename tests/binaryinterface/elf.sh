@@ -18,6 +18,9 @@ has() { grep -qE -e "$2" <<<"$1"; }
 
 needed=$(sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' <<<"$dynamic" | LC_ALL=C sort | tr '\n' ' ')
 case $header in
+    *"Machine: "*AArch64*)
+        expected='^(ld-linux-aarch64\.so\.1 )?libQt5Core\.so\.5 libc\.so\.6 libgcc_s\.so\.1 liblog4cplus-2\.0\.so\.3 libstdc\+\+\.so\.6 $'
+        ;;
     *"Machine: "*ARM*)
         # The stack protector of this architecture keeps its secret in the C library's loader.
         expected='^(ld-linux-armhf\.so\.3 )?libQt5Core\.so\.5 libc\.so\.6 libgcc_s\.so\.1 liblog4cplus-2\.0\.so\.3 libstdc\+\+\.so\.6 $'
@@ -50,6 +53,7 @@ if [ -n "$sized" ]; then
     # The product has 64 KiB for the library; pointers and relocations of 64 bits take half as much again.
     limit=65536
     has "$header" 'Class: +ELF64' && limit=98304
+    has "$header" 'Machine: +AArch64' && limit=163840 # its pages have 64 KiB, and data begin on one of their own
     stripped=$(mktemp)
     trap 'rm "$stripped"' EXIT
     "$strip" -o "$stripped" "$library"

@@ -22,7 +22,7 @@ blocks() { # LANGUAGE: the lines inside the blocks of a language
 # the test suite.
 here() {
     sed -E -e "s#^cmake --install #tests/support/install #" -e "s#(\\\$PWD/)?build/(dev|[a-z-]+)#@\2@#g" \
-        -e "s#^scripts/demo\$#scripts/demo --no-build @dev@#; s#^scripts/test\$#scripts/test --help#" \
+        -e "s#^scripts/demo\$#scripts/demo --no-build @dev@#; s#^scripts/(test|build)\$#scripts/\1 --help#" \
         -e "s#@dev@#$build#g; s#@([a-z-]+)@#$scratch/\1#g"
 }
 normalised() {

@@ -1,0 +1,9 @@
+# What the programs and the library need, by its package and oldest version in Debian 12; dpkg-shlibdeps says the same.
+set(libc "libc6 (>= 2.34)")
+set(libgcc "libgcc-s1 (>= 3.5)")
+set(libglib "libglib2.0-0 (>= 2.37.3)")
+set(liblog4cplus "liblog4cplus-2.0.5 (>= 2.0.8)")
+set(libqtcore "libqt5core5a (>= 5.15.1)")
+set(libssl "libssl3 (>= 3.0.0)")
+set(libstdcxx "libstdc++6 (>= 11)")
+set(libumockdev "libumockdev0 (>= 0.17)")

@@ -29,7 +29,7 @@ std::string pathOf(const std::string& program)
     const char* variable = std::getenv("PATH");
     std::istringstream folders(variable == nullptr ? "/usr/bin:/bin" : variable);
     for (std::string folder; std::getline(folders, folder, ':');) {
-        const std::string path = (folder.empty() ? "." : folder) + "/" + program;
+        std::string path = (folder.empty() ? "." : folder) + "/" + program;
         if (access(path.c_str(), X_OK) == 0)
             return path;
     }

@@ -214,14 +214,16 @@ void recordVector(OpenNode& node, const EndedCall& call, bool isRead, const iove
 void recordIoctl(OpenNode& node, const EndedCall& call, unsigned long request, unsigned long argument)
 {
     const KeptErrno error;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the C library's ioctl() hands the argument on as a number.
+    const void* pointer = reinterpret_cast<const void*>(argument);
     switch (static_cast<AL::U32>(request)) {
     case I2C_SLAVE:
     case I2C_SLAVE_FORCE:
         return recordSelection(node, call, error.get(), argument);
     case I2C_RDWR:
-        return recordTransfer(node, call, error.get(), reinterpret_cast<const i2c_rdwr_ioctl_data*>(argument));
+        return recordTransfer(node, call, error.get(), static_cast<const i2c_rdwr_ioctl_data*>(pointer));
     case I2C_SMBUS:
-        return recordSmbus(node, call, error.get(), *reinterpret_cast<const i2c_smbus_ioctl_data*>(argument));
+        return recordSmbus(node, call, error.get(), *static_cast<const i2c_smbus_ioctl_data*>(pointer));
     default:
         return;
     }

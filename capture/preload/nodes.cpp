@@ -82,7 +82,8 @@ bool isSimulated(const char* path)
     const int start = std::snprintf(entry, sizeof(entry), "%s/sys/class/i2c-dev/", folder);
     if (start < 0 || static_cast<std::size_t>(start) + std::strlen(path + kLength) >= sizeof(entry))
         return false;
-    char* name = std::strcpy(entry + start, path + kLength);
+    char* name = entry + start;
+    std::memcpy(name, path + kLength, std::strlen(path + kLength) + 1);
     for (; *name != '\0'; ++name)
         *name = *name == '/' ? '!' : *name; // as the kernel names it
     return syscall(SYS_faccessat, AT_FDCWD, entry, F_OK) == 0;

@@ -126,7 +126,7 @@ void startRecorder()
     const long descriptor = std::strtol(rest, &rest, 10);
     if (*rest != ' ' || rest[1] != '/' || std::strlen(rest + 1) >= sizeof(g_settings.path))
         return;
-    std::strcpy(g_settings.path, rest + 1);
+    std::memcpy(g_settings.path, rest + 1, std::strlen(rest + 1) + 1);
     shareTally(process, descriptor);
     ++g_tally->processes;
     g_isRecording = true;

@@ -39,7 +39,7 @@ set -eux
 END
 cat >"$scratch/outside" <<'END'
 set -eux
-apt-get install -y --no-install-recommends g++ cmake ninja-build pkg-config
+apt-get install -y --no-install-recommends g++ cmake ninja-build pkg-config liblog4cplus-dev
 cmake -S /packages/project -B /packages/cmake -G Ninja
 cmake --build /packages/cmake
 g++ -o /packages/plain /packages/project/main.cpp $(pkg-config --cflags --libs authchipdriver-defaulthook)

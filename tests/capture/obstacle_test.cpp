@@ -32,7 +32,7 @@ protected:
     }
     std::string script(const std::string& content) const
     {
-        const std::string path = m_folder.path() + "/script";
+        std::string path = m_folder.path() + "/script";
         std::ofstream(path) << content;
         return path;
     }

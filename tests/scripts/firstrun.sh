@@ -23,6 +23,9 @@ stand_in() { # PROGRAM LINE_OF_SHELL
 for program in cmake apt-get sudo; do
     stand_in "$program" 'echo "${0##*/} $*" >>"$calls"'
 done
+# As the real one: asked only, it ends with a failure.
+stand_in apt-get 'echo "${0##*/} $*" >>"$calls"
+case "$*" in *--assume-no*) echo "Need to get 169 MB of archives."; exit 1 ;; esac'
 stand_in id 'echo "$user"'
 stand_in dpkg-query 'for last; do :; done; case " $absent " in *" $last "*) exit 1 ;; *) echo installed ;; esac'
 PATH=$scratch/bin:$PATH
@@ -36,11 +39,16 @@ expect_calls() { # EXPECTED COMMAND...
     diff -u <(printf "$expected") "$calls" || { echo "$1 does not call what is expected (user $user)" >&2; exit 1; }
 }
 builds="cmake --preset dev\ncmake --build --preset dev --target authchip --target authchip-sim\n"
+asks="apt-get install --assume-no --no-install-recommends cmake libgtest-dev"
 installs="apt-get install -y -qq --no-install-recommends cmake libgtest-dev"
 
 export user=1000 absent=
 expect_calls "$builds" tests/scripts/demo.sh
 absent="libgtest-dev cmake"
-expect_calls "sudo apt-get update -qq\nsudo env DEBIAN_FRONTEND=noninteractive $installs\n" scripts/setup
+expect_calls "sudo apt-get update -qq\nsudo $asks\nsudo env DEBIAN_FRONTEND=noninteractive $installs\n" scripts/setup
 user=0
-expect_calls "apt-get update -qq\n$installs\n" scripts/setup
+expect_calls "apt-get update -qq\n$asks\n$installs\n" scripts/setup
+grep -qF "Installing cmake libgtest-dev and what they need (169 MB to download)" "$scratch/log" || {
+    echo "scripts/setup does not say how much it downloads" >&2
+    exit 1
+}

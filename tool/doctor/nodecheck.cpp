@@ -1,27 +1,18 @@
 #include <cerrno>
 
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
 #include "common/hex.h"
+#include "common/i2cdevice.h"
 #include "tool/chip/advice.h"
 #include "tool/doctor/checks.h"
 
 namespace VorelKestrel::Tool {
-
 namespace {
-
-constexpr unsigned kI2cMajor = 89; // the kernel's number of i2c-dev
 
 Finding notANode(const std::string& found)
 {
     return {kNoI2cNode, found, "Name a node such as /dev/i2c-1; 'ls /dev/i2c-*' shows those there are."};
-}
-
-/// A simulated node need not have the kernel's number, but has the name.
-bool mayBeI2cNode(const std::string& device, const struct stat& status)
-{
-    return major(status.st_rdev) == kI2cMajor || device.find("/i2c-") != std::string::npos;
 }
 
 } // namespace

@@ -3,9 +3,11 @@
 #include <cstdlib>
 #include <iostream>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "common/escaped.h"
+#include "common/i2cdevice.h"
 #include "tool/lock/names.h"
 #include "tool/lock/processes.h"
 #include "tool/report/exitstatus.h"
@@ -46,6 +48,9 @@ WithoutLock findWithoutLock(const LockState& state, const std::string& device)
                 "As root, run 'authchip lock seed --group NAME' at boot, with a group of all who use the bus."};
     if (state.semaphore < 0 && state.obstacle != LockObstacle::None)
         return {"no lock can be made: " + reasonOf(state.obstacle), adviceAbout(state.obstacle)};
+    struct stat node = {};
+    if (stat(device.c_str(), &node) != 0 || !mayBeI2cNode(device, node))
+        return {}; // any process may have such a file open
     const KeyFolder folder(state.keyFile);
     for (const BusUser& user : findBusUsers(device)) {
         const std::string place = user.keyFile.substr(0, user.keyFile.rfind('/'));

@@ -1,0 +1,16 @@
+#ifndef COMMON_I2CDEVICE_H
+#define COMMON_I2CDEVICE_H
+
+#include <string>
+
+#include <sys/stat.h>
+
+namespace VorelKestrel {
+
+/// Whether a file can be the i2c-dev node of a bus: a device with the kernel's number for them. A simulated node need
+/// not have the number, but has the name.
+bool mayBeI2cNode(const std::string& path, const struct stat& status);
+
+} // namespace VorelKestrel
+
+#endif

@@ -537,7 +537,8 @@ INSTANTIATE_TEST_SUITE_P(
 // What is left of the process when the library's own objects are destroyed.
 TEST(I2cUnloadingTest, LeavesTheDeviceOpenAndTheLockAlone)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a forked child could not end: log4cplus would wait for its threads
+    // A forked child could not end: log4cplus would wait for its threads.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
             auto* const journal = new Journal; // these outlive every static object

@@ -57,7 +57,8 @@ again -- i2cget -y 9 0x2a 0x01
 
 run differs --replay chip.pcapng -- i2cget -y 9 0x2a 0x02
 [ "$(cat differs.status)" = 125 ]
-diff differs.errors - <<'END'
+# i2cget may tell that it failed before the signal ends it.
+diff <(grep -vx "Error: Read failed" differs.errors) - <<'END'
 authchip-sim: message 2 differs from the recording
   expected: write 1 byte to 0x2a: 01
   came:     write 1 byte to 0x2a: 02

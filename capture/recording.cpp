@@ -123,6 +123,8 @@ std::optional<Bytestring> findFacts(const Bytestring& options)
     return found;
 }
 
+constexpr std::int32_t kLargestError = 4095; // the kernel has no larger errno
+
 /// Takes our own option over. Returns false if it contradicts the packet.
 bool readFacts(const Bytestring& option, Message& message)
 {
@@ -145,8 +147,8 @@ bool readFacts(const Bytestring& option, Message& message)
     const Bytestring tried = option.from(kFactsLength);
     message.tried.assign(tried.data(), tried.data() + tried.length());
     const std::size_t moved = facts.failed() ? 0 : static_cast<std::size_t>(facts.result);
-    return message.triedLength >= message.tried.size() && message.triedLength <= kMessageMaximumLength &&
-           facts.place < facts.messageCount &&
+    return facts.result >= -kLargestError && message.triedLength >= message.tried.size() &&
+           message.triedLength <= kMessageMaximumLength && facts.place < facts.messageCount &&
            (message.isSelection() || (moved == message.length && moved <= facts.requested));
 }
 

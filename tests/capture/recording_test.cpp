@@ -249,3 +249,16 @@ TEST(Recording, SaysWhatContradictsItself)
     EXPECT_THAT(changed(packet + 25, 255), HasSubstr("a message cannot be"));
     EXPECT_THAT(changed(packet + 24, 9), HasSubstr("what is told about a message contradicts it"));
 }
+
+TEST(Recording, RefusesAnErrorThatNoKernelHas)
+{
+    TestCapture capture;
+    capture.write({0x10, 0x01});
+    Bytes content = capture.content();
+    const std::string magic = "ACP1";
+    const auto found = std::search(content.begin(), content.end(), magic.begin(), magic.end());
+    ASSERT_NE(content.end(), found);
+    const auto result = found + 24; // four bytes, the highest first
+    std::copy_n("\x80\0\0\0", 4, result);
+    EXPECT_THAT(damageOf(content), HasSubstr("what is told about a message contradicts it"));
+}

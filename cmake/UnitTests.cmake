@@ -1,7 +1,7 @@
 include(GoogleTest)
 
 # Every test is run by this program, which keeps it apart from the machine and from other tests.
-set(APART ${PROJECT_BINARY_DIR}/tests/apart/apart)
+set(APART ${PROJECT_BINARY_DIR}/tests/apart/bin/apart)
 if(NOT TARGET apart)
     add_subdirectory(${PROJECT_SOURCE_DIR}/tests/apart ${PROJECT_BINARY_DIR}/tests/apart)
 endif()

@@ -10,6 +10,7 @@ release=$(. /etc/os-release && echo "$VERSION_CODENAME")
 project=$(cd "$(dirname "$0")/../.." && pwd)
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
+chmod 755 "$scratch" # the checker of links runs as nobody
 again=$scratch/a/folder/of/another/name
 mkdir -p "$again/build"
 tar -C "$project" --exclude=./build --exclude=./install --exclude=./.git -c . | tar -C "$again" -x

@@ -37,7 +37,7 @@ struct Facts
     AL::U32 requested = 0;    // how many bytes the program wanted to move
     std::int32_t result = 0;  // how many it moved, or a negative errno
     AL::U16 place = 0;        // in its system call, from 0 ...
-    AL::U16 messageCount = 1; // ... of so many messages
+    AL::U16 messageCount = 1; // how many messages the call has
     AL::U32 attempt = 1;      // how often the same was tried in a row, this time included
     AL::U32 smbusSize = 0;    // of Call::Smbus: the kernel's word for the kind of transfer
 

@@ -205,7 +205,7 @@ int statusOf(pid_t command)
     }
 }
 
-/// The semaphores that the test programs have written down, if they were nobody's but this test's (ownsemaphores.cpp).
+/// The semaphores that the test programs have written down and that belong to this test alone (ownsemaphores.cpp).
 void removeSemaphores(const std::string& folder)
 {
     std::ifstream numbers(folder + "/semaphores");

@@ -47,7 +47,9 @@ class Tests:
         """None if the test passes, otherwise why not."""
         launcher, *command = [str(Path(library) / "libauthchipdriver.so.1") if word == self.library else word
                               for word in test.command]
-        with subprocess.Popen([launcher, "LD_LIBRARY_PATH=%s" % library, *more, *command], cwd=test.folder,
+        options = [word for word in command[:1] if word.startswith("--")]  # the launcher's own come before the environment
+        with subprocess.Popen([launcher, *options, "LD_LIBRARY_PATH=%s" % library, *more, *command[len(options):]],
+                              cwd=test.folder,
                               start_new_session=True, env={**os.environ, "TMPDIR": str(temporary)},
                               stdin=subprocess.DEVNULL,
                               stdout=subprocess.PIPE if test.expected else subprocess.DEVNULL,

@@ -105,6 +105,16 @@ TYPED_TEST(AnswerBlockTest, IsAllocatedAfterItsLengthHasBeenRead)
     EXPECT_EQ(1, std::count(all.begin(), block, "read 2") - std::count(all.begin(), block, "write 20"));
 }
 
+TYPED_TEST(AnswerBlockTest, IsAllocatedAfterItsLengthHasBeenStored)
+{
+    const Bytes challenge = counting(32);
+    int lengthAtMalloc = -77;
+    const allocations::Watch watch(this->kLength, this->m_journal, [&] { lengthAtMalloc = this->m_length; });
+
+    EXPECT_EQ(Success, this->m_driver.newSignature(challenge.data(), 32, &this->m_answer, &this->m_length));
+    EXPECT_EQ(this->kLength, lengthAtMalloc);
+}
+
 TYPED_TEST(AnswerBlockTest, OfLength0IsAskedOfMallocToo)
 {
     this->m_bus.holds(0x11, {0, 0});

@@ -549,6 +549,21 @@ TYPED_TEST(VersionDriverTest, ACertificateLengthIsSetBetweenItsLineAndTheExitLin
     EXPECT_THAT(valuesAtLines(this->m_log, length, read), ElementsAre("Enter -77", "Failed -77", "Leave 0"));
 }
 
+TYPED_TEST(VersionDriverTest, AMaximumLengthIsSetBetweenTheEntryLineAndItsLine)
+{
+    const auto at = [](const std::string& line, int length) { return line + " " + std::to_string(length); };
+    const int response = TypeParam::kChallengeResponseMaximumLength;
+    const int challenge = TypeParam::kChallengeMaximumLength;
+    int length = -77;
+
+    EXPECT_THAT(
+        valuesAtLines(this->m_log, length, [&] { this->driver().getChallengeResponseDataMaximumLength(length); }),
+        ElementsAre("Enter -77", at("Maximum", response), at("Leave", response)));
+    length = -77;
+    EXPECT_THAT(valuesAtLines(this->m_log, length, [&] { this->driver().getChallengeDataMaximumLength(length); }),
+                ElementsAre("Enter -77", at("Maximum", challenge), at("Leave", challenge)));
+}
+
 TYPED_TEST(VersionDriverTest, TheLengthRegisterIsNotLookedAtWhileTheCertificateIsRead)
 {
     this->bus().holdsCertificate(counting(300)).holds(0x30, {0, 1});

@@ -208,7 +208,8 @@ bool Shortage::wasFelt() const // NOLINT(readability-convert-member-functions-to
     return t_refused;
 }
 
-Watch::Watch(std::size_t size, Journal& journal) : m_size(size), m_journal(journal)
+Watch::Watch(std::size_t size, Journal& journal, std::function<void()> atMalloc)
+    : m_size(size), m_journal(journal), m_atMalloc(std::move(atMalloc))
 {
     t_watch = this;
 }
@@ -225,6 +226,8 @@ void Watch::allocated(void* block, std::size_t size)
     const Pause pause;
     m_journal.add(Journal::Kind::Call, "malloc " + std::to_string(size));
     m_blocks.insert(block);
+    if (m_atMalloc)
+        m_atMalloc();
 }
 
 void Watch::freed(void* block)

@@ -2,6 +2,7 @@
 #define TESTS_SUPPORT_ALLOCATIONS_H
 
 #include <cstddef>
+#include <functional>
 #include <ostream>
 #include <set>
 
@@ -60,7 +61,8 @@ public:
 class Watch
 {
 public:
-    Watch(std::size_t size, Journal& journal);
+    /// @p atMalloc is called when such a block is allocated, before malloc returns.
+    Watch(std::size_t size, Journal& journal, std::function<void()> atMalloc = nullptr);
     ~Watch();
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;
@@ -72,6 +74,7 @@ public:
 private:
     const std::size_t m_size;
     Journal& m_journal;
+    const std::function<void()> m_atMalloc;
     std::set<void*> m_blocks;
 };
 

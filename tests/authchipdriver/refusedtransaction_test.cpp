@@ -105,6 +105,12 @@ TYPED_TEST(RefusedTransactionTest, ASignatureReturnsErrorI2CLeavesTheOutputsAndD
     this->expectNothingBut("challengeLength=32");
 }
 
+TYPED_TEST(RefusedTransactionTest, ASignatureLooksAtNoneOfItsArguments)
+{
+    EXPECT_EQ(ErrorI2C, this->m_driver.newSignature(nullptr, 7, nullptr, nullptr));
+    this->expectNothingBut("challengeLength=7");
+}
+
 TYPED_TEST(RefusedTransactionTest, ARawWriteIsStillMadeAndNoStopFollows)
 {
     const U8 byte = 1;

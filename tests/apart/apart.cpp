@@ -104,8 +104,13 @@ std::string programFolders()
 std::vector<std::string> environmentIn(const std::string& folder)
 {
     std::vector<std::string> environment = {
-        "PATH=" + programFolders(),      "HOME=" + folder, "TMPDIR=" + folder + "/tmp", "LC_ALL=C", "TZ=UTC0",
+        "PATH=" + programFolders(),
+        "HOME=" + folder,
+        "TMPDIR=" + folder + "/tmp",
+        "LC_ALL=C",
+        "TZ=UTC0",
         "AUTHCHIP_TEST_APART=" + folder,
+        "AUTHCHIP_CONFIG=/dev/null",
     };
     for (char** variable = environ; *variable != nullptr; ++variable) {
         for (const char* const name : kPasses) {

@@ -13,7 +13,7 @@ expect() { # WHAT EXPECTED ACTUAL
 }
 
 # What the command gets.
-expect environment "AUTHCHIP_TEST_APART HOME LC_ALL LSAN_OPTIONS NAMED=value PATH TMPDIR TZ" "$(
+expect environment "AUTHCHIP_CONFIG AUTHCHIP_TEST_APART HOME LC_ALL LSAN_OPTIONS NAMED=value PATH TMPDIR TZ" "$(
     env -i A=1 LANG=de_DE TMPDIR=/nonexistent LSAN_OPTIONS=x=1 "$apart" NAMED=value env |
         sed -E '/^NAMED=/!s/=.*//' | LC_ALL=C sort | xargs)"
 expect "PATH, from none" /usr/sbin "$(env -i "$apart" sh -c 'printenv PATH' | tr : '\n' | grep -x /usr/sbin)"

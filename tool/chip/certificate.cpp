@@ -1,5 +1,6 @@
 #include "tool/chip/certificate.h"
 
+#include <algorithm>
 #include <ctime>
 #include <new>
 #include <utility>
@@ -161,6 +162,25 @@ std::string Certificate::subject() const
 std::string Certificate::issuer() const
 {
     return nameAsText(X509_get_issuer_name(m_certificate.get()));
+}
+
+std::vector<std::string> Certificate::heldChain() const
+{
+    const X509* top = m_certificate.get();
+    std::vector<std::string> subjects = {subject()};
+    std::vector<SharedX509> left = m_companions;
+    while (true) {
+        const auto isIssuer = [top](const SharedX509& each) {
+            return X509_NAME_cmp(X509_get_subject_name(each.get()), X509_get_issuer_name(top)) == 0;
+        };
+        const auto issuer = std::find_if(left.begin(), left.end(), isIssuer);
+        if (issuer == left.end())
+            return subjects;
+        const SharedX509 found = *issuer;
+        left.erase(issuer); // each is in the chain once: names can go round in a ring
+        subjects.push_back(nameAsText(X509_get_subject_name(found.get())));
+        top = found.get();
+    }
 }
 
 std::string Certificate::serial() const

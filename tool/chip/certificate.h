@@ -57,6 +57,9 @@ public:
     X509* x509() const { return m_certificate.get(); }
     /// The container's other certificates, of issuers as a rule. Nobody vouches for them.
     const std::vector<std::shared_ptr<X509>>& companions() const { return m_companions; }
+    /// The subjects from this certificate upward, as far as the container has the issuers. Names only: nothing is
+    /// verified.
+    std::vector<std::string> heldChain() const;
 
 private:
     std::shared_ptr<X509> m_certificate; // never null

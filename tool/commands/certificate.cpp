@@ -8,6 +8,17 @@
 namespace VorelKestrel::Tool {
 namespace {
 
+/// From the chip's certificate upward, a line each. The names say who claims to have issued what; nobody has verified
+/// it.
+void addChain(Report& report, const Certificate& certificate)
+{
+    std::string lines;
+    const std::vector<std::string> chain = certificate.heldChain();
+    for (const std::string& subject : chain)
+        lines += (lines.empty() ? "" : "\n") + subject;
+    report.text("chain", lines).json("chain", chain);
+}
+
 class CertificateCommand : public Command
 {
 public:
@@ -43,6 +54,7 @@ public:
             .row("valid until", "notAfter", certificate.notAfter())
             .row("key", "key", certificate.keyDescription())
             .row("SHA-256", "sha256", certificate.sha256());
+        addChain(report, certificate);
         report.print(context.options.json, context.answer);
         return ExitStatus::Success;
     }

@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 
 #include "common/escaped.h"
+#include "tool/commands/configfile.h"
 #include "tool/commands/table.h"
 #include "tool/commands/values.h"
 
@@ -27,13 +28,15 @@ public:
         m_app.fallthrough(); // the common options may stand behind the command, too
         for (const CommandRow& row : commandTable())
             add(row);
+        declareConfigFile(m_app);
     }
 
     CommandLine parse(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     {
         try {
             m_app.parse(argc, argv);
-        } catch (const CLI::Success& request) { // --help and --version
+        } catch (const CLI::Success& request) {      // --help and --version
+            m_app.get_config_ptr()->default_str(""); // the help names the file already
             m_app.exit(request, out, err);
             return {};
         } catch (const CLI::ParseError& error) {
@@ -112,6 +115,7 @@ private:
 
     void interpret(Command& command)
     {
+        requireConfigFile(m_app);
         if (!m_address.empty() || m_app.get_option("--address")->count() > 0)
             m_options.location.address = parseAddress(m_address, command.largestAddress());
         if (!m_busTimeout.empty())

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/tool/chip/credentials.h"
+#include "tests/tool/chip/testpki.h"
 
 namespace {
 
@@ -116,6 +117,29 @@ TEST(CertificateTest, SurvivesEveryByteTurnedOver)
         } catch (const CertificateError&) { // the other good answer
         }
     }
+}
+
+TEST(CertificateTest, FollowsTheIssuersThatTheContainerHolds)
+{
+    const auto root = testpki::makeRoot("Root");
+    const auto middle = testpki::makeIssued(root, "Middle", {true});
+    const auto chip = testpki::makeIssued(middle, "Chip");
+    const auto chainOf = [](const std::vector<const X509*>& held) {
+        const Bytes stored = testpki::contained(held);
+        return Certificate(stored.data(), stored.size()).heldChain();
+    };
+    EXPECT_EQ((std::vector<std::string>{"CN=Chip", "CN=Middle", "CN=Root"}),
+              chainOf({root.certificate.get(), chip.certificate.get(), middle.certificate.get()}));
+    EXPECT_EQ((std::vector<std::string>{"CN=Chip"}), chainOf({chip.certificate.get(), root.certificate.get()}));
+}
+
+TEST(CertificateTest, FollowsARingOfIssuersOnce)
+{
+    const auto first = testpki::makeRoot("First");
+    const auto second = testpki::makeIssued(first, "Second");
+    const auto ring = testpki::makeIssued(second, "First");
+    const Bytes stored = testpki::contained({ring.certificate.get(), second.certificate.get()});
+    EXPECT_EQ(2U, Certificate(stored.data(), stored.size()).heldChain().size());
 }
 
 } // namespace

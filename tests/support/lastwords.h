@@ -24,8 +24,9 @@ MATCHER_P2(LastWords, entries, assertion, "the entries \"" + join(entries, "; ")
     if (text.compare(0, before.size(), before) != 0)
         return false;
     const std::string after = text.substr(before.size());
-    if (assertion.empty()) // what follows is the sanitizers' report, if anything
+    if (assertion.empty()) // what follows is the report of a sanitizer or of the emulator, if anything
         return after.empty() || after.front() == '=' || after.find("Sanitizer") != std::string::npos ||
+               after.rfind("qemu: uncaught target signal 11 ", 0) == 0 ||
                after.find("runtime error") != std::string::npos;
     return after.substr(0, after.find('\n')).find(": Assertion `" + assertion + "' failed.") != std::string::npos;
 }

@@ -2,19 +2,19 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <iterator>
 
 #include "authchipdriver/registermap.h"
 #include "common/generations.h"
 #include "common/hex.h"
+#include "common/patience.h"
 
 namespace VorelKestrel::Capture {
 namespace {
 
-// What the library does with a message that is refused.
-constexpr AL::U32 kAttempts = 100;
-constexpr std::uint64_t kRetryPauseNanoseconds = 10000000;
+constexpr auto kRetryPauseNanoseconds = static_cast<std::uint64_t>(std::chrono::nanoseconds(kRetryPause).count());
 
 constexpr int kMostPages = std::max(kGeneration20B.certificatePages, kGeneration30.certificatePages);
 
@@ -191,7 +191,7 @@ std::string ChipView::valueOf(const Message& message, AL::U8 reg) const
 void ChipView::findOddities(Step& step)
 {
     const Facts& facts = step.message->facts;
-    if (facts.attempt > kAttempts)
+    if (facts.attempt > static_cast<AL::U32>(kAttempts))
         step.oddities.emplace_back("tried more often than our library does");
     const bool isRetry = facts.attempt > 1 && m_last != nullptr && facts.call == Call::Write;
     if (isRetry && facts.time < m_last->facts.time + m_last->facts.duration + kRetryPauseNanoseconds)

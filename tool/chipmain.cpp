@@ -5,7 +5,9 @@
 
 #include <log4cplus/initializer.h>
 
+#include "common/escaped.h"
 #include "common/standarddescriptors.h"
+#include "tool/chip/busmeter.h"
 #include "tool/chip/driverlog.h"
 #include "tool/chip/i2cnode.h"
 #include "tool/chip/librarychip.h"
@@ -34,6 +36,37 @@ private:
     std::ostream m_answer;
 };
 
+void tellOnStandardError(const std::string& line)
+{
+    std::cerr << "authchip: " + VorelKestrel::escapedLines(line) + "\n";
+}
+
+/// For people, what the operations cost comes after the answer or the failure; programs get it with them.
+class StatsAtTheEnd
+{
+public:
+    StatsAtTheEnd(const CommonOptions& options, BusMeter& meter)
+        : m_isWanted(options.stats && !options.json), m_meter(meter)
+    {}
+    ~StatsAtTheEnd()
+    {
+        if (m_isWanted)
+            tell();
+    }
+    StatsAtTheEnd(const StatsAtTheEnd&) = delete;
+    StatsAtTheEnd& operator=(const StatsAtTheEnd&) = delete;
+
+private:
+    void tell() const
+    {
+        for (const OperationFigures& sum : sumsOf(m_meter.take()))
+            tellOnStandardError(describe(sum));
+    }
+
+    const bool m_isWanted;
+    BusMeter& m_meter;
+};
+
 ExitStatus runWithLibrary(const CommandLine& line, std::ostream& answer)
 {
     const std::string name = line.row->name;
@@ -46,8 +79,10 @@ ExitStatus runWithLibrary(const CommandLine& line, std::ostream& answer)
         setBusTimeout(options.location.device, *options.busTimeout);
     LibraryChipAccess chips(options.location, log);
     LockWatch watch(options.location.device, options.lockTimeout);
-    WatchedChipAccess watched(chips, watch);
-    return line.command->run({options, answer, &watched});
+    BusMeter meter(options.verbosity >= 2 ? tellOnStandardError : BusMeter::Listener());
+    WatchedChipAccess watched(chips, watch, meter);
+    const StatsAtTheEnd stats(options, meter);
+    return line.command->run({options, answer, &watched, &meter});
 }
 
 } // namespace

@@ -45,6 +45,6 @@ int main(int argc, const char* const* argv)
     return runProgram(argc, argv, std::cout, [argv](const CommandLine& line, std::ostream& answer) {
         if (line.row->needs == Needs::Library)
             becomeChipProgram(argv);
-        return line.command->run({line.options, answer, nullptr});
+        return line.command->run({line.options, answer, nullptr, nullptr});
     });
 }

@@ -12,11 +12,12 @@
 #include <sys/uio.h>
 
 #include "capture/preload/messages.h"
-#include "capture/preload/next.h"
 #include "capture/preload/nodes.h"
 #include "capture/preload/recorder.h"
+#include "common/next.h"
 
 using namespace VorelKestrel::Capture;
+using VorelKestrel::Next;
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "capture/preload/next.h"
 #include "capture/settings.h"
+#include "common/next.h"
 
 namespace VorelKestrel::Capture {
 namespace {

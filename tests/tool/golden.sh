@@ -4,9 +4,9 @@
 #   --update  writes what came into the files instead; look at the difference before it is committed
 #
 # A file is golden/CASE.txt: the command behind "$ ", then the sections "--- output", "--- errors" and "--- status".
-# What differs from run to run is replaced: challenges and signatures by their length, source lines by LINE, the numbers
-# of semaphores and processes by NUMBER, their names by NAME. Each case has a folder for temporary files, and so a lock,
-# of its own. A case that only root can do ends with status 77 for others.
+# What differs from run to run is replaced: challenges and signatures by their length, source lines by LINE, times by
+# TIME, the numbers of semaphores and processes by NUMBER, their names by NAME. Each case has a folder for temporary
+# files, and so a lock, of its own. A case that only root can do ends with status 77 for others.
 set -euo pipefail
 
 update=false
@@ -32,6 +32,8 @@ normalised() {
         s/^((?:challenge|signature) +)([0-9a-f]+(?:\n +[0-9a-f]+)*)$/$1 . lengthOf($2)/gme;
         s/("(?:challenge|signature)":")([0-9a-f]+)"/$1 . lengthOf($2) . q(")/ge;
         s/(\.cpp:)\d+/$1LINE/g;
+        s/^(authchip: .*)$/(my $line = $1) =~ s{\b\d+\.\d ms\b}{TIME}g; $line/gme;
+        s/(Ms":)\d+\.\d+/$1TIME/g;
         s/^ERROR: ld\.so: object .*: ignored\.\n//gm; # the machine has a shell of another architecture
         s/\Q$ENV{scratch}\E/SCRATCH/g;
         s/\b((?:semaphore +|[Ss]emaphore |ipcrm -s |semaphore":))\d+\b/$1NUMBER/g; # the first of a system has the number 0

@@ -1,16 +1,20 @@
 #ifndef TOOL_CHIP_WATCHEDCHIP_H
 #define TOOL_CHIP_WATCHEDCHIP_H
 
+#include "tool/chip/busmeter.h"
 #include "tool/chip/chip.h"
 #include "tool/lock/lockwatch.h"
 
 namespace VorelKestrel::Tool {
 
-/// A way to the chip whose calls are watched for waiting. Both arguments stay the caller's and outlive this.
+/// A way to the chip whose calls are watched for waiting, and measured. All arguments stay the caller's and outlive
+/// this.
 class WatchedChipAccess : public ChipAccess
 {
 public:
-    WatchedChipAccess(ChipAccess& next, LockWatch& watch) : m_next(next), m_watch(watch) {}
+    WatchedChipAccess(ChipAccess& next, LockWatch& watch, BusMeter& meter)
+        : m_next(next), m_watch(watch), m_meter(meter)
+    {}
 
     std::unique_ptr<Chip> detect() override;
     std::unique_ptr<RawChip> open() override;
@@ -18,6 +22,7 @@ public:
 private:
     ChipAccess& m_next;
     LockWatch& m_watch;
+    BusMeter& m_meter;
 };
 
 } // namespace VorelKestrel::Tool

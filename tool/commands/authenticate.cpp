@@ -25,7 +25,7 @@ public:
         addProtocol(report, *chip);
         const TrustReport examination =
             addVerdict(report, {chip->generation(), certificate, challenge, signature}, trust);
-        report.print(context.options.json, context.answer);
+        context.print(report);
         requireAuthentic(examination, "verify the chip on " + describe(context.options.location));
         return ExitStatus::Success;
     }

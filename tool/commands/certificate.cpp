@@ -55,7 +55,7 @@ public:
             .row("key", "key", certificate.keyDescription())
             .row("SHA-256", "sha256", certificate.sha256());
         addChain(report, certificate);
-        report.print(context.options.json, context.answer);
+        context.print(report);
         return ExitStatus::Success;
     }
 

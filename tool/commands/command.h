@@ -16,7 +16,9 @@ class App;
 
 namespace VorelKestrel::Tool {
 
+class BusMeter;
 class ChipAccess;
+class Report;
 
 /// The options that every command takes.
 struct CommonOptions
@@ -25,6 +27,7 @@ struct CommonOptions
     std::optional<int> busTimeout;                   // in milliseconds; none leaves the bus controller's own
     std::optional<std::chrono::seconds> lockTimeout; // none waits for the lock as long as it takes
     bool json = false;
+    bool stats = false; // tells what each operation cost on the bus
     int verbosity = 0;
     std::string logConfig; // a property file of log4cplus; empty is none
 };
@@ -35,6 +38,10 @@ struct CommandContext
     const CommonOptions& options;
     std::ostream& answer;
     ChipAccess* chips; // never null for a command that Needs::Library, null for all others
+    BusMeter* meter;   // the same
+
+    /// Prints the answer in the way that its reader asked for.
+    void print(Report& report) const;
 };
 
 /**

@@ -71,17 +71,20 @@ private:
             ->required()
             ->type_name("ADDRESS");
         m_app
-            .add_option("--bus-timeout", m_busTimeout,
-                        "Have the bus give a transfer up after so long; stays set, for every program")
+            .add_option(
+                "--bus-timeout", m_busTimeout,
+                "Abort a transfer after this many milliseconds; applies to every program on the bus, and stays set")
             ->type_name("MILLISECONDS");
         m_app
             .add_option("--lock-timeout", m_lockTimeout,
-                        "Give up when other processes hold the bus's lock for so many seconds")
+                        "Give up after SECONDS if another process holds the lock of the bus")
             ->type_name("SECONDS");
         m_app.add_flag("--json", m_options.json, "Answer with one JSON object");
+        m_app.add_flag("--stats", m_options.stats,
+                       "Show refused messages, retries, longest wait and time of each operation on standard error");
         m_app
             .add_flag("-v,--verbose", m_options.verbosity,
-                      "Show the library's console lines on standard error; -vv: every access, too")
+                      "Show the library's console lines on standard error; -vv: each message, its result and time, too")
             ->default_str(""); // which newer versions of CLI11 show
         m_app.add_option("--log-config", m_options.logConfig, "A log4cplus property file for the drivers' log")
             ->check(existingFile())

@@ -65,7 +65,7 @@ public:
             .json("address", options.location.address)
             .json("healthy", isHealthy(results))
             .json("checks", checks);
-        report.print(options.json, context.answer);
+        context.print(report);
         return isHealthy(results) ? ExitStatus::Success : ExitStatus::Failed;
     }
 };

@@ -30,7 +30,7 @@ public:
             .json("responseMaximumLength", identity.responseMaximumLength);
         report.text("certificate", inBytes(static_cast<std::size_t>(identity.certificateLength)))
             .json("certificateLength", identity.certificateLength);
-        report.print(context.options.json, context.answer);
+        context.print(report);
         return ExitStatus::Success;
     }
 };

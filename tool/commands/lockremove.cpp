@@ -17,7 +17,7 @@ public:
         Report report;
         report.text("lock", removed ? "removed" : "there was none").json("removed", removed);
         report.row("key file", "keyFile", keyFile);
-        report.print(context.options.json, context.answer);
+        context.print(report);
         return ExitStatus::Success;
     }
 };

@@ -93,7 +93,7 @@ public:
         Report report;
         report.text("seed", result.text).json("seed", result.word);
         addLock(report, lookAtLock(keyFile));
-        report.print(context.options.json, context.answer);
+        context.print(report);
         return ExitStatus::Success;
     }
 

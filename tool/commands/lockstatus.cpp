@@ -12,7 +12,7 @@ public:
     {
         Report report;
         addLock(report, lookAtLock(lockKeyFile()));
-        report.print(context.options.json, context.answer);
+        context.print(report);
         return ExitStatus::Success;
     }
 };

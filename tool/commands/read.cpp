@@ -33,7 +33,7 @@ void listRegisters(RawChip& chip, const CommandContext& context)
         rows.push_back({{"register", reg.number}, {"name", reg.name}, {"data", data}});
     }
     report.json("registers", rows);
-    report.print(context.options.json, context.answer);
+    context.print(report);
 }
 
 class Read : public Command
@@ -63,7 +63,7 @@ public:
         const Bytes data = context.chips->open()->read(static_cast<std::uint8_t>(*m_reg), length);
         Report report;
         report.json("register", *m_reg).hexRow("", "data", data);
-        report.print(context.options.json, context.answer);
+        context.print(report);
         return ExitStatus::Success;
     }
 

@@ -76,7 +76,7 @@ public:
         auto report = startReport(context.options);
         addProtocol(report, *chip);
         report.hexRow("challenge", "challenge", challenge).hexRow("signature", "signature", signature);
-        report.print(context.options.json, context.answer);
+        context.print(report);
         return ExitStatus::Success;
     }
 

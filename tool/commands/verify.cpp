@@ -69,7 +69,7 @@ public:
         Report report;
         report.row("protocol", "protocol", generation.protocol);
         const TrustReport examination = addVerdict(report, {generation, certificate, m_challenge, m_signature}, trust);
-        report.print(context.options.json, context.answer);
+        context.print(report);
         requireAuthentic(examination, "verify the answer to the challenge");
         return ExitStatus::Success;
     }

@@ -37,7 +37,7 @@ public:
         context.chips->open()->write(static_cast<std::uint8_t>(m_reg), m_data);
         Report report; // nothing for people: silence means success
         report.json("register", m_reg).json("length", m_data.size());
-        report.print(context.options.json, context.answer);
+        context.print(report);
         return ExitStatus::Success;
     }
 

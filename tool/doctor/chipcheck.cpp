@@ -1,29 +1,27 @@
-#include <chrono>
 #include <thread>
 
 #include "common/generations.h"
 #include "common/hex.h"
+#include "common/patience.h"
 #include "tool/chip/advice.h"
 #include "tool/doctor/checks.h"
 
 namespace VorelKestrel::Tool {
 namespace {
 
-constexpr int kAttempts = 100; // as patient as the library: a chip that is busy or wakes up refuses some
-constexpr auto kPause = std::chrono::milliseconds(10);
-
 bool isUnanswered(const VersionAnswer& answer)
 {
     return !answer.registerSet && isNoAnswer(Step::SetRegister, answer.error);
 }
 
-/// Asks until the chip answers. Returns how many times it refused.
+/// Asks until the chip answers, as patiently as the library: a chip that is busy or wakes up refuses some messages.
+/// Returns how many.
 int askPatiently(const ScopedDescriptor& node, VersionAnswer& answer)
 {
     int refusals = 0;
     answer = askVersion(node);
     while (isUnanswered(answer) && ++refusals < kAttempts) {
-        std::this_thread::sleep_for(kPause);
+        std::this_thread::sleep_for(kRetryPause);
         answer = askVersion(node);
     }
     return refusals;

@@ -1,15 +1,15 @@
-#ifndef CAPTURE_PRELOAD_NEXT_H
-#define CAPTURE_PRELOAD_NEXT_H
+#ifndef COMMON_NEXT_H
+#define COMMON_NEXT_H
 
 #include <atomic>
 
 #include <dlfcn.h>
 
-/// Gives a function of this library the C library's name as its symbol, under a name of its own in the source, so that
-/// no header of the C library can redirect it.
+/// Gives a function of a library or program the C library's name as its symbol, under a name of its own in the source,
+/// so that no header of the C library can redirect it.
 #define SPELLING(symbol) __asm__(symbol) __attribute__((visibility("default")))
 
-namespace VorelKestrel::Capture {
+namespace VorelKestrel {
 
 /// The next library's function of a name, looked up once. Threads: any; two that look it up at once find the same.
 template<typename Function>
@@ -38,6 +38,6 @@ private:
     std::atomic<Function*> m_function{nullptr};
 };
 
-} // namespace VorelKestrel::Capture
+} // namespace VorelKestrel
 
 #endif

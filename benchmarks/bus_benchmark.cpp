@@ -28,6 +28,7 @@
 
 using namespace VorelKestrel;
 using namespace VorelKestrel::Simulator;
+using namespace testsupport;
 using VorelKestrel::ACD::AuthChipDriver;
 
 namespace {

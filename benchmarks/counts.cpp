@@ -17,6 +17,7 @@
 #include "tests/support/operations.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 
 namespace {
 
@@ -28,7 +29,7 @@ void count(nlohmann::json& rows, const char* generation, const std::vector<Opera
     for (const auto& operation : operations) {
         InstantDevice device;
         arrangeHealthyChip(device, std::is_same_v<Driver, AuthChipDriver30>);
-        i2cInit(InstantDevice::kPath, InstantDevice::kAddress);
+        i2cInit(InstantDevice::kDevice, InstantDevice::kAddress);
         Driver driver;
         operation.call(driver); // the first time, so that the allocator has what it needs
         const auto calls = tracedSystemCalls([&](const std::function<void()>& mark) {

@@ -22,6 +22,7 @@
 #include "tests/support/operations.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 using VorelKestrel::AL::U8;
 
 namespace {
@@ -34,9 +35,9 @@ struct Bench
     Bench()
     {
         log4cplus::Logger::getInstance("Wexfordmallow").setLogLevel(log4cplus::OFF_LOG_LEVEL);
-        i2cInit(InstantDevice::kPath, InstantDevice::kAddress);
+        i2cInit(InstantDevice::kDevice, InstantDevice::kAddress);
         arrangeHealthyChip(device, false);
-        descriptor = open(InstantDevice::kPath, O_RDWR);
+        descriptor = open(InstantDevice::kDevice, O_RDWR);
     }
 
     AuthChipDriver& driver(bool protocol30) { return protocol30 ? static_cast<AuthChipDriver&>(driver30) : driver20B; }
@@ -85,7 +86,7 @@ void BM_OpenAddressClose(benchmark::State& state)
             g_bench->driver30.getDeviceVersion(version);
         },
         [] {
-            const int descriptor = open(InstantDevice::kPath, O_RDWR);
+            const int descriptor = open(InstantDevice::kDevice, O_RDWR);
             ioctl(descriptor, I2C_SLAVE, InstantDevice::kAddress);
             U8 bytes[1] = {0};
             static_cast<void>(!write(descriptor, bytes, sizeof(bytes)));

@@ -6,6 +6,21 @@ if(NOT TARGET apart)
     add_subdirectory(${PROJECT_SOURCE_DIR}/tests/apart ${PROJECT_BINARY_DIR}/tests/apart)
 endif()
 
+# add_test_support(NAME SOURCES file... [NEEDS support...] [LIBRARIES target...]): what several programs link, compiled once. A
+# program gets every object file, and those of what is needed. From a static library it would get only the fakes that it
+# names, and the fake of read() whenever it calls read().
+function(add_test_support name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;NEEDS;LIBRARIES")
+    add_library(${name}_objects OBJECT ${arg_SOURCES})
+    target_include_directories(${name}_objects PRIVATE ${PROJECT_SOURCE_DIR})
+    target_link_libraries(${name}_objects PRIVATE authchipdriver_options ${arg_LIBRARIES})
+    set_target_properties(${name}_objects PROPERTIES POSITION_INDEPENDENT_CODE ON) # one program of ours preloads it
+    add_library(${name} INTERFACE)
+    target_sources(${name} INTERFACE $<TARGET_OBJECTS:${name}_objects>)
+    target_include_directories(${name} INTERFACE ${PROJECT_SOURCE_DIR})
+    target_link_libraries(${name} INTERFACE ${arg_NEEDS} ${arg_LIBRARIES})
+endfunction()
+
 # add_apart_test(NAME name [SHARES_LOCKS] [ENVIRONMENT VARIABLE=value...] COMMAND command...): add_test() for one that
 # runs apart. It sees of the environment what is named here, and what apart sets.
 #   SHARES_LOCKS  what it is about is the lock between processes

@@ -25,6 +25,7 @@
 #include "tests/support/nowhere.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 using VorelKestrel::AL::DebugStdioLogger;
 using VorelKestrel::AL::U16;
 using VorelKestrel::AL::U32;
@@ -325,14 +326,14 @@ void openAgain()
         return;
     Input nothing(nullptr, 0);
     g_chip->obeys(&nothing);
-    require(i2cInit(HostileChip::kPath, HostileChip::kAddress) == 0, "a node that can be opened is");
+    require(i2cInit(HostileChip::kDevice, HostileChip::kAddress) == 0, "a node that can be opened is");
 }
 
 void detect(AuthChipDriver& driver, Input& input)
 {
     driverOfTheFactory() = nullptr;
     const std::unique_ptr<AuthChipDriver> found(
-        AuthChipFactory::getAuthChipDriverInstance(HostileChip::kPath, HostileChip::kAddress));
+        AuthChipFactory::getAuthChipDriverInstance(HostileChip::kDevice, HostileChip::kAddress));
     const U32 version = numberRead();
     const bool isKnown = version == 3 || version == 5 || version == 7;
     require(found == nullptr || isKnown, "a driver is for a version that is known");
@@ -344,7 +345,7 @@ void detect(AuthChipDriver& driver, Input& input)
 
 void open(AuthChipDriver& /*driver*/, Input& input)
 {
-    const bool isOpen = i2cInit(HostileChip::kPath, HostileChip::kAddress) == 0;
+    const bool isOpen = i2cInit(HostileChip::kDevice, HostileChip::kAddress) == 0;
     require(isOpen == g_chip->isOpen(), "a node whose address is refused is closed");
     openAgain();
     g_chip->obeys(&input);
@@ -420,7 +421,7 @@ struct Bench
         Input input(kDetection, sizeof(kDetection));
         chip.obeys(&input);
         g_chip = &chip;
-        driver = AuthChipFactory::getAuthChipDriverInstance(HostileChip::kPath, HostileChip::kAddress);
+        driver = AuthChipFactory::getAuthChipDriverInstance(HostileChip::kDevice, HostileChip::kAddress);
         require(driver != nullptr, "the factory finds the chip");
         chip.operationIsOver();
         chip.obeys(nullptr);

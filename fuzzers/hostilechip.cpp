@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr int kDescriptor = 1 << 20; // far above what a process really opens
-
 constexpr unsigned char kPart = 0x40;
 constexpr unsigned char kNothing = 0x80;
 constexpr unsigned char kRefused = 0xc0;
@@ -101,16 +99,6 @@ ssize_t HostileChip::concluded(ssize_t result, std::size_t count)
     return result;
 }
 
-bool HostileChip::answersFor(const char* path)
-{
-    return std::strcmp(path, kPath) == 0;
-}
-
-bool HostileChip::answersFor(int descriptor)
-{
-    return descriptor == kDescriptor;
-}
-
 int HostileChip::resultOfOpening()
 {
     return resultOf(0) < 0 ? -1 : 0;
@@ -175,11 +163,6 @@ ssize_t HostileChip::write(int /*descriptor*/, const void* data, std::size_t cou
 int HostileChip::close(int /*descriptor*/)
 {
     m_isOpen = false;
-    return 0;
-}
-
-int HostileChip::usleep(unsigned /*microseconds*/)
-{
     return 0;
 }
 

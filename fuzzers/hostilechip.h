@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "fuzzers/input.h"
-#include "tests/support/systemcalls.h"
+#include "tests/support/fakenode.h"
 
 /**
  * The i2c-dev node of a chip that does what the input says. Before each transfer it takes a byte for what becomes of
@@ -23,12 +23,9 @@
  * sanitizers do when a byte too many is touched: to leave with the lock still taken, to give it back twice, to try a
  * message more than a hundred times, and to send more messages than the longest operation has.
  */
-class HostileChip : public SystemCallHandler
+class HostileChip : public testsupport::FakeNode
 {
 public:
-    static constexpr const char* kPath = "/dev/i2c-7";
-    static constexpr int kAddress = 0x2a;
-
     /// No operation has more messages than that.
     explicit HostileChip(int mostMessages);
     ~HostileChip() override;
@@ -52,15 +49,12 @@ public:
     void refuseTransactions(bool refuses) { m_refusesTransactions = refuses; }
     bool refusesTransactions() const { return m_refusesTransactions; }
 
-    bool answersFor(const char* path) override;
-    bool answersFor(int descriptor) override;
     bool answersForPausesAndLocks() override { return true; }
     int open(const char* path, int flags) override;
     int ioctl(int descriptor, unsigned long request, unsigned long argument) override;
     ssize_t read(int descriptor, void* data, std::size_t count) override;
     ssize_t write(int descriptor, const void* data, std::size_t count) override;
     int close(int descriptor) override;
-    int usleep(unsigned microseconds) override;
     int changeSemaphore(int delta) override;
 
 private:

@@ -3,6 +3,8 @@
 #include "tests/support/healthychip.h"
 #include "tests/support/instantdevice.h"
 
+using namespace testsupport;
+
 namespace {
 
 class InstantNode

@@ -17,6 +17,7 @@
 #include "tests/support/kerneltrace.h"
 
 using namespace VorelKestrel::AL; // classes of all kinds
+using namespace testsupport;
 
 namespace {
 

@@ -15,6 +15,7 @@
 #include "tests/support/handover.h"
 #include "tests/support/observedthread.h"
 
+using namespace testsupport;
 using VorelKestrel::AL::EventVoid;
 
 namespace {

@@ -20,6 +20,7 @@
 #include "tests/support/privatelocks.h"
 #include "tests/support/systemcalls.h"
 
+using namespace testsupport;
 using VorelKestrel::AL::GlobalMutex;
 
 namespace {
@@ -244,15 +245,7 @@ public:
 
     const std::vector<int>& changes() const { return m_changes; }
 
-    bool answersFor(const char* /*path*/) override { return false; }
-    bool answersFor(int /*descriptor*/) override { return false; }
     bool answersForPausesAndLocks() override { return true; }
-    int open(const char* /*path*/, int /*flags*/) override { return -1; }
-    int ioctl(int /*descriptor*/, unsigned long /*request*/, unsigned long /*argument*/) override { return -1; }
-    ssize_t read(int /*descriptor*/, void* /*data*/, std::size_t /*count*/) override { return -1; }
-    ssize_t write(int /*descriptor*/, const void* /*data*/, std::size_t /*count*/) override { return -1; }
-    int close(int /*descriptor*/) override { return -1; }
-    int usleep(unsigned /*microseconds*/) override { return 0; }
     int changeSemaphore(int delta) override
     {
         m_changes.push_back(delta);

@@ -4,6 +4,7 @@
 
 #include "tests/support/observedthread.h"
 
+using namespace testsupport;
 using VorelKestrel::AL::Mutex;
 
 namespace {

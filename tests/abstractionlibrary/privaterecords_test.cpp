@@ -16,6 +16,7 @@
 #include "tests/support/privatelocks.h"
 
 using namespace VorelKestrel::AL; // every class of it is tested here
+using namespace testsupport;
 
 namespace {
 

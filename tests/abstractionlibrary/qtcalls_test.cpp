@@ -24,6 +24,7 @@
 #include "tests/support/qtcalls.h"
 
 using namespace VorelKestrel::AL; // every class of it is tested here
+using namespace testsupport;
 
 namespace {
 

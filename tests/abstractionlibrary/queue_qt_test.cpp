@@ -18,6 +18,7 @@
 #include "tests/support/handover.h"
 #include "tests/support/observedthread.h"
 
+using namespace testsupport;
 using VorelKestrel::AL::QueueVoid;
 
 namespace {

@@ -23,6 +23,7 @@
 #include "tests/support/objectallocations.h"
 #include "tests/support/observedthread.h"
 
+using namespace testsupport;
 using VorelKestrel::AL::TCPClientSocket;
 using VorelKestrel::AL::TCPServer;
 using VorelKestrel::AL::TCPSocket;

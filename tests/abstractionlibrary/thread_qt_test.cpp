@@ -14,6 +14,7 @@
 #include "tests/support/gate.h"
 #include "tests/support/observedthread.h"
 
+using namespace testsupport;
 using VorelKestrel::AL::Thread;
 
 namespace {

@@ -48,6 +48,7 @@
 
 using namespace VorelKestrel::ACD;
 using namespace VorelKestrel::AL; // every class of it is tested here
+using namespace testsupport;
 using allocations::Counter;
 using allocations::Living;
 using allocations::Shortage;

@@ -10,6 +10,7 @@
 #include "tests/support/uncountedbus.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 using VorelKestrel::AL::U8;
 
 namespace {

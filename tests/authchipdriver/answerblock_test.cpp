@@ -13,6 +13,7 @@
 #include "tests/support/throwingconsole.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 using VorelKestrel::AL::U8;
 
 // At global scope: cases are called by them.

@@ -8,6 +8,7 @@
 #include "tests/support/overridingdriver.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 using VorelKestrel::AL::U8;
 
 namespace {

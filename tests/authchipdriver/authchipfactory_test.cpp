@@ -11,6 +11,7 @@
 #include "tests/support/drivertest.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;

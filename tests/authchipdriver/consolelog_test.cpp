@@ -20,6 +20,7 @@
 #include "tests/support/throwingconsole.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 using VorelKestrel::AL::DebugStdioLogger;
 using VorelKestrel::AL::U8;
 

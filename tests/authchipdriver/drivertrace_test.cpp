@@ -8,6 +8,7 @@
 #include "tests/support/drivertest.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 using ::testing::MatchesRegex;
 using VorelKestrel::AL::U32;
 using VorelKestrel::AL::U8;

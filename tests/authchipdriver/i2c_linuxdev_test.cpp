@@ -9,6 +9,7 @@
 #include "tests/support/lastwords.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 using VorelKestrel::AL::U8;
 
 namespace {

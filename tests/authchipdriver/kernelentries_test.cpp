@@ -10,6 +10,7 @@
 #include "tests/support/operations.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 
 namespace {
 

@@ -19,6 +19,7 @@
 #include "tests/support/operations.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 
 namespace {
 
@@ -39,7 +40,7 @@ void measureAll(InstantDevice& device, const char* generation, const std::vector
 {
     arrangeHealthyChip(device, std::is_same_v<Driver, AuthChipDriver30>);
     Driver driver;
-    const int descriptor = open(InstantDevice::kPath, O_RDWR);
+    const int descriptor = open(InstantDevice::kDevice, O_RDWR);
     for (const auto& operation : operations) {
         const auto call = [&] { operation.call(driver); }; // the first call, below, lets the allocator settle
         BareExchange exchange(device, call);
@@ -59,7 +60,7 @@ int main(int argc, char** argv)
     const bool floor = argc > 1 && std::strcmp(argv[1], "floor") == 0;
     log4cplus::Logger::getInstance("Wexfordmallow").setLogLevel(log4cplus::OFF_LOG_LEVEL);
     InstantDevice device;
-    i2cInit(InstantDevice::kPath, InstantDevice::kAddress);
+    i2cInit(InstantDevice::kDevice, InstantDevice::kAddress);
     measureAll<AuthChipDriver20B>(device, "2.0B", operations20B(), floor);
     measureAll<AuthChipDriver30>(device, "3.0", operations30(), floor);
     return 0;

@@ -42,6 +42,7 @@
 
 using namespace VorelKestrel::ACD;
 using namespace VorelKestrel::AL; // every class of it is tested here
+using namespace testsupport;
 using allocations::Living;
 using allocations::Pause;
 using allocations::Shortage;
@@ -322,7 +323,7 @@ TEST(FailedDetectionTest, LeavesADescriptorOfTheProcessOpenEachTime)
     const Nowhere nowhere;
     const int before = descriptorCount();
     for (int i = 0; i < kDetections; ++i)
-        EXPECT_EQ(nullptr, AuthChipFactory::getAuthChipDriverInstance(InstantDevice::kPath, InstantDevice::kAddress));
+        EXPECT_EQ(nullptr, AuthChipFactory::getAuthChipDriverInstance(InstantDevice::kDevice, InstantDevice::kAddress));
 
     EXPECT_EQ(before + kDetections, descriptorCount());
 }

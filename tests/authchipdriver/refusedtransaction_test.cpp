@@ -15,6 +15,7 @@
 #include "tests/support/drivertest.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 using VorelKestrel::AL::U32;
 using VorelKestrel::AL::U8;
 

@@ -12,6 +12,7 @@
 #include "tests/support/soiledstack.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 using VorelKestrel::AL::U16;
 using VorelKestrel::AL::U32;
 using VorelKestrel::AL::U8;

@@ -30,6 +30,7 @@
 #include "tests/support/operations.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 using VorelKestrel::AL::U8;
 
 namespace {

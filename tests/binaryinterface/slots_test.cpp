@@ -13,6 +13,7 @@
 #include "tests/support/healthychip.h"
 
 using namespace VorelKestrel;
+using namespace testsupport;
 using AL::U16;
 using AL::U32;
 using AL::U8;

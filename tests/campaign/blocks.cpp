@@ -3,6 +3,8 @@
 #include "tests/campaign/trial.h"
 #include "tests/support/allocations.h"
 
+using namespace testsupport;
+
 namespace campaign {
 
 long blocksLeftBy(const Script& script)

@@ -21,6 +21,8 @@
 #include "tests/campaign/script.h"
 #include "tests/campaign/trial.h"
 
+using namespace testsupport;
+
 namespace campaign { namespace {
 
 constexpr std::uint32_t kQuickSeed = 20240607;

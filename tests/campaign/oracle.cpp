@@ -13,6 +13,8 @@
 #include "common/generations.h"
 #include "tests/support/consolelog.h"
 
+using namespace testsupport;
+
 namespace campaign {
 namespace {
 

@@ -8,6 +8,8 @@
 
 #include <log4cplus/loglevel.h>
 
+using namespace testsupport;
+
 namespace campaign {
 namespace {
 

@@ -10,6 +10,9 @@
 
 namespace campaign {
 
+using testsupport::Bytes;
+using testsupport::FakeBus;
+
 enum class Operation
 {
     Construct,

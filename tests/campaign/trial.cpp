@@ -22,6 +22,7 @@
 #include "tests/support/driverlog.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 using VorelKestrel::AL::U16;
 using VorelKestrel::AL::U32;
 using VorelKestrel::AL::U8;

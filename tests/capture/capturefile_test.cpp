@@ -9,6 +9,7 @@
 
 #include "tests/capture/records.h"
 
+using namespace testsupport;
 using namespace VorelKestrel;
 using namespace VorelKestrel::Capture;
 

@@ -12,6 +12,7 @@
 
 #include "tests/support/temporarydirectory.h"
 
+using namespace testsupport;
 using VorelKestrel::Capture::obstacleToPreloading;
 
 namespace {

@@ -99,7 +99,7 @@ private:
         return *this;
     }
 
-    TemporaryDirectory m_folder;
+    testsupport::TemporaryDirectory m_folder;
     std::string m_path;
     VorelKestrel::Capture::CaptureFile m_file;
     VorelKestrel::Capture::Conversation m_conversation;

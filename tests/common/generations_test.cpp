@@ -9,6 +9,8 @@
 
 #include "tests/support/drivertest.h"
 
+using namespace testsupport;
+
 namespace {
 
 using namespace VorelKestrel;

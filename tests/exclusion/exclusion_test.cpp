@@ -17,6 +17,8 @@
 #include "tests/support/privatelocks.h"
 #include "tests/support/temporarydirectory.h"
 
+using namespace testsupport;
+
 namespace {
 
 long wantedOperations()

@@ -17,8 +17,6 @@ constexpr U8 kControlAndStatus = 0x10;
 constexpr U8 kResponse = 0x12;
 constexpr U8 kChallenge = 0x21;
 
-constexpr int kDescriptor = 1 << 20; // far above what a process really opens
-
 thread_local ChipUser* g_user = nullptr; // not owned
 
 int withContent(int descriptor)
@@ -126,26 +124,6 @@ void SharedChipNode::attends(ChipUser& user)
     g_user = &user;
 }
 
-bool SharedChipNode::answersFor(const char* path)
-{
-    return std::strcmp(path, kPath) == 0;
-}
-
-bool SharedChipNode::answersFor(int descriptor)
-{
-    return descriptor == kDescriptor;
-}
-
-int SharedChipNode::open(const char* /*path*/, int /*flags*/)
-{
-    return kDescriptor;
-}
-
-int SharedChipNode::ioctl(int /*descriptor*/, unsigned long /*request*/, unsigned long /*argument*/)
-{
-    return 0;
-}
-
 ssize_t SharedChipNode::read(int /*descriptor*/, void* data, std::size_t count)
 {
     g_user->transferBegins();
@@ -162,20 +140,4 @@ ssize_t SharedChipNode::write(int /*descriptor*/, const void* data, std::size_t 
     sched_yield();
     g_user->transferEnds();
     return static_cast<ssize_t>(count);
-}
-
-int SharedChipNode::close(int /*descriptor*/)
-{
-    return 0;
-}
-
-// Where locks are ignored; a chip without faults lets nobody pause.
-int SharedChipNode::usleep(unsigned /*microseconds*/)
-{
-    return 0;
-}
-
-int SharedChipNode::changeSemaphore(int /*delta*/)
-{
-    return 0;
 }

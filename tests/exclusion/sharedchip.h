@@ -8,7 +8,7 @@
 #include <abstractionlibrary/types.h>
 
 #include "tests/exclusion/arbiter.h"
-#include "tests/support/systemcalls.h"
+#include "tests/support/fakenode.h"
 
 /**
  * A chip in memory that processes share: registers with a fixed content, but for the answer to a challenge, which
@@ -80,12 +80,9 @@ private:
 };
 
 /// The chip's i2c-dev node in a process that uses it. Each thread of the process attends before its first call.
-class SharedChipNode : public SystemCallHandler
+class SharedChipNode : public testsupport::FakeNode
 {
 public:
-    static constexpr const char* kPath = "/dev/i2c-7";
-    static constexpr int kAddress = 0x2a;
-
     enum class Locks
     {
         Real,
@@ -99,16 +96,9 @@ public:
 
     static void attends(ChipUser& user);
 
-    bool answersFor(const char* path) override;
-    bool answersFor(int descriptor) override;
     bool answersForPausesAndLocks() override { return m_locks == Locks::Ignored; }
-    int open(const char* path, int flags) override;
-    int ioctl(int descriptor, unsigned long request, unsigned long argument) override;
     ssize_t read(int descriptor, void* data, std::size_t count) override;
     ssize_t write(int descriptor, const void* data, std::size_t count) override;
-    int close(int descriptor) override;
-    int usleep(unsigned microseconds) override;
-    int changeSemaphore(int delta) override;
 
 private:
     SharedChip& m_chip;

@@ -20,6 +20,7 @@
 #include "tests/support/fakebus.h"
 #include "tests/support/healthychip.h"
 
+using namespace testsupport;
 using VorelKestrel::ACD::AuthChipDriver;
 using VorelKestrel::ACD::AuthChipFactory;
 using VorelKestrel::ACD::Error;
@@ -124,7 +125,7 @@ AuthChipDriver* detect(ChipUser& user)
     SharedChipNode::attends(user);
     user.begins(kDetection, kDetectionTransfers);
     AuthChipDriver* const driver =
-        AuthChipFactory::getAuthChipDriverInstance(SharedChipNode::kPath, SharedChipNode::kAddress);
+        AuthChipFactory::getAuthChipDriverInstance(SharedChipNode::kDevice, SharedChipNode::kAddress);
     user.ends(driver != nullptr);
     return driver;
 }

@@ -10,6 +10,8 @@
 
 #include "tests/support/fakebus.h"
 
+using namespace testsupport;
+
 namespace {
 
 /// A process that has loaded the library; the journal has what it did meanwhile.

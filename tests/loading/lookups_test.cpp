@@ -15,6 +15,7 @@
 #include "tests/support/operations.h"
 
 using namespace VorelKestrel::ACD;
+using namespace testsupport;
 using VorelKestrel::AL::DebugStdioLogger;
 using VorelKestrel::AL::U8;
 

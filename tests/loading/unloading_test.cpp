@@ -11,6 +11,7 @@
 #include "tests/support/endslast.h"
 #include "tests/support/objectallocations.h"
 
+using namespace testsupport;
 using VorelKestrel::AL::DebugStdioLogger;
 
 namespace {

@@ -62,7 +62,7 @@ private:
     std::string path(const std::string& name) const;
 
     const int m_operations;
-    const TemporaryDirectory m_folder;
+    const testsupport::TemporaryDirectory m_folder;
     const std::string m_keyFile;
     std::map<std::string, Member> m_members;
     std::map<int, int> m_semaphores; // the system's number for that of the model; those that have not been removed

@@ -18,6 +18,8 @@
 
 #include "tests/support/observedthread.h"
 
+using namespace testsupport;
+
 namespace {
 
 constexpr long kMarker = SYS_getppid;

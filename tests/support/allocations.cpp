@@ -7,6 +7,8 @@
 #include <new>
 #include <string>
 
+namespace allocations = testsupport::allocations;
+
 namespace {
 
 thread_local bool t_counting = false;
@@ -163,7 +165,7 @@ void operator delete[](void* block, std::size_t /*size*/) noexcept
     free(block);
 }
 
-namespace allocations {
+namespace testsupport::allocations {
 
 Counter::Counter()
 {
@@ -257,4 +259,4 @@ Pause::~Pause()
     t_paused = m_wasPaused;
 }
 
-} // namespace allocations
+} // namespace testsupport::allocations

@@ -13,7 +13,7 @@
  * shared library under test and the libraries below it are counted, too. Not for sanitizer builds, which bring an
  * allocator of their own.
  */
-namespace allocations {
+namespace testsupport::allocations {
 
 /// Counts from here to the end of the scope.
 class Counter
@@ -106,6 +106,6 @@ private:
     const bool m_wasPaused;
 };
 
-} // namespace allocations
+} // namespace testsupport::allocations
 
 #endif

@@ -6,6 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+namespace testsupport {
+
 bool becomeNobody()
 {
     return setgroups(0, nullptr) == 0 && setgid(kNogroup) == 0 && setuid(kNobody) == 0;
@@ -29,3 +31,5 @@ bool hasRight(int capability)
     status >> std::hex >> rights;
     return (rights >> static_cast<unsigned>(capability) & 1U) != 0;
 }
+
+} // namespace testsupport

@@ -4,6 +4,8 @@
 #include <linux/capability.h>
 #include <sys/types.h>
 
+namespace testsupport {
+
 constexpr uid_t kNobody = 65534;
 constexpr gid_t kNogroup = 65534;
 
@@ -13,5 +15,7 @@ bool becomeNobody();
 bool canBecomeNobody();
 /// Whether this process has the right (CAP_...). In a container, root does without some.
 bool hasRight(int capability);
+
+} // namespace testsupport
 
 #endif

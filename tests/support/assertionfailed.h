@@ -5,11 +5,15 @@
 
 #include <gmock/gmock.h>
 
+namespace testsupport {
+
 /// Matches the last words of a process that an assertion stops, with the whole of its text:
 /// EXPECT_DEATH(i2cClose(), assertionFailed("g_file != -1")).
 inline auto assertionFailed(const std::string& text)
 {
     return ::testing::HasSubstr(": Assertion `" + text + "' failed.");
 }
+
+} // namespace testsupport
 
 #endif

@@ -9,6 +9,8 @@
 #include <sys/sem.h>
 #include <unistd.h>
 
+namespace testsupport {
+
 namespace {
 
 constexpr std::size_t kRoom = 4096; // for the longest answer
@@ -72,3 +74,5 @@ void BareExchange::runWithBuffers(int descriptor) const
     }
     change(m_semaphores, 1);
 }
+
+} // namespace testsupport

@@ -6,6 +6,8 @@
 
 #include "tests/support/instantdevice.h"
 
+namespace testsupport {
+
 /// The floor under an operation of the library: the same system calls in the same order with the same bytes (lock,
 /// transfers, unlock) from a loop that does nothing else.
 class BareExchange
@@ -29,5 +31,7 @@ private:
     std::vector<RecordedMessage> m_messages;
     const int m_semaphores; // a set of one, for this object alone
 };
+
+} // namespace testsupport
 
 #endif

@@ -14,6 +14,8 @@
 #include "common/scopeddescriptor.h"
 #include "tests/support/observedthread.h"
 
+namespace testsupport {
+
 /// Words of one byte between two processes.
 class Channel
 {
@@ -102,5 +104,7 @@ public:
 private:
     pid_t m_id;
 };
+
+} // namespace testsupport
 
 #endif

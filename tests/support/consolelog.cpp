@@ -5,6 +5,8 @@
 
 #include <abstractionlibrary/debugstdiologger.h>
 
+namespace testsupport {
+
 namespace {
 
 constexpr int kLevelOfANewProcess = 3;
@@ -49,3 +51,5 @@ std::string consoleLine(const std::string& kind, const std::string& source, cons
 {
     return "VorelKestrel" + kind + "(authchipdriver/" + source + ".cpp:#) " + message;
 }
+
+} // namespace testsupport

@@ -7,6 +7,8 @@
 
 #include "tests/support/journal.h"
 
+namespace testsupport {
+
 /**
  * Takes what is written to std::cout, for as long as it lives, and writes it into the journal line by line. The line
  * number of a log statement stands there as "#": "VorelKestrelDbgTrace(authchipdriver/i2c_linuxdev.cpp:#) i2cClose()";
@@ -35,5 +37,7 @@ private:
 /// A console line of one source file as the journal has it, for example
 /// consoleLine("DbgError", "i2c_linuxdev", "Unable to open /dev/i2c-7").
 std::string consoleLine(const std::string& kind, const std::string& source, const std::string& message);
+
+} // namespace testsupport
 
 #endif

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstring>
 
+namespace testsupport {
+
 /// The pointer-sized slots of an object. Writing one does what a stray write of the host does: nothing but that can
 /// make the states which the library's assertions look for.
 template<typename Object>
@@ -34,5 +36,7 @@ void loseRecord(Object& object)
 {
     overwriteSlot(object, recordSlot<Object>(), nullptr);
 }
+
+} // namespace testsupport
 
 #endif

@@ -4,6 +4,8 @@
 
 #include <authchipdriver/dbglog.h>
 
+namespace testsupport {
+
 namespace {
 
 DriverLog* g_current = nullptr; // the one that answers the hook
@@ -84,8 +86,11 @@ void DriverLog::take(const log4cplus::spi::InternalLoggingEvent& event)
     m_journal.add(Journal::Kind::Line, nameOf(event.getLogLevel()) + " " + event.getMessage());
 }
 
+} // namespace testsupport
+
 // The hook that the library asks of its host.
 std::string dbglog_scopedFunction(const std::string& prettyFunction, const std::string& component)
 {
+    using testsupport::g_current;
     return g_current != nullptr ? g_current->callHook(prettyFunction, component) : "";
 }

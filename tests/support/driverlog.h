@@ -10,6 +10,8 @@
 
 #include "tests/support/journal.h"
 
+namespace testsupport {
+
 /**
  * The host's side of the drivers' log: takes the records of the log4cplus logger "Wexfordmallow", for as long as it
  * lives, and writes them into the journal as "TRACE Enter label: ", and answers the hook.
@@ -66,5 +68,7 @@ private:
     std::function<void(const std::string&)> m_beforeEachRecord;
     std::function<std::string(const std::string&)> m_hookAnswer;
 };
+
+} // namespace testsupport
 
 #endif

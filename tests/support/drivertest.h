@@ -10,6 +10,8 @@
 #include "tests/support/driverlog.h"
 #include "tests/support/fakebus.h"
 
+namespace testsupport {
+
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -36,5 +38,7 @@ protected:
 
     DriverLog m_log{m_journal};
 };
+
+} // namespace testsupport
 
 #endif

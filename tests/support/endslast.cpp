@@ -1,5 +1,7 @@
 #include "tests/support/endslast.h"
 
+namespace testsupport {
+
 namespace {
 
 void (*g_action)() = nullptr;
@@ -16,3 +18,5 @@ void atTheVeryEnd(void (*action)())
 {
     g_action = action;
 }
+
+} // namespace testsupport

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+namespace testsupport {
+
 /// Another value of a variable, for as long as it lives; then it is as it was. In between, a test may set it at will.
 class EnvironmentVariable
 {
@@ -30,5 +32,7 @@ private:
     const std::string m_name;
     std::optional<std::string> m_before;
 };
+
+} // namespace testsupport
 
 #endif

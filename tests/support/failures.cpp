@@ -5,6 +5,8 @@
 
 #include "tests/support/operations.h"
 
+namespace testsupport {
+
 using namespace VorelKestrel::ACD;
 using VorelKestrel::AL::U8;
 
@@ -191,3 +193,5 @@ const std::vector<Failure>& failures30()
     static const std::vector<Failure> failuresOf30 = failures(true);
     return failuresOf30;
 }
+
+} // namespace testsupport

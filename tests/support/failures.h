@@ -10,6 +10,8 @@
 
 #include "tests/support/fakebus.h"
 
+namespace testsupport {
+
 /// One way in which an operation of a driver fails, on a chip that does all the rest.
 struct Failure
 {
@@ -25,5 +27,7 @@ const std::vector<Failure>& failures20B();
 
 /// The same for protocol 3.0.
 const std::vector<Failure>& failures30();
+
+} // namespace testsupport
 
 #endif

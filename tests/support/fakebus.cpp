@@ -10,9 +10,10 @@
 #include <linux/i2c-dev.h>
 #include <utility>
 
+namespace testsupport {
+
 namespace {
 
-constexpr int kFirstDescriptor = 1 << 20; // far above what a process really opens
 constexpr std::size_t kPageSize = 128;
 
 /// The kernel refuses such counts; negative lengths arrive as them.
@@ -216,7 +217,7 @@ bool FakeBus::answersFor(const char* path)
 
 bool FakeBus::answersFor(int descriptor)
 {
-    return descriptor >= kFirstDescriptor || descriptor == m_openResult;
+    return descriptor >= kDescriptor || descriptor == m_openResult;
 }
 
 int FakeBus::open(const char* path, int flags)
@@ -229,7 +230,7 @@ int FakeBus::open(const char* path, int flags)
             m_open.insert(m_openResult);
         return m_openResult;
     }
-    static int lastDescriptor = kFirstDescriptor;
+    static int lastDescriptor = kDescriptor;
     return *m_open.insert(++lastDescriptor).first;
 }
 
@@ -350,3 +351,5 @@ Bytes counting(std::size_t count, unsigned first)
         bytes[i] = static_cast<FakeBus::U8>(first + i);
     return bytes;
 }
+
+} // namespace testsupport

@@ -12,10 +12,13 @@
 
 #include <abstractionlibrary/types.h>
 
+#include "common/bytes.h"
+#include "tests/support/fakenode.h"
 #include "tests/support/journal.h"
-#include "tests/support/systemcalls.h"
 
-using Bytes = std::vector<VorelKestrel::AL::U8>;
+namespace testsupport {
+
+using VorelKestrel::Bytes;
 
 /**
  * The bus of all tests: an i2c-dev node with one chip behind it whose registers are set up in words, a clock that never
@@ -26,13 +29,11 @@ using Bytes = std::vector<VorelKestrel::AL::U8>;
  * A message of one byte sets the register that the next read delivers, as on the real chip; a longer one also
  * changes nothing else: the fake scripts one exchange and does not behave like a chip.
  */
-class FakeBus : public SystemCallHandler
+class FakeBus : public FakeNode
 {
 public:
     using U8 = VorelKestrel::AL::U8;
 
-    static constexpr const char* kDevice = "/dev/i2c-7";
-    static constexpr int kAddress = 0x2a;
     static constexpr int kForever = -1;
     static constexpr int kAsItIs = INT_MIN; ///< in place of a result: what the rest of the set-up makes of the call
 
@@ -122,5 +123,7 @@ std::string hex(const Bytes& bytes);
 
 /// Bytes first, first + 1, ...: content that shows a byte out of place.
 Bytes counting(std::size_t count, unsigned first = 0);
+
+} // namespace testsupport
 
 #endif

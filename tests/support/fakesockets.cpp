@@ -10,6 +10,8 @@
 
 #include "tests/support/interposition.h"
 
+namespace testsupport {
+
 namespace {
 
 constexpr socklen_t kIpv4AddressLength = 16;
@@ -169,3 +171,5 @@ ssize_t spelledRecvChecked(int descriptor, void* data, std::size_t count, std::s
 }
 
 } // extern "C"
+
+} // namespace testsupport

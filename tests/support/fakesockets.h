@@ -6,6 +6,8 @@
 
 #include "tests/support/journal.h"
 
+namespace testsupport {
+
 /**
  * Writes down the socket calls of the process, for as long as it lives, and answers those that a test chooses. All
  * others go on to the system. The conversation reads
@@ -56,5 +58,7 @@ private:
 
 /// True if the process has that descriptor open.
 bool isOpenDescriptor(int descriptor);
+
+} // namespace testsupport
 
 #endif

@@ -8,6 +8,8 @@
 
 #include "tests/support/interposition.h"
 
+namespace testsupport {
+
 namespace {
 
 constexpr std::int64_t kMidnight = 1704067200; // seconds since the epoch: a day without oddities
@@ -90,3 +92,5 @@ int spelledGettimeofday64(WideTime* time, void* zone)
 }
 
 } // extern "C"
+
+} // namespace testsupport

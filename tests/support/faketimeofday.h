@@ -7,6 +7,8 @@
 #include <mutex>
 #include <vector>
 
+namespace testsupport {
+
 /**
  * The clock on the wall, for as long as it lives: every reading of the time of day, by whichever thread, takes the next
  * of the given ones; the last stays. The clocks that timeouts run on are not touched.
@@ -33,5 +35,7 @@ private:
     std::size_t m_next = 0;
     std::function<void()> m_action;
 };
+
+} // namespace testsupport
 
 #endif

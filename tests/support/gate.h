@@ -4,6 +4,8 @@
 #include <condition_variable>
 #include <mutex>
 
+namespace testsupport {
+
 /// A door between the threads of a test, closed at first. Who passes has seen everything that was done before it
 /// opened.
 class Gate
@@ -29,5 +31,7 @@ private:
     std::condition_variable m_opened;
     bool m_isOpen = false; // guarded by m_mutex
 };
+
+} // namespace testsupport
 
 #endif

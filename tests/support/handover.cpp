@@ -5,6 +5,8 @@
 #include <thread>
 #include <vector>
 
+namespace testsupport {
+
 namespace {
 
 struct Value
@@ -90,3 +92,5 @@ HandOver handOver(const std::function<void(void*)>& give, const std::function<vo
     }
     return sum;
 }
+
+} // namespace testsupport

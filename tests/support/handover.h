@@ -4,6 +4,8 @@
 #include <functional>
 #include <ostream>
 
+namespace testsupport {
+
 /// What became of very many values that producers handed to consumers through something that carries pointers.
 struct HandOver
 {
@@ -41,5 +43,7 @@ struct HandOver
 /// in, and
 /// @p take waits for one. Both are called by several threads at once.
 HandOver handOver(const std::function<void(void*)>& give, const std::function<void*()>& take);
+
+} // namespace testsupport
 
 #endif

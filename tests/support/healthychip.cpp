@@ -4,6 +4,8 @@
 
 #include "common/generations.h"
 
+namespace testsupport {
+
 namespace {
 
 using U8 = VorelKestrel::AL::U8;
@@ -50,3 +52,5 @@ void arrangeHealthyChip(InstantDevice& device, bool protocol30)
 {
     arrange(device, protocol30);
 }
+
+} // namespace testsupport

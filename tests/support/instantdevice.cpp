@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
+
+namespace testsupport {
 
 InstantDevice::InstantDevice()
 {
@@ -19,11 +20,6 @@ InstantDevice::~InstantDevice()
         if (m_isOpen[descriptor])
             realcalls::close(descriptor);
     }
-}
-
-bool InstantDevice::answersFor(const char* path)
-{
-    return std::strcmp(path, kPath) == 0;
 }
 
 int InstantDevice::open(const char* /*path*/, int /*flags*/)
@@ -88,13 +84,4 @@ int InstantDevice::close(int descriptor)
     return realcalls::close(descriptor);
 }
 
-// Never called: answersForPausesAndLocks().
-int InstantDevice::usleep(unsigned /*microseconds*/)
-{
-    return 0;
-}
-
-int InstantDevice::changeSemaphore(int /*delta*/)
-{
-    return 0;
-}
+} // namespace testsupport

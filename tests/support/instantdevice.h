@@ -6,9 +6,11 @@
 
 #include <abstractionlibrary/types.h>
 
-#include "tests/support/systemcalls.h"
+#include "tests/support/fakenode.h"
 
 struct i2c_msg;
+
+namespace testsupport {
 
 /// One message of an exchange, as the device saw it.
 struct RecordedMessage
@@ -22,13 +24,10 @@ struct RecordedMessage
  * and then gets the bytes of the register that was named last; locks and pauses are the system's own. Unlike FakeBus
  * it writes nothing down, so that what it costs is small and the same for whoever calls.
  */
-class InstantDevice : public SystemCallHandler
+class InstantDevice : public FakeNode
 {
 public:
     using U8 = VorelKestrel::AL::U8;
-
-    static constexpr const char* kPath = "/dev/i2c-7";
-    static constexpr int kAddress = 0x2a;
 
     InstantDevice();
     ~InstantDevice() override;
@@ -40,19 +39,16 @@ public:
     /// All messages go to @p messages as well; to nowhere if it is null.
     void recordTo(std::vector<RecordedMessage>* messages) { m_recording = messages; }
 
-    bool answersFor(const char* path) override;
+    using FakeNode::answersFor;
     bool answersFor(int descriptor) override
     {
         return descriptor >= 0 && descriptor < kDescriptors && m_isOpen[descriptor];
     }
-    bool answersForPausesAndLocks() override { return false; }
     int open(const char* path, int flags) override;
     int ioctl(int descriptor, unsigned long request, unsigned long argument) override;
     ssize_t read(int descriptor, void* data, std::size_t count) override;
     ssize_t write(int descriptor, const void* data, std::size_t count) override;
     int close(int descriptor) override;
-    int usleep(unsigned microseconds) override;
-    int changeSemaphore(int delta) override;
 
 private:
     static constexpr int kDescriptors = 1024; // more than any measurement opens
@@ -64,5 +60,7 @@ private:
     std::array<std::vector<U8>, 256> m_content;
     std::vector<RecordedMessage>* m_recording = nullptr; // not owned
 };
+
+} // namespace testsupport
 
 #endif

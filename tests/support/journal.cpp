@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+namespace testsupport {
+
 void Journal::add(Kind kind, const std::string& text)
 {
     const std::lock_guard<std::mutex> guard(m_mutex);
@@ -54,3 +56,5 @@ std::string repeated(int times, const std::string& part)
 {
     return join(std::vector<std::string>(static_cast<std::size_t>(times), part), "; ");
 }
+
+} // namespace testsupport

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace testsupport {
+
 /// What happened, in its order: system calls of the library and lines of its logs. Threads may write concurrently.
 class Journal
 {
@@ -40,5 +42,7 @@ std::string join(const std::vector<std::string>& parts, const std::string& separ
 
 /// @p part so many times, with "; " between: an expected conversation.
 std::string repeated(int times, const std::string& part);
+
+} // namespace testsupport
 
 #endif

@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+namespace testsupport {
+
 namespace {
 
 constexpr long kMarker = SYS_getppid; // what the traced child calls for a mark
@@ -76,3 +78,5 @@ std::optional<std::vector<std::string>> tracedSystemCalls(const TracedAction& ac
         throw std::runtime_error("what was traced did not go well");
     return calls;
 }
+
+} // namespace testsupport

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace testsupport {
+
 /// What is traced: it calls @p mark before and after the part that counts, and returns whether it went well.
 using TracedAction = std::function<bool(const std::function<void()>& mark)>;
 
@@ -15,5 +17,7 @@ using TracedAction = std::function<bool(const std::function<void()>& mark)>;
  * a process be traced; throws std::runtime_error if the action did not go well.
  */
 std::optional<std::vector<std::string>> tracedSystemCalls(const TracedAction& action);
+
+} // namespace testsupport
 
 #endif

@@ -12,6 +12,8 @@
 
 #include "common/lockkey.h"
 
+namespace testsupport {
+
 std::string keyFileIn(const std::string& folder)
 {
     return folder + "/qipc_systemsem_Wexfordmallowb528dc6704516c18d022877c1c01ebd38f99a27b";
@@ -40,3 +42,5 @@ void makeKeyFileOfItsOwn(const std::string& keyFile)
     }
     throw std::runtime_error("every key has a semaphore already");
 }
+
+} // namespace testsupport

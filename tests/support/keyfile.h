@@ -3,6 +3,8 @@
 
 #include <string>
 
+namespace testsupport {
+
 /// The file of a folder for temporary files from which Qt makes the key of the lock between processes.
 std::string keyFileIn(const std::string& folder);
 
@@ -12,5 +14,7 @@ int semaphoreOf(const std::string& keyFile);
 /// Makes the file, so that nobody has a semaphore of its key yet: the key has 16 bits of the file's number, and what
 /// others have left on the machine may have the same.
 void makeKeyFileOfItsOwn(const std::string& keyFile);
+
+} // namespace testsupport
 
 #endif

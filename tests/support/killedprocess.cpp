@@ -6,6 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+namespace testsupport {
+
 namespace {
 
 constexpr int kCannotBeTraced = 3;
@@ -48,3 +50,5 @@ std::optional<bool> killAtSystemCall(int stop, const std::function<void()>& body
     waitpid(process, &status, 0);
     return true;
 }
+
+} // namespace testsupport

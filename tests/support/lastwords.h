@@ -10,6 +10,8 @@
 
 #include "tests/support/journal.h"
 
+namespace testsupport {
+
 /**
  * What a process leaves behind on standard error that echoes its journal and then dies. Nothing may have happened
  * before that but these entries.
@@ -50,5 +52,7 @@ inline bool diedOfTheAccess(int status)
     return WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV;
 #endif
 }
+
+} // namespace testsupport
 
 #endif

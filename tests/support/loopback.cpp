@@ -6,6 +6,8 @@
 #include <sys/socket.h>
 #include <system_error>
 
+namespace testsupport {
+
 using VorelKestrel::ScopedDescriptor;
 using VorelKestrel::AL::TCPServer;
 using VorelKestrel::AL::U16;
@@ -37,3 +39,5 @@ U16 listenAtAFreePort(TCPServer& server)
     }
     throw std::runtime_error("every port that was free was taken at once");
 }
+
+} // namespace testsupport

@@ -5,6 +5,8 @@
 
 #include "common/scopeddescriptor.h"
 
+namespace testsupport {
+
 constexpr char kLoopback[] = "127.0.0.1";
 
 /// A TCP port at which nobody listens, nor can while this lives: it is bound, and refuses who connects.
@@ -20,5 +22,7 @@ private:
 
 /// Opens @p server at some free port and returns the port; throws if the machine seems to have none.
 VorelKestrel::AL::U16 listenAtAFreePort(VorelKestrel::AL::TCPServer& server);
+
+} // namespace testsupport
 
 #endif

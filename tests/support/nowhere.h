@@ -4,6 +4,8 @@
 #include <iostream>
 #include <streambuf>
 
+namespace testsupport {
+
 /// Takes all that is written to std::cout, for as long as it lives, and keeps nothing of it.
 class Nowhere : private std::streambuf
 {
@@ -18,5 +20,7 @@ private:
 
     std::streambuf* m_before;
 };
+
+} // namespace testsupport
 
 #endif

@@ -23,11 +23,13 @@ void noteDeletion(const void* block)
 }
 
 thread_local bool g_counting = false;
-thread_local int g_failing = ObjectAllocations::kNone;
+thread_local int g_failing = testsupport::ObjectAllocations::kNone;
 thread_local int g_allocated = 0;
 thread_local int g_freed = 0;
 
 } // namespace
+
+namespace testsupport {
 
 ObjectAllocations::ObjectAllocations(int failing)
 {
@@ -62,12 +64,14 @@ int ObjectAllocations::outstanding() const
     return g_allocated - g_freed;
 }
 
+} // namespace testsupport
+
 void* operator new(std::size_t size)
 {
-    static auto* const next = nextDefinition<void*(std::size_t)>(sizeof(size) == 4 ? "_Znwj" : "_Znwm");
+    static auto* const next = testsupport::nextDefinition<void*(std::size_t)>(sizeof(size) == 4 ? "_Znwj" : "_Znwm");
     if (!g_counting)
         return next(size);
-    if (g_failing != ObjectAllocations::kNone && --g_failing == 0)
+    if (g_failing != testsupport::ObjectAllocations::kNone && --g_failing == 0)
         throw std::bad_alloc();
     ++g_allocated;
     return next(size);
@@ -75,7 +79,7 @@ void* operator new(std::size_t size)
 
 void operator delete(void* block) noexcept
 {
-    static auto* const next = nextDefinition<void(void*)>("_ZdlPv");
+    static auto* const next = testsupport::nextDefinition<void(void*)>("_ZdlPv");
     if (g_counting && block != nullptr)
         ++g_freed;
     noteDeletion(block);

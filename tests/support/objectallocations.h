@@ -1,6 +1,8 @@
 #ifndef TESTS_SUPPORT_OBJECTALLOCATIONS_H
 #define TESTS_SUPPORT_OBJECTALLOCATIONS_H
 
+namespace testsupport {
+
 /**
  * Counts the allocations of the thread that makes it, for as long as it lives, and lets one of them fail with
  * std::bad_alloc. Counts `new` of a single object, which is what the library's classes and their records are, in a
@@ -25,5 +27,7 @@ public:
 /// most.
 void watchDeletionOf(const void* block);
 bool wasDeleted(const void* block);
+
+} // namespace testsupport
 
 #endif

@@ -6,6 +6,8 @@
 #include <unistd.h>
 #include <utility>
 
+namespace testsupport {
+
 namespace {
 
 constexpr char kAsleep = 'S';
@@ -52,3 +54,5 @@ bool isProcessAsleep(pid_t process)
 {
     return isAsleep("/proc/" + std::to_string(process));
 }
+
+} // namespace testsupport

@@ -6,6 +6,8 @@
 #include <sys/types.h>
 #include <thread>
 
+namespace testsupport {
+
 /**
  * A thread of a test that can be seen to block: a test that needs "the other thread waits inside lock() now" starts
  * one with `lock()` as its body and calls waitUntilItSleeps().
@@ -35,5 +37,7 @@ private:
 /// Waits until the kernel has put the only thread of another process to sleep.
 void waitUntilProcessSleeps(pid_t process);
 bool isProcessAsleep(pid_t process);
+
+} // namespace testsupport
 
 #endif

@@ -4,6 +4,8 @@
 
 #include "authchipdriver/bustransaction.h"
 
+namespace testsupport {
+
 using namespace VorelKestrel::ACD;
 using VorelKestrel::AL::U16;
 using VorelKestrel::AL::U32;
@@ -149,3 +151,5 @@ const std::vector<Operation>& operationsWithoutTransaction()
     };
     return operations;
 }
+
+} // namespace testsupport

@@ -8,6 +8,8 @@
 
 #include "tests/support/healthychip.h"
 
+namespace testsupport {
+
 /// One operation of a driver on a chip that answers everything, and what it costs at least.
 struct Operation
 {
@@ -28,5 +30,7 @@ const std::vector<Operation>& operations30();
 /// The operations of the interface that hold no transaction of their own: the six register helpers, each inside a
 /// transaction here as its caller has to see to, and the two limits, which do not touch the bus.
 const std::vector<Operation>& operationsWithoutTransaction();
+
+} // namespace testsupport
 
 #endif

@@ -9,6 +9,8 @@
 
 #include "tests/support/journal.h"
 
+namespace testsupport {
+
 /// A driver of a host that has register helpers of its own: each call is written into the journal ("readWord 11",
 /// "writeByte 10 1") and touches no bus. A register that nothing was said about holds 0.
 template<typename Driver>
@@ -67,5 +69,7 @@ private:
     std::map<int, U32> m_values;
     std::map<std::string, Error> m_results;
 };
+
+} // namespace testsupport
 
 #endif

@@ -19,6 +19,8 @@
 
 #include "tests/support/interposition.h"
 
+namespace testsupport {
+
 namespace {
 
 using SemgetFunction = int(key_t, int, int);
@@ -146,3 +148,5 @@ void ownsemaphores::refuse(int error)
 {
     g_error = error;
 }
+
+} // namespace testsupport

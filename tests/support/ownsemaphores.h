@@ -6,7 +6,7 @@
  * for by a key is one without a key, known to this process and to the children that it forks. So no test meets a
  * semaphore of anybody's, and none that another test removes.
  */
-namespace ownsemaphores {
+namespace testsupport::ownsemaphores {
 
 /// How many there are.
 int count();
@@ -14,6 +14,6 @@ int count();
 /// From now on the system gives none and says @p error; 0: it gives them again.
 void refuse(int error);
 
-} // namespace ownsemaphores
+} // namespace testsupport::ownsemaphores
 
 #endif

@@ -6,6 +6,8 @@
 
 #include "tests/support/keyfile.h"
 
+namespace testsupport {
+
 PrivateLocks::PrivateLocks() : m_folder("TMPDIR", m_directory.path())
 {
     makeKeyFileOfItsOwn(keyFileIn(m_directory.path()));
@@ -25,3 +27,5 @@ int PrivateLocks::semaphore() const
 {
     return semaphoreOf(keyFileIn(m_directory.path()));
 }
+
+} // namespace testsupport

@@ -8,6 +8,8 @@
 #include "tests/support/environmentvariable.h"
 #include "tests/support/temporarydirectory.h"
 
+namespace testsupport {
+
 /**
  * Gives this process, and the ones that it starts, a system-wide lock of their own, unlocked: the key of a semaphore is
  * made from a file in the directory for temporary files. Tests that run at the same time then do not wait for each
@@ -31,5 +33,7 @@ private:
     const EnvironmentVariable m_folder;
     std::unique_ptr<VorelKestrel::AL::GlobalMutex> m_keeper; // makes the semaphore, and keeps it until the end
 };
+
+} // namespace testsupport
 
 #endif

@@ -5,6 +5,8 @@
 
 #include "tests/support/allocations.h"
 
+namespace testsupport {
+
 namespace {
 
 int entriesOf(const char* folder)
@@ -25,3 +27,5 @@ int threadCount()
 {
     return entriesOf("/proc/self/task");
 }
+
+} // namespace testsupport

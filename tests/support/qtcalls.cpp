@@ -5,6 +5,8 @@
 
 #include "tests/support/interposition.h"
 
+namespace testsupport {
+
 namespace {
 
 thread_local QtCalls* t_calls = nullptr;
@@ -204,3 +206,5 @@ bool threadIsRunning(const void* thread)
 }
 
 } // extern "C"
+
+} // namespace testsupport

@@ -7,6 +7,8 @@
 
 #include "tests/support/journal.h"
 
+namespace testsupport {
+
 /**
  * Writes down what the thread that makes it asks of Qt's locks and threads, for as long as it lives; Qt does it all the
  * same. Each object has the number in which it was made, so that the journal reads
@@ -38,5 +40,7 @@ private:
     std::map<const void*, int> m_numbers;
     std::map<std::string, std::function<void()>> m_actions;
 };
+
+} // namespace testsupport
 
 #endif

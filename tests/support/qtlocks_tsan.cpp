@@ -8,6 +8,8 @@
 
 #include "tests/support/interposition.h"
 
+namespace testsupport {
+
 namespace {
 
 char g_threadEnd = 0; // its address stands for the end of every Qt thread
@@ -82,3 +84,5 @@ bool annotatedWait(void* thread, unsigned long time)
 }
 
 } // extern "C"
+
+} // namespace testsupport

@@ -3,6 +3,8 @@
 
 #include <abstractionlibrary/types.h>
 
+namespace testsupport {
+
 /// Leaves bytes other than 0 where the stack of the next call is, so that a variable that is not initialised shows. As
 /// much of it as a function takes that holds a hundred changed copies of its body (scripts/mutate).
 [[gnu::noinline]] inline void soilStack()
@@ -11,5 +13,7 @@
     for (volatile VorelKestrel::AL::U8& byte : bytes)
         byte = 0xee;
 }
+
+} // namespace testsupport
 
 #endif

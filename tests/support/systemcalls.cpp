@@ -1,10 +1,13 @@
 #include "tests/support/systemcalls.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdarg>
 #include <sys/sem.h>
 
 #include "tests/support/interposition.h"
+
+namespace testsupport {
 
 namespace {
 
@@ -57,6 +60,12 @@ ssize_t readDescriptor(int descriptor, void* data, std::size_t count)
     return realcalls::read(descriptor, data, count);
 }
 
+int failAsUnanswered()
+{
+    errno = ENOSYS;
+    return -1;
+}
+
 /// The optional last argument of open and ioctl, which callers give or not.
 template<typename Argument>
 Argument optionalArgument(va_list arguments)
@@ -65,6 +74,56 @@ Argument optionalArgument(va_list arguments)
 }
 
 } // namespace
+
+bool SystemCallHandler::answersFor(const char* /*path*/)
+{
+    return false;
+}
+
+bool SystemCallHandler::answersFor(int /*descriptor*/)
+{
+    return false;
+}
+
+bool SystemCallHandler::answersForPausesAndLocks()
+{
+    return false;
+}
+
+int SystemCallHandler::open(const char* /*path*/, int /*flags*/)
+{
+    return failAsUnanswered();
+}
+
+int SystemCallHandler::ioctl(int /*descriptor*/, unsigned long /*request*/, unsigned long /*argument*/)
+{
+    return failAsUnanswered();
+}
+
+ssize_t SystemCallHandler::read(int /*descriptor*/, void* /*data*/, std::size_t /*count*/)
+{
+    return failAsUnanswered();
+}
+
+ssize_t SystemCallHandler::write(int /*descriptor*/, const void* /*data*/, std::size_t /*count*/)
+{
+    return failAsUnanswered();
+}
+
+int SystemCallHandler::close(int /*descriptor*/)
+{
+    return failAsUnanswered();
+}
+
+int SystemCallHandler::usleep(unsigned /*microseconds*/)
+{
+    return 0;
+}
+
+int SystemCallHandler::changeSemaphore(int /*delta*/)
+{
+    return 0;
+}
 
 void SystemCallHandler::install(SystemCallHandler* handler)
 {
@@ -204,3 +263,5 @@ int spelledSemop(int semaphores, sembuf* operations, std::size_t count)
 }
 
 } // extern "C"
+
+} // namespace testsupport

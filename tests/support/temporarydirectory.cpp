@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <system_error>
 
+namespace testsupport {
+
 TemporaryDirectory::TemporaryDirectory()
     : m_path((std::filesystem::temp_directory_path() / "authchipdriver-test-XXXXXX").string())
 {
@@ -17,3 +19,5 @@ TemporaryDirectory::~TemporaryDirectory()
     std::error_code ignored; // what cannot be removed stays behind: no reason to fail a test
     std::filesystem::remove_all(m_path, ignored);
 }
+
+} // namespace testsupport

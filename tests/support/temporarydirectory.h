@@ -3,6 +3,8 @@
 
 #include <string>
 
+namespace testsupport {
+
 /// A new, empty directory, removed with everything in it by the destructor.
 class TemporaryDirectory
 {
@@ -17,5 +19,7 @@ public:
 private:
     std::string m_path;
 };
+
+} // namespace testsupport
 
 #endif

@@ -5,6 +5,8 @@
 #include <new>
 #include <streambuf>
 
+namespace testsupport {
+
 /// A console that throws std::bad_alloc at the end of one of its lines, of a host that wants to hear of it; the first
 /// line is 1.
 class ThrowingConsole : private std::streambuf
@@ -38,5 +40,7 @@ private:
     std::streambuf* m_before;
     std::ios::iostate m_masked;
 };
+
+} // namespace testsupport
 
 #endif

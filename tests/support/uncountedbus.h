@@ -4,6 +4,8 @@
 #include "tests/support/allocations.h"
 #include "tests/support/fakebus.h"
 
+namespace testsupport {
+
 /// A bus whose own allocations do not count and are never refused. For programs that link allocations.cpp.
 class UncountedBus : public FakeBus
 {
@@ -46,5 +48,7 @@ public:
         return FakeBus::changeSemaphore(delta);
     }
 };
+
+} // namespace testsupport
 
 #endif

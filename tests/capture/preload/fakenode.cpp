@@ -18,6 +18,8 @@
 
 #include "tests/support/interposition.h"
 
+using namespace testsupport;
+
 namespace {
 
 constexpr char kNode[] = "/dev/i2c-9";

@@ -21,6 +21,7 @@
 
 using namespace VorelKestrel;
 using namespace VorelKestrel::Capture;
+using namespace testsupport;
 using testing::ElementsAre;
 
 namespace {

@@ -10,6 +10,7 @@
 
 using namespace VorelKestrel;
 using namespace VorelKestrel::Simulator;
+using namespace testsupport;
 
 namespace {
 

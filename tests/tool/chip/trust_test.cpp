@@ -10,6 +10,8 @@
 #include "tests/tool/chip/testpki.h"
 #include "tool/report/failure.h"
 
+using namespace testsupport;
+
 namespace {
 
 using namespace VorelKestrel::Tool;

@@ -12,6 +12,8 @@
 #include "tests/support/temporarydirectory.h"
 #include "tests/tool/lock/lockfolder.h"
 
+using namespace testsupport;
+
 namespace {
 
 using namespace VorelKestrel::Tool;

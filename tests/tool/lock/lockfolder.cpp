@@ -8,6 +8,7 @@
 #include "tool/lock/lockseed.h"
 
 using namespace VorelKestrel::Tool;
+using namespace testsupport;
 
 LockFolder::LockFolder() : m_variable("TMPDIR", m_directory.path())
 {

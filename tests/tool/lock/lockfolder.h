@@ -33,8 +33,8 @@ public:
     std::string keyFile() const;
 
 private:
-    const TemporaryDirectory m_directory;
-    const EnvironmentVariable m_variable;
+    const testsupport::TemporaryDirectory m_directory;
+    const testsupport::EnvironmentVariable m_variable;
     std::vector<int> m_seen;
 };
 

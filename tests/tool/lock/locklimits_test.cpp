@@ -29,6 +29,7 @@
 
 using namespace VorelKestrel;
 using namespace VorelKestrel::Tool;
+using namespace testsupport;
 using VorelKestrel::AL::GlobalMutex;
 
 namespace {

@@ -32,6 +32,7 @@
 #include "tool/report/failure.h"
 
 using namespace VorelKestrel::Tool;
+using namespace testsupport;
 using VorelKestrel::AL::GlobalMutex;
 
 namespace {

@@ -21,6 +21,7 @@
 
 using namespace VorelKestrel;
 using namespace VorelKestrel::Tool;
+using namespace testsupport;
 
 namespace {
 

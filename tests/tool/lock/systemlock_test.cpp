@@ -19,6 +19,7 @@
 
 using namespace VorelKestrel;
 using namespace VorelKestrel::Tool;
+using namespace testsupport;
 using VorelKestrel::AL::GlobalMutex;
 
 namespace {

@@ -63,6 +63,18 @@ std::uint32_t requireNumber(const std::string& text, std::uint32_t maximum, cons
     return *number;
 }
 
+/// The number of an error by its name.
+int requireError(const std::string& name, const std::string& option)
+{
+    constexpr int kLastError = 4095; // the kernel has no larger ones
+    for (int error = 1; error <= kLastError; ++error) {
+        const char* known = strerrorname_np(error);
+        if (known != nullptr && name == known)
+            return error;
+    }
+    throw UsageError(option + ": '" + name + "' is no error's name; EIO, ETIMEDOUT and EREMOTEIO are some");
+}
+
 /// The two sides of the first separator.
 std::pair<std::string, std::string> split(const std::string& text, char separator, const std::string& option)
 {
@@ -124,7 +136,7 @@ public:
         m_app.get_option("--certificate")->needs("--key")->excludes("--certificate-length");
         m_app.get_option("--port")->needs("--usbip")->excludes("--attach");
         m_app.get_option("--attach")->needs("--usbip");
-        for (const char* kernels : {"--device", "--bound-address"}) // choice, if it makes the node
+        for (const char* kernels : {"--device", "--bound-address", "--fault-error"}) // choice, if it makes the node
             m_app.get_option(kernels)->excludes("--usbip");
     }
 
@@ -270,17 +282,21 @@ private:
             intoRow("--fail-reads", "N", INT_MAX, "Fail the next N reads", faults.failedReads),
             intoRow("--short-reads", "N", INT_MAX, "Deliver one byte less in the next N reads", faults.shortReads),
             numberRow("--fault-register", "REGISTER", kByteMaximum,
-                      "Let the three above hit only the messages about this register",
+                      "Limit the three faults above to messages about this register",
                       [&faults](std::uint32_t reg) { faults.onlyRegister = static_cast<AL::U8>(reg); }),
+            {"--fault-error", "NAME",
+             "Error of refused messages and failed reads, as adapters differ (ENXIO; EIO for failed reads)",
+             [&faults](const std::string& text) { faults.error = requireError(text, "--fault-error"); }},
             numberRow("--wrong-status", "BYTE", kByteMaximum, "Report this status",
                       [&faults](std::uint32_t status) {
                           faults.answers[ACD::kRegisterControlAndStatus] = {static_cast<AL::U8>(status)};
                       }),
             {"--wrong-length", "REGISTER=LENGTH", "Report this length in register 0x11, 0x20 or 0x30; repeatable",
              [&faults](const std::string& text) { setWrongLength(faults, text); }},
-            {"--corrupt-signature", nullptr, "Turn a bit of every signature over",
+            {"--corrupt-signature", nullptr, "Flip a bit in every signature",
              [&faults](const std::string&) { faults.corruptSignature = true; }},
-            numberRow("--stuck-bus", "MS", kDoubleWordMaximum, "Let every message time out after so long",
+            numberRow("--stuck-bus", "MS", kDoubleWordMaximum,
+                      "Let every message time out, after this many milliseconds",
                       [&faults](std::uint32_t time) { faults.stuckTime = std::chrono::milliseconds(time); }),
         };
     }

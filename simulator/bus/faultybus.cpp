@@ -28,7 +28,7 @@ Transfer FaultyBus::write(unsigned address, const AL::U8* data, std::size_t leng
         return *stopped;
     const std::optional<AL::U8> reg = length == 0 ? m_register : data[0];
     if (hits(reg, &Faults::refusedMessages))
-        return {Outcome::Refused, 0};
+        return {Outcome::Refused, 0, faults().error};
     const Transfer transfer = m_next.write(address, data, length);
     if (transfer.outcome == Outcome::Done)
         m_register = reg;
@@ -40,9 +40,9 @@ Transfer FaultyBus::read(unsigned address, AL::U8* data, std::size_t length)
     if (const auto stopped = stuck())
         return *stopped;
     if (hits(m_register, &Faults::refusedMessages))
-        return {Outcome::Refused, 0};
+        return {Outcome::Refused, 0, faults().error};
     if (hits(m_register, &Faults::failedReads))
-        return {Outcome::Failed, 0};
+        return {Outcome::Failed, 0, faults().error};
     Transfer transfer = m_next.read(address, data, length);
     if (transfer.outcome != Outcome::Done)
         return transfer;

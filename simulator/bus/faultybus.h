@@ -12,18 +12,20 @@
 
 namespace VorelKestrel::Simulator {
 
-/// What goes wrong on the bus; nothing, as it is made. Counts go down as faults happen.
+/// Faults to inject; none by default. Each fault that happens decrements its count.
 struct Faults
 {
     int refusedMessages = 0; // not acknowledged
     int failedReads = 0;     // end in an error of the adapter
     int shortReads = 0;      // deliver one byte less than asked
-    /// The three above hit only messages about this register; none: they hit all.
+    /// The register whose messages the three above hit; empty: they hit all messages.
     std::optional<AL::U8> onlyRegister;
+    /// The errno of refused messages and failed reads, since adapters differ; 0: the usual one.
+    int error = 0;
     /// What registers answer in place of their content, in the bytes given (a wrong status, a wrong length).
     std::map<AL::U8, Bytes> answers;
-    bool corruptSignature = false; // the last byte of the response comes with a bit turned over
-    /// Set: nothing gets through, and every message times out after so long, the adapter's own timeout.
+    bool corruptSignature = false; // one bit in the last byte of the response is flipped
+    /// Set: nothing gets through, and every message times out after this time, the adapter's own timeout.
     std::optional<std::chrono::milliseconds> stuckTime;
 };
 

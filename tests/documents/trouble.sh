@@ -2,8 +2,9 @@
 # Looks every line that the library can write, every assertion, and every cause that the tool can name up in the tables
 # of the guide.
 # Usage: tests/documents/trouble.sh [PAGE]      docs/guide/7-trouble.md by default
+#        tests/documents/trouble.sh --causes    prints the causes that 'authchip doctor' can name
 set -euo pipefail
-case ${1:-} in --help) sed -n '2,4s/^# \?//p' "$0"; exit 0 ;; esac
+case ${1:-} in --help) sed -n '2,5s/^# \?//p' "$0"; exit 0 ;; esac
 cd "$(dirname "$0")/../.."
 page=${1:-docs/guide/7-trouble.md}
 
@@ -14,14 +15,22 @@ log_lines() {
 }
 assertions() { grep -hoP '^ *assert\(\K.*(?=\);)' authchipdriver/*.cpp abstractionlibrary/*.cpp; }
 
-causes() {
+causes_of_doctor() {
     grep -hoP '\{Step::\w+, \w+, "\K[^"]+' tool/chip/advice.cpp
     grep -hoP '(kNoI2cNode\[\] = |push_back\(\{|return \{\{|return \{|refused\()"\K[^"]+' tool/chip/advice.h tool/doctor/*.cpp
+    grep -hoP '^ *\{"\K[a-z ]+(?=", ")' tool/doctor/*check.cpp
     grep -hoP ', "\K[a-z ]+(?=",$)' tool/lock/conditions.cpp | grep -vx unreadable # a condition, not a cause
+}
+causes() {
+    causes_of_doctor
     tr '\n' ' ' <tool/chip/trust.cpp | grep -oP '(X509_V_ERR_\w+, k\w+, +|Result::Failed, +)"\K[^"]+'
     grep -hoP 'Result::Failed, "\K[^"]+' tool/commands/verdict.cpp
 }
 
+if [ "${1:-}" = --causes ]; then
+    causes_of_doctor | LC_ALL=C sort -u
+    exit
+fi
 found=$({ log_lines; assertions; causes; } | LC_ALL=C sort -u)
 [ "$(wc -l <<<"$found")" -ge 90 ] || { echo "only these were found in the sources: $found" >&2; exit 1; }
 status=0

@@ -65,6 +65,21 @@ TEST_F(FaultyBusTest, FailsTheNextReadsAndNoWrites)
     EXPECT_EQ("write 2a 00; write 2a 00; write 2a 00; read 2a 1", m_next.conversation());
 }
 
+TEST_F(FaultyBusTest, ReportsTheErrorOfAnotherAdapter)
+{
+    Faults faults;
+    faults.refusedMessages = 2;
+    faults.failedReads = 1;
+    faults.error = EREMOTEIO;
+    m_bus.inject(faults);
+
+    const AL::U8 reg = 0x10;
+    EXPECT_EQ(-EREMOTEIO, resultOf(m_bus.write(kAddress, &reg, 1)));
+    EXPECT_EQ(-EREMOTEIO, resultOf(m_bus.read(kAddress, m_read.data(), 0)));
+    EXPECT_EQ(-EREMOTEIO, resultOf(m_bus.read(kAddress, m_read.data(), 0)));
+    EXPECT_EQ(1, resultOf(m_bus.write(kAddress, &reg, 1)));
+}
+
 TEST_F(FaultyBusTest, DeliversOneByteLessInTheNextReads)
 {
     Faults faults;

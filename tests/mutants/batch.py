@@ -1,13 +1,13 @@
-"""Many mutants in one library: each function holds its own body and a changed copy for each of its mutants, and a
-number in the library's data says which one runs. So a mutant costs a few milliseconds of the compiler's time."""
+"""Many mutants in one library or program: each function holds its own body and a changed copy for each of its mutants, and a
+number in the product's data says which one runs. So a mutant costs a few milliseconds of the compiler's time."""
 import re
 import subprocess
 
 from syntax import Span, body_of
-from workshop import LIBRARY, run
+from workshop import run
 
 SIZE = 150
-CHOICE = 0x6d757461  # where the library keeps the number of the active mutant, before it is set
+CHOICE = 0x6d757461  # where the product keeps the number of the active mutant, before it is set
 SELECTOR = 'extern "C" __attribute__((visibility("hidden"))) int mutants_active = %d;\n' % CHOICE
 
 
@@ -62,13 +62,13 @@ def merged(members, checked):
 
 
 class Batch:
-    """A library with the mutants of a group in it; those that the compiler refuses are left out."""
+    """A product with the mutants of a group in it; those that the compiler refuses are left out."""
 
     def __init__(self, workshop, members):
         self.workshop = workshop
         self.source = members[0][0].source
         self.members, self.refused = self._accepted(members)
-        self.image = self._link() if self.members else None
+        self.images = self._link() if self.members else {}  # file -> its bytes, and where in them the choice is
 
     def _accepted(self, members):
         refused = []
@@ -103,19 +103,21 @@ class Batch:
         selector.write_text(SELECTOR)
         chooses = self.workshop.folder / "selector.o"
         run(["g++", "-fPIC", "-c", str(selector), "-o", str(chooses)])
-        library = self.workshop.link({self.source.name: compiled}, [chooses]) / LIBRARY
-        image = bytearray(library.read_bytes())
-        self.place = image.find(CHOICE.to_bytes(4, "little"))
-        return image
+        folder = self.workshop.link({self.source.name: compiled}, [chooses])
+        images = {}
+        for name in self.workshop.recipe.outputs.values():
+            image = bytearray((folder / name).read_bytes())
+            images[folder / name] = image, image.find(CHOICE.to_bytes(4, "little"))
+        return images
 
     def activate(self, number):
-        """Makes the library one of the NUMBERth member; returns its folder."""
-        self.image[self.place:self.place + 4] = number.to_bytes(4, "little")
-        folder = self.workshop.folder / "library"
-        (folder / LIBRARY).unlink()
-        (folder / LIBRARY).write_bytes(self.image)
-        (folder / LIBRARY).chmod(0o755)
-        return folder
+        """Makes the product one of the NUMBERth member; returns its folder."""
+        for file, (image, place) in self.images.items():
+            image[place:place + 4] = number.to_bytes(4, "little")
+            file.unlink()
+            file.write_bytes(image)
+            file.chmod(0o755)
+        return self.workshop.folder / "product"
 
     def _options(self):
         self.workshop.bench.unchanged(self.source.name, "-O0")

@@ -10,6 +10,7 @@ import sys
 import tempfile
 import threading
 import time
+import zlib
 from collections import namedtuple
 from pathlib import Path
 
@@ -20,14 +21,17 @@ import syntax
 from batch import Batch, batches
 from further import Further
 from operators import OPERATORS, mutants_of
+from products import LIBRARY, PROGRAMS
 from results import Results
 from reviewed import Reviewed, identities
-from workshop import FOLDERS, Bench, Recipe, Workshop, digest, users_of
+from workshop import Bench, Recipe, Workshop, digest, users_of
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 BUILD = ROOT / "build" / "dev"
 KEPT = ROOT / "build" / "mutants"  # from run to run
 
+ENOUGH_OF_PROGRAMS = 0.95  # of their mutants; of the library's, all are to be noticed
+INTERRUPTED = 130
 TESTS_BEFORE_COMPARING = 15  # then it pays to see first whether the machine code is another
 
 Verdict = namedtuple("Verdict", "outcome by")  # outcome: refused, same, noticed or unnoticed
@@ -46,6 +50,8 @@ def options_of(arguments):
     parser.add_argument("--operator", action="append", default=[], choices=OPERATORS)
     parser.add_argument("--function", action="append", default=[])
     parser.add_argument("--again", action="store_true")
+    parser.add_argument("--programs", action="store_true")
+    parser.add_argument("--every", type=int, default=1)
     parser.add_argument("--list", action="store_true")
     parser.add_argument("--list-operators", action="store_true")
     parser.add_argument("--further", action="store_true")
@@ -58,16 +64,21 @@ def options_of(arguments):
     options = parser.parse_args(arguments)
     if options.line and not re.fullmatch(r"\d+(-\d+)?", options.line):
         parser.error("--line takes a number or a range, not '%s'" % options.line)
+    if options.programs and not options.list and os.geteuid() != 0:
+        parser.error("--programs needs root: it shows the changed programs to each test in the place of the built ones")
+    if options.every < 1:
+        parser.error("--every takes a number from 1 on, not '%d'" % options.every)
     return options
 
 
 # Choosing.
 
 def all_mutants(recipe):
-    """Every mutant of the library's sources and headers, file by file."""
+    """Every mutant of a product's sources, and of the library's headers, file by file."""
     units, found = {}, []
-    for part in FOLDERS:
-        for path in sorted((ROOT / part).glob("*.cpp")) + sorted((ROOT / part).glob("*.h")):
+    for pattern in recipe.product.sources:
+        headers = sorted(ROOT.glob(pattern + ".h")) if recipe.product.headers else []
+        for path in sorted(ROOT.glob(pattern + ".cpp")) + headers:
             name = str(path.relative_to(ROOT))
             users = users_of(recipe, name)
             if not users:
@@ -78,14 +89,16 @@ def all_mutants(recipe):
     return found
 
 
-def chosen(mutants, options, names, results):
-    lines = changed_lines(options.changed) if options.changed is not None else None
+def chosen(recipe, mutants, options, names, results):
+    lines = changed_lines(options.changed, recipe) if options.changed is not None else None
     first, last = None, None
     if options.line:
         first, _, last = options.line.partition("-")
         first, last = int(first), int(last or first)
     for mutant in mutants:
         name = mutant.source.name
+        if zlib.crc32(names[mutant].encode()) % options.every != 0:
+            continue
         if options.file and not any(text in name for text in options.file):
             continue
         if options.function and not any(text in mutant.function for text in options.function):
@@ -102,7 +115,7 @@ def chosen(mutants, options, names, results):
         yield mutant
 
 
-def changed_lines(base):
+def changed_lines(base, recipe):
     """File -> the lines that differ from a base."""
     for candidate in [base] if base else ["origin/main", "main"]:
         known = subprocess.run(["git", "-C", str(ROOT), "merge-base", candidate, "HEAD"], capture_output=True, text=True)
@@ -110,7 +123,8 @@ def changed_lines(base):
             break
     else:
         refuse("git does not know '%s'; name the base after --changed" % (base or "main"))
-    difference = subprocess.run(["git", "-C", str(ROOT), "diff", "-U0", known.stdout.strip(), "--", *FOLDERS],
+    difference = subprocess.run(["git", "-C", str(ROOT), "diff", "-U0", known.stdout.strip(), "--",
+                                 *sorted({pattern.split("/")[0] for pattern in recipe.product.sources})],
                                 capture_output=True, text=True, check=True).stdout
     lines, name = {}, None
     for line in difference.splitlines():
@@ -129,7 +143,7 @@ class Run:
         self.recipe = recipe
         self.options = options
         self.bench = Bench(recipe, scratch / "bench")
-        self.tests = judge.Tests(ROOT, BUILD, recipe.library, "dev")
+        self.tests = judge.Tests(ROOT, BUILD, recipe, "dev")
         self.workshops = []
         for number in range(options.jobs):
             folder = scratch / ("w%d" % number)
@@ -139,10 +153,10 @@ class Run:
         self.lock = threading.Lock()
 
     def prepare(self):
-        """Runs the tests on the unchanged library; returns those that fail."""
+        """Runs the tests on the unchanged product; returns those that fail."""
         found, failed = reach.survey(self.workshops[0], self.tests, ROOT / "tests" / "mutants" / "reach.cpp",
-                                     KEPT / "reach.json", self.options.jobs,
-                                     lambda done, of: progress(self.options, "Tests on the unchanged library", done, of))
+                                     KEPT / ("reach-%s.json" % self.recipe.product.name), self.options.jobs,
+                                     lambda done, of: progress(self.options, "Tests on what is unchanged", done, of))
         self.tests.judges = [test for test in self.tests.judges if test.name not in failed]
         self.order = judge.Order(self.tests, found)
         return failed
@@ -275,6 +289,11 @@ class Report:
         return [mutant for mutant, verdict in self.verdicts.items()
                 if verdict.outcome == "unnoticed" and self.names[mutant] not in self.reviewed.entries]
 
+    def share(self):
+        """The part that is noticed of what can be noticed."""
+        noticed, survivors = self.count("noticed"), len(self.survivors())
+        return noticed / (noticed + survivors) if survivors else 1.0
+
     def count(self, outcome):
         return sum(verdict.outcome == outcome for verdict in self.verdicts.values())
 
@@ -308,60 +327,96 @@ def main():
     if not options.no_build:
         subprocess.run([str(ROOT / "scripts" / "build"), "--progress" if options.progress else "--no-progress"],
                        check=True)
-    recipe = Recipe(ROOT, BUILD)
-    every = all_mutants(recipe)
-    names = identities(every)
-    reviewed = Reviewed(ROOT / "tests" / "mutants" / "unobservable.txt")
-    gone = [name for name in reviewed.entries if name not in names.values()]
-    for name in gone:
-        print("scripts/mutate: %s names no mutant: %s" % (reviewed.path.name, name), file=sys.stderr)
+    products = PROGRAMS if options.programs else (LIBRARY,)
     results = Results(KEPT / "results.json")
-    mutants = list(chosen(every, options, names, results))
-    if options.list:
-        for mutant in mutants:
-            print(described(mutant, names[mutant]))
-        return 1 if gone else 0
     if options.page:
-        return write_page(every, names, reviewed, results)
-    if not mutants:
+        return write_page([Mutants(product, results) for product in (LIBRARY, *PROGRAMS)], results)
+    status, some = 0, False
+    for product in products:
+        mutants = Mutants(product, results)
+        status = mutants.complain_of_entries() or status
+        mutants.choose(options)
+        some = some or mutants.chosen
+        if options.list:
+            for mutant in mutants.chosen:
+                print(described(mutant, mutants.names[mutant]))
+        elif mutants.chosen:
+            status = judged(options, mutants, results) or status
+            if status == INTERRUPTED:
+                break
+    if not some:
         print("no mutant" + (" in the lines that differ" if options.changed is not None else " is so described"),
               file=sys.stderr)
+    return status
+
+
+class Mutants:
+    """The mutants of a product, by name, and the reviewed ones among them."""
+
+    def __init__(self, product, results):
+        self.product = product
+        self.results = results
+        self.recipe = Recipe(ROOT, BUILD, product)
+        self.every = all_mutants(self.recipe)
+        self.names = identities(self.every)
+        self.reviewed = Reviewed(ROOT / "tests" / "mutants" / "unobservable.txt")
+        self.chosen = []
+
+    def choose(self, options):
+        self.chosen = list(chosen(self.recipe, self.every, options, self.names, self.results))
+
+    def complain_of_entries(self):
+        """Status 1 if an entry of the reviewed list names a file of this product and no mutant of it."""
+        gone = [name for name in self.reviewed.entries
+                if self.recipe.changes(Path(name.split("  ")[0])) and name not in self.names.values()]
+        for name in gone:
+            print("scripts/mutate: %s names no mutant: %s" % (self.reviewed.path.name, name), file=sys.stderr)
         return 1 if gone else 0
-    return judged(options, recipe, mutants, names, reviewed, results) or (1 if gone else 0)
+
+    def verdicts(self):
+        """(mutant, name, outcome) for all that have been made since their source changed, and those that have not."""
+        known = [(mutant, name, (self.results.of(mutant, name) or (None,))[0]) for mutant, name in self.names.items()]
+        missing = [mutant for mutant, _, outcome in known if outcome is None]
+        return [entry for entry in known if entry[2] is not None], missing
 
 
-def write_page(every, names, reviewed, results):
-    verdicts = [(mutant, names[mutant], (results.of(mutant, names[mutant]) or (None,))[0]) for mutant in every]
-    missing = [mutant for mutant, _, outcome in verdicts if outcome is None]
-    if missing:
-        print("scripts/mutate: %d mutants have not been made since their source changed, for example in %s line %d; "
-              "make them with --again" % (len(missing), missing[0].source.name, missing[0].line), file=sys.stderr)
-        return 1
-    (ROOT / "docs" / "mutants.md").write_text(page.written(verdicts, reviewed.entries))
+def write_page(products, results):
+    sections = []
+    for mutants in products:
+        verdicts, missing = mutants.verdicts()
+        if missing and (mutants.product is LIBRARY or not verdicts):
+            print("scripts/mutate: %d mutants of %s have not been made since their source changed, for example in %s "
+                  "line %d; make them with --again" % (len(missing), mutants.product.name, missing[0].source.name,
+                                                       missing[0].line), file=sys.stderr)
+            return 1
+        sections.append(page.Section(mutants.product, verdicts, len(missing), mutants.reviewed.entries))
+    (ROOT / "docs" / "mutants.md").write_text(page.written(sections))
     return 0
 
 
-def judged(options, recipe, mutants, names, reviewed, results):
+def judged(options, mutants, results):
     judge.without_core_files()
     signal.signal(signal.SIGTERM, signal.default_int_handler)
     scratch = Path(tempfile.mkdtemp(prefix="mutate-"))
     scratch.chmod(0o755)  # some tests become another user
     try:
-        run = Run(recipe, options, scratch)
+        run = Run(mutants.recipe, options, scratch)
         failed = run.prepare()
         for name in failed:
-            print("scripts/mutate: fails on the unchanged library and is left out: " + name, file=sys.stderr)
-        report = Report(options, {mutant: names[mutant] for mutant in mutants}, reviewed, results)
+            print("scripts/mutate: fails without a change and is left out: " + name, file=sys.stderr)
+        report = Report(options, {mutant: mutants.names[mutant] for mutant in mutants.chosen}, mutants.reviewed, results)
         try:
-            run.judge_all(mutants, report)
+            run.judge_all(mutants.chosen, report)
         finally:
             results.write()
         lines, survivors = report.summary()
-        print("\n".join(lines))
+        print("\n".join([mutants.product.title, *lines]))
+        if mutants.product is not LIBRARY:
+            return 0 if report.share() >= ENOUGH_OF_PROGRAMS and not failed else 1
         if options.further:
             look_further(run, survivors, report, scratch)
         return 1 if survivors or len(lines) > 1 or failed else 0
     except KeyboardInterrupt:
-        return 130
+        return INTERRUPTED
     finally:
         shutil.rmtree(scratch, ignore_errors=True)

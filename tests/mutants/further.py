@@ -22,7 +22,7 @@ class Build:
     def __init__(self, root, preset, optimisation, scratch):
         self.build = root / "build" / preset
         self.recipe = Recipe(root, self.build)
-        self.tests = Tests(root, self.build, self.recipe.library, preset)
+        self.tests = Tests(root, self.build, self.recipe, preset)
         self.variables = environment_of(root, preset)
         self.optimisation = optimisation
         folder = scratch / ("further-" + preset)

@@ -1,4 +1,4 @@
-"""The tests that can notice a change of the library, and running them until one does."""
+"""The tests that can notice a change of a product, and running them until one does."""
 import json
 import os
 import re
@@ -9,7 +9,8 @@ import time
 from collections import Counter
 from pathlib import Path
 
-FOLDERS = ("abstractionlibrary", "authchipdriver", "binaryinterface", "exclusion", "loading")  # of tests/
+from products import LIBRARY
+
 # What looks at the headers or at the shared object as a file, and not at what it does.
 NOT_JUDGES = re.compile(r"^Instructions|EachHeaderCompiles|TheSharedObjectIsSmall|NoSpellingOf")
 SECONDS_MORE = 4
@@ -29,27 +30,24 @@ class Test:
 
 
 class Tests:
-    """The suite as ctest knows it, and how to run one test of it against another library."""
+    """The suite as ctest knows it, and how to run one test of it against another product."""
 
-    def __init__(self, root, build, library, preset):
+    def __init__(self, root, build, recipe, preset):
         shown = subprocess.run(["ctest", "--preset", preset, "--show-only=json-v1"], cwd=root, check=True,
                                capture_output=True, text=True).stdout
         every = [Test(entry) for entry in json.loads(shown)["tests"] if "command" in entry]
-        self.library = str(build / library)
+        self.files = {str(build / original): name for original, name in recipe.outputs.items()}
+        self.is_library = recipe.product is LIBRARY
         self.running = set()
         self.ended = False
-        inside = [str(build / "tests" / folder) for folder in FOLDERS]
+        inside = [str(build / "tests" / folder) for folder in recipe.product.tests]
         self.judges = [test for test in every if test.folder in inside and not NOT_JUDGES.search(test.name)]
         self.campaign = [test for test in every if test.folder == str(build / "tests" / "campaign")]
         self.instructions = [test for test in every if test.name.startswith("Instructions")]
 
-    def passes(self, test, library, temporary, limit=None, more=()):
-        """None if the test passes, otherwise why not."""
-        launcher, *command = [str(Path(library) / "libauthchipdriver.so.1") if word == self.library else word
-                              for word in test.command]
-        options = [word for word in command[:1] if word.startswith("--")]  # the launcher's own come before the environment
-        with subprocess.Popen([launcher, *options, "LD_LIBRARY_PATH=%s" % library, *more, *command[len(options):]],
-                              cwd=test.folder,
+    def passes(self, test, folder, temporary, limit=None, more=()):
+        """None if the test passes with the product in a folder, otherwise why not."""
+        with subprocess.Popen(self._command(test, folder, more), cwd=test.folder,
                               start_new_session=True, env={**os.environ, "TMPDIR": str(temporary)},
                               stdin=subprocess.DEVNULL,
                               stdout=subprocess.PIPE if test.expected else subprocess.DEVNULL,
@@ -68,6 +66,22 @@ class Tests:
             text = output.decode(errors="replace")
             return None if any(expected.search(text) for expected in test.expected) else "failed"
         return None if process.returncode in (0, test.skipped) else "failed"
+
+    def _command(self, test, folder, more):
+        # A program of the tool or of the simulator looks for others beside it, so it stays where it is built.
+        moved = [word for word in test.command if word in self.files and (self.is_library or "/tests/" in word)]
+        launcher, *command = [str(Path(folder) / self.files[word]) if word in moved else word for word in test.command]
+        options = [word for word in command[:1] if word.startswith("--")]  # the launcher's own come before the environment
+        command = command[len(options):]
+        if self.is_library:
+            return [launcher, *options, "LD_LIBRARY_PATH=%s" % folder, *more, *command]
+        if moved:
+            return [launcher, *options, *more, *command]
+        # What calls the programs where they are built finds the changed ones there.
+        variables = [word for word in command if re.match(r"[A-Z_]+=", word)]
+        mounts = ["mount --bind %s %s" % (Path(folder) / name, original) for original, name in self.files.items()]
+        return [launcher, *options, *more, *variables, "unshare", "--mount", "sh", "-c",
+                " && ".join([*mounts, 'exec "$@"']), "sh", *command[len(variables):]]
 
     def end_all(self):
         """Ends the tests that run, when the user ends the command."""

@@ -469,7 +469,7 @@ def guard(site):
             continue
         span = site.span(node)
         type_text = site.source.at(Span(span.start, node.location.offset)).strip()
-        if type_text.endswith("&"):
+        if not type_text or type_text.endswith("&"):  # none stands there for what a lambda captures
             continue
         value = site.source.at(Span(node.location.offset + len(node.spelling), span.end)).strip()
         if value.startswith("="):

@@ -1,4 +1,4 @@
-"""Builds the library again and again with one source changed, beside the build folder and never in it."""
+"""Builds a product again and again with one source changed, beside the build folder and never in it."""
 import hashlib
 import json
 import re
@@ -6,10 +6,11 @@ import shlex
 import shutil
 import subprocess
 import threading
+from fnmatch import fnmatch
 from pathlib import Path
 
-FOLDERS = ("authchipdriver", "abstractionlibrary")
-LIBRARY = "libauthchipdriver.so.1"
+from products import FOLDERS, LIBRARY
+
 CHOICE = 'extern "C" __attribute__((visibility("hidden"))) int mutants_active;\n'  # see batch.py
 INCLUDE = r'^#include [<"](.*)[>"]'
 
@@ -19,20 +20,30 @@ def run(command, **options):
 
 
 class Recipe:
-    """How the build folder compiles the library's sources and links them."""
+    """How the build folder compiles a product's sources and links them."""
 
-    def __init__(self, root, build):
+    def __init__(self, root, build, product=LIBRARY):
         self.root = root
         self.build = build
+        self.product = product
         self.sources = {}  # name -> compiler with its options, but for optimisation, warnings and debug information
         for entry in json.loads((build / "compile_commands.json").read_text()):
             source = Path(entry["file"])
-            if source.is_relative_to(root) and source.relative_to(root).parts[0] in FOLDERS:
+            if source.is_relative_to(root) and self.changes(source.relative_to(root)):
                 self.sources[str(source.relative_to(root))] = self._options(shlex.split(entry["command"]), source)
-        commands = run(["ninja", "-C", str(build), "-t", "commands", "authchipdriver/all"]).splitlines()
-        link = next(line for line in commands if "-soname" in line)
-        self.link = [word for word in shlex.split(link.replace(":", "", 1).split("&&")[1]) if word != "-g"]
-        self.library = next(word for word in self.link if re.match(r"[^-].*libauthchipdriver\.so[.\d]*$", word))
+        self.links = [self._link(target, mark) for target, mark in product.files.items()]
+        self.outputs = {}  # what the build calls a file of the product -> what it is called beside it
+        for link in self.links:
+            output = link[link.index("-o") + 1]
+            self.outputs[output] = "libauthchipdriver.so.1" if product is LIBRARY else Path(output).name
+
+    def _link(self, target, mark):
+        commands = run(["ninja", "-C", str(self.build), "-t", "commands", target]).splitlines()
+        link = next(line for line in commands if mark in line)
+        return [word for word in shlex.split(link.replace(":", "", 1).split("&&")[1]) if word != "-g"]
+
+    def changes(self, path):
+        return any(fnmatch(str(path), pattern) for pattern in self.product.sources)
 
     def _options(self, words, source):
         kept, skip = [], False
@@ -85,7 +96,7 @@ class Bench:
 
 
 class Workshop:
-    """A copy of the library's sources, of which one is changed at a time."""
+    """A copy of the sources, of which one is changed at a time."""
 
     def __init__(self, recipe, bench, folder):
         self.recipe = recipe
@@ -125,20 +136,34 @@ class Workshop:
             path.write_bytes(mutant.source.text)
         return objects
 
-    def link(self, changed, more=()):
-        """Links the library of the build folder's objects but for those changed; returns its folder."""
-        folder = self.folder / "library"
+    def original(self):
+        """A folder with the product as it is built, by the names that link() gives."""
+        folder = self.folder / "original"
         folder.mkdir(exist_ok=True)
+        for output, name in self.recipe.outputs.items():
+            shutil.copy(self.recipe.build / output, folder / name)
+        return folder
+
+    def link(self, changed, more=()):
+        """Links the product of the build folder's objects but for those changed; returns its folder."""
+        folder = self.folder / "product"
+        folder.mkdir(exist_ok=True)
+        for link in self.recipe.links:
+            self._link(link, changed, more, folder)
+        return folder
+
+    def _link(self, link, changed, more, folder):
         words = []
-        for word in self.recipe.link:
+        for word in link:
             match = re.search(r"(\w+)/CMakeFiles/\w+\.dir/(\w+\.cpp)\.o$", word)
             if match:
                 word = str(changed.get("/".join(match.groups()), word))
-            elif word == self.recipe.library:
-                word = str(folder / LIBRARY)
+            elif word in self.recipe.outputs:
+                word = str(folder / self.recipe.outputs[word])
             words.append(word)
-        run([*words, *self.bench.linker, *map(str, more)], cwd=self.recipe.build)
-        return folder
+        # In front of all archives: what a program has in its own objects it does not take from these.
+        first = [str(compiled) for compiled in (*changed.values(), *more) if str(compiled) not in words]
+        run([words[0], *first, *words[1:], *self.bench.linker], cwd=self.recipe.build)
 
 
 def system_headers(root, name, seen):

@@ -1,7 +1,7 @@
 // Linked into the product that scripts/mutate builds to see which functions a test reaches: the compiler has every
-// function call in here, and the place of each is marked in a file that all processes of the test share, one file for the
-// library (MUTANTS_LIBRARY is its name) and one for each program. The test may fake what the C library defines, so this
-// calls the system directly; a test that dies has marked all the same.
+// function call in here, and the place of each is marked in a file that all processes of the test share, one file for
+// the library (MUTANTS_LIBRARY is its name) and one for each program. The test may fake what the C library defines, so
+// this calls the system directly; a test that dies has marked all the same.
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>

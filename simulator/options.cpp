@@ -29,7 +29,8 @@ constexpr const char* kDescription =
 constexpr const char* kUsage = "Usage: authchip-sim [OPTIONS] -- PROGRAM [ARGS...]\n"
                                "       authchip-sim --usbip [OPTIONS] [-- PROGRAM [ARGS...]]\n";
 constexpr const char* kFooter = R"(Numbers may be written in decimal or, with 0x before them, in hexadecimal.
-Without --key the chip gets a new key, without --certificate a self-signed certificate.
+Without --key the chip gets a new key, without --certificate and --issuer a self-signed
+certificate.
 PROGRAM has to be dynamically linked and not set-user-ID, since libraries are preloaded
 into it. It opens the node itself: a descriptor does not survive exec, nor dup, nor use
 by two processes at the same time. The node is there for as long as PROGRAM runs.
@@ -104,6 +105,18 @@ public:
     }
 };
 
+std::string kindsOfCounterfeit()
+{
+    constexpr std::size_t kWidth = 21;
+    std::string text = "Kinds of counterfeit:\n";
+    for (const Counterfeit& each : counterfeits()) {
+        std::string name = each.name;
+        name.resize(kWidth, ' ');
+        text += "  " + name + each.what + "\n";
+    }
+    return text + "\n";
+}
+
 /// One row of the tables below.
 struct OptionRow
 {
@@ -119,21 +132,25 @@ public:
     Parser() : m_app(kDescription)
     {
         m_app.formatter(std::make_shared<HelpFormatter>());
-        m_app.footer(kFooter);
+        m_app.footer(kindsOfCounterfeit() + kFooter);
         m_app.set_help_flag("-h,--help", "This text");
         add("The node and the bus", nodeRows());
         add("A USB device in place of the simulated node", usbIpRows());
         add("A capture in place of the simulated chip", replayRows());
         add("The chip", chipRows());
+        add("Who issued its certificate", issuerRows());
         add("Faults", faultRows());
         m_app.get_option("--replay-loosely")->needs("--replay");
-        for (const auto& rows : {chipRows(), faultRows()}) {
+        for (const auto& rows : {chipRows(), issuerRows(), faultRows()}) {
             for (const OptionRow& row : rows)
                 m_app.get_option("--replay")->excludes(row.name);
         }
         for (const char* chips : {"--address", "--bound-address", "--bus-hz"})
             m_app.get_option("--replay")->excludes(chips);
         m_app.get_option("--certificate")->needs("--key")->excludes("--certificate-length");
+        m_app.get_option("--issuer")->needs("--issuer-key")->excludes("--certificate");
+        m_app.get_option("--issuer-key")->needs("--issuer");
+        m_app.get_option("--counterfeit")->needs("--issuer")->excludes("--certificate-length");
         m_app.get_option("--port")->needs("--usbip")->excludes("--attach");
         m_app.get_option("--attach")->needs("--usbip");
         for (const char* kernels : {"--device", "--bound-address", "--fault-error"}) // choice, if it makes the node
@@ -274,6 +291,17 @@ private:
         };
     }
 
+    std::vector<OptionRow> issuerRows()
+    {
+        return {
+            textRow("--issuer", "FILE", "Certificate of the issuer, PEM or DER; in place of a self-signed certificate",
+                    m_options.issuerFile),
+            textRow("--issuer-key", "FILE", "Private key of the issuer, PEM or DER", m_options.issuerKeyFile),
+            {"--counterfeit", "KIND", "Be no genuine chip of this issuer; the kinds are below",
+             [this](const std::string& name) { setCounterfeit(m_options, name); }},
+        };
+    }
+
     std::vector<OptionRow> faultRows()
     {
         Faults& faults = m_options.simulation.faults;
@@ -306,6 +334,13 @@ private:
         if (!isPlainDevicePath(path))
             throw UsageError("--device: '" + path + "' is not the plain path of something below /dev");
         options.device = path;
+    }
+
+    static void setCounterfeit(Options& options, const std::string& name)
+    {
+        options.counterfeit = findCounterfeit(name);
+        if (options.counterfeit == nullptr)
+            throw UsageError("--counterfeit: '" + name + "' is no kind of counterfeit");
     }
 
     static void setProtocol(ChipSettings& chip, const std::string& text)

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "simulator/chip/counterfeits.h"
 #include "simulator/simulation.h"
 #include "simulator/usb/usbipserver.h"
 
@@ -20,12 +21,15 @@ struct Options
     std::string keyFile;               // empty: a new key
     std::string certificateFile;       // empty: a self-signed certificate
     std::size_t certificateLength = 0; // 0: as it comes
-    std::string logFile;               // empty: no log
-    std::string captureFile;           // empty: no capture
-    std::string replayFile;            // empty: a simulated chip
-    bool replayLoosely = false;        // by register
-    bool usbIp = false;                // a USB device in place of the umockdev node
-    bool attach = false;               // to the kernel of this machine
+    std::string issuerFile;            // of the certificate's issuer; empty: self-signed
+    std::string issuerKeyFile;
+    const Counterfeit* counterfeit = nullptr; // null: an honest chip
+    std::string logFile;                      // empty: no log
+    std::string captureFile;                  // empty: no capture
+    std::string replayFile;                   // empty: a simulated chip
+    bool replayLoosely = false;               // by register
+    bool usbIp = false;                       // a USB device in place of the umockdev node
+    bool attach = false;                      // to the kernel of this machine
     AL::U16 usbIpPort = UsbIpServer::kDefaultPort;
     std::vector<std::string> command; // empty only with usbIp or if help was asked for
     std::string help;                 // not empty: to be printed, and nothing else done

@@ -12,13 +12,17 @@
 namespace VorelKestrel::Simulator {
 namespace {
 
-std::shared_ptr<const Credentials> credentialsFor(const Options& options)
+Credentials makeCredentials(const Options& options)
 {
     const Generation& generation = generationOf(options.simulation.chip.deviceVersion);
-    return std::make_shared<const Credentials>(
-        options.keyFile.empty()
-            ? Credentials::generate(generation, options.certificateLength)
-            : Credentials::load(generation, options.keyFile, options.certificateFile, options.certificateLength));
+    if (options.issuerFile.empty())
+        return options.keyFile.empty()
+                   ? Credentials::generate(generation, options.certificateLength)
+                   : Credentials::load(generation, options.keyFile, options.certificateFile, options.certificateLength);
+    const Issuer issuer = readIssuer(options.issuerFile, options.issuerKeyFile);
+    const Key key = options.keyFile.empty() ? newKey(generation) : readKeyOf(generation, options.keyFile);
+    return options.counterfeit == nullptr ? Credentials::issue(generation, key, &issuer, options.certificateLength)
+                                          : options.counterfeit->make({generation, key, issuer});
 }
 
 Capture::Recording load(const std::string& path)
@@ -60,7 +64,7 @@ ServedBus::ServedBus(const Options& options, ReplayedBus::Report report)
 
 void ServedBus::startChip(const Options& options)
 {
-    m_simulation.emplace(options.simulation, credentialsFor(options), m_clock);
+    m_simulation.emplace(options.simulation, std::make_shared<const Credentials>(makeCredentials(options)), m_clock);
     m_bus = &m_simulation->bus();
 }
 

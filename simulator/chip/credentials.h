@@ -2,27 +2,20 @@
 #define SIMULATOR_CHIP_CREDENTIALS_H
 
 #include <cstddef>
-#include <memory>
-#include <stdexcept>
+#include <functional>
 #include <string>
 
-#include <openssl/evp.h>
-
 #include "common/bytes.h"
-#include "common/opensslpointer.h"
+#include "simulator/chip/certificates.h"
+#include "simulator/chip/credentialserror.h"
 #include "simulator/chip/generation.h"
+#include "simulator/chip/keys.h"
 
 namespace VorelKestrel::Simulator {
 
-/// A key or a certificate that cannot be made, read or used; what() says which and why.
-class CredentialsError : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
-
 /**
- * The private key of a chip, and its certificate: X.509 in a DER PKCS #7 container that holds certificates only.
+ * What a chip proves itself with: a way to sign, and a certificate, X.509 in a DER PKCS #7 container that holds
+ * certificates only.
  *
  * Threads:   const operations may be called from any thread.
  * Errors:    CredentialsError is thrown.
@@ -30,6 +23,12 @@ public:
 class Credentials
 {
 public:
+    /// The answer to a challenge.
+    using Signer = std::function<Bytes(const Bytes& challenge)>;
+
+    /// The signer may be called from any thread.
+    Credentials(const Generation& generation, Bytes certificate, Signer signer);
+
     /// A new key with a self-signed certificate. The container has @p certificateLength bytes; 0 leaves its length
     /// open.
     static Credentials generate(const Generation& generation, std::size_t certificateLength = 0);
@@ -42,22 +41,27 @@ public:
     static Credentials load(const Generation& generation, const std::string& keyFile,
                             const std::string& certificateFile, std::size_t certificateLength = 0);
 
+    /// A certificate for the key of a chip. @p issuer null: a self-signed one.
+    static Credentials issue(const Generation& generation, const Key& key, const Issuer* issuer,
+                             std::size_t certificateLength = 0);
+
     /// Signs a challenge of the generation's length as the digest that it is. The result is as long as its response.
-    Bytes sign(const Bytes& challenge) const;
+    Bytes sign(const Bytes& challenge) const { return m_signer(challenge); }
 
     /// The DER PKCS #7 container.
     const Bytes& certificate() const { return m_certificate; }
     const Generation& generation() const { return *m_generation; }
 
 private:
-    using Key = OpensslPointer<EVP_PKEY, EVP_PKEY_free>;
-
-    Credentials(const Generation& generation, Key key, Bytes certificate);
-
     const Generation* m_generation; // never null
-    Key m_key;
     Bytes m_certificate;
+    Signer m_signer;
 };
+
+/// A chip's way to sign with a key.
+Credentials::Signer signerWith(const Generation& generation, const Key& key);
+/// The key in a file. Throws CredentialsError if it is not of the generation's kind.
+Key readKeyOf(const Generation& generation, const std::string& keyFile);
 
 } // namespace VorelKestrel::Simulator
 

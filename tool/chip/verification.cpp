@@ -1,11 +1,14 @@
 #include "tool/chip/verification.h"
 
+#include <algorithm>
 #include <new>
 
 #include <openssl/bn.h>
+#include <openssl/core_names.h>
 #include <openssl/ec.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
+#include <openssl/objects.h>
 #include <openssl/rsa.h>
 
 #include "common/opensslpointer.h"
@@ -16,7 +19,11 @@ namespace {
 
 using ContextPointer = OpensslPointer<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
 using DigestPointer = OpensslPointer<EVP_MD, EVP_MD_free>;
+using GroupPointer = OpensslPointer<EC_GROUP, EC_GROUP_free>;
+using NumberPointer = OpensslPointer<BIGNUM, BN_free>;
 using EcdsaPointer = OpensslPointer<ECDSA_SIG, ECDSA_SIG_free>;
+
+constexpr char kWrongSignature[] = "wrong signature";
 
 bool hasGroup(EVP_PKEY* key, const char* group)
 {
@@ -27,6 +34,7 @@ bool hasGroup(EVP_PKEY* key, const char* group)
 bool isKeyOf(const Generation& generation, EVP_PKEY* key)
 {
     return key != nullptr && EVP_PKEY_is_a(key, generation.keyType) == 1 &&
+           EVP_PKEY_get_bits(key) == static_cast<int>(generation.keyBits) &&
            (generation.keyGroup == nullptr || hasGroup(key, generation.keyGroup));
 }
 
@@ -60,22 +68,82 @@ bool matches(const Generation& generation, EVP_PKEY* key, const Bytes& challenge
     return EVP_PKEY_verify(context.get(), encoded.data(), encoded.size(), challenge.data(), challenge.size()) == 1;
 }
 
+bool isEcdsaInDer(const Bytes& signature)
+{
+    const unsigned char* position = signature.data();
+    const EcdsaPointer pair(d2i_ECDSA_SIG(nullptr, &position, static_cast<long>(signature.size())));
+    return pair && position == signature.data() + signature.size();
+}
+
+Bytes exchanged(Bytes signature)
+{
+    std::rotate(signature.begin(), signature.begin() + static_cast<std::ptrdiff_t>(signature.size() / 2),
+                signature.end());
+    return signature;
+}
+
+/// The number that every number of a signature is below; null if the key does not tell.
+NumberPointer limitOf(const Generation& generation, const EVP_PKEY* key)
+{
+    if (generation.keyGroup != nullptr) {
+        const GroupPointer group(EC_GROUP_new_by_curve_name(OBJ_txt2nid(generation.keyGroup)));
+        return NumberPointer(group ? BN_dup(EC_GROUP_get0_order(group.get())) : nullptr);
+    }
+    BIGNUM* modulus = nullptr;
+    EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_N, &modulus);
+    return NumberPointer(modulus);
+}
+
+/// Whether a number of the signature is 0, or not below what it has to be below.
+bool isOutOfRange(const Generation& generation, const EVP_PKEY* key, const Bytes& signature)
+{
+    const NumberPointer limit = limitOf(generation, key);
+    const std::size_t length = generation.keyGroup == nullptr ? signature.size() : signature.size() / 2;
+    for (std::size_t at = 0; at + length <= signature.size(); at += length) {
+        const NumberPointer number(BN_bin2bn(signature.data() + at, static_cast<int>(length), nullptr));
+        if (!number || !limit)
+            throw std::bad_alloc();
+        if (BN_is_zero(number.get()) || BN_cmp(number.get(), limit.get()) >= 0)
+            return true;
+    }
+    return false;
+}
+
+/// Of a signature that does not match.
+SignatureFlaw explainMismatch(const Generation& generation, EVP_PKEY* key, const Bytes& challenge,
+                              const Bytes& signature)
+{
+    if (isOutOfRange(generation, key, signature))
+        return {"signature out of range", "the signature is no signature of any key: a number in it is out of range"};
+    if (generation.keyGroup != nullptr && matches(generation, key, challenge, exchanged(signature)))
+        return {"r and s exchanged", "the signature has s before r"};
+    return {kWrongSignature, "the signature does not match the challenge and the certificate's key"};
+}
+
 } // namespace
 
-std::string findFlaw(const Generation& generation, EVP_PKEY* key, const Bytes& challenge, const Bytes& signature)
+std::optional<SignatureFlaw> findFlaw(const Generation& generation, EVP_PKEY* key, const Bytes& challenge,
+                                      const Bytes& signature)
 {
     if (!isKeyOf(generation, key))
-        return "the certificate's key is not of the kind that protocol " + std::string(generation.protocol) +
-               " signs with (" + generation.scheme + ")";
+        return SignatureFlaw{"wrong kind of key", "the certificate's key is not of the kind that protocol " +
+                                                      std::string(generation.protocol) + " signs with (" +
+                                                      generation.scheme + ")"};
     if (challenge.size() != generation.challengeLength)
-        return "the challenge has " + std::to_string(challenge.size()) + " bytes instead of " +
-               std::to_string(generation.challengeLength);
-    if (signature.size() != generation.responseLength)
-        return "the signature has " + std::to_string(signature.size()) + " bytes instead of " +
-               std::to_string(generation.responseLength);
-    const bool isGood = matches(generation, key, challenge, signature);
+        return SignatureFlaw{kWrongSignature, "the challenge has " + std::to_string(challenge.size()) +
+                                                  " bytes instead of " + std::to_string(generation.challengeLength)};
+    if (signature.size() != generation.responseLength) {
+        const bool isDer = generation.keyGroup != nullptr && isEcdsaInDer(signature);
+        ERR_clear_error();
+        return SignatureFlaw{isDer ? "signature in DER" : kWrongSignature,
+                             "the signature has " + std::to_string(signature.size()) + " bytes instead of " +
+                                 std::to_string(generation.responseLength) + (isDer ? ": it is in DER" : "")};
+    }
+    std::optional<SignatureFlaw> flaw;
+    if (!matches(generation, key, challenge, signature))
+        flaw = explainMismatch(generation, key, challenge, signature);
     ERR_clear_error();
-    return isGood ? "" : "the signature does not match the challenge and the certificate's key";
+    return flaw;
 }
 
 } // namespace VorelKestrel::Tool

@@ -34,11 +34,11 @@ std::string textOf(const TrustCheck& check)
 
 TrustCheck checkSignature(const Evidence& evidence)
 {
-    const std::string flaw =
+    const auto flaw =
         findFlaw(evidence.generation, evidence.certificate.publicKey(), evidence.challenge, evidence.signature);
-    if (flaw.empty())
+    if (!flaw)
         return {"signature", TrustCheck::Result::Passed, nullptr, "made with the certificate's key", nullptr};
-    return {"signature", TrustCheck::Result::Failed, "wrong signature", flaw,
+    return {"signature", TrustCheck::Result::Failed, flaw->cause, flaw->found,
             "Try again to rule the bus out; if it stays so, do not trust this accessory."};
 }
 

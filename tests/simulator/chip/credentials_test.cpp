@@ -35,6 +35,17 @@ std::string nameOf(const testing::TestParamInfo<const Generation*>& generation)
 }
 INSTANTIATE_TEST_SUITE_P(Generations, EachCredentials, testing::Values(&kGeneration20B, &kGeneration30), nameOf);
 
+/// The first certificate in a container.
+Certificate certificateIn(const Bytes& container)
+{
+    const unsigned char* position = container.data();
+    const std::unique_ptr<PKCS7, decltype(&PKCS7_free)> parsed(
+        d2i_PKCS7(nullptr, &position, static_cast<long>(container.size())), &PKCS7_free);
+    X509* certificate = sk_X509_value(parsed->d.sign->cert, 0);
+    X509_up_ref(certificate);
+    return {certificate, X509_free};
+}
+
 TEST_P(EachCredentials, SignsTheChallengeSoThatThePublicKeyVerifiesIt)
 {
     const Bytes response = testCredentials(generation())->sign(challenge());
@@ -81,6 +92,31 @@ TEST_P(EachCredentials, MakesAContainerOfExactlyTheLengthAsked)
         EXPECT_EQ(length, credentials.certificate().size());
         EXPECT_TRUE(isAuthentic(credentials.certificate(), challenge(), credentials.sign(challenge())));
     }
+}
+
+TEST_P(EachCredentials, MakesAContainerOfEveryLength)
+{
+    const Key key = newKey(generation());
+    const std::size_t shortest = Credentials::issue(generation(), key, nullptr).certificate().size();
+    for (std::size_t length = shortest + 40; length <= 1280; ++length)
+        ASSERT_EQ(length, Credentials::issue(generation(), key, nullptr, length).certificate().size());
+}
+
+TEST_P(EachCredentials, HoldsACertificateThatIsAsLongEachTime)
+{
+    const Key key = newKey(generation());
+    const std::size_t length = Credentials::issue(generation(), key, nullptr).certificate().size();
+    for (int i = 0; i < 20; ++i)
+        EXPECT_EQ(length, Credentials::issue(generation(), key, nullptr).certificate().size());
+}
+
+TEST_P(EachCredentials, HoldsACertificateOfTheIssuerThatIsGiven)
+{
+    const Key issuersKey = newEcKey("P-256");
+    const Issuer issuer = {issuersKey, makeSelfSigned(issuersKey, {})};
+    const Credentials credentials = Credentials::issue(generation(), newKey(generation()), &issuer);
+    EXPECT_TRUE(isAuthentic(credentials.certificate(), challenge(), credentials.sign(challenge())));
+    EXPECT_EQ(1, X509_verify(certificateIn(credentials.certificate()).get(), issuersKey.get()));
 }
 
 TEST_P(EachCredentials, RefusesAContainerLengthThatIsTooShort)
@@ -250,6 +286,14 @@ TEST_F(CredentialFiles, AreRefusedWithoutAskingWhenAPasswordProtectsTheKey)
     });
 
     EXPECT_NE(std::string::npos, complaint(kGeneration30, path, "").find("password"));
+}
+
+TEST_F(CredentialFiles, AreRefusedWhenTheIssuersKeyIsAnother)
+{
+    const auto certificate = file("x509.pem", [&](BIO* bio) { return PEM_write_bio_X509(bio, m_certificate.get()); });
+    EXPECT_EQ(1, X509_check_private_key(readIssuer(certificate, pemKey()).certificate.get(), m_key.get()));
+    m_key.reset(EVP_EC_gen("P-256"));
+    EXPECT_THROW(readIssuer(certificate, pemKey()), CredentialsError);
 }
 
 } // namespace

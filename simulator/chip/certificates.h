@@ -1,0 +1,55 @@
+#ifndef SIMULATOR_CHIP_CERTIFICATES_H
+#define SIMULATOR_CHIP_CERTIFICATES_H
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <openssl/types.h>
+
+#include "common/bytes.h"
+#include "simulator/chip/keys.h"
+
+// Certificates of chips and their issuers. Every function throws CredentialsError.
+namespace VorelKestrel::Simulator {
+
+using Certificate = std::shared_ptr<X509>;
+
+constexpr long kSecondsOfADay = 24L * 60 * 60;
+
+/// What a certificate says.
+struct CertificateText
+{
+    std::string name = "Simulated authentication coprocessor"; // common name of the subject
+    long notBefore = 0;                                        // in seconds from now
+    long notAfter = 10 * 365 * kSecondsOfADay;
+    const char* basicConstraints = nullptr; // in OpenSSL's words; null: none
+    unsigned char serialByte = 0x5a;        // of which the serial number consists; below 0x80: it stays positive
+    std::size_t serialLength = 16;
+    std::size_t fillerLength = 0; // of a comment that is there for its length alone
+};
+
+/// Whoever signs certificates.
+struct Issuer
+{
+    Key key;
+    Certificate certificate;
+};
+
+Certificate makeSelfSigned(const Key& key, const CertificateText& text);
+Certificate makeIssued(const Key& key, const CertificateText& text, const Issuer& issuer);
+/// From files, PEM or DER.
+Issuer readIssuer(const std::string& certificateFile, const std::string& keyFile);
+
+/// As chips hold them: a DER PKCS #7 container with certificates only.
+Bytes contained(const std::vector<Certificate>& certificates);
+/// A chip's certificate in a container of exactly @p length bytes; 0 leaves its length open. @p issuer null:
+/// self-signed.
+Bytes makeContained(const Key& key, const Issuer* issuer, std::size_t length);
+/// A certificate of the key from a file: bare or in a container, which is kept with all that is in it; PEM or DER.
+Bytes readContained(const std::string& path, const Key& key);
+
+} // namespace VorelKestrel::Simulator
+
+#endif

@@ -22,6 +22,9 @@
 #ifndef SEED_FIRST
 #define SEED_FIRST 1 /* a seed is complete before the first host begins */
 #endif
+#ifndef FIRST_STAYS
+#define FIRST_STAYS 0 /* host 0 has made the lock before the others begin, and never runs its destructor */
+#endif
 #ifndef KILLS
 #define KILLS 1 /* any process is killed at any step, or ends without its destructors */
 #endif
@@ -100,6 +103,7 @@ byte seedKey[2] = NONE;
 bool seedFindsFile[2];
 byte seedAtWork = NONE; /* a lock of their own keeps two seeds apart */
 bool seedIsDone = false; /* one has put its lock in place, or found it there */
+bool firstIsDone = false; /* host 0 has opened the lock */
 
 #define isThere(s) (s != NONE && (ofKey[0] == s || ofKey[1] == s))
 
@@ -194,9 +198,13 @@ inline endHost()
 inline goOn()
 {
     if
-    :: my.operations == OPERATIONS && my.ownsFile -> my.state = unlink
-    :: my.operations == OPERATIONS && !my.ownsFile && my.ownsSemaphore -> my.state = remove
-    :: my.operations == OPERATIONS && !my.ownsFile && !my.ownsSemaphore -> my.state = exit
+    :: my.operations == OPERATIONS && FIRST_STAYS && me == 0 -> my.state = exit
+    :: my.operations == OPERATIONS && !(FIRST_STAYS && me == 0) ->
+        if
+        :: my.ownsFile -> my.state = unlink
+        :: !my.ownsFile && my.ownsSemaphore -> my.state = remove
+        :: !my.ownsFile && !my.ownsSemaphore -> my.state = exit
+        fi
     :: my.operations < OPERATIONS ->
         my.operations++;
         my.aim = locking;
@@ -211,7 +219,7 @@ inline isOpen()
 {
     my.triesAgain = false;
     if
-    :: my.aim == constructing -> goOn()
+    :: my.aim == constructing -> firstIsDone = firstIsDone || FIRST_STAYS && me == 0; goOn()
     :: my.aim == locking -> my.state = take
     :: my.aim == unlocking -> my.state = give
     fi
@@ -258,7 +266,7 @@ proctype Host(byte me)
     byte number = 0;
 
 endAsleep:
-    d_step { seedIsDone || !SEED_FIRST -> my.state = open };
+    d_step { (seedIsDone || !SEED_FIRST) && (firstIsDone || !FIRST_STAYS || me == 0) -> my.state = open };
 endGone:
     do
     /* The constructor; lock() and unlock() too, while the lock is not open. */
@@ -453,7 +461,7 @@ endGone:
     od
 }
 
-/* The token that the seed has made is in its semaphore or with one host. */
+/* The one token that the seed, or the first host, has made is in its semaphore or with one host. */
 #define tokenIsRight (fileIsThere && ofKey[keyOfFile] != NONE && value[ofKey[keyOfFile]] + countHosts(hasToken) == 1)
 #define seedsAreGone (seedState[0] == gone && seedState[1] == gone)
 
@@ -465,7 +473,7 @@ endWatch:
     :: atomic { PROGRESS && seedsAreGone && anyHost(waits) && !anyHost(canMove) -> assert(false) }
     :: atomic { SINGLE && (hasTwoTokens(ofKey[0]) || hasTwoTokens(ofKey[1])) -> assert(false) }
     :: atomic { LOCKED && anyHost(isInsideWithoutToken) -> assert(false) }
-    :: atomic { TOKENS && seedIsDone && !tokenIsRight -> assert(false) }
+    :: atomic { TOKENS && (seedIsDone || FIRST_STAYS && firstIsDone) && !tokenIsRight -> assert(false) }
     :: atomic { WITNESS && anyHost(isInside) -> assert(false) }
     fi
 }
@@ -474,6 +482,12 @@ init
 {
     byte number;
     atomic {
+#if FIRST_STAYS
+        if
+        :: makeFile(0) /* a file of before, without a semaphore */
+        :: skip
+        fi;
+#endif
         run Watch();
         number = 0;
         do

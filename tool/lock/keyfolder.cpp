@@ -48,8 +48,8 @@ KeyFileKind kindOf(const struct stat& status)
     constexpr mode_t kRights = 07777;
     if (!S_ISREG(status.st_mode))
         return KeyFileKind::NoFile;
-    const bool isOfSeed = (status.st_mode & kRights) == kModeOfSeed && status.st_nlink == 1;
-    return isOfSeed ? KeyFileKind::OfSeed : KeyFileKind::OfLibrary;
+    // However many names it has: a seed that dies leaves two, and where the system allows it anybody can make one.
+    return (status.st_mode & kRights) == kModeOfSeed ? KeyFileKind::OfSeed : KeyFileKind::OfLibrary;
 }
 
 struct CloseDirectory

@@ -177,6 +177,7 @@ public:
             m_names.pop_back();
             m_isPlaced = true;
             writeIdentity(m_semaphore, m_folder.identity());
+            discard(); // the other files: the sets of their keys are no drafts'
             return true;
         }
         if (errno == EEXIST)
@@ -216,16 +217,17 @@ private:
         return m_folder.look(name).key;
     }
 
-    /// Takes the set of an earlier seed whose key file was lost: its users go on with it.
+    /// Takes the set of an earlier seed whose key file was lost: its users go on with it. Its one token is there, or
+    /// with a process that lives.
     void takeUp(key_t key)
     {
         for (const SemaphoreSet& set : semaphoreSets()) {
             const FolderIdentity identity = m_folder.identity();
-            const bool hasToken = controlSemaphore(set.number, 0, GETVAL) > 0;
-            m_isTakenUp = set.key == key && isOfSeed(set) && set.creator == geteuid() &&
+            const int value = controlSemaphore(set.number, 0, GETVAL);
+            const bool isSound = value == 1 || (value == 0 && isAlive(controlSemaphore(set.number, 0, GETPID)));
+            m_isTakenUp = set.key == key && isOfSeed(set) && set.creator == geteuid() && isSound &&
                           controlSemaphore(set.number, 1, GETVAL) == identity[0] &&
-                          controlSemaphore(set.number, 2, GETVAL) == identity[1] &&
-                          (hasToken || isAlive(controlSemaphore(set.number, 0, GETPID)));
+                          controlSemaphore(set.number, 2, GETVAL) == identity[1];
             if (m_isTakenUp) {
                 m_semaphore = set.number;
                 return;

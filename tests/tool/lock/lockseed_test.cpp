@@ -101,6 +101,16 @@ protected:
         EXPECT_EQ(1, std::distance(fs::directory_iterator(folder()), fs::directory_iterator()));
     }
 
+    /// The set of an earlier seed whose tokens somebody has spoilt; an old one of the key loses its own.
+    static void makeSetOfTwoTokens(key_t key, const FolderIdentity& identity)
+    {
+        const int set = semget(key, kSemaphoresOfSeed, IPC_CREAT | 0600);
+        std::array<unsigned short, kSemaphoresOfSeed> values = {2, identity[0], identity[1]};
+        SemaphoreArgument argument = {};
+        argument.values = values.data();
+        controlSemaphore(set, 0, SETALL, argument);
+    }
+
     /// How many sets of seeds the folder has, with a key file or without.
     int setsOfFolder()
     {
@@ -336,6 +346,29 @@ TEST_F(LockSeedTest, TakesUpOrReplacesTheLockOfAnEarlierSeedWhoseKeyFileWasRemov
     EXPECT_TRUE(result == SeedResult::TakenUp || result == SeedResult::Made);
     expectSoundLock();
     EXPECT_EQ(1U, newSets().size());
+}
+
+TEST_F(LockSeedTest, TakesUpNoLockWithTwoTokens)
+{
+    seed();
+    m_folder.look();
+    const FolderIdentity identity = KeyFolder(m_folder.keyFile()).identity();
+    unlink(m_folder.keyFile().c_str());
+    const SemaphoreSet lost = findOrphans(KeyFolder(m_folder.keyFile())).at(0);
+    constexpr key_t kFiles = 4; // a file system gives the lost one's number to the next file, or the number after
+    for (key_t key = lost.key; key < lost.key + kFiles; ++key)
+        makeSetOfTwoTokens(key, identity);
+
+    EXPECT_EQ(SeedResult::Made, seed());
+    expectSoundLock();
+}
+
+TEST_F(LockSeedTest, StaysWhoeverGivesItsKeyFileASecondName)
+{
+    seed();
+    fs::create_hard_link(m_folder.keyFile(), folder() / "second");
+    EXPECT_TRUE(m_folder.look().stays);
+    EXPECT_EQ(SeedResult::Unchanged, seed());
 }
 
 TEST_F(LockSeedTest, KnowsTheOrphansOfItsOwnFolderOnly)

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <system_error>
 #include <thread>
 
 #include <netinet/in.h>
@@ -32,6 +33,13 @@ void limitSilence(int socket, std::chrono::milliseconds idle)
     time.tv_usec = static_cast<suseconds_t>(idle.count() % 1000 * 1000);
     setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof(time));
     setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof(time));
+}
+
+/// A request that is not whole when the time is over counts as silence: a byte now and then keeps no place.
+bool receiveInTime(int socket, Bytes& request, std::size_t length)
+{
+    request.resize(length);
+    return recv(socket, request.data(), length, MSG_WAITALL) == static_cast<ssize_t>(length);
 }
 
 constexpr auto kPauseInShortage = std::chrono::milliseconds(50);
@@ -129,14 +137,17 @@ void UsbIpServer::accept(int listener)
             continue;
         switchOn(connection.get(), IPPROTO_TCP, TCP_NODELAY); // every answer is waited for
         limitSilence(connection.get(), m_limits.idle);
-        m_connections.emplace_back(std::move(connection), [this](int socket) { serve(socket); });
+        try {
+            m_connections.emplace_back(std::move(connection), [this](int socket) { serve(socket); });
+        } catch (const std::system_error&) { // no thread left: this client is hung up on, and the next may have one
+        }
     }
 }
 
 void UsbIpServer::serve(int socket)
 {
     Bytes request;
-    if (!UsbIp::receive(socket, request, UsbIp::kManagementLength))
+    if (!receiveInTime(socket, request, UsbIp::kManagementLength))
         return;
     const AL::U16 code = UsbIp::number16At(request, 2);
     if (UsbIp::number16At(request, 0) != UsbIp::kVersion)
@@ -150,7 +161,7 @@ void UsbIpServer::serve(int socket)
 void UsbIpServer::serveImport(int socket)
 {
     Bytes busId;
-    if (!UsbIp::receive(socket, busId, UsbIp::kBusIdLength))
+    if (!receiveInTime(socket, busId, UsbIp::kBusIdLength))
         return;
     Bytes ours;
     UsbIp::appendText(ours, UsbIp::kBusId, UsbIp::kBusIdLength);

@@ -56,8 +56,12 @@ void UsbIpClient::connectTo(unsigned short port) const
 
 void UsbIpClient::send(const Bytes& message) const
 {
-    EXPECT_EQ(static_cast<ssize_t>(message.size()),
-              ::send(m_socket.get(), message.data(), message.size(), MSG_NOSIGNAL));
+    EXPECT_TRUE(offer(message));
+}
+
+bool UsbIpClient::offer(const Bytes& message) const
+{
+    return ::send(m_socket.get(), message.data(), message.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(message.size());
 }
 
 Bytes UsbIpClient::receive(std::size_t length) const
@@ -76,11 +80,20 @@ Bytes UsbIpClient::deviceList() const
 
 unsigned UsbIpClient::import(const std::string& busId) const
 {
+    const auto status = tryToImport(busId);
+    EXPECT_TRUE(status) << "the server has hung up";
+    return status.value_or(~0U);
+}
+
+std::optional<unsigned> UsbIpClient::tryToImport(const std::string& busId) const
+{
     Bytes request{0x01, 0x11, 0x80, 0x03, 0, 0, 0, 0};
     request.insert(request.end(), busId.begin(), busId.end());
     request.resize(8 + 32);
-    send(request);
-    const unsigned status = at(receive(8), 4);
+    const Bytes reply = offer(request) ? receive(8) : Bytes();
+    if (reply.size() < 8)
+        return std::nullopt;
+    const unsigned status = at(reply, 4);
     const std::size_t deviceLength = status == 0 ? kDeviceLength : 0;
     EXPECT_EQ(deviceLength, receive(deviceLength).size());
     return status;

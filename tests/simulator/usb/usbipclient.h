@@ -1,6 +1,7 @@
 #ifndef TESTS_SIMULATOR_USB_USBIPCLIENT_H
 #define TESTS_SIMULATOR_USB_USBIPCLIENT_H
 
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -27,6 +28,8 @@ public:
 
     void connectTo(unsigned short port) const;
     void send(const VorelKestrel::Bytes& message) const;
+    /// The same to a server that may have hung up: returns false then.
+    bool offer(const VorelKestrel::Bytes& message) const;
     /// The next bytes of the stream; fewer only if the other side has hung up.
     VorelKestrel::Bytes receive(std::size_t length) const;
     bool hungUp() const { return receive(1).empty(); }
@@ -35,6 +38,8 @@ public:
     VorelKestrel::Bytes deviceList() const;
     /// Asks for the device. Returns the status of the reply.
     unsigned import(const std::string& busId) const;
+    /// The same at a server that may have hung up: returns nothing then.
+    std::optional<unsigned> tryToImport(const std::string& busId) const;
 
     Completion submit(unsigned endpoint, bool fromDevice, const VorelKestrel::Simulator::ControlRequest& setup,
                       const VorelKestrel::Bytes& data = {});

@@ -2,8 +2,11 @@
 
 #include <cerrno>
 #include <chrono>
+#include <limits>
+#include <memory>
 #include <thread>
 
+#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -96,6 +99,31 @@ private:
     rlimit m_before = {};
 };
 
+/// Until the end of the scope this process starts no thread: each would have a stack that there is no room for.
+class NoMoreThreads
+{
+public:
+    NoMoreThreads()
+    {
+        pthread_getattr_default_np(&m_before);
+        pthread_attr_t attributes;
+        pthread_getattr_default_np(&attributes);
+        pthread_attr_setstacksize(&attributes, std::numeric_limits<std::size_t>::max() / 4);
+        EXPECT_EQ(0, pthread_setattr_default_np(&attributes));
+        pthread_attr_destroy(&attributes);
+    }
+    ~NoMoreThreads()
+    {
+        pthread_setattr_default_np(&m_before);
+        pthread_attr_destroy(&m_before);
+    }
+    NoMoreThreads(const NoMoreThreads&) = delete;
+    NoMoreThreads& operator=(const NoMoreThreads&) = delete;
+
+private:
+    pthread_attr_t m_before = {};
+};
+
 ScopedDescriptor unconnectedSocket()
 {
     return ScopedDescriptor(socket(AF_INET, SOCK_STREAM, 0));
@@ -173,10 +201,23 @@ TEST_F(UsbIpServerTest, HangsUpOnAClientThatAsksForNothing)
 TEST_F(UsbIpServerTest, LetsTheClientThatHasTheDeviceBeSilent)
 {
     UsbIpServer impatient(m_device, 0, {64, std::chrono::milliseconds(200)});
-    UsbIpClient client(impatient.port());
-    EXPECT_EQ(0U, client.import("1-1"));
+    auto client = std::make_unique<UsbIpClient>(impatient.port());
+    while (client->tryToImport("1-1") != 0U) // on a loaded machine this one, too, may be too slow
+        client = std::make_unique<UsbIpClient>(impatient.port());
     EXPECT_TRUE(UsbIpClient(impatient.port()).hungUp()); // the time is over
-    EXPECT_EQ((Bytes{0x34, 0x12}), client.vendorIn(0, 0x1234, 0, 2).data);
+    EXPECT_EQ((Bytes{0x34, 0x12}), client->vendorIn(0, 0x1234, 0, 2).data);
+}
+
+TEST_F(UsbIpServerTest, HangsUpOnAClientThatAsksByteByByteForLongerThanASilentOneMay)
+{
+    constexpr auto kIdle = std::chrono::milliseconds(40);
+    UsbIpServer impatient(m_device, 0, {64, kIdle});
+    const UsbIpClient slow(impatient.port());
+    for (const U8 byte : Bytes{0x01, 0x11, 0x80, 0x05, 0, 0, 0, 0}) { // the request of the list
+        std::this_thread::sleep_for(kIdle / 2);
+        slow.offer({byte});
+    }
+    EXPECT_TRUE(slow.hungUp()); // and no list came
 }
 
 TEST_F(UsbIpServerTest, HangsUpOnClientsBeyondALimitAndServesOthersWhenThoseBeforeHaveGone)
@@ -205,6 +246,15 @@ TEST_F(UsbIpServerTest, GoesOnWhenItHasDescriptorsAgain)
     }
     EXPECT_EQ(12U + 0x138 + 4, first.deviceList().size());
     EXPECT_EQ(12U + 0x138 + 4, second.deviceList().size());
+}
+
+TEST_F(UsbIpServerTest, GoesOnWhenItHasThreadsAgain)
+{
+    {
+        const NoMoreThreads shortage;
+        EXPECT_TRUE(UsbIpClient(m_server.port()).hungUp());
+    }
+    EXPECT_EQ(12U + 0x138 + 4, UsbIpClient(m_server.port()).deviceList().size());
 }
 
 TEST_F(UsbIpServerTest, EndsWhileAClientIsConnected)

@@ -55,6 +55,16 @@ private:
     const int m_number;
 };
 
+/// Opens what was closed when the program started: the node would get the number of a closed standard output, and the
+/// chip every line that goes there, also the library's own.
+void occupyStandardDescriptors()
+{
+    int opened = 0;
+    while (opened >= 0 && opened <= STDERR_FILENO)
+        opened = open("/dev/null", O_RDWR);
+    close(opened); // was not needed
+}
+
 /// Without an appender log4cplus complains about itself at the driver's first line.
 void sendLogToStandardError()
 {
@@ -127,6 +137,7 @@ int number(const char* text, int most)
 
 int main(int argc, char** argv)
 try {
+    occupyStandardDescriptors();
     if (argc != 4 && argc != 5) {
         std::fprintf(stderr, "usage: authentication-service NODE ADDRESS PORT [INTERFACE]\n");
         return 2;

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <log4cplus/consoleappender.h>
@@ -15,6 +16,16 @@
 using namespace VorelKestrel;
 
 namespace {
+
+/// Opens what was closed when the program started: the node would get the number of a closed standard output, and the
+/// chip every line that goes there, also the library's own.
+void occupyStandardDescriptors()
+{
+    int opened = 0;
+    while (opened >= 0 && opened <= STDERR_FILENO)
+        opened = open("/dev/null", O_RDWR);
+    close(opened); // was not needed
+}
 
 void sendLogToStandardError()
 {
@@ -45,6 +56,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: daemon-host NODE ADDRESS\n");
         return 2;
     }
+    occupyStandardDescriptors();
     if (!becomeDaemon()) {
         std::perror("daemon-host: becoming a daemon failed");
         return EXIT_FAILURE;

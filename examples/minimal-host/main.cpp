@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <log4cplus/consoleappender.h>
 #include <log4cplus/logger.h>
 
@@ -22,6 +25,16 @@ std::string dbglog_scopedFunction(const std::string& prettyFunction, const std::
 }
 
 namespace {
+
+/// Opens what was closed when the program started: the node would get the number of a closed standard output, and the
+/// chip every line that goes there, also the library's own.
+void occupyStandardDescriptors()
+{
+    int opened = 0;
+    while (opened >= 0 && opened <= STDERR_FILENO)
+        opened = open("/dev/null", O_RDWR);
+    close(opened); // was not needed
+}
 
 /// Without an appender log4cplus complains about itself at the driver's first line.
 void sendLogToStandardError()
@@ -90,6 +103,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: minimal-host NODE ADDRESS\n");
         return 2;
     }
+    occupyStandardDescriptors();
     sendLogToStandardError();
     return authenticate(argv[1], static_cast<int>(std::strtol(argv[2], nullptr, 0)));
 }

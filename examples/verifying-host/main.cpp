@@ -8,6 +8,9 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <log4cplus/consoleappender.h>
 #include <log4cplus/logger.h>
 #include <openssl/bn.h>
@@ -49,6 +52,16 @@ struct Answer
     Bytes challenge;
     Bytes signature;
 };
+
+/// Opens what was closed when the program started: the node would get the number of a closed standard output, and the
+/// chip every line that goes there, also the library's own.
+void occupyStandardDescriptors()
+{
+    int opened = 0;
+    while (opened >= 0 && opened <= STDERR_FILENO)
+        opened = open("/dev/null", O_RDWR);
+    close(opened); // was not needed
+}
 
 /// Without an appender log4cplus complains about itself at the driver's first line.
 void sendLogToStandardError()
@@ -160,6 +173,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: verifying-host NODE ADDRESS ISSUERS\n");
         return 2;
     }
+    occupyStandardDescriptors();
     sendLogToStandardError();
     ACD::AuthChipDriver* chip =
         ACD::AuthChipFactory::getAuthChipDriverInstance(argv[1], static_cast<int>(std::strtol(argv[2], nullptr, 0)));

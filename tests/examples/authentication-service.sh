@@ -66,6 +66,8 @@ ask 32 besieged 1000
 ask 32 authentic 3
 end_service
 
+expect_no_words_on_the_node "$scratch/host/authentication-service" NODE 0x2a 0
+
 start_service 7 127.0.0.2
 expect_listener 0200007F
 end_service

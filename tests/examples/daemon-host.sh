@@ -13,3 +13,4 @@ build_example daemon-host "$@"
 expected="the daemon has found device version 7"
 answer=$("$build/simulator/authchip-sim" -- sh -c "'$scratch/host/daemon-host' /dev/i2c-7 0x2a 2>&1 | cat")
 [ "$answer" = "$expected" ] || { echo "expected '$expected', got '$answer'" >&2; exit 1; }
+expect_no_words_on_the_node "$scratch/host/daemon-host" NODE 0x2a

@@ -2,6 +2,15 @@
 
 quietly() { "$@" >"$scratch/log" 2>&1 || { cat "$scratch/log" >&2; exit 1; }; }
 
+# Starts a host with a closed standard output and a file as its node, which no bus is behind: what the library says of it
+# must not go there.
+expect_no_words_on_the_node() { # HOST ARGUMENT...    NODE stands for the file
+    : >"$scratch/node"
+    # Until the end of a daemon, too. It fails, for there is no chip.
+    { sh -c 'exec "$@" >&-' sh "${@/#NODE/$scratch/node}" 2>&1 || true; } | cat >"$scratch/log"
+    [ ! -s "$scratch/node" ] || { cat "$scratch/node" >&2; echo "that went to the node of: $*" >&2; exit 1; }
+}
+
 # Sets up $scratch, which goes when the script ends, with the program in $scratch/host.
 build_example() { # NAME BUILD_FOLDER COMPILER COMPILER_FLAGS
     scratch=$(mktemp -d)

@@ -23,6 +23,7 @@ expect "certificate of * bytes, challenge of 20 bytes, signature of 128 bytes" \
     "$sim" --device-version 3 -- "$host" /dev/i2c-7 0x2a
 expect "certificate of * bytes, challenge of 32 bytes, signature of 64 bytes" \
     "$sim" --device-version 7 -- "$host" /dev/i2c-7 0x2a
+expect_no_words_on_the_node "$host" NODE 0x2a
 if "$host" /dev/i2c-missing 0x2a >"$scratch/log" 2>&1; then
     echo "the host finds a chip where there is no node" >&2
     exit 1

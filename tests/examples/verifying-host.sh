@@ -48,3 +48,4 @@ expect 3 "none of the issuers vouches for the certificate" trusted.pem --device-
 expect 3 "the signature is not of the certificate's key" trusted.pem "${genuine20b[@]}" --corrupt-signature
 expect 3 "the signature is not of the certificate's key" trusted.pem "${genuine30[@]}" --corrupt-signature
 expect 1 "" trusted.pem "${genuine30[@]}" --wrong-status 0x80
+expect_no_words_on_the_node "$scratch/host/verifying-host" NODE 0x2a trusted.pem

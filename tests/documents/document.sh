@@ -13,6 +13,7 @@ unset AUTHCHIP_DEVICE AUTHCHIP_ADDRESS
 scratch=$(mktemp -d)
 trap 'rm -r "$scratch"' EXIT
 mkdir "$scratch/tmp"
+ln -s "$build" "$scratch/dev" # the folder's own path may have a blank
 export TMPDIR=$scratch/tmp # with it a lock between processes that no other test has
 
 blocks() { # LANGUAGE: the lines inside the blocks of a language
@@ -23,7 +24,7 @@ blocks() { # LANGUAGE: the lines inside the blocks of a language
 here() {
     sed -E -e "s#^cmake --install #tests/support/install #" -e "s#(\\\$PWD/)?build/(dev|[a-z-]+)#@\2@#g" \
         -e "s#^scripts/demo\$#scripts/demo --no-build @dev@#; s#^scripts/(test|build)\$#scripts/\1 --help#" \
-        -e "s#@dev@#$build#g; s#@([a-z-]+)@#$scratch/\1#g"
+        -e "s#@([a-z-]+)@#$scratch/\1#g"
 }
 normalised() {
     perl -0777 -pe 's/^((?:challenge|signature) +)[0-9a-f]+(?:\n +[0-9a-f]+)*$/$1<bytes>/gm'

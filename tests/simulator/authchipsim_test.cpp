@@ -258,7 +258,7 @@ TEST_F(AuthChipSimTest, ServesSeveralProcessesAtOnce)
 
 TEST_F(AuthChipSimTest, AuthenticatesToSeveralHostsThatTakeTurns)
 {
-    const std::string host = std::string(HOST) + " /dev/i2c-7 0x2a 5 stay <&3 & ";
+    const std::string host = std::string("'" HOST "' /dev/i2c-7 0x2a 5 stay <&3 & ");
     start({"--busy-ms", "1", "--", "sh", "-c", "exec 3<&0; " + host + host + host + "exec 3<&-; wait"});
     EXPECT_TRUE(m_process->waitFor("status 0\nstatus 0\nstatus 0\n")) << output();
     m_process->closeInput();
@@ -383,7 +383,7 @@ TEST_F(AuthChipSimTest, FailsWhenTheLogOrTheHelpCannotBeWritten)
 {
     EXPECT_EQ(125, runShell(kReadIdentity, {"--log", "/dev/full"}));
     EXPECT_NE(std::string::npos, m_process->errors().find("cannot write the log /dev/full"));
-    m_process = std::make_unique<ChildProcess>(Arguments{"sh", "-c", std::string(AUTHCHIP_SIM) + " --help >/dev/full"},
+    m_process = std::make_unique<ChildProcess>(Arguments{"sh", "-c", "'" AUTHCHIP_SIM "' --help >/dev/full"},
                                                ChildProcess::Connection::Pipes);
     m_process->closeInput();
     EXPECT_EQ(125, m_process->wait());

@@ -16,6 +16,7 @@
 #include "capture/recording.h"
 #include "capture/session.h"
 #include "common/hex.h"
+#include "common/preload.h"
 #include "common/program.h"
 #include "tests/support/temporarydirectory.h"
 
@@ -49,7 +50,7 @@ class PreloadTest : public testing::Test
 protected:
     int run(const std::string& scenario, bool redact = false)
     {
-        setenv("LD_PRELOAD", FAKE_NODE, 1);
+        setenv("LD_PRELOAD", m_fakeNode.get().c_str(), 1);
         m_session.emplace(m_path, "test", CAPTURE_LIBRARY, redact);
         const int status = m_program.run({PROBE, scenario}, m_session->environment());
         unsetenv("LD_PRELOAD");
@@ -64,6 +65,7 @@ protected:
         return words;
     }
 
+    const PreloadPath m_fakeNode{FAKE_NODE};
     const TemporaryDirectory m_folder;
     const std::string m_path = m_folder.path() + "/test.pcapng";
     Program m_program;
@@ -197,7 +199,7 @@ TEST_F(PreloadTest, NeverHarmsAProgramWhoseFilesMayNotGrow)
 
 TEST_F(PreloadTest, NeverHarmsAProgramWhoseCaptureIsGone)
 {
-    setenv("LD_PRELOAD", FAKE_NODE, 1);
+    setenv("LD_PRELOAD", m_fakeNode.get().c_str(), 1);
     m_session.emplace(m_path, "test", CAPTURE_LIBRARY, false);
     ASSERT_EQ(0, std::remove(m_path.c_str()));
     EXPECT_EQ(kDone, m_program.run({PROBE, "plain"}, m_session->environment()));
@@ -219,7 +221,8 @@ TEST_F(PreloadTest, WritesOnceForAMessageAndAllocatesNothing)
 
 TEST_F(PreloadTest, DoesNothingWithoutTheEnvironmentOfACapture)
 {
-    const std::string preload = std::string("LD_PRELOAD=") + CAPTURE_LIBRARY + ":" + FAKE_NODE;
+    const PreloadPath library(CAPTURE_LIBRARY);
+    const std::string preload = "LD_PRELOAD=" + library.get() + ":" + m_fakeNode.get();
     EXPECT_EQ(kDone, m_program.run({PROBE, "plain"}, {preload}));
     EXPECT_EQ(kDone, m_program.run({PROBE, "plain"}, {preload, "AUTHCHIP_CAPTURE="}));
     EXPECT_EQ(kDone, m_program.run({PROBE, "plain"}, {preload, "AUTHCHIP_CAPTURE=0 0 0 0 relative"}));

@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/objectallocations.h"
+
+using namespace testsupport;
 using VorelKestrel::AL::DebugStdioLogger;
 
 namespace {
@@ -28,6 +31,16 @@ TEST(DebugStdioLoggerTest, ANewNameYieldsANewLoggerAtLevelThree)
 
     EXPECT_NE(known, added);
     EXPECT_EQ(3, added->getLogLevel());
+}
+
+TEST(DebugStdioLoggerTest, ANewNameMakesOneLoggerAndAKnownOneNone)
+{
+    const ObjectAllocations allocations;
+    DebugStdioLogger::getInstance("new");
+    EXPECT_EQ(1, allocations.made(sizeof(DebugStdioLogger)));
+
+    DebugStdioLogger::getInstance("new");
+    EXPECT_EQ(1, allocations.made(sizeof(DebugStdioLogger)));
 }
 
 TEST(DebugStdioLoggerTest, TheEmptyStringIsAValidName)

@@ -1,3 +1,4 @@
+#include <cstdlib>
 #include <ostream>
 #include <type_traits>
 
@@ -12,6 +13,7 @@
 
 #include "tests/support/assertionfailed.h"
 #include "tests/support/corruption.h"
+#include "tests/support/faketimeofday.h"
 #include "tests/support/objectallocations.h"
 #include "tests/support/privatelocks.h"
 
@@ -291,6 +293,23 @@ TEST_P(ConstructionTest, IsUndoneByTheDestructor)
     const ObjectAllocations allocations;
     GetParam().construct();
     EXPECT_EQ(0, allocations.outstanding());
+}
+
+TEST(PrivateRecordTest, OfAGlobalMutexIsOnePointerThatIsMadeOnceAsTheSemaphoreIs)
+{
+    const PrivateLocks locks;
+    const ObjectAllocations allocations;
+    const GlobalMutex mutex;
+
+    EXPECT_EQ(2, allocations.made(sizeof(void*)));
+}
+
+TEST(PrivateRecordDeathTest, AQueueThatHasLostItsRecordDoesNotReadTheTime)
+{
+    FakeTimeOfDay clock({0});
+    clock.atTheFirstReading([] { std::_Exit(EXIT_SUCCESS); });
+
+    EXPECT_DEATH((callWithoutRecord<QueueVoid, pop>()), assertionFailed("m_data"));
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryClass, ConstructionTest, ::testing::ValuesIn(kConstructions),

@@ -20,6 +20,7 @@
 #include <abstractionlibrary/thread.h>
 
 #include "tests/support/corruption.h"
+#include "tests/support/lastwords.h"
 #include "tests/support/privatelocks.h"
 #include "tests/support/qtcalls.h"
 
@@ -165,12 +166,27 @@ TEST_F(QtCallsTest, APushReleasesTheSemaphoreWhileItHoldsTheMutexAndWhenTheValue
 {
     QueueVoid queue;
     calls();
+    int valuesBefore = -1;
     int valuesInTheList = 0;
+    m_qt.during("mutex 1 lock", [&] { valuesBefore = recordOf(queue).list.size(); });
     m_qt.during("semaphore 1 release 1", [&] { valuesInTheList = recordOf(queue).list.size(); });
     queue.push(&g_a);
 
     EXPECT_EQ("mutex 1 lock; semaphore 1 release 1; mutex 1 unlock", calls());
+    EXPECT_EQ(0, valuesBefore);
     EXPECT_EQ(1, valuesInTheList);
+}
+
+TEST_F(QtCallsTest, APushOfNullStopsTheProcessBeforeItTakesTheMutex)
+{
+    QueueVoid queue;
+
+    EXPECT_DEATH(
+        {
+            m_journal.echo();
+            queue.push(nullptr);
+        },
+        assertionFailedAfter({}, "value"));
 }
 
 TEST_F(QtCallsTest, APopWaitsForTheSemaphoreWithoutTheMutexWhichItHoldsUntilTheValueIsOutOfTheList)

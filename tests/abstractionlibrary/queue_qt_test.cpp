@@ -49,6 +49,17 @@ TEST(QueueVoidTest, PopWithTimeoutZeroOnAnEmptyQueueReturnsNullAtOnceAndLeavesTi
     EXPECT_EQ(0, timeout);
 }
 
+TEST(QueueVoidTest, PopReadsTheTimeOnceBeforeItWaitsAndOnceAfterIt)
+{
+    const FakeTimeOfDay clock({kNoon, kNoon + 100, kNoon + 400});
+    QueueVoid queue;
+    queue.push(&g_a);
+    int timeout = 1000;
+
+    EXPECT_EQ(&g_a, queue.pop(timeout));
+    EXPECT_EQ(900, timeout);
+}
+
 TEST(QueueVoidTest, PopWithTimeout100OnAnEmptyQueueReturnsNullAfter100MillisecondsAndLeavesTimeoutAtZero)
 {
     const FakeTimeOfDay clock({kNoon, kNoon + 100});

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstring>
 #include <limits>
+#include <map>
 #include <memory>
 #include <new>
 #include <ostream>
@@ -19,9 +20,12 @@
 
 #include "tests/support/assertionfailed.h"
 #include "tests/support/fakesockets.h"
+#include "tests/support/lastwords.h"
 #include "tests/support/loopback.h"
 #include "tests/support/objectallocations.h"
 #include "tests/support/observedthread.h"
+#include "tests/support/soiledstack.h"
+#include "tests/support/systemcalls.h"
 
 using namespace testsupport;
 using VorelKestrel::AL::TCPClientSocket;
@@ -631,6 +635,93 @@ TEST(TCPServerTest, AcceptClosesTheConnectionWhenNoMemoryIsLeftForTheSocket)
     }
 }
 
+// --- what reaches the system ---
+
+/// Counts how often each descriptor is closed, for as long as it lives; the system closes it all the same.
+class ClosedDescriptors : public SystemCallHandler
+{
+public:
+    ClosedDescriptors() { install(this); }
+    ~ClosedDescriptors() override { install(nullptr); }
+    ClosedDescriptors(const ClosedDescriptors&) = delete;
+    ClosedDescriptors& operator=(const ClosedDescriptors&) = delete;
+
+    int times(int descriptor) const { return m_times.count(descriptor) == 0 ? 0 : m_times.at(descriptor); }
+
+    bool answersFor(int /*descriptor*/) override { return true; }
+    ssize_t read(int descriptor, void* data, std::size_t count) override
+    {
+        return realcalls::read(descriptor, data, count);
+    }
+    ssize_t write(int descriptor, const void* data, std::size_t count) override
+    {
+        return realcalls::write(descriptor, data, count);
+    }
+    int close(int descriptor) override
+    {
+        ++m_times[descriptor];
+        return realcalls::close(descriptor);
+    }
+
+private:
+    std::map<int, int> m_times;
+};
+
+TEST(TCPSocketCallsTest, ADescriptorIsClosedOnceWhateverClosesIt)
+{
+    FakeSockets sockets;
+    TCPServer server;
+    const U16 port = listenAtAFreePort(server);
+    const int listening = sockets.newestDescriptor();
+    TCPClientSocket client;
+    client.connect(kLoopback, port);
+    const int connected = sockets.newestDescriptor();
+    const ClosedDescriptors closed;
+    {
+        const ObjectAllocations allocations(1);
+        EXPECT_THROW(server.accept(), std::bad_alloc);
+    }
+    const int accepted = sockets.newestDescriptor();
+    client.close();
+    server.close();
+
+    EXPECT_EQ(1, closed.times(accepted));
+    EXPECT_EQ(1, closed.times(connected));
+    EXPECT_EQ(1, closed.times(listening));
+}
+
+TEST(TCPSocketCallsTest, EveryResultButZeroIsARefusal)
+{
+    for (const char* const refusing : {"connect", "bind", "listen"}) {
+        FakeSockets sockets;
+        sockets.answers("socket", kFakeDescriptor).answers("connect", 0).answers("bind", 0).answers("listen", 0);
+        sockets.answers(refusing, 1);
+        TCPClientSocket client;
+        TCPServer server;
+        const bool connected = client.connect(kLoopback, 80);
+        const bool listening = server.listen(80);
+
+        EXPECT_EQ(std::string("connect") == refusing, !connected) << refusing;
+        EXPECT_EQ(std::string("connect") != refusing, !listening) << refusing;
+        if (connected)
+            client.close();
+        if (listening)
+            server.close();
+    }
+}
+
+TEST(TCPSocketCallsTest, AnAddressHasNothingInItsPadding)
+{
+    FakeSockets sockets;
+    sockets.answers("socket", kFakeDescriptor).fails("connect", ECONNREFUSED).fails("bind", EADDRINUSE);
+    soilStack();
+    TCPClientSocket().connect(kLoopback, 80);
+    soilStack();
+    TCPServer().listen(80);
+
+    EXPECT_EQ("socket tcp; connect 127.0.0.1:80; socket tcp; bind 0.0.0.0:80", sockets.conversation());
+}
+
 // --- descriptor 0, which a process without standard input gets first ---
 
 class DescriptorZeroTest : public ::testing::Test
@@ -728,6 +819,7 @@ void withOpenClient(Operation operation)
     sockets.answers("socket", kFakeDescriptor).answers("connect", 0);
     TCPClientSocket client;
     client.connect(kLoopback, 80);
+    sockets.echo();
     operation(client);
 }
 
@@ -738,6 +830,7 @@ void withOpenServer(Operation operation)
     sockets.answers("socket", kFakeDescriptor).answers("bind", 0).answers("listen", 0);
     TCPServer server;
     server.listen(80);
+    sockets.echo();
     operation(server);
 }
 
@@ -782,9 +875,9 @@ const Misuse kMisuses[] = {
 class TCPMisuseDeathTest : public ::testing::TestWithParam<Misuse>
 {};
 
-TEST_P(TCPMisuseDeathTest, ACallInTheWrongStateStopsTheProcessAtTheAssertionOfThatState)
+TEST_P(TCPMisuseDeathTest, ACallInTheWrongStateStopsTheProcessAtTheAssertionOfThatStateBeforeAnyCallOfTheSystem)
 {
-    EXPECT_DEATH(GetParam().misuse(), assertionFailed(GetParam().assertion));
+    EXPECT_DEATH(GetParam().misuse(), assertionFailedAfter({}, GetParam().assertion));
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryPrecondition, TCPMisuseDeathTest, ::testing::ValuesIn(kMisuses),

@@ -1,5 +1,8 @@
 #include "tests/support/allocations.h"
 
+#include <atomic>
+#include <cstddef>
+
 #include <log4cplus/logger.h>
 
 #include <authchipdriver/authchipdriver20b.h>
@@ -12,6 +15,40 @@
 using namespace VorelKestrel::ACD;
 using namespace testsupport;
 using VorelKestrel::AL::U8;
+
+namespace {
+
+std::atomic<const void*> g_copiedFrom{nullptr};
+std::atomic<int> g_copies{0};
+
+/// Counts the calls of memcpy() that copy from one place, for as long as it lives.
+class Copies
+{
+public:
+    explicit Copies(const void* source)
+    {
+        g_copies = 0;
+        g_copiedFrom = source;
+    }
+    ~Copies() { g_copiedFrom = nullptr; }
+    Copies(const Copies&) = delete;
+    Copies& operator=(const Copies&) = delete;
+
+    int count() const { return g_copies; }
+};
+
+} // namespace
+
+/// In front of the C library's, for the library under test, too.
+extern "C" void* memcpy(void* destination, const void* source, std::size_t count)
+{
+    if (source == g_copiedFrom)
+        ++g_copies;
+    auto* to = static_cast<volatile U8*>(destination); // which the compiler turns into no call of memcpy()
+    for (const U8* from = static_cast<const U8*>(source); count > 0; --count)
+        *to++ = *from++;
+    return destination;
+}
 
 namespace {
 
@@ -58,6 +95,36 @@ TEST_P(Allocation30Test, OnlyTheBufferOfI2cWriteAndTheAnswerAreAllocated)
 const auto kName = [](const auto& operation) { return std::string(operation.param.name); };
 INSTANTIATE_TEST_SUITE_P(Operations, Allocation20BTest, ::testing::ValuesIn(operations20B()), kName);
 INSTANTIATE_TEST_SUITE_P(Operations, Allocation30Test, ::testing::ValuesIn(operations30()), kName);
+
+/// What a message costs: a buffer of its size, and one copy of the data.
+class MessageBufferTest : public OpenBusTest
+{
+protected:
+    static constexpr int kLength = 211; // of which nothing else allocates or copies
+};
+
+TEST_F(MessageBufferTest, HasExactlyTheBytesOfTheRegisterAndTheData)
+{
+    const Bytes data = counting(kLength);
+    m_bus.keepsNoJournal();
+    m_journal.clear();
+    for (const int size : {kLength, kLength + 1, kLength + 2}) {
+        const allocations::Watch watch(static_cast<std::size_t>(size), m_journal);
+        i2cWrite(0x20, kLength, data.data());
+    }
+
+    EXPECT_THAT(m_journal.all(), ElementsAre("malloc 212", "free 212"));
+}
+
+TEST_F(MessageBufferTest, TakesTheDataInOneCopy)
+{
+    const Bytes data = counting(kLength);
+    m_bus.keepsNoJournal();
+    const Copies copies(data.data());
+    i2cWrite(0x20, kLength, data.data());
+
+    EXPECT_EQ(1, copies.count());
+}
 
 /// A signature whose block malloc does not have; the kernel then refuses to read into it.
 class MissingBlockTest : public OpenBusTest

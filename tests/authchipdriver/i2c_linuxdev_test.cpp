@@ -181,6 +181,14 @@ TEST_F(I2cReadTest, WhoseRegisterByteIsRefused100TimesReturns0AfterAboutOneSecon
     EXPECT_EQ(ENXIO, errno);
 }
 
+TEST_F(I2cReadTest, OfWhoseRegisterByteNothingIsTaken100TimesReturns0AndDoesNotCallRead)
+{
+    m_bus.holds(0x30, {1}).answersWrites(std::vector<int>(100, 0));
+
+    EXPECT_EQ(0, read(0x30, 1));
+    EXPECT_EQ(repeated(100, "write 30; sleep 10000"), m_bus.conversation());
+}
+
 TEST_F(I2cReadTest, TakesEveryResultOfReadButMinus1ForAnAnswer)
 {
     m_bus.answersReads({-2, 0});

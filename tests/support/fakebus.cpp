@@ -217,7 +217,8 @@ bool FakeBus::answersFor(const char* path)
 
 bool FakeBus::answersFor(int descriptor)
 {
-    return descriptor >= kDescriptor || descriptor == m_openResult;
+    constexpr int kNone = -1; // nobody but a library without a device asks anything of it
+    return descriptor >= kDescriptor || descriptor == m_openResult || descriptor == kNone;
 }
 
 int FakeBus::open(const char* path, int flags)

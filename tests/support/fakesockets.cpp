@@ -1,9 +1,11 @@
 #include "tests/support/fakesockets.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
 #include <fcntl.h>
+#include <iterator>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/types.h>
@@ -33,7 +35,9 @@ std::string addressText(const sockaddr* address, socklen_t length)
     ipv4 = *reinterpret_cast<const sockaddr_in*>(address);
     char text[INET_ADDRSTRLEN];
     inet_ntop(AF_INET, &ipv4.sin_addr, text, sizeof(text));
-    const std::string suffix = length == kIpv4AddressLength ? "" : " length " + std::to_string(length);
+    std::string suffix = length == kIpv4AddressLength ? "" : " length " + std::to_string(length);
+    if (std::any_of(std::begin(ipv4.sin_zero), std::end(ipv4.sin_zero), [](unsigned char byte) { return byte != 0; }))
+        suffix += " with soiled padding";
     return text + (":" + std::to_string(ntohs(ipv4.sin_port))) + suffix;
 }
 
@@ -138,7 +142,8 @@ int spelledListen(int descriptor, int backlog)
 
 int spelledAccept(int descriptor, sockaddr* address, socklen_t* length)
 {
-    const std::string details = *length == kIpv4AddressLength ? "" : "length " + std::to_string(*length);
+    const std::string room = *length == kIpv4AddressLength ? "" : "length " + std::to_string(*length);
+    const std::string details = address == nullptr ? "without a place for the address" : room;
     return noticed(answer<int, int(int, sockaddr*, socklen_t*)>("accept", details, descriptor, address, length));
 }
 

@@ -14,7 +14,7 @@ namespace testsupport {
  *
  *     socket tcp | connect 127.0.0.1:80 | bind 0.0.0.0:80 | listen 10 | accept | send 4 | recv 4 | setsockopt
  *
- * with what is out of the ordinary behind it: an address length other than 16 bytes, flags other than 0.
+ * with what is out of the ordinary behind it: an address length other than 16 bytes, padding or flags other than 0.
  */
 class FakeSockets
 {
@@ -30,6 +30,9 @@ public:
     FakeSockets& fails(const std::string& call, int error) { return answers(call, -1, error); }
     /// Calls of that name go on to the system again.
     FakeSockets& passesOn(const std::string& call);
+
+    /// From now on each call is also written to standard error, a line each.
+    void echo() { m_journal.echo(); }
 
     /// The calls so far, separated by "; ".
     std::string conversation() const { return join(m_journal.all(), "; "); }

@@ -1,6 +1,8 @@
 #include "tests/support/objectallocations.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <new>
 
 #include "tests/support/interposition.h"
@@ -26,6 +28,7 @@ thread_local bool g_counting = false;
 thread_local int g_failing = testsupport::ObjectAllocations::kNone;
 thread_local int g_allocated = 0;
 thread_local int g_freed = 0;
+thread_local int g_made[64]; // by size
 
 } // namespace
 
@@ -36,6 +39,7 @@ ObjectAllocations::ObjectAllocations(int failing)
     g_failing = failing;
     g_allocated = 0;
     g_freed = 0;
+    std::fill(std::begin(g_made), std::end(g_made), 0);
     g_counting = true;
 }
 
@@ -64,6 +68,11 @@ int ObjectAllocations::outstanding() const
     return g_allocated - g_freed;
 }
 
+int ObjectAllocations::made(std::size_t size) const
+{
+    return g_made[size];
+}
+
 } // namespace testsupport
 
 void* operator new(std::size_t size)
@@ -74,6 +83,8 @@ void* operator new(std::size_t size)
     if (g_failing != testsupport::ObjectAllocations::kNone && --g_failing == 0)
         throw std::bad_alloc();
     ++g_allocated;
+    if (size < std::size(g_made))
+        ++g_made[size];
     return next(size);
 }
 

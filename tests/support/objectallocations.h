@@ -1,6 +1,8 @@
 #ifndef TESTS_SUPPORT_OBJECTALLOCATIONS_H
 #define TESTS_SUPPORT_OBJECTALLOCATIONS_H
 
+#include <cstddef>
+
 namespace testsupport {
 
 /**
@@ -21,6 +23,8 @@ public:
 
     /// How many blocks were allocated and not freed yet.
     int outstanding() const;
+    /// How many blocks of exactly that size were allocated, freed or not; a size below 64 bytes.
+    int made(std::size_t size) const;
 };
 
 /// From now on to the very end of the process: whether that block, which `new` has made, is deleted. For two blocks at

@@ -359,7 +359,7 @@ private:
 
     /// Waits for the visitors. Returns how many are left who wait for a token that is nowhere, and ends them: when
     /// those who are left all sleep in lock(), and had no other to wake them when that was looked at, they sleep for
-    /// ever.
+    /// ever. A time limit would end some who only wait for their turn: on a loaded machine a round takes seconds.
     static int waitForTheVisitors(const Counts& counts, std::array<std::unique_ptr<ChildProcess>, kVisitors>& visitors)
     {
         int livingBefore = kVisitors;

@@ -130,6 +130,8 @@ protected:
     }
 
     static constexpr unsigned kLongest = 100; // seconds
+    /// Whatever user runs the test removes such a lock; of others it cannot see who uses them, unless it is root.
+    const WantedRights m_forThisUserAlone = {std::nullopt, 0600};
     const OwnSemaphores m_own;
     LockFolder m_folder;
 };
@@ -337,12 +339,12 @@ TEST_F(LockSeedTest, LeavesASemaphoreOfTheSameKeyToItsProgram)
 
 TEST_F(LockSeedTest, TakesUpOrReplacesTheLockOfAnEarlierSeedWhoseKeyFileWasRemoved)
 {
-    seed();
+    seed(m_forThisUserAlone);
     m_folder.look();
     unlink(m_folder.keyFile().c_str());
     EXPECT_EQ(1U, findOrphans(KeyFolder(m_folder.keyFile())).size());
 
-    const SeedResult result = seed();
+    const SeedResult result = seed(m_forThisUserAlone);
     EXPECT_TRUE(result == SeedResult::TakenUp || result == SeedResult::Made);
     expectSoundLock();
     EXPECT_EQ(1U, newSets().size());
@@ -350,7 +352,7 @@ TEST_F(LockSeedTest, TakesUpOrReplacesTheLockOfAnEarlierSeedWhoseKeyFileWasRemov
 
 TEST_F(LockSeedTest, TakesUpNoLockWithTwoTokens)
 {
-    seed();
+    seed(m_forThisUserAlone);
     m_folder.look();
     const FolderIdentity identity = KeyFolder(m_folder.keyFile()).identity();
     unlink(m_folder.keyFile().c_str());
@@ -429,6 +431,19 @@ protected:
         }).join();
     }
 
+    /// The other makes a set in place of the one that is there, and finishes it.
+    void forgeSet(const std::function<void(int set)>& finish)
+    {
+        semctl(m_folder.look().semaphore, 0, IPC_RMID);
+        const key_t key = ftok(m_folder.keyFile().c_str(), VorelKestrel::kLockKeyProject);
+        asNobody([key, finish] {
+            const int set = semget(key, kSemaphoresOfSeed, IPC_CREAT | 0666);
+            semctl(set, 0, SETVAL, 1);
+            finish(set);
+        });
+        EXPECT_GE(m_folder.look().semaphore, 0);
+    }
+
     void expectRefusalBecauseOfNobody()
     {
         EXPECT_FALSE(m_folder.look().stays);
@@ -456,13 +471,22 @@ TEST_F(LockSeedAgainstAnotherUserTest, DoesNotAcceptALockWhoseOwnershipTheOtherH
 TEST_F(LockSeedAgainstAnotherUserTest, DoesNotAcceptAForgedSetForAFileOfRoots)
 {
     seed();
-    semctl(m_folder.look().semaphore, 0, IPC_RMID);
-    const key_t key = ftok(m_folder.keyFile().c_str(), VorelKestrel::kLockKeyProject);
-    asNobody([key] {
-        const int set = semget(key, kSemaphoresOfSeed, IPC_CREAT | 0666);
-        semctl(set, 0, SETVAL, 1);
-    });
-    EXPECT_GE(m_folder.look().semaphore, 0);
+    forgeSet([](int /*set*/) {});
+    expectRefusalBecauseOfNobody();
+}
+
+TEST_F(LockSeedAgainstAnotherUserTest, DoesNotAcceptAForgedSetForAFileOfRootsThatTheOtherHasGivenToRoot)
+{
+    seed();
+    forgeSet([](int set) { changeRights(set, {0, 0, 0666}); });
+    EXPECT_EQ(0U, m_folder.look().rights.owner);
+    expectRefusalBecauseOfNobody();
+}
+
+TEST_F(LockSeedAgainstAnotherUserTest, DoesNotAcceptAKeyFileOfTheOthersThatHasTheKeyOfASetOfRoots)
+{
+    seed();
+    EXPECT_EQ(0, chown(m_folder.keyFile().c_str(), kNobody, kNogroup)); // as a file that got the number of a lost one
     expectRefusalBecauseOfNobody();
 }
 

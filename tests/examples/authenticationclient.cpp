@@ -6,6 +6,7 @@
 //        authenticationclient PORT LENGTH silent            says nothing until the service hangs up
 //        authenticationclient PORT LENGTH besieged COUNT    makes so many connections of slow and hostile clients, and
 //        has a challenge signed after every hundredth
+//        authenticationclient PORT LENGTH overloading       keeps the service off the bus, and asks once too often
 // LENGTH is that of the challenges.
 // A status of 255 means that the service is busy: the challenge is sent again, by another connection.
 // Exit status: 0 everything is as it should be, 1 it is not, 3 a signature is not authentic
@@ -26,6 +27,7 @@
 #include <openssl/rand.h>
 #include <sys/socket.h>
 
+#include <abstractionlibrary/globalmutex.h>
 #include <abstractionlibrary/tcpsocket.h>
 
 #include "common/scopeddescriptor.h"
@@ -117,25 +119,31 @@ int expectAuthenticAnswer(Client& client, const Bytes& challenge, unsigned statu
     return client.hasHungUp() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-int expectAuthentic(U16 port, std::size_t length, int count)
+struct Exchange
 {
-    struct Exchange
-    {
-        Exchange(U16 port, std::size_t length) : client(port), challenge(randomChallenge(length)) {}
+    Exchange(U16 port, std::size_t length) : client(port), challenge(randomChallenge(length)) {}
 
-        Client client;
-        const Bytes challenge;
-    };
-    std::vector<std::unique_ptr<Exchange>> exchanges;
-    for (; count > 0; --count)
-        exchanges.push_back(std::make_unique<Exchange>(port, length)); // all wait in the service's backlog
-    for (const auto& exchange : exchanges)
-        exchange->client.send(request(exchange->challenge));
+    Client client;
+    const Bytes challenge;
+};
+
+int expectAuthenticAnswers(const std::vector<std::unique_ptr<Exchange>>& exchanges)
+{
     int status = EXIT_SUCCESS;
     for (const auto& exchange : exchanges)
         status = std::max(
             status, expectAuthenticAnswer(exchange->client, exchange->challenge, exchange->client.receiveBigEndian(1)));
     return status;
+}
+
+int expectAuthentic(U16 port, std::size_t length, int count)
+{
+    std::vector<std::unique_ptr<Exchange>> exchanges;
+    for (; count > 0; --count)
+        exchanges.push_back(std::make_unique<Exchange>(port, length)); // all wait in the service's backlog
+    for (const auto& exchange : exchanges)
+        exchange->client.send(request(exchange->challenge));
+    return expectAuthenticAnswers(exchanges);
 }
 
 int expectSilenceToEnd(U16 port)
@@ -248,6 +256,23 @@ int besiege(U16 port, std::size_t length, int count)
     return left > kPlaces ? EXIT_FAILURE : status;
 }
 
+int overload(U16 port, std::size_t length)
+{
+    constexpr int kWaiting = 8; // that the service takes
+    VorelKestrel::AL::GlobalMutex bus;
+    bus.lock();
+    std::vector<std::unique_ptr<Exchange>> exchanges;
+    for (int i = 0; i <= kWaiting; ++i) {
+        exchanges.push_back(std::make_unique<Exchange>(port, length));
+        exchanges.back()->client.send(request(exchanges.back()->challenge)); // before the next comes
+    }
+    const bool isBusy = exchanges.back()->client.receiveBigEndian(1) == kBusy && exchanges.back()->client.hasHungUp();
+    bus.unlock();
+    exchanges.pop_back();
+    const int status = expectAuthenticAnswers(exchanges);
+    return isBusy ? status : EXIT_FAILURE;
+}
+
 int expectRefusal(U16 port, std::size_t length)
 {
     constexpr unsigned kErrorInvalid = 2;
@@ -272,6 +297,8 @@ int run(U16 port, std::size_t length, const std::string& task, const std::string
         return expectSilenceToEnd(port);
     if (task == "besieged")
         return besiege(port, length, std::stoi(count));
+    if (task == "overloading")
+        return overload(port, length);
     return goAwayAndComeBack(port, length);
 }
 

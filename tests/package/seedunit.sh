@@ -46,7 +46,7 @@ fi
 mkdir "$scratch/tmp"
 export TMPDIR=$scratch/tmp AUTHCHIP_LOCK_OPTIONS="--group 0 --mode 0660"
 program=$(sed -n 's/^ExecStart=\([^ ]*\) .*/\1/p' "$unit")
-bash -c "$(sed -n "s#^ExecStart=#$scratch#p" "$unit") --json" >"$scratch/answer"
+bash -c "$(sed -n "s#^ExecStart=\([^ ]*\)#'$scratch\1'#p" "$unit") --json" >"$scratch/answer"
 semaphore=$(sed -n 's/.*"semaphore":\([0-9]*\).*/\1/p' "$scratch/answer")
 ipcrm -s "$semaphore"
 [ -x "$scratch$program" ] || failed "the unit runs $program, which is not installed"

@@ -304,8 +304,8 @@ TEST_F(AuthChipSimTest, SignsWithTheKeyThatItIsGiven)
     const std::string key = m_scratch / "key.pem";
     const std::string certificate = m_scratch / "certificate.pem";
     const std::string make =
-        "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj /CN=Given -keyout " + key +
-        " -out " + certificate + " 2>/dev/null";
+        "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj /CN=Given -keyout '" + key +
+        "' -out '" + certificate + "' 2>/dev/null";
     ASSERT_EQ(0, std::system(make.c_str()));
 
     EXPECT_EQ(0, authenticate({"--key", key, "--certificate", certificate})) << m_process->errors();

@@ -138,7 +138,8 @@ for name in "$@"; do
     export TMPDIR=$scratch/tmp
     mkdir "$TMPDIR"
     result=0
-    bash -c "$command" >"$scratch/output" 2>"$scratch/errors" </dev/null || result=$?
+    # The folder's path may have a blank. Without a separator of words no line has to quote it.
+    bash -c "IFS=; $command" >"$scratch/output" 2>"$scratch/errors" </dev/null || result=$?
     # Those that have lost their key file, too; what it refuses, the next line removes.
     [[ $command != *"lock seed"* ]] || authchip lock remove >"$scratch/removal" 2>&1 || true
     remove_lock

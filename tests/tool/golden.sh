@@ -91,6 +91,11 @@ as_nobody() {
 }
 # Where nothing is mounted on /proc.
 without_proc() { unshare --mount sh -c 'mount -t tmpfs none /proc && exec "$@"' sh "$@"; }
+# Where $TMPDIR/disk is a disk of 4096 bytes.
+with_a_tiny_disk() {
+    mkdir "$TMPDIR/disk"
+    unshare --mount sh -c 'mount -t tmpfs -o size=4096 none "$TMPDIR/disk" && exec "$@"' sh "$@"
+}
 # Where the system gives no semaphore more.
 without_semaphores() {
     unshare --ipc sh -c 'echo 32000 1024000000 500 0 >/proc/sys/kernel/sem && exec "$@"' sh "$@"
@@ -107,7 +112,7 @@ interrupted_when_it_waits() {
     return $result
 }
 export -f make_pki lock_number remove_lock key_file set_tokens while_held while_held_in nobody as_nobody without_proc
-export -f without_semaphores interrupted_when_it_waits
+export -f with_a_tiny_disk without_semaphores interrupted_when_it_waits
 
 # Neither a container without the right nor a folder mounted with "nodev" lets a node be opened.
 makes_nodes() {
@@ -128,6 +133,10 @@ for name in "$@"; do
     case $command in
         *without_semaphores*) without_semaphores true 2>/dev/null ||
             { echo "$name: skipped, only root takes the semaphores away"; exit 77; } ;;
+    esac
+    case $command in
+        *with_a_tiny_disk*)
+            unshare --mount true 2>/dev/null || { echo "$name: skipped, only root mounts a disk"; exit 77; } ;;
     esac
     case $command in
         *without_proc*) without_proc true 2>/dev/null || { echo "$name: skipped, only root hides /proc"; exit 77; } ;;

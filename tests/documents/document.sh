@@ -26,8 +26,15 @@ here() {
         -e "s#^scripts/demo\$#scripts/demo --no-build @dev@#; s#^scripts/(test|build)\$#scripts/\1 --help#" \
         -e "s#@([a-z-]+)@#$scratch/\1#g"
 }
+# What differs from run to run: random bytes, and the lock's key file, numbers and owner.
 normalised() {
-    perl -0777 -pe 's/^((?:challenge|signature) +)[0-9a-f]+(?:\n +[0-9a-f]+)*$/$1<bytes>/gm'
+    perl -0777 -pe '
+        s/^((?:challenge|signature) +)[0-9a-f]+(?:\n +[0-9a-f]+)*$/$1<bytes>/gm;
+        s#^(key file +)\S*/(qipc_)#$1$2#gm;
+        s/^(semaphore +)\d+, key \w+$/$1<number>/gm;
+        s/^(owner +).*/$1<user>/gm;
+        s/^(last user +)\d.*/$1<process>/gm;
+    '
 }
 
 failed() { echo "$document: $1" >&2; exit 1; }

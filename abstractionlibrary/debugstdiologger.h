@@ -23,7 +23,7 @@ namespace VorelKestrel { namespace AL {
  * Ownership: loggers are never deleted. A pointer from getInstance() is valid until the process ends, also while
  *            static objects are destroyed.
  * Errors:    only the allocator's exception (by getInstance()).
- *
+ * Linking:   the program also needs the library's hook: see authchipdriver/dbglog.h.
  * @par Example
  * @snippet reference/debugstdiologger.cpp example
  */

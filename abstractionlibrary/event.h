@@ -24,7 +24,7 @@ class EventVoidPrivate; // defined in the source
  * Units:     timeouts are milliseconds; 0 does not wait, a negative value waits without limit.
  * Errors:    wait() returns null after a timeout, set() returns false if the slot is full. Only the constructor
  *            throws, the allocator's exception.
- *
+ * Linking:   the program also needs the library's hook: see authchipdriver/dbglog.h.
  * @par Example
  * @snippet reference/event.cpp example
  */

@@ -28,7 +28,7 @@ class GlobalMutexPrivate; // defined in the source
  * Ownership: keeps no pointer of the caller's.
  * Errors:    none is reported. If the system refuses the semaphore (another user's, for example), lock() returns
  *            without holding anything. Only the constructor throws, the allocator's exception.
- *
+ * Linking:   the program also needs the library's hook: see authchipdriver/dbglog.h.
  * @par Example
  * @snippet reference/globalmutex.cpp example
  */

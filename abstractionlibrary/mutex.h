@@ -17,7 +17,7 @@ class MutexPrivate; // defined in the source
  * Threads:   any thread may call any operation; the destructor comes last and alone, on an unlocked mutex.
  * Ownership: keeps no pointer of the caller's.
  * Errors:    only the constructor throws, the allocator's exception.
- *
+ * Linking:   the program also needs the library's hook: see authchipdriver/dbglog.h.
  * @par Example
  * @snippet reference/mutex.cpp example
  */

@@ -18,7 +18,7 @@ class QueueVoidPrivate; // defined in the source
  * Units:     timeouts are milliseconds; 0 does not wait, a negative value waits without limit.
  * Errors:    pop() returns null after a timeout. Only the allocator's exception is thrown (by the constructor, and by
  *            push(), which then has queued nothing).
- *
+ * Linking:   the program also needs the library's hook: see authchipdriver/dbglog.h.
  * @par Example
  * @snippet reference/queue.cpp example
  */

@@ -116,7 +116,7 @@ protected:
  * A TCPSocket that connects to a server.
  *
  * Threads, ownership, units, errors: as TCPSocket.
- *
+ * Linking:   the program also needs the library's hook: see authchipdriver/dbglog.h.
  * @par Example
  * @snippet reference/tcpsocket.cpp client
  */
@@ -152,7 +152,7 @@ public:
  *
  * accept() has no timeout, and close() from another thread does not wake it. To end a server, tell it to stop and then
  * connect to it once, as the example does.
- *
+ * Linking:   the program also needs the library's hook: see authchipdriver/dbglog.h.
  * @par Example
  * @snippet reference/tcpsocket.cpp server
  */

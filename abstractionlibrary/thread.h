@@ -24,7 +24,7 @@ namespace VorelKestrel { namespace AL {
  * Units:     join() has no time limit.
  * Errors:    none is reported. Only the constructor throws, the allocator's exception. An exception must not leave
  *            run().
- *
+ * Linking:   the program also needs the library's hook: see authchipdriver/dbglog.h.
  * @par Example
  * @snippet reference/thread.cpp example
  */

@@ -17,7 +17,7 @@ enum Error
 };
 
 /**
- * An authentication coprocessor, whatever its generation. AuthChipFactory hands out the one driver of the process.
+ * An authentication coprocessor of any generation. AuthChipFactory hands out the only driver of the process.
  *
  * A typical authentication:
  *

@@ -20,7 +20,7 @@ enum class Call : AL::U8
 };
 constexpr AL::U8 kLastCall = 6;
 
-constexpr AL::U16 kUnknownAddress = 0xffff; // nobody saw which address was selected
+constexpr AL::U16 kUnknownAddress = 0xffff; // selected before the capture began
 
 /// What is known about a message besides its bytes. Units: nanoseconds, bytes.
 struct Facts

@@ -36,7 +36,7 @@ std::string pathOf(const std::string& program)
     return program;
 }
 
-/// What stands behind "#!" in a script's first line; empty of anything else.
+/// The interpreter after "#!" in a script's first line; empty if there is none.
 std::string interpreterOf(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);

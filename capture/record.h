@@ -23,7 +23,7 @@ struct Record
 /**
  * A record as a block of a capture file, in pieces, so that one writev() appends it and nothing is copied.
  *
- * Neither allocates nor throws, and needs no C++ library: it is used inside programs that nobody built for it.
+ * Neither allocates nor throws, and needs no C++ library: it is used inside foreign programs.
  *
  * Ownership: refers to the record's bytes until it is destroyed.
  */

@@ -272,7 +272,7 @@ private:
         if (!facts)
             guessFacts(message);
         else if (!readFacts(*facts, message) || message.isSelection() != isEvent)
-            throw Damage{"what is told about a message contradicts it"};
+            throw Damage{"the facts about a message contradict the message"};
         m_recording.messages.push_back(std::move(message));
     }
 

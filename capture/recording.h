@@ -23,7 +23,7 @@ struct Message
 
     /// An address was selected, or that was refused; nothing was on the bus.
     bool isSelection() const { return facts.call == Call::SelectAddress; }
-    /// What the program handed over or got, whatever became of it.
+    /// The bytes that the program passed or received, also if the message failed.
     const Bytes& bytes() const { return tried.empty() ? data : tried; }
     std::size_t byteCount() const { return triedLength == 0 ? length : triedLength; }
 };

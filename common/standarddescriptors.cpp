@@ -9,7 +9,7 @@ namespace VorelKestrel {
 
 void occupyStandardDescriptors()
 {
-    constexpr int kDirections[] = {O_WRONLY, O_RDONLY, O_RDONLY}; // in which nobody uses the descriptor
+    constexpr int kDirections[] = {O_WRONLY, O_RDONLY, O_RDONLY}; // that no program uses on this descriptor
     for (int descriptor = 0; descriptor < 3; ++descriptor) {
         if (fcntl(descriptor, F_GETFD) >= 0)
             continue;

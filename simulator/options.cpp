@@ -19,7 +19,7 @@ constexpr std::uint32_t kByteMaximum = 0xff;
 constexpr std::uint32_t kWordMaximum = 0xffff;
 constexpr std::uint32_t kDoubleWordMaximum = 0xffffffff;
 constexpr std::uint32_t kAddressMaximum = 0x7f;
-// In place of a time: a loaded machine lets any time go by between two messages, but not between two refusals.
+// A count, because timing is unreliable on a loaded machine.
 constexpr int kUsbIpBusyRefusals = 3;
 constexpr AL::U8 kLengthRegisters[] = {ACD::kRegisterResponseLength, ACD::kRegisterChallengeLength,
                                        ACD::kRegisterCertificateLength};
@@ -29,25 +29,24 @@ constexpr const char* kDescription =
 constexpr const char* kUsage = "Usage: authchip-sim [OPTIONS] -- PROGRAM [ARGS...]\n"
                                "       authchip-sim --usbip [OPTIONS] [-- PROGRAM [ARGS...]]\n";
 constexpr const char* kFooter = R"(Numbers may be written in decimal or, with 0x before them, in hexadecimal.
-Without --key the chip gets a new key, without --certificate and --issuer a self-signed
-certificate.
-PROGRAM has to be dynamically linked and not set-user-ID, since libraries are preloaded
-into it. It opens the node itself: a descriptor does not survive exec, nor dup, nor use
-by two processes at the same time. The node is there for as long as PROGRAM runs.
+By default the chip gets a new key and a self-signed certificate.
+PROGRAM must be dynamically linked and not set-user-ID, since libraries are preloaded into
+it. It must open the node itself: a descriptor does not survive exec or dup, and two
+processes cannot use it at the same time. The node exists while PROGRAM runs.
 
-With --usbip the bus stands behind a USB device of the kind that Linux's driver
-i2c-tiny-usb binds to. 'usbip attach' fetches the device from the address that is
-printed; with --attach the kernel of this machine gets it and makes a real node, which
-is printed. Both last until a signal comes or, if there is one, PROGRAM has ended, which
-finds what would be printed in AUTHCHIP_USBIP or AUTHCHIP_DEVICE.
+With --usbip the bus is behind a USB device that Linux's driver i2c-tiny-usb supports.
+authchip-sim prints an address, from which 'usbip attach' fetches the device. With --attach
+this machine's kernel gets the device and makes a real node, whose path is printed.
+PROGRAM, if there is one, finds address or path in AUTHCHIP_USBIP or AUTHCHIP_DEVICE.
+The device exists until PROGRAM ends or a signal arrives.
 
 Exit status: that of PROGRAM, or 128 + n if signal n killed it; otherwise
   0    help was asked for
   2    the options are wrong, or a key or certificate does not fit
-  125  the node could not be put up, the log or the capture not be written,
+  125  the node cannot be set up, the log or the capture cannot be written,
        or a message differs from the replay
-  126  PROGRAM could not be run
-  127  PROGRAM was not found
+  126  PROGRAM cannot be run
+  127  PROGRAM is not found
 
 Examples:
   authchip-sim -- i2ctransfer -y 7 w1@0x2a 0x00 r1
@@ -121,7 +120,7 @@ std::string kindsOfCounterfeit()
 struct OptionRow
 {
     const char* name;
-    const char* value; // what stands for it in the help; null: there is none
+    const char* value; // its placeholder in the help; null: the option has no value
     const char* description;
     std::function<void(const std::string&)> set; // once for every time that the option is given
 };
@@ -135,8 +134,8 @@ public:
         m_app.footer(kindsOfCounterfeit() + kFooter);
         m_app.set_help_flag("-h,--help", "This text");
         add("The node and the bus", nodeRows());
-        add("A USB device in place of the simulated node", usbIpRows());
-        add("A capture in place of the simulated chip", replayRows());
+        add("A USB device instead of the simulated node", usbIpRows());
+        add("A capture instead of the simulated chip", replayRows());
         add("The chip", chipRows());
         add("Who issued its certificate", issuerRows());
         add("Faults", faultRows());
@@ -246,11 +245,11 @@ private:
     std::vector<OptionRow> usbIpRows()
     {
         return {
-            {"--usbip", nullptr, "Offer the bus as a USB device, over USB/IP; the chip is then busy for 3 refusals",
+            {"--usbip", nullptr, "Offer the bus as a USB device over USB/IP; the chip is then busy for 3 messages",
              [this](const std::string&) { m_options.usbIp = true; }},
             intoRow("--port", "PORT", kWordMaximum, "TCP port, on the loopback address; 0 takes a free one (3240)",
                     m_options.usbIpPort),
-            {"--attach", nullptr, "Give it to this machine's kernel; as root, with vhci-hcd, i2c-tiny-usb and i2c-dev",
+            {"--attach", nullptr, "Attach it to this machine's kernel; needs root, vhci-hcd, i2c-tiny-usb and i2c-dev",
              [this](const std::string&) { m_options.attach = true; }},
         };
     }
@@ -258,9 +257,10 @@ private:
     std::vector<OptionRow> replayRows()
     {
         return {
-            textRow("--replay", "FILE", "Answer as in this capture, message by message; the first that differs ends it",
+            textRow("--replay", "FILE",
+                    "Answer as in this capture, message by message; a message that differs ends the replay",
                     m_options.replayFile),
-            {"--replay-loosely", nullptr, "Answer by register instead, whatever is asked when",
+            {"--replay-loosely", nullptr, "Answer by register instead, in any order",
              [this](const std::string&) { m_options.replayLoosely = true; }},
         };
     }
@@ -282,19 +282,20 @@ private:
             intoRow("--certificate-length", "BYTES", kWordMaximum, "Length of the self-signed certificate's container",
                     m_options.certificateLength),
             numberRow("--busy-ms", "MS", kDoubleWordMaximum,
-                      "How long the chip does not answer after a start command (30)",
+                      "How long the chip refuses messages after a start command (30)",
                       [&chip](std::uint32_t time) { chip.busyTime = std::chrono::milliseconds(time); }),
-            intoRow("--busy-refusals", "N", INT_MAX,
-                    "How many messages the chip refuses after a start command; without --busy-ms, in place of the "
-                    "time (0)",
-                    chip.busyRefusals),
+            intoRow(
+                "--busy-refusals", "N", INT_MAX,
+                "How many messages the chip refuses after a start command; replaces the time unless --busy-ms is given "
+                "(0)",
+                chip.busyRefusals),
         };
     }
 
     std::vector<OptionRow> issuerRows()
     {
         return {
-            textRow("--issuer", "FILE", "Certificate of the issuer, PEM or DER; in place of a self-signed certificate",
+            textRow("--issuer", "FILE", "Certificate of the issuer, PEM or DER; replaces the self-signed certificate",
                     m_options.issuerFile),
             textRow("--issuer-key", "FILE", "Private key of the issuer, PEM or DER", m_options.issuerKeyFile),
             {"--counterfeit", "KIND", "Be no genuine chip of this issuer; the kinds are below",
@@ -370,7 +371,7 @@ private:
 
 Options parseOptions(int argc, const char* const* argv)
 {
-    // What comes after the first "--" is the program's, whatever it looks like.
+    // Everything after the first "--" belongs to the program.
     const auto isSeparator = [](const char* argument) { return std::strcmp(argument, "--") == 0; };
     const char* const* end = argv + argc;
     const char* const* separator = std::find_if(std::min(argv + 1, end), end, isSeparator);
@@ -380,7 +381,7 @@ Options parseOptions(int argc, const char* const* argv)
     if (separator != end)
         options.command.assign(separator + 1, end);
     if (options.command.empty() && !options.usbIp)
-        throw UsageError("there is no program to run; it stands behind '--'");
+        throw UsageError("there is no program to run; name it after '--'");
     return options;
 }
 

@@ -28,7 +28,7 @@ struct Options
     std::string captureFile;                  // empty: no capture
     std::string replayFile;                   // empty: a simulated chip
     bool replayLoosely = false;               // by register
-    bool usbIp = false;                       // a USB device in place of the umockdev node
+    bool usbIp = false;                       // a USB device instead of the umockdev node
     bool attach = false;                      // to the kernel of this machine
     AL::U16 usbIpPort = UsbIpServer::kDefaultPort;
     std::vector<std::string> command; // empty only with usbIp or if help was asked for

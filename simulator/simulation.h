@@ -28,7 +28,7 @@ struct SimulationSettings
  *
  *     node -> [log] -> faults -> wires -> chip
  *
- * A kernel that makes the node itself stands before bus() instead.
+ * With a kernel that makes the node itself, use bus() instead.
  *
  * Ownership: the clock and the log stay the caller's and outlive the simulation.
  */

@@ -134,7 +134,7 @@ void recordSmbus(OpenNode& node, const EndedCall& call, int error, const i2c_smb
     Record record = startRecord(node, call, Call::Smbus);
     record.facts.smbusSize = request.size;
     const bool isOnlyRead = !shape.hasCommand && request.read_write == I2C_SMBUS_READ;
-    const bool hasRead = shape.in > 0 && !isOnlyRead && !failed; // which of two failed nobody tells: the first stands
+    const bool hasRead = shape.in > 0 && !isOnlyRead && !failed; // either may have failed: take the first
     record.facts.messageCount = hasRead ? 2 : 1;
     record.facts.isRead = isOnlyRead;
     const std::size_t length =

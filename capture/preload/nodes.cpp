@@ -71,7 +71,7 @@ bool hasNodeName(const char* path)
     return std::strspn(path + kLength, "0123456789") == std::strlen(path + kLength);
 }
 
-/// Whether umockdev shows the path as an i2c-dev node, whatever it is called.
+/// Whether umockdev shows the path as an i2c-dev node, under any name.
 bool isSimulated(const char* path)
 {
     constexpr std::size_t kLength = sizeof(kDevicesFolder) - 1;

@@ -30,14 +30,14 @@ struct Settings
 };
 
 Settings g_settings;
-Tally g_ownTally; // where the common one cannot be had
+Tally g_ownTally; // if the shared one cannot be mapped
 Tally* g_tally = &g_ownTally;
 std::atomic<bool> g_isRecording{false};
 std::atomic<int> g_file{-1};
 dev_t g_device; // of the file, to know it again
 ino_t g_inode;
 
-// The capture's own calls go past whoever else takes the C library's.
+// The capture's own calls bypass other preloaded libraries.
 int rawOpen(const char* path, int flags)
 {
     return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags | O_CLOEXEC | O_LARGEFILE, 0));
@@ -90,7 +90,7 @@ int captureFile(struct stat& status)
     return g_file;
 }
 
-/// A file that grows beyond the limit would not only be refused: the signal ends the program.
+/// Writing beyond the limit would raise a signal that ends the program.
 bool isWithinLimit(const struct stat& status, std::size_t length)
 {
     rlimit limit{};

@@ -12,7 +12,7 @@ namespace VorelKestrel::Simulator {
 enum class Outcome
 {
     Done,
-    Refused, // nobody acknowledged the address, or the receiver a byte
+    Refused, // no device acknowledged the address, or the receiver did not acknowledge a byte
     Failed,  // the adapter reports an error
     TimedOut
 };

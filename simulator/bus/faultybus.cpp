@@ -57,7 +57,7 @@ void FaultyBus::setTimeout(std::chrono::milliseconds timeout)
     m_timeout = timeout;
 }
 
-/// Whether a fault that is counted strikes this message, and takes it off the count.
+/// Whether a counted fault hits this message; decrements its count.
 bool FaultyBus::hits(std::optional<AL::U8> reg, int Faults::*count)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);

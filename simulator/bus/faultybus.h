@@ -22,7 +22,7 @@ struct Faults
     std::optional<AL::U8> onlyRegister;
     /// The errno of refused messages and failed reads, since adapters differ; 0: the usual one.
     int error = 0;
-    /// What registers answer in place of their content, in the bytes given (a wrong status, a wrong length).
+    /// Wrong answers of registers (a status, a length); each replaces as many bytes as it has.
     std::map<AL::U8, Bytes> answers;
     bool corruptSignature = false; // one bit in the last byte of the response is flipped
     /// Set: nothing gets through, and every message times out after this time, the adapter's own timeout.
@@ -36,14 +36,14 @@ class FaultyBus : public Bus
 public:
     FaultyBus(Bus& next, Clock& clock, Faults faults = {});
 
-    /// Replaces what goes wrong from the next message on.
+    /// Replaces the faults, from the next message on.
     void inject(Faults faults);
-    /// What is still to go wrong.
+    /// The faults that are left.
     Faults faults() const;
 
     Transfer write(unsigned address, const AL::U8* data, std::size_t length) override;
     Transfer read(unsigned address, AL::U8* data, std::size_t length) override;
-    /// From now on a stuck bus takes this time for a message, whatever was injected.
+    /// From now on a message on a stuck bus takes this time; the injected time no longer counts.
     void setTimeout(std::chrono::milliseconds timeout) override;
 
 private:

@@ -30,7 +30,7 @@ struct CertificateText
     std::size_t fillerLength = 0; // of a comment that is there for its length alone
 };
 
-/// Whoever signs certificates.
+/// Signs certificates.
 struct Issuer
 {
     Key key;

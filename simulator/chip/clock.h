@@ -6,7 +6,7 @@
 
 namespace VorelKestrel::Simulator {
 
-/// The time that the chip and the bus go by. Threads: any.
+/// The clock of the chip and the bus. Threads: any.
 class Clock
 {
 public:
@@ -30,7 +30,7 @@ public:
     void sleep(Duration duration) override;
 };
 
-/// Time that passes when somebody says so: a sleep moves the clock on and returns at once. For tests and fuzzers.
+/// A clock that only sleep() advances, without waiting. For tests and fuzzers.
 class ManualClock : public Clock
 {
 public:

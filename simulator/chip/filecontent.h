@@ -17,7 +17,7 @@ Bytes contentOf(const std::string& path);
 using Reader = OpensslPointer<BIO, BIO_free>;
 Reader readerOf(const Bytes& content);
 
-/// For OpenSSL's readers of PEM. Nobody is asked for a password: what needs one is refused.
+/// For OpenSSL's readers of PEM. It never asks for a password: a file that needs one is refused.
 int noPassword(char* buffer, int size, int writing, void* user);
 
 } // namespace VorelKestrel::Simulator

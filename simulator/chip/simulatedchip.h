@@ -22,7 +22,7 @@ struct ChipSettings
     std::optional<AL::U8> protocolMinorVersion;
     AL::U32 deviceId = 0x00000200;
     std::chrono::milliseconds busyTime{30}; // after a start command
-    int busyRefusals = 0;                   // messages refused after a start command, whatever the time
+    int busyRefusals = 0;                   // messages refused after a start command, besides the busy time
 };
 
 /**
@@ -37,7 +37,7 @@ struct ChipSettings
  *     challenged | challenged        | busy               | idle, failed              |
  *     busy       | (the chip does not answer)                                         | idle, generated
  *
- * The result of the last command stands in bits 6 to 4 of the status: 0 none since the last challenge, 1 generated,
+ * Bits 6 to 4 of the status hold the result of the last command: 0 none since the last challenge, 1 generated,
  * 7 failed.
  *
  * Threads:   one at a time; the bus sees to it.

@@ -5,7 +5,7 @@
 
 namespace VorelKestrel::Simulator {
 
-/// A way to the chip that cannot be put up; what() says why.
+/// Thrown when a front cannot be set up; what() says why.
 class FrontError : public std::runtime_error
 {
 public:

@@ -71,7 +71,7 @@ private:
     int readSmbus(bool hasCommand, AL::U8 command, AL::U8* data, std::size_t length);
 
     I2cDevNode& m_node;
-    unsigned m_address = 0; // nobody's, until one is selected
+    unsigned m_address = 0; // until one is selected
     bool m_tenBit = false;
 };
 

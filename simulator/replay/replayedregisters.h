@@ -12,8 +12,8 @@
 namespace VorelKestrel::Simulator {
 
 /**
- * A bus whose chip answers about each register as it did in a recording, whatever is asked when: the first time as it
- * did the first time, and so on; the last answer stays. A register that the recording does not have is refused.
+ * A bus whose chip answers each register as in a recording, in any order: the first access gets the first recorded
+ * answer, and so on; the last answer repeats. A register that is not in the recording is refused.
  *
  * Threads:   as Bus.
  * Ownership: the recording stays the caller's and outlives the bus.

@@ -28,7 +28,7 @@ constexpr AL::U8 kVendorOut = USB_DIR_OUT | USB_TYPE_VENDOR | USB_RECIP_INTERFAC
 
 constexpr AL::U8 kConfiguration = 1; // the only one
 constexpr std::size_t kConfigurationLength = USB_DT_CONFIG_SIZE + USB_DT_INTERFACE_SIZE;
-constexpr AL::U8 kUndrivenLine = 0xff; // what a host reads where nobody answers
+constexpr AL::U8 kUndrivenLine = 0xff; // what a host reads if no device answers
 
 constexpr const char* kStrings[] = {"authchipdriver", "Simulated I2C bus", "0001"}; // numbered from 1
 constexpr AL::U16 kAmericanEnglish = 0x0409;
@@ -81,7 +81,7 @@ const I2cTinyUsb::Handler I2cTinyUsb::kHandlers[] = {
     {kToInterface, USB_REQ_SET_INTERFACE, USB_REQ_SET_INTERFACE, &I2cTinyUsb::setNothing},
     {kVendorIn, kEcho, kEcho, &I2cTinyUsb::echo},
     {kVendorIn, kFunctions, kFunctions, &I2cTinyUsb::sendFunctions},
-    {kVendorOut, kDelay, kDelay, &I2cTinyUsb::setNothing}, // the wires have a clock of their own
+    {kVendorOut, kDelay, kDelay, &I2cTinyUsb::setNothing}, // the simulated bus has its own clock
     {kVendorIn, kStatus, kStatus, &I2cTinyUsb::sendStatus},
     {kVendorIn, kMessage, kMessage + kBegin + kEnd, &I2cTinyUsb::readMessage},
     {kVendorOut, kMessage, kMessage + kBegin + kEnd, &I2cTinyUsb::writeMessage},

@@ -38,7 +38,7 @@ struct ControlAnswer
  *     3 status    | in        |            |         | 0 none yet, 1 acknowledged, 2 refused
  *     4 to 7      | either    | i2c flags  | address | the message; 1 is added at the begin, 2 at the end of a transfer
  *
- * A refused message moves its data all the same and is told by the status; a failed one is stalled.
+ * A refused message still moves its data, and the status reports it; a failed one is stalled.
  *
  * Threads:   one at a time.
  * Ownership: the bus stays the caller's and outlives the device.

@@ -35,7 +35,7 @@ constexpr AL::U32 kDirectionIn = 1;
 constexpr AL::U32 kNotIsochronous = 0xffffffff; // as the number of packets; the kernel sends 0 as well
 constexpr std::size_t kHeaderLength = 48;       // of a submission, an unlinking, and the answers to them
 
-// Where the numbers stand in the header.
+// Offsets of the numbers in the header.
 constexpr std::size_t kCommandAt = 0x00;
 constexpr std::size_t kSequenceAt = 0x04;
 constexpr std::size_t kDeviceAt = 0x08;

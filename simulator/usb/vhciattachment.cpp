@@ -140,7 +140,7 @@ void VhciAttachment::plugIn(I2cTinyUsb& device)
     throw FrontError("no port of the virtual USB host controller is free");
 }
 
-/// Returns false if somebody else was faster.
+/// Returns false if another process was faster.
 bool VhciAttachment::tryPort(unsigned port, int socket) const
 {
     const fs::path file = m_root / kController / "attach";

@@ -15,7 +15,7 @@ namespace VorelKestrel::Simulator {
  * The device, plugged into a port of the kernel's virtual host controller: the kernel's own drivers make a real
  * /dev/i2c-N of it. One end of a socket pair goes to the controller, so that no network is needed.
  *
- * The node is there from constructor to destructor; when the process dies, the kernel takes it away too.
+ * The node exists from constructor to destructor; the kernel also removes it when the process dies.
  *
  * Ownership: the device stays the caller's and outlives the attachment.
  * Errors:    the constructor throws FrontError, which names the modules or rights that are missing.

@@ -247,7 +247,7 @@ TEST(Recording, SaysWhatContradictsItself)
     EXPECT_THAT(changed(packet + 20, 255), HasSubstr("a packet holds more than its block"));
     EXPECT_THAT(changed(packet + 20, 5), HasSubstr("a packet is too short for an I2C message"));
     EXPECT_THAT(changed(packet + 25, 255), HasSubstr("a message cannot be"));
-    EXPECT_THAT(changed(packet + 24, 9), HasSubstr("what is told about a message contradicts it"));
+    EXPECT_THAT(changed(packet + 24, 9), HasSubstr("the facts about a message contradict the message"));
 }
 
 TEST(Recording, RefusesAnErrorThatNoKernelHas)
@@ -260,5 +260,5 @@ TEST(Recording, RefusesAnErrorThatNoKernelHas)
     ASSERT_NE(content.end(), found);
     const auto result = found + 24; // four bytes, the highest first
     std::copy_n("\x80\0\0\0", 4, result);
-    EXPECT_THAT(damageOf(content), HasSubstr("what is told about a message contradicts it"));
+    EXPECT_THAT(damageOf(content), HasSubstr("the facts about a message contradict the message"));
 }

@@ -21,7 +21,7 @@ Read g_read = nullptr; // umockdev's; two threads may look it up at once and fin
 Write g_write = nullptr;
 CheckedRead g_checkedRead = nullptr; // the C library's
 
-/// Whether the kernel refuses the count, on whatever file; umockdev would have to find memory for it.
+/// Whether the kernel refuses this count on every file; umockdev would have to allocate memory for it.
 bool isRefused(size_t count)
 {
     return count > SSIZE_MAX;

@@ -1,4 +1,4 @@
-// What a 32-bit program with 64-bit times calls: the C library has names of their own for ioctl and stat there, and
+// What a 32-bit program with 64-bit times calls: the C library has other names for ioctl and stat there, and
 // umockdev answers to the other ones. Compiled with 64-bit times itself, so that struct stat is that program's.
 
 #include <cstdarg>

@@ -23,7 +23,7 @@ struct CertificateText
 {
     std::string name = "Simulated authentication coprocessor"; // common name of the subject
     long notBefore = 0;                                        // in seconds from now
-    long notAfter = 10 * 365 * kSecondsOfADay;
+    long notAfter = 10L * 365 * kSecondsOfADay;
     const char* basicConstraints = nullptr; // in OpenSSL's words; null: none
     unsigned char serialByte = 0x5a;        // of which the serial number consists; below 0x80: it stays positive
     std::size_t serialLength = 16;

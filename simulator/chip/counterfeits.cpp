@@ -66,9 +66,9 @@ Credentials anotherKey(const Material& material)
 
 Credentials recordedSignature(const Material& material)
 {
-    const Bytes recorded =
-        signAsChip(material.key, material.generation.digest, Bytes(material.generation.challengeLength, 0x5a));
-    return withSigner(material, [recorded](const Bytes&) { return recorded; });
+    const Bytes challenge(material.generation.challengeLength, 0x5a);
+    return withSigner(material, [recorded = signAsChip(material.key, material.generation.digest, challenge)](
+                                    const Bytes&) { return recorded; });
 }
 
 Credentials anotherChallenge(const Material& material)

@@ -278,6 +278,7 @@ TEST_F(TrustTest, NamesAChainOfMoreThanFiveIssuers)
     const auto fits = testpki::makeIssued(issuers[4], "Chip");
     const auto tooLong = testpki::makeIssued(issuers[5], "Chip");
     std::vector<const X509*> held;
+    held.reserve(issuers.size());
     for (const auto& each : issuers)
         held.push_back(each.certificate.get());
     const std::vector<const X509*> five(held.begin(), held.begin() + 5);

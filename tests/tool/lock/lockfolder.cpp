@@ -33,7 +33,7 @@ void LockFolder::makeKeyFile() const
     makeKeyFileOfItsOwn(keyFile());
 }
 
-void LockFolder::seed(gid_t group, unsigned mode)
+void LockFolder::seed(gid_t group, unsigned mode) const
 {
     seedLock(keyFile(), {group, mode});
 }

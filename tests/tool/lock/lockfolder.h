@@ -25,7 +25,7 @@ public:
     /// Makes a key file of which there is no semaphore.
     void makeKeyFile() const;
     /// Makes one for the group, as 'authchip lock seed' does.
-    void seed(gid_t group = 0, unsigned mode = 0660);
+    void seed(gid_t group = 0, unsigned mode = 0660) const;
     /// For those who wait for one that is nowhere.
     void giveToken();
     /// Ends with no key file and none of the semaphores that were seen.

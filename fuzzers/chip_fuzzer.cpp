@@ -31,7 +31,7 @@ using VorelKestrel::AL::U16;
 using VorelKestrel::AL::U32;
 using VorelKestrel::AL::U8;
 
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the sanitizers' name
+// NOLINTNEXTLINE(*-reserved-identifier): the sanitizers' name
 extern "C" std::size_t __sanitizer_get_allocated_size(const volatile void* block) __attribute__((weak));
 
 namespace {

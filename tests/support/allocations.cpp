@@ -70,7 +70,7 @@ void* allocate(std::size_t size, Allocate makeBlock)
 } // namespace
 
 // The C library's own definitions, under the names that it keeps for replacements like these.
-// NOLINTBEGIN(bugprone-reserved-identifier)
+// NOLINTBEGIN(*-reserved-identifier)
 extern "C" {
 
 void* __libc_malloc(std::size_t size);
@@ -129,7 +129,7 @@ __attribute__((visibility("default"))) void free(void* block)
 }
 
 } // extern "C"
-// NOLINTEND(bugprone-reserved-identifier)
+// NOLINTEND(*-reserved-identifier)
 
 // As the C++ library's own: valgrind would put others in their place, which do not come through here.
 void* operator new(std::size_t size)

@@ -15,8 +15,8 @@ bool isReadable(const LockState& state)
 std::string describeEnd(const LockState& state)
 {
     if (!state.isSeeded)
-        return "goes away with the process that has made it";
-    return state.stays ? "stays, as 'authchip lock seed' has made it" : "not safe: see above";
+        return "removed when the process that created it exits";
+    return state.stays ? "stays, since 'authchip lock seed' created it" : "not safe: see above";
 }
 
 void addText(Report& report, const LockState& state)

@@ -24,9 +24,9 @@ struct Condition
 };
 
 constexpr Condition kConditions[] = {
-    {LockCondition::None, "none", "none; the next process that uses the library makes it", nullptr, "", "", "", ""},
+    {LockCondition::None, "none", "none; the next process that uses the library creates it", nullptr, "", "", "", ""},
     {LockCondition::Unreadable, "unreadable",
-     "not to be seen by this user; the library would go on without the lock, and say nothing", "lock of another user",
+     "this user may not read it; the library would continue without the lock, and say nothing", "lock of another user",
      "semaphore {semaphore} belongs to {rights}; this user's processes go on without it",
      "As root, run 'authchip lock seed --group NAME' at boot, with a group of all who use the bus.",
      "Semaphore {semaphore} is there already and belongs to {rights}", "Run as root."},
@@ -36,10 +36,10 @@ constexpr Condition kConditions[] = {
      "If that process hangs, end it: the system then gives the lock back.",
      "Semaphore {semaphore} is there already and held; its last user is process {lastUser}",
      "Wait until that process has given the bus back, or end it; then run this again."},
-    {LockCondition::Lost, "lost", "lost: nobody lives who could give it back", "token lost",
+    {LockCondition::Lost, "lost", "lost: no living process holds it", "token lost",
      "semaphore {semaphore} has no token, and its last user is process {lastUser}; waiting: {waiting}", kBeginAnew,
      "Semaphore {semaphore} is there already, and its token is lost; its last user is process {lastUser}", kBeginAnew},
-    {LockCondition::TooMany, "too many", "too many: as many processes get in at once", "too many tokens",
+    {LockCondition::TooMany, "too many", "too many: several processes can hold it at once", "too many tokens",
      "semaphore {semaphore} has {value} tokens: as many processes get in at once", kBeginAnew,
      "Semaphore {semaphore} is there already and has {value} tokens: as many processes get in at once", kBeginAnew},
 };

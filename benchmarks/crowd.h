@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-/// What a member of a crowd does when it is told to, so many times.
+/// What a member of a crowd repeats when it is told to.
 using Work = std::function<void(int times)>;
 
 /// Makes the work of one member, in the member's own thread or process.

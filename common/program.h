@@ -19,7 +19,7 @@ constexpr int kExitNotFound = 127;
 int exitStatusOfNotStarted(int error);
 
 /**
- * Runs another program and stands in for it: signals to this process go on to it, and its end is the result.
+ * Runs another program, forwards signals to it, and returns its exit status.
  *
  * The signals stay blocked afterwards: one that comes when the program has ended must not change the result.
  *

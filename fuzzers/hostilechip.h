@@ -11,7 +11,7 @@
  * it:
  *
  *     0 to 0x3f     all of it; a read then takes its bytes from the input
- *     0x40 to 0x7f  a part of it, of so many bytes as the next two tell
+ *     0x40 to 0x7f  a part of it; the next two bytes give its length
  *     0x80 to 0xbf  nothing: the result is 0
  *     0xc0 to 0xef  refused, with the errno that the lower four bits choose
  *     0xf0 to 0xfe  refused, as are its 99 retries: the operation learns of it, and the next transfer has a byte again

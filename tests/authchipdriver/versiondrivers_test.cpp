@@ -69,7 +69,7 @@ protected:
 using Twins = ::testing::Types<Protocol20B, Protocol30>;
 TYPED_TEST_SUITE(VersionDriverTest, Twins);
 
-/// The conversation of a certificate read: so many full pages, then one of the rest.
+/// The conversation of a certificate read: full pages, then one with the rest.
 std::string pages(int fullPages, int rest = 0)
 {
     std::string text = "lock; ";

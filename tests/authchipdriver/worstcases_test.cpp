@@ -425,7 +425,7 @@ std::map<std::string, std::string> tables()
             {"stuck until the last attempt", tableOfAStuckBus(4)}};
 }
 
-/// The page with the lines between "<!-- table: NAME -->" and the next empty line made anew.
+/// The page with the lines between "<!-- table: NAME -->" and the next empty line rewritten.
 std::string withTables(const std::string& page)
 {
     const auto made = tables();

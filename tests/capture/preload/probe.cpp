@@ -181,7 +181,7 @@ void copies()
     name(30, 0x03);
     REQUIRE(dup3(30, 31, O_CLOEXEC) == 31);
     name(31, 0x04);
-    // No node any more: what is written there is nobody's business.
+    // No node any more: the capture ignores it.
     const int other = open("/dev/zero", O_RDWR);
     REQUIRE(dup2(other, 31) == 31);
     name(31, 0x05);

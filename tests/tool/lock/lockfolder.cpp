@@ -1,14 +1,32 @@
 #include "tests/tool/lock/lockfolder.h"
 
+#include <cerrno>
+
 #include <sys/sem.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tests/support/anotheruser.h"
+#include "tests/support/childprocess.h"
 #include "tests/support/keyfile.h"
 #include "tool/lock/lockseed.h"
 
 using namespace VorelKestrel::Tool;
 using namespace testsupport;
+
+namespace {
+
+/// In a container not even root removes another user's semaphores; but it can become that user.
+void removeAsNobody(const std::vector<int>& semaphores)
+{
+    const ChildProcess nobody([&] {
+        becomeNobody();
+        for (const int semaphore : semaphores)
+            semctl(semaphore, 0, IPC_RMID);
+    });
+}
+
+} // namespace
 
 LockFolder::LockFolder() : m_variable("TMPDIR", m_directory.path())
 {
@@ -46,9 +64,14 @@ void LockFolder::giveToken()
 void LockFolder::clear()
 {
     look();
-    for (const int semaphore : m_seen)
-        semctl(semaphore, 0, IPC_RMID);
+    std::vector<int> ofNobody;
+    for (const int semaphore : m_seen) {
+        if (semctl(semaphore, 0, IPC_RMID) != 0 && errno == EPERM)
+            ofNobody.push_back(semaphore);
+    }
     m_seen.clear();
+    if (!ofNobody.empty())
+        removeAsNobody(ofNobody);
     unlink(keyFile().c_str());
 }
 

@@ -133,6 +133,7 @@ public:
         m_app.formatter(std::make_shared<HelpFormatter>());
         m_app.footer(kindsOfCounterfeit() + kFooter);
         m_app.set_help_flag("-h,--help", "This text");
+        m_app.set_version_flag("--version", "authchip-sim " AUTHCHIP_VERSION, "The version");
         add("The node and the bus", nodeRows());
         add("A USB device instead of the simulated node", usbIpRows());
         add("A capture instead of the simulated chip", replayRows());
@@ -144,7 +145,7 @@ public:
             for (const OptionRow& row : rows)
                 m_app.get_option("--replay")->excludes(row.name);
         }
-        for (const char* chips : {"--address", "--bound-address", "--bus-hz"})
+        for (const char* chips : {"--address", "--bound-address", "--smbus-only", "--bus-hz"})
             m_app.get_option("--replay")->excludes(chips);
         m_app.get_option("--certificate")->needs("--key")->excludes("--certificate-length");
         m_app.get_option("--issuer")->needs("--issuer-key")->excludes("--certificate");
@@ -152,7 +153,8 @@ public:
         m_app.get_option("--counterfeit")->needs("--issuer")->excludes("--certificate-length");
         m_app.get_option("--port")->needs("--usbip")->excludes("--attach");
         m_app.get_option("--attach")->needs("--usbip");
-        for (const char* kernels : {"--device", "--bound-address", "--fault-error"}) // choice, if it makes the node
+        for (const char* kernels :
+             {"--device", "--bound-address", "--smbus-only", "--fault-error"}) // choice, if it makes the node
             m_app.get_option(kernels)->excludes("--usbip");
     }
 
@@ -163,6 +165,8 @@ public:
             m_app.parse(arguments);
         } catch (const CLI::CallForHelp&) {
             m_options.help = m_app.help();
+        } catch (const CLI::CallForVersion&) {
+            m_options.help = m_app.version() + "\n";
         } catch (const CLI::ParseError& error) {
             throw UsageError(error.what());
         }
@@ -232,9 +236,11 @@ private:
             {"--device", "PATH", "Path of the node, below /dev (/dev/i2c-7)",
              [this](const std::string& path) { setDevice(m_options, path); }},
             intoRow("--address", "ADDRESS", kAddressMaximum, "7-bit address of the chip (0x2a)", bus.address),
-            numberRow("--bound-address", "ADDRESS", kAddressMaximum,
-                      "Address that a kernel driver has taken; repeatable",
-                      [&bus](std::uint32_t address) { bus.boundAddresses.insert(static_cast<unsigned>(address)); }),
+            numberRow(
+                "--bound-address", "ADDRESS", kAddressMaximum, "Address that a kernel driver has taken; repeatable",
+                [&bus](std::uint32_t address) { bus.node.boundAddresses.insert(static_cast<unsigned>(address)); }),
+            {"--smbus-only", nullptr, "Be an adapter that moves SMBus transfers only, and no plain messages",
+             [&bus](const std::string&) { bus.node.smbusOnly = true; }},
             intoRow("--bus-hz", "HZ", kDoubleWordMaximum, "Clock of the bus; 0 takes no time (0)", bus.bitsPerSecond),
             textRow("--log", "FILE", "Write every transfer to this file", m_options.logFile),
             textRow("--capture", "FILE", "Write every transfer to this file as a capture for Wireshark",

@@ -95,7 +95,7 @@ void ServedBus::addLayers(const Options& options)
             throw FrontError("cannot write the log " + options.logFile + ": " + std::strerror(errno));
         m_bus = &m_loggedBus.emplace(*m_bus, m_clock, m_log);
     }
-    m_node.emplace(*m_bus, m_simulation ? options.simulation.boundAddresses : boundAddressesOf(m_recording));
+    m_node.emplace(*m_bus, m_simulation ? options.simulation.node : NodeSettings{boundAddressesOf(m_recording)});
 }
 
 std::vector<std::string> ServedBus::remarks() const

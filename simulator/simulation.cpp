@@ -21,7 +21,7 @@ Simulation::Simulation(const SimulationSettings& settings, std::shared_ptr<const
 {
     if (log != nullptr)
         m_loggedBus.emplace(m_faultyBus, clock, *log);
-    m_node.emplace(bus(), settings.boundAddresses);
+    m_node.emplace(bus(), settings.node);
 }
 
 } // namespace VorelKestrel::Simulator

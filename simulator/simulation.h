@@ -17,9 +17,9 @@ namespace VorelKestrel::Simulator {
 struct SimulationSettings
 {
     ChipSettings chip;
-    unsigned address = 0x2a;           // the chip's, 7 bits
-    std::set<unsigned> boundAddresses; // taken by a driver of the kernel
-    unsigned bitsPerSecond = 0;        // the clock of the bus; 0: the wires take no time
+    unsigned address = 0x2a; // the chip's, 7 bits
+    NodeSettings node;
+    unsigned bitsPerSecond = 0; // the clock of the bus; 0: the wires take no time
     Faults faults;
 };
 

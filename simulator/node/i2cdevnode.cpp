@@ -41,9 +41,7 @@ constexpr SmbusShape kSmbusShapes[] = {
 const unsigned long kBusFunctions = I2C_FUNC_I2C | I2C_FUNC_SMBUS_QUICK | I2C_FUNC_SMBUS_BYTE |
                                     I2C_FUNC_SMBUS_BYTE_DATA | I2C_FUNC_SMBUS_WORD_DATA | I2C_FUNC_SMBUS_I2C_BLOCK;
 
-I2cDevNode::I2cDevNode(Bus& bus, std::set<unsigned> boundAddresses)
-    : m_bus(bus), m_boundAddresses(std::move(boundAddresses))
-{}
+I2cDevNode::I2cDevNode(Bus& bus, NodeSettings settings) : m_bus(bus), m_settings(std::move(settings)) {}
 
 std::unique_ptr<I2cDevFile> I2cDevNode::open()
 {
@@ -54,6 +52,8 @@ ssize_t I2cDevFile::read(void* buffer, std::size_t count)
 {
     if (count > SSIZE_MAX)
         return -EINVAL;
+    if (m_node.m_settings.smbusOnly)
+        return -EOPNOTSUPP;
     const std::lock_guard<std::mutex> lock(m_node.m_adapter);
     return resultOf(m_node.m_bus.read(m_address, static_cast<AL::U8*>(buffer), std::min(count, kMessageMaximumLength)));
 }
@@ -62,6 +62,8 @@ ssize_t I2cDevFile::write(const void* buffer, std::size_t count)
 {
     if (count > SSIZE_MAX)
         return -EINVAL;
+    if (m_node.m_settings.smbusOnly)
+        return -EOPNOTSUPP;
     const std::lock_guard<std::mutex> lock(m_node.m_adapter);
     return resultOf(
         m_node.m_bus.write(m_address, static_cast<const AL::U8*>(buffer), std::min(count, kMessageMaximumLength)));
@@ -92,7 +94,8 @@ int I2cDevFile::ioctl(unsigned long request, void* argument)
     if (argument == nullptr)
         return -EFAULT;
     if (request == I2C_FUNCS) {
-        *static_cast<unsigned long*>(argument) = kBusFunctions;
+        *static_cast<unsigned long*>(argument) =
+            m_node.m_settings.smbusOnly ? kBusFunctions & ~static_cast<unsigned long>(I2C_FUNC_I2C) : kBusFunctions;
         return 0;
     }
     if (request == I2C_SMBUS)
@@ -106,7 +109,7 @@ int I2cDevFile::selectAddress(unsigned long address, bool evenIfBound)
     if (address > (m_tenBit ? kTenBitMaximum : kSevenBitMaximum))
         return -EINVAL;
     const auto selected = static_cast<unsigned>(address);
-    const bool isBound = !evenIfBound && m_node.m_boundAddresses.count(selected) != 0;
+    const bool isBound = !evenIfBound && m_node.m_settings.boundAddresses.count(selected) != 0;
     const std::lock_guard<std::mutex> lock(m_node.m_adapter);
     m_node.m_bus.addressSelected(selected, isBound ? EBUSY : 0);
     if (isBound)
@@ -127,6 +130,8 @@ int I2cDevFile::setTimeout(unsigned long tensOfMilliseconds)
 
 int I2cDevFile::transferMessages(i2c_msg* messages, std::size_t count)
 {
+    if (m_node.m_settings.smbusOnly)
+        return -EOPNOTSUPP;
     if (messages == nullptr || count == 0 || count > I2C_RDWR_IOCTL_MAX_MSGS)
         return -EINVAL;
     const auto unsupported = [](const i2c_msg& message) {

@@ -20,6 +20,13 @@ class I2cDevFile;
 /// What the bus can do, in the bits of I2C_FUNCS.
 extern const unsigned long kBusFunctions;
 
+/// What is special about a node.
+struct NodeSettings
+{
+    std::set<unsigned> boundAddresses; // taken by a driver of the kernel
+    bool smbusOnly = false;            // the adapter moves no plain messages
+};
+
 /**
  * The i2c-dev node of a bus, as the kernel makes it: whoever opens it gets a file with an address of its own, and the
  * messages of all files take turns on the bus. It does not know how the system calls reach it.
@@ -30,8 +37,7 @@ extern const unsigned long kBusFunctions;
 class I2cDevNode
 {
 public:
-    /// @p boundAddresses are those that a driver of the kernel has taken.
-    explicit I2cDevNode(Bus& bus, std::set<unsigned> boundAddresses = {});
+    explicit I2cDevNode(Bus& bus, NodeSettings settings = {});
     I2cDevNode(const I2cDevNode&) = delete;
     I2cDevNode& operator=(const I2cDevNode&) = delete;
 
@@ -41,7 +47,7 @@ private:
     friend class I2cDevFile;
 
     Bus& m_bus;
-    const std::set<unsigned> m_boundAddresses;
+    const NodeSettings m_settings;
     std::mutex m_adapter; // held for one system call's worth of messages
 };
 

@@ -65,7 +65,7 @@ TEST_F(CapturedBusTest, MeasuresHowLongAMessageTakes)
 
 TEST_F(CapturedBusTest, WritesDownWhichAddressIsSelected)
 {
-    I2cDevNode node(m_bus, {0x2b});
+    I2cDevNode node(m_bus, {{0x2b}});
     const auto file = node.open();
     EXPECT_EQ(0, file->ioctl(0x0703, reinterpret_cast<void*>(0x2a)));
     EXPECT_EQ(-EBUSY, file->ioctl(0x0703, reinterpret_cast<void*>(0x2b)));

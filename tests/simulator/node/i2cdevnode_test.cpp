@@ -42,7 +42,7 @@ protected:
     }
 
     RecordingBus m_bus;
-    I2cDevNode m_node{m_bus, {0x50, 0x51}};
+    I2cDevNode m_node{m_bus, {{0x50, 0x51}}};
     std::unique_ptr<I2cDevFile> m_file = m_node.open();
     Bytes m_data = Bytes(9000);
 };

@@ -41,12 +41,12 @@ void tellOnStandardError(const std::string& line)
     std::cerr << "authchip: " + VorelKestrel::escapedLines(line) + "\n";
 }
 
-/// For people, what the operations cost comes after the answer or the failure; programs get it with them.
+/// What the operations cost comes on standard error at the end, unless the answer has it already, as JSON.
 class StatsAtTheEnd
 {
 public:
     StatsAtTheEnd(const CommonOptions& options, BusMeter& meter)
-        : m_isWanted(options.stats && !options.json), m_meter(meter)
+        : m_isWanted(options.stats), m_meter(meter)
     {}
     ~StatsAtTheEnd()
     {
@@ -71,14 +71,19 @@ ExitStatus runWithLibrary(const CommandLine& line, std::ostream& answer)
 {
     const std::string name = line.row->name;
     if (line.row->needs != Needs::Library)
-        throw Failure(ExitStatus::Usage, "run '" + name + "' here", "authchip-chip runs what needs the library",
+        throw Failure(kWrongUsage, "run '" + name + "' here", "authchip-chip runs what needs the library",
                       "Run 'authchip " + name + "'.");
     const CommonOptions& options = line.options;
     DriverLog log(options.verbosity, options.logConfig);
     if (options.busTimeout)
         setBusTimeout(options.location.device, *options.busTimeout);
     LibraryChipAccess chips(options.location, log);
-    LockWatch watch(options.location.device, options.lockTimeout);
+    LockWatch watch(options.location.device, options.lockTimeout, [&](const Failure& failure) {
+        if (options.json)
+            printJson(failure, answer);
+        answer.flush();
+        explain(failure, std::cerr);
+    });
     BusMeter meter(options.verbosity >= 2 ? tellOnStandardError : BusMeter::Listener());
     WatchedChipAccess watched(chips, watch, meter);
     const StatsAtTheEnd stats(options, meter);

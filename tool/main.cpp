@@ -26,14 +26,14 @@ constexpr char kRunningChipProgram[] = "run the program authchip-chip";
     std::error_code error;
     const auto here = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
     if (error) // without the folder of this program, the next would be one of the current folder, whosever that is
-        throw Failure(ExitStatus::Failed, kRunningChipProgram,
+        throw Failure("not installed whole", kRunningChipProgram,
                       "/proc/self/exe does not tell where this program is: " + describeSystemError(error.value()),
                       "Mount /proc ('mount -t proc proc /proc').");
     for (const char* folder : kFolders) {
         const auto program = here / folder / "authchip-chip";
         execv(program.c_str(), const_cast<char* const*>(argv));
     }
-    throw Failure(ExitStatus::Failed, kRunningChipProgram, describeSystemError(errno),
+    throw Failure("not installed whole", kRunningChipProgram, describeSystemError(errno),
                   "It is a part of authchip; install both anew.");
 }
 

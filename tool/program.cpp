@@ -1,46 +1,56 @@
 #include "tool/program.h"
 
+#include <cstring>
 #include <iostream>
 
-#include "common/escaped.h"
 #include "tool/report/failure.h"
-#include "tool/report/indented.h"
 
 namespace VorelKestrel::Tool {
 namespace {
 
-ExitStatus explain(const Failure& failure)
+/// Whether the answer has to be JSON, as far as that shows in a command line that may make no sense.
+bool asksForJson(int argc, const char* const* argv)
 {
-    const std::string next = "  next: ";
-    std::cerr << "authchip: cannot " << escapedLines(failure.tried()) << "\n  " << escapedLines(failure.answer())
-              << '\n'
-              << next << indented(escapedLines(failure.next()), next.size()) << '\n';
-    return failure.status();
+    for (int i = 1; i < argc && std::strcmp(argv[i], "--") != 0; ++i) {
+        if (std::strcmp(argv[i], "--json") == 0)
+            return true;
+    }
+    return false;
 }
 
-ExitStatus run(int argc, const char* const* argv, std::ostream& answer, const RunCommand& runCommand)
+ExitStatus run(int argc, const char* const* argv, std::ostream& answer, bool& json, const RunCommand& runCommand)
 {
     const CommandLine line = parseCommandLine(argc, argv, answer, std::cerr);
-    const ExitStatus status = line.row == nullptr ? line.status : runCommand(line, answer);
+    json = line.options.json;
+    const ExitStatus status = line.row == nullptr ? ExitStatus::Success : runCommand(line, answer);
     answer.flush();
     if (!answer)
-        throw Failure(ExitStatus::Failed, "write the answer", "Standard output takes no more",
+        throw Failure("file not written", "write the answer", "Standard output takes no more",
                       "Look for a full disk or a program behind the pipe that has ended.");
     return status;
+}
+
+int end(const Failure& failure, bool json, std::ostream& answer)
+{
+    if (json && !failure.isAfterAnswer())
+        printJson(failure, answer);
+    answer.flush(); // an answer that proves false stands before its explanation
+    explain(failure, std::cerr);
+    return static_cast<int>(failure.status());
 }
 
 } // namespace
 
 int runProgram(int argc, const char* const* argv, std::ostream& answer, const RunCommand& runCommand)
 {
+    bool json = asksForJson(argc, argv);
     try {
-        return static_cast<int>(run(argc, argv, answer, runCommand));
+        return static_cast<int>(run(argc, argv, answer, json, runCommand));
     } catch (const Failure& failure) {
-        answer.flush(); // an answer that proves false stands before its explanation
-        return static_cast<int>(explain(failure));
+        return end(failure, json, answer);
     } catch (const std::exception& error) {
-        std::cerr << "authchip: " << escapedLines(error.what()) << '\n';
-        return static_cast<int>(ExitStatus::Failed);
+        return end(Failure("unexpected", "", error.what(), "Run it again with -vv, and report what it shows."), json,
+                   answer);
     }
 }
 

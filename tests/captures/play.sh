@@ -27,7 +27,7 @@ fact() { authchip decode --json "$2" 2>/dev/null | grep -oP "$1" | head -n 1 || 
 
 # What differs from run to run, and what is not of the bus.
 normalised() {
-    perl -0777 -pe 's/^lock  .*\n//m; s/^check validity .*\n//m; s/^((?:challenge|signature) +)([0-9a-f]+(?:\n +[0-9a-f]+)*)$/$1<bytes>/gm; s/(\.cpp:)\d+/$1LINE/g' "$1"
+    perl -0777 -pe 's/^lock  .*\n//m; s/^check validity .*\n//m; s/^((?:challenge|signature) +)([0-9a-f]+(?:\n +[0-9a-f]+)*)$/$1<bytes>/gm; s/(\.cpp:)\d+/$1LINE/g; s/\(\d+\.\d ms, /(TIME, /g' "$1"
 }
 
 # section COMMAND...: the command, what it says, and how it ends.

@@ -26,7 +26,7 @@ here() {
         -e "s#^scripts/demo\$#scripts/demo --no-build @dev@#; s#^scripts/(test|build)\$#scripts/\1 --help#" \
         -e "s#@([a-z-]+)@#$scratch/\1#g"
 }
-# What differs from run to run: random bytes, and the lock's key file, numbers and owner.
+# What differs from run to run: random bytes, times, and the lock's key file, numbers and owner.
 normalised() {
     perl -0777 -pe '
         s/^((?:challenge|signature) +)[0-9a-f]+(?:\n +[0-9a-f]+)*$/$1<bytes>/gm;
@@ -34,6 +34,7 @@ normalised() {
         s/^(semaphore +)\d+, key \w+$/$1<number>/gm;
         s/^(owner +).*/$1<user>/gm;
         s/^(last user +)\d.*/$1<process>/gm;
+        s/\(\d+\.\d ms, /(<time>, /g;
     '
 }
 

@@ -17,14 +17,14 @@ assertions() { grep -hoP '^ *assert\(\K.*(?=\);)' authchipdriver/*.cpp abstracti
 
 causes_of_doctor() {
     grep -hoP '\{Step::\w+, \w+, "\K[^"]+' tool/chip/advice.cpp
-    grep -hoP '(kNoI2cNode\[\] = |push_back\(\{|return \{\{|return \{|refused\()"\K[^"]+' tool/chip/advice.h tool/doctor/*.cpp
+    grep -hoP '(kNoI2cNode\[\] = |push_back\(\{|return \{\{|return \{|refused\(|ExchangeStopped\(\{)"\K[^"]+' tool/chip/advice.h tool/doctor/*.cpp
     grep -hoP '^ *\{"\K[a-z ]+(?=", ")' tool/doctor/*check.cpp
     grep -hoP ', "\K[a-z ]+(?=",$)' tool/lock/conditions.cpp | grep -vx unreadable # a condition, not a cause
 }
 causes() {
+    grep -hoP '^ {4}\{"\K[^"]+(?=", ExitStatus)' tool/report/causes.cpp
     causes_of_doctor
     tr '\n' ' ' <tool/chip/trust.cpp | grep -oP '(X509_V_ERR_\w+, k\w+, +|Result::Failed, +)"\K[^"]+'
-    grep -hoP 'Result::Failed, "\K[^"]+' tool/commands/verdict.cpp
 }
 
 if [ "${1:-}" = --causes ]; then

@@ -32,6 +32,11 @@ normalised() {
         s/^((?:challenge|signature) +)([0-9a-f]+(?:\n +[0-9a-f]+)*)$/$1 . lengthOf($2)/gme;
         s/("(?:challenge|signature)":")([0-9a-f]+)"/$1 . lengthOf($2) . q(")/ge;
         s/(\.cpp:)\d+/$1LINE/g;
+        s/^((?:chip|certificate|signature) +ok: .*\()\d+\.\d ms/$1TIME/gm;
+        unless ($ENV{command} =~ /--busy-refusals/) { # how often a chip refuses that is busy for a time differs, too
+            s/^(signature +ok: .*, )\d+ retr(?:y|ies)/$1COUNT retries/gm;
+            s/("check":"signature",[^}]*"retries":)\d+/$1COUNT/g;
+        }
         s/^(authchip: .*)$/(my $line = $1) =~ s{\b\d+\.\d ms\b}{TIME}g; $line/gme;
         s/(Ms":)\d+\.\d+/$1TIME/g;
         s/^ERROR: ld\.so: object .*: ignored\.\n//gm; # the machine has a shell of another architecture
@@ -127,6 +132,7 @@ status=0
 for name in "$@"; do
     file=golden/$name.txt
     command=$(sed -n '1s/^\$ //p' "$file")
+    export command
     case $command in
         *as_nobody*) nobody true 2>/dev/null || { echo "$name: skipped, only root becomes another user"; exit 77; } ;;
     esac

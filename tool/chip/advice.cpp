@@ -130,7 +130,8 @@ const Refusal& findRefusal(Step step, int error)
 
 Failure versionFailure(const ChipLocation& location, const std::string& answer, const std::string& next)
 {
-    return {ExitStatus::Failed, fillIn("find a driver for the chip at {address} on {device}", location), answer, next};
+    return {"version without driver", fillIn("find a driver for the chip at {address} on {device}", location), answer,
+            next};
 }
 
 } // namespace
@@ -151,7 +152,8 @@ Failure explainRefusal(Step step, int error, const ChipLocation& location)
     if (isNoAnswer(step, error) && mayBeEightBits(location.address))
         next += "\nIf {address} is the address with the read/write bit, the 7-bit address is {halved}.";
     const std::string answer = error != 0 ? describeSystemError(error) : "0 of 1 bytes came";
-    return {ExitStatus::Failed, fillIn(describe(step), location), answer, fillIn(next, location)};
+    return Failure(causeOfRefusal(step, error), fillIn(describe(step), location), answer, fillIn(next, location))
+        .withSystemError(error);
 }
 
 const char* causeOfRefusal(Step step, int error)

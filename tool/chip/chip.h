@@ -25,7 +25,7 @@ struct ChipIdentity
 /**
  * A chip that was detected, with results as values and every failure explained.
  *
- * Errors: Failure (ExitStatus::Failed).
+ * Errors: Failure.
  */
 class Chip
 {
@@ -47,7 +47,7 @@ public:
 /**
  * The registers of whatever answers at the address, without detection: for chips that the library refuses.
  *
- * Errors: Failure (ExitStatus::Failed).
+ * Errors: Failure.
  */
 class RawChip
 {

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
+#include <linux/i2c.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -22,6 +23,12 @@ ScopedDescriptor openNode(const std::string& device)
 bool selectAddress(const ScopedDescriptor& node, int address)
 {
     return ioctl(node.get(), I2C_SLAVE, address) == 0;
+}
+
+bool lacksPlainI2c(const ScopedDescriptor& node)
+{
+    unsigned long functions = 0;
+    return ioctl(node.get(), I2C_FUNCS, &functions) == 0 && (functions & I2C_FUNC_I2C) == 0;
 }
 
 void setBusTimeout(const std::string& device, int milliseconds)

@@ -15,6 +15,9 @@ ScopedDescriptor openNode(const std::string& device);
 /// False, and errno is set, if the system refused.
 bool selectAddress(const ScopedDescriptor& node, int address);
 
+/// Whether the adapter says that it moves SMBus transfers only. False for what does not say.
+bool lacksPlainI2c(const ScopedDescriptor& node);
+
 /**
  * Sets after how many milliseconds the bus controller aborts a transfer; rounded up to the kernel's unit of 10 ms.
  * Applies to every program on the bus, until it is set again: the kernel keeps it with the controller, not with the

@@ -45,12 +45,29 @@ std::string describe(const DriverComplaint& complaint, Error error)
     return text;
 }
 
-/// The page at which a certificate ended. @p received  what the driver reports: the sum of what its reads returned, of
-/// which the last may be the -1 of a failed read.
-int failedPage(int received)
+/// For programs.
+const char* causeOf(const DriverComplaint& complaint, Error error)
 {
-    return (received + (received % kCertificatePageSize == kCertificatePageSize - 1 ? 1 : 0)) / kCertificatePageSize +
-           1;
+    if (error != ErrorI2C)
+        return "wrong status";
+    if (complaint.text.rfind("Invalid challenge length returned", 0) == 0)
+        return "wrong length";
+    if (complaint.systemError == 0)
+        return "short read";
+    // Deliberate: no message asks whether the chip is busy or gone; a capture has none there to answer from.
+    if (isNoAnswer(Step::SetRegister, complaint.systemError))
+        return "chip busy";
+    return causeOfRefusal(Step::SetRegister, complaint.systemError);
+}
+
+/// The page at which a certificate ended. @p received  what the driver reports: the sum of what its reads returned, of
+/// which the last is in its complaint: -1 of a failed read, or what came of the page.
+int failedPage(int received, const std::string& complaint)
+{
+    constexpr char kLast[] = "Read failed: read=";
+    const auto at = complaint.find(kLast);
+    const int last = at == std::string::npos ? 0 : std::atoi(complaint.c_str() + at + sizeof(kLast) - 1);
+    return (received - last) / kCertificatePageSize + 1;
 }
 
 /// The factory's driver.
@@ -118,7 +135,10 @@ Bytes LibraryChip::certificate()
     requireFittingCertificate(length);
     Bytes certificate(static_cast<std::size_t>(length));
     const Error error = m_driver->getAccessoryCertificateData(certificate.data(), length);
-    check(error, ("read page " + std::to_string(failedPage(length)) + " of the certificate from").c_str(), kRetry);
+    check(error,
+          ("read page " + std::to_string(failedPage(length, m_log.complaint().text)) + " of the certificate from")
+              .c_str(),
+          kRetry);
     return certificate;
 }
 
@@ -126,7 +146,7 @@ void LibraryChip::requireFittingCertificate(int length) const
 {
     const int longest = m_generation->certificatePages * kCertificatePageSize;
     if (length > longest)
-        throw Failure(ExitStatus::Failed, "read the certificate of the chip at " + at(m_location),
+        throw Failure("wrong length", "read the certificate of the chip at " + at(m_location),
                       "The chip reports " + std::to_string(length) + " bytes (register 0x30); protocol " +
                           m_generation->protocol + " has room for " + std::to_string(longest),
                       kRetry);
@@ -137,7 +157,7 @@ void LibraryChip::requireFittingAnswer(Error error, int length) const
     const auto expected = static_cast<int>(m_generation->responseLength);
     if (error != ErrorI2C || length == 0 || length == expected)
         return;
-    throw Failure(ExitStatus::Failed, "have a challenge signed by the chip at " + at(m_location),
+    throw Failure("wrong length", "have a challenge signed by the chip at " + at(m_location),
                   "The chip reports an answer of " + std::to_string(length) + " bytes (register 0x11); protocol " +
                       m_generation->protocol + " has " + std::to_string(expected),
                   kSignAgain);
@@ -163,8 +183,9 @@ void LibraryChip::check(Error error, const char* tried, const char* next)
     DriverComplaint complaint = m_log.complaint();
     if (complaint.text.empty())
         complaint.systemError = errno; // the version queries say nothing to the drivers' log
-    throw Failure(ExitStatus::Failed, std::string(tried) + " the chip at " + at(m_location), describe(complaint, error),
-                  next);
+    throw Failure(causeOf(complaint, error), std::string(tried) + " the chip at " + at(m_location),
+                  describe(complaint, error), next)
+        .withSystemError(complaint.systemError);
 }
 
 /// The library's bus.
@@ -199,7 +220,7 @@ Bytes LibraryRawChip::read(std::uint8_t reg, int length)
         throw explainRefusal(Step::SetRegister, error, m_location);
     if (result < 0)
         throw explainRefusal(Step::ReadRegister, error, m_location);
-    throw Failure(ExitStatus::Failed,
+    throw Failure("short read",
                   "read " + std::to_string(length) + " bytes from register " + toHex(reg, 2) + " of the chip at " +
                       at(m_location),
                   std::to_string(result) + " bytes came",
@@ -216,7 +237,7 @@ void LibraryRawChip::write(std::uint8_t reg, const Bytes& data)
         return;
     AL::U8 version = 0;
     if (isNoAnswer(Step::SetRegister, error) && i2cRead(kRegisterDeviceVersion, 1, &version) == 1)
-        throw Failure(ExitStatus::Failed, "write to register " + toHex(reg, 2) + " of the chip at " + at(m_location),
+        throw Failure("register refused", "write to register " + toHex(reg, 2) + " of the chip at " + at(m_location),
                       "The chip answers, and refused this message 100 times",
                       "The register may be read-only, or take another number of bytes.");
     throw explainRefusal(Step::SetRegister, error, m_location);
@@ -232,6 +253,9 @@ Failure diagnose(const ChipLocation& location)
     if (!selectAddress(node, location.address))
         return explainRefusal(Step::SelectAddress, errno, location);
 
+    if (lacksPlainI2c(node))
+        return explainRefusal(Step::SetRegister, EOPNOTSUPP, location);
+
     AL::GlobalMutex bus; // the one lock of all processes that use the library
     bus.lock();
     const VersionAnswer answer = askVersion(node);
@@ -242,7 +266,7 @@ Failure diagnose(const ChipLocation& location)
     } catch (const Failure& failure) {
         return failure;
     }
-    return {ExitStatus::Failed, "find a driver for the chip at " + at(location),
+    return {"late answer", "find a driver for the chip at " + at(location),
             "It did not answer before, and does now (device version " + std::to_string(answer.deviceVersion) + ")",
             "Try again. If it happens often, look for a loose contact or a slow reset."};
 }

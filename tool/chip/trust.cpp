@@ -119,7 +119,7 @@ int noteFault(int isGood, X509_STORE_CTX* context)
 [[noreturn]] void failReading(const std::string& path, const std::string& why, const char* next)
 {
     ERR_clear_error();
-    throw Failure(ExitStatus::Usage, "read " + path, why, next);
+    throw Failure(kWrongUsage, "read " + path, why, next);
 }
 
 BioPointer openFile(const std::string& path)

@@ -25,8 +25,7 @@ public:
         addProtocol(report, *chip);
         const TrustReport examination =
             addVerdict(report, {chip->generation(), certificate, challenge, signature}, trust);
-        context.print(report);
-        requireAuthentic(examination, "verify the chip on " + describe(context.options.location));
+        answer(context, report, examination, "verify the chip on " + describe(context.options.location));
         return ExitStatus::Success;
     }
 

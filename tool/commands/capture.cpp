@@ -44,8 +44,9 @@ public:
     {
         const std::string obstacle = Capture::obstacleToPreloading(m_command.front());
         if (!obstacle.empty())
-            throw Failure(kOwnFailure, "capture what '" + m_command.front() + "' does",
-                          obstacle + ", so no library can be preloaded into it", kTracePoints);
+            throw Failure("no capture possible", "capture what '" + m_command.front() + "' does",
+                          obstacle + ", so no library can be preloaded into it", kTracePoints)
+                .withStatus(kOwnFailure);
         Program program;
         const Capture::Session session = startSession();
         const int result = program.run(m_command, session.environment());
@@ -64,10 +65,12 @@ private:
         try {
             return {m_file, "authchip " AUTHCHIP_VERSION, preloadLibrary(CAPTURE_BUILT, CAPTURE_INSTALLED), m_redact};
         } catch (const Capture::CaptureFileError& error) {
-            throw Failure(kOwnFailure, "start the capture", error.what(),
-                          "Name a file that can be written, in a folder that exists.");
+            throw Failure("no capture possible", "start the capture", error.what(),
+                          "Name a file that can be written, in a folder that exists.")
+                .withStatus(kOwnFailure);
         } catch (const PreloadError& error) {
-            throw Failure(kOwnFailure, "start the capture", error.what(), "It is a part of authchip.");
+            throw Failure("no capture possible", "start the capture", error.what(), "It is a part of authchip.")
+                .withStatus(kOwnFailure);
         }
     }
 

@@ -30,12 +30,14 @@ public:
 
     ExitStatus run(const CommandContext& context) override
     {
+        m_output.requirePlace(context.options.json);
         const Bytes stored = context.chips->detect()->certificate();
         if (!m_pem && !m_output.store(stored, context.answer))
             return ExitStatus::Success;
 
         const Certificate certificate = parseCertificate(stored);
-        if (m_pem && !m_output.isGiven()) {
+        const bool isJson = context.options.json;
+        if (m_pem && !m_output.isGiven() && !isJson) {
             context.answer << certificate.pem();
             return ExitStatus::Success;
         }
@@ -54,6 +56,8 @@ public:
             .row("valid until", "notAfter", certificate.notAfter())
             .row("key", "key", certificate.keyDescription())
             .row("SHA-256", "sha256", certificate.sha256());
+        if (m_pem && isJson)
+            report.json("pem", certificate.pem());
         addChain(report, certificate);
         context.print(report);
         return ExitStatus::Success;

@@ -1,26 +1,21 @@
 #ifndef TOOL_COMMANDS_CHIPREPORT_H
 #define TOOL_COMMANDS_CHIPREPORT_H
 
-#include <cstddef>
 #include <string>
 
-#include "tool/chip/certificate.h"
 #include "tool/chip/chip.h"
+#include "tool/chip/storedcertificate.h"
 #include "tool/commands/command.h"
 #include "tool/report/report.h"
 
 // What several commands tell about a chip.
 namespace VorelKestrel::Tool {
 
-/// "20 bytes"
-std::string inBytes(std::size_t count);
 /// "/dev/i2c-7, address 0x2a"
 std::string describe(const ChipLocation& location);
 /// A report that begins with the chip's location.
 Report startReport(const CommonOptions& options);
 void addProtocol(Report& report, const Chip& chip);
-/// The chip's certificate, parsed. Throws Failure.
-Certificate parseCertificate(const Bytes& stored);
 Bytes randomChallenge(const Generation& generation);
 
 } // namespace VorelKestrel::Tool

@@ -6,17 +6,36 @@
 
 #include <CLI/CLI.hpp>
 
-#include "common/escaped.h"
 #include "tool/commands/configfile.h"
+#include "tool/commands/nearest.h"
 #include "tool/commands/table.h"
 #include "tool/commands/values.h"
+#include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
 namespace {
 
-constexpr char kFooter[] = "Exit status: 0 done, 1 the chip, the bus or a file failed, 2 the command line is wrong,\n"
-                           "3 not authentic. Standard output carries the answer only.\n"
-                           "Numbers are decimal (42) or hexadecimal (0x2a).";
+/// What the exit statuses mean, by the table of causes.
+std::string footer()
+{
+    constexpr std::size_t kWidth = 80;
+    std::string lines;
+    std::string line = "Exit status: 0 done";
+    for (const CauseClass& row : causeClasses()) {
+        const std::string status = std::to_string(static_cast<int>(row.status)) + " " + row.name;
+        line += ",";
+        if (line.size() + 1 + status.size() > kWidth) {
+            lines += line + "\n";
+            line = status;
+        } else {
+            line += " " + status;
+        }
+    }
+    return lines + line +
+           ".\n"
+           "Standard output carries the answer only; with --json a failure is an object there, too.\n"
+           "Numbers are decimal (42) or hexadecimal (0x2a).";
+}
 
 class Parser
 {
@@ -40,15 +59,16 @@ public:
             m_app.exit(request, out, err);
             return {};
         } catch (const CLI::ParseError& error) {
-            err << "authchip: " << escapedLines(describe(error))
-                << "\n  next: 'authchip --help' lists the commands and options.\n";
-            return {nullptr, nullptr, {}, ExitStatus::Usage};
+            throw explain(error);
         }
         // A group is a row of its own: its command comes after it.
         const auto chosen =
             std::find_if(m_entries.rbegin(), m_entries.rend(), [](const Entry& entry) { return entry.app->parsed(); });
+        requireConfigFile(m_app);
+        if (chosen->row->needs != Needs::Nothing)
+            requireLocation();
         interpret(*chosen->command);
-        return {chosen->row, std::move(chosen->command), m_options, ExitStatus::Success};
+        return {chosen->row, std::move(chosen->command), m_options};
     }
 
 private:
@@ -64,11 +84,9 @@ private:
         m_app
             .add_option("-d,--device", m_options.location.device, "The i2c-dev node of the bus, for example /dev/i2c-1")
             ->envname("AUTHCHIP_DEVICE")
-            ->required()
             ->type_name("NODE");
         m_app.add_option("-a,--address", m_address, "The chip's 7-bit address on the bus, for example 0x2a")
             ->envname("AUTHCHIP_ADDRESS")
-            ->required()
             ->type_name("ADDRESS");
         m_app
             .add_option(
@@ -90,7 +108,7 @@ private:
             ->check(existingFile())
             ->type_name("FILE");
         m_app.set_version_flag("--version", "authchip " AUTHCHIP_VERSION);
-        m_app.footer(kFooter);
+        m_app.footer(footer());
     }
 
     void add(const CommandRow& row)
@@ -99,8 +117,8 @@ private:
         const auto blank = name.find(' ');
         CLI::App& parent = blank == std::string::npos ? m_app : *m_app.get_subcommand(name.substr(0, blank));
         CLI::App& app = *parent.add_subcommand(blank == std::string::npos ? name : name.substr(blank + 1), row.help);
-        if (row.needs == Needs::Nothing)
-            app.preparse_callback([this](std::size_t) { requireNoLocation(); });
+        if (row.needs != Needs::Nothing)
+            app.footer("Needs --device and --address, or AUTHCHIP_DEVICE and AUTHCHIP_ADDRESS.\n" + footer());
         if (row.make == nullptr) {
             app.require_subcommand(1);
             app.fallthrough();
@@ -110,15 +128,17 @@ private:
         m_entries.back().command->declare(app);
     }
 
-    void requireNoLocation()
+    void requireLocation() const
     {
-        for (const char* option : {"--device", "--address"})
-            m_app.get_option(option)->required(false);
+        for (const char* option : {"--device", "--address"}) {
+            if (m_app.get_option(option)->count() == 0)
+                throw Failure(kWrongUsage, "", std::string(option) + " is required",
+                              "'authchip --help' lists the commands and options.");
+        }
     }
 
     void interpret(Command& command)
     {
-        requireConfigFile(m_app);
         if (!m_address.empty() || m_app.get_option("--address")->count() > 0)
             m_options.location.address = parseAddress(m_address, command.largestAddress());
         if (!m_busTimeout.empty())
@@ -131,16 +151,44 @@ private:
     }
 
     /// CLI11 misses a command before it reports the unknown word in its place.
-    std::string describe(const CLI::ParseError& error) const
+    Failure explain(const CLI::ParseError& error) const
     {
+        const std::string help = "'authchip --help' lists the commands and options.";
         const std::string text = error.what();
         if (text != "A subcommand is required")
-            return text;
+            return {kWrongUsage, "", text, help};
+        const CLI::App* group = &m_app;
+        for (const CLI::App* parsed : m_app.get_subcommands())
+            group = parsed;
+        const std::string place = group == &m_app ? "authchip" : "authchip " + group->get_name();
         for (const std::string& word : m_app.remaining(true)) {
             if (word.rfind('-', 0) != 0)
-                return "unknown command '" + word + "'";
+                return {kWrongUsage, "", "unknown command '" + word + "'", adviseOn(word, *group, place)};
         }
-        return "no command given";
+        return {kWrongUsage, "", "no command given",
+                "Name one: " + inARow(commandsOf(*group)) + ". '" + place + " --help' explains them."};
+    }
+
+    static std::vector<std::string> commandsOf(const CLI::App& group)
+    {
+        std::vector<std::string> names;
+        for (const CLI::App* command : group.get_subcommands([](const CLI::App*) { return true; }))
+            names.push_back(command->get_name());
+        return names;
+    }
+
+    static std::string inARow(const std::vector<std::string>& names)
+    {
+        std::string row;
+        for (const std::string& name : names)
+            row += (row.empty() ? "" : ", ") + name;
+        return row;
+    }
+
+    static std::string adviseOn(const std::string& word, const CLI::App& group, const std::string& place)
+    {
+        return "Did you mean '" + place + " " + nearestWord(word, commandsOf(group)) + "'? '" + place +
+               " --help' lists the commands.";
     }
 
     CLI::App m_app{"Authenticates the accessory coprocessor on an I2C bus, and shows what it does.", "authchip"};

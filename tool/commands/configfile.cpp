@@ -39,7 +39,7 @@ public:
         Items found;
         for (const CLI::ConfigItem& line : CLI::ConfigBase::from_config(input)) {
             if (!addFor(m_app, line, {}, found))
-                throw Failure(ExitStatus::Usage, "use the file of options",
+                throw Failure(kWrongUsage, "use the file of options",
                               "'" + line.fullname() + "' is no option of any command",
                               "Write options without their dashes, one a line: issuer = /etc/authchip/issuers");
         }
@@ -83,7 +83,7 @@ void requireConfigFile(const CLI::App& app)
     const auto path = app.get_config_ptr()->as<std::string>();
     errno = 0;
     if (access(path.c_str(), R_OK) != 0 && (errno != ENOENT || path != kConfigFile))
-        throw Failure(ExitStatus::Usage, "read the options in " + path, describeSystemError(errno),
+        throw Failure(kWrongUsage, "read the options in " + path, describeSystemError(errno),
                       std::string("Name a file that can be read with --config or ") + kVariable + ".");
 }
 

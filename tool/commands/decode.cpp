@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include "capture/output.h"
 #include "capture/recording.h"
@@ -12,6 +13,19 @@
 
 namespace VorelKestrel::Tool {
 namespace {
+
+/// One object, whatever there is to say.
+void printAsJson(const Capture::Recording& recording, const Capture::Analysis& analysis, const Failure* failure,
+                 std::ostream& answer)
+{
+    if (failure == nullptr)
+        return Capture::printJson(recording, analysis, answer);
+    std::ostringstream text;
+    Capture::printJson(recording, analysis, text);
+    auto object = nlohmann::ordered_json::parse(text.str());
+    object["failure"] = failure->json();
+    answer << object.dump() << '\n';
+}
 
 class Decode : public Command
 {
@@ -29,13 +43,15 @@ public:
         const Capture::Analysis analysis = Capture::analyse(recording);
         if (!m_picture.empty())
             draw(recording, analysis);
+        Failure damage("capture damaged", "read all of the capture " + m_file, recording.damage,
+                       "The messages before that are shown. If the disk was full, make room and capture again.");
+        const bool isDamaged = !recording.damage.empty();
         if (context.options.json)
-            Capture::printJson(recording, analysis, context.answer);
+            printAsJson(recording, analysis, isDamaged ? &damage : nullptr, context.answer);
         else
             Capture::printText(recording, analysis, context.answer);
-        if (!recording.damage.empty())
-            throw Failure(ExitStatus::Failed, "read all of the capture " + m_file, recording.damage,
-                          "The messages before that are shown. If the disk was full, make room and capture again.");
+        if (isDamaged)
+            throw damage.afterAnswer();
         return ExitStatus::Success;
     }
 
@@ -45,7 +61,7 @@ private:
         try {
             return Capture::loadRecording(m_file);
         } catch (const Capture::RecordingError& error) {
-            throw Failure(ExitStatus::Failed, "read the capture " + m_file, error.what(),
+            throw Failure("file not read", "read the capture " + m_file, error.what(),
                           "Name a pcapng file of 'authchip capture', 'authchip-sim --capture' or Wireshark.");
         }
     }
@@ -56,7 +72,7 @@ private:
         std::ofstream picture(m_picture);
         Capture::drawTimeline(recording, analysis, m_file.substr(m_file.rfind('/') + 1), picture);
         if (!picture.flush())
-            throw Failure(ExitStatus::Failed, "write " + m_picture, describeSystemError(errno),
+            throw Failure("file not written", "write " + m_picture, describeSystemError(errno),
                           "Name a file that can be written, in a folder that exists.");
     }
 

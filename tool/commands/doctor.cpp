@@ -1,8 +1,10 @@
 #include "tool/doctor/checks.h"
 
-#include <algorithm>
+#include <CLI/CLI.hpp>
 
 #include "tool/commands/command.h"
+#include "tool/report/causes.h"
+#include "tool/report/duration.h"
 #include "tool/report/report.h"
 
 namespace VorelKestrel::Tool {
@@ -16,33 +18,65 @@ std::string textOf(const Finding& finding)
         return "not looked at";
     if (finding.cause == nullptr)
         return "ok: " + finding.found;
-    return std::string(finding.cause) + ": " + finding.found + "; next: " + finding.next;
+    return std::string(finding.cause) + ": " + finding.found + "\nnext: " + finding.next;
 }
 
-nlohmann::ordered_json jsonOf(const char* check, const Finding& finding)
+/// What a check of the chip cost.
+std::string costOf(const CheckResult& result)
+{
+    if (result.effort.messages == 0)
+        return "";
+    const int retries = result.effort.retries;
+    return " (" + inMilliseconds(result.time) + ", " + std::to_string(retries) +
+           (retries == 1 ? " retry)" : " retries)");
+}
+
+nlohmann::ordered_json jsonOf(const CheckResult& result, const Finding& finding)
 {
     using Json = nlohmann::ordered_json;
     const auto orNull = [](const std::string& text) { return text.empty() ? Json() : Json(text); };
-    return {{"check", check},
+    return {{"check", result.name},
             {"cause", finding.cause == nullptr ? Json() : Json(finding.cause)},
             {"found", orNull(finding.found)},
-            {"next", orNull(finding.next)}};
+            {"next", orNull(finding.next)},
+            {"timeMs", milliseconds(result.time)},
+            {"retries", result.effort.retries}};
 }
 
-/// A check that was skipped says nothing against the chip: the one that it needs does.
-bool isHealthy(const std::vector<CheckResult>& results)
+void addChecks(Report& report, const std::vector<CheckResult>& results)
 {
-    return std::all_of(results.begin(), results.end(), [](const CheckResult& result) {
-        return std::all_of(result.findings.begin(), result.findings.end(),
-                           [](const Finding& finding) { return finding.cause == nullptr; });
-    });
+    auto checks = nlohmann::ordered_json::array();
+    for (const auto& result : results) {
+        for (const auto& finding : result.findings) {
+            report.text(result.name, textOf(finding) + (finding.isHealthy() ? costOf(result) : ""));
+            checks.push_back(jsonOf(result, finding));
+        }
+    }
+    report.json("checks", checks);
 }
 
-/// Checks node, address, lock, chip and generation, in this order, and says what to do about what is wrong.
+/// The exit status is that of the first cause.
+ExitStatus statusOf(const std::vector<CheckResult>& results)
+{
+    for (const CheckResult& result : results) {
+        for (const Finding& finding : result.findings) {
+            if (finding.cause != nullptr)
+                return Tool::statusOf(finding.cause);
+        }
+    }
+    return ExitStatus::Success;
+}
+
+/// Runs the checks from the node to the signature, and says what to do about what is wrong.
 class Doctor : public Command
 {
 public:
     int largestAddress() const override { return kEightBitMaximum; } // a finding, and no usage error
+
+    void declare(CLI::App& app) override
+    {
+        app.add_flag("--no-sign", m_skipsSigning, "Do not have a challenge signed");
+    }
 
     ExitStatus run(const CommandContext& context) override
     {
@@ -51,23 +85,22 @@ public:
         examination.location = options.location;
         examination.busTimeout = options.busTimeout;
         examination.lockFile = lockKeyFile();
+        examination.signs = !m_skipsSigning;
         const std::vector<CheckResult> results = runChecks(examination, doctorChecks());
 
+        // A check that was skipped says nothing against the chip: the one that it needs does.
+        const ExitStatus status = statusOf(results);
         Report report;
-        auto checks = nlohmann::ordered_json::array();
-        for (const auto& result : results) {
-            for (const auto& finding : result.findings) {
-                report.text(result.name, textOf(finding));
-                checks.push_back(jsonOf(result.name, finding));
-            }
-        }
         report.json("device", options.location.device)
             .json("address", options.location.address)
-            .json("healthy", isHealthy(results))
-            .json("checks", checks);
+            .json("healthy", status == ExitStatus::Success);
+        addChecks(report, results);
         context.print(report);
-        return isHealthy(results) ? ExitStatus::Success : ExitStatus::Failed;
+        return status;
     }
+
+private:
+    bool m_skipsSigning = false;
 };
 
 } // namespace

@@ -6,6 +6,18 @@
 namespace VorelKestrel::Tool {
 namespace {
 
+/// A length that no chip of the generation can have says more about the bus than about the certificate.
+std::string describeLength(int length, const Generation& generation)
+{
+    const int room = generation.certificatePages * ACD::kCertificatePageSize;
+    const std::string text = inBytes(static_cast<std::size_t>(length));
+    if (length == 0)
+        return text + ": the chip has none";
+    return length <= room
+               ? text
+               : text + ", which is wrong: protocol " + generation.protocol + " has room for " + std::to_string(room);
+}
+
 class Info : public Command
 {
 public:
@@ -28,7 +40,7 @@ public:
             .json("challengeMaximumLength", identity.challengeMaximumLength);
         report.text("longest response", inBytes(static_cast<std::size_t>(identity.responseMaximumLength)))
             .json("responseMaximumLength", identity.responseMaximumLength);
-        report.text("certificate", inBytes(static_cast<std::size_t>(identity.certificateLength)))
+        report.text("certificate", describeLength(identity.certificateLength, chip->generation()))
             .json("certificateLength", identity.certificateLength);
         context.print(report);
         return ExitStatus::Success;

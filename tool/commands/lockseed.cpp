@@ -25,7 +25,7 @@ gid_t groupNamed(const std::string& name)
     constexpr auto kNoGroup = static_cast<gid_t>(-1); // what the kernel takes it for
     if (!name.empty() && error == std::errc() && end == name.data() + name.size() && number != kNoGroup)
         return number;
-    throw Failure(ExitStatus::Usage, "make the lock for the group '" + name + "'", "There is no such group",
+    throw Failure(kWrongUsage, "make the lock for the group '" + name + "'", "There is no such group",
                   "'getent group' lists the groups; take the one that owns the bus's node ('ls -l /dev/i2c-*').");
 }
 
@@ -37,7 +37,7 @@ unsigned parseMode(const std::string& text)
         if (text == mode || text == mode.substr(1))
             return static_cast<unsigned>(std::stoul(text, nullptr, 8));
     }
-    throw Failure(ExitStatus::Usage, "give the lock the mode '" + text + "'",
+    throw Failure(kWrongUsage, "give the lock the mode '" + text + "'",
                   "The library reads and changes it: a class of users has 6 or 0, and the owner 6",
                   "Give 0600, 0660 or 0666; without --mode it is 0660.");
 }

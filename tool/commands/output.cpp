@@ -19,7 +19,7 @@ void storeFile(const std::string& path, const std::string& content)
     std::ofstream file(path, std::ios::binary);
     file << content << std::flush;
     if (!file)
-        throw Failure(ExitStatus::Failed, "write " + path, describeSystemError(errno),
+        throw Failure("file not written", "write " + path, describeSystemError(errno),
                       "Name a file that can be written, in a folder that exists.");
 }
 
@@ -28,6 +28,13 @@ void storeFile(const std::string& path, const std::string& content)
 void OutputOption::declare(CLI::App& app, const char* description)
 {
     app.add_option("-o,--output", m_file, description)->type_name("FILE");
+}
+
+void OutputOption::requirePlace(bool json) const
+{
+    if (json && m_file == kStandardOutput)
+        throw Failure(kWrongUsage, "put the bytes on standard output", "--json puts an object there",
+                      "Leave out one of the two, or name a file behind -o.");
 }
 
 bool OutputOption::store(const std::string& content, std::ostream& answer) const

@@ -17,6 +17,8 @@ class OutputOption
 {
 public:
     void declare(CLI::App& app, const char* description);
+    /// Throws Failure (ExitStatus::Usage) if content and JSON would share standard output.
+    void requirePlace(bool json) const;
     bool isGiven() const { return !m_file.empty(); }
 
     /// Puts @p content where -o says. Returns whether the report is still wanted: not if the content took its place on

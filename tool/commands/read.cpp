@@ -75,7 +75,7 @@ private:
         const auto* reg = findRegister(*m_reg);
         if (reg != nullptr && reg->width > 0)
             return reg->width;
-        throw Failure(ExitStatus::Usage, "read register " + toHex(static_cast<std::uint32_t>(*m_reg), 2),
+        throw Failure(kWrongUsage, "read register " + toHex(static_cast<std::uint32_t>(*m_reg), 2),
                       "Its length is not known", "Give the number of bytes after it.");
     }
 

@@ -22,10 +22,10 @@ Bytes readFile(const std::string& path)
     std::ifstream file(path, std::ios::binary);
     file.read(reinterpret_cast<char*>(content.data()), static_cast<std::streamsize>(content.size()));
     if (!file.is_open() || file.bad())
-        throw Failure(ExitStatus::Usage, tried, describeSystemError(errno), "Name a file that this user can read.");
+        throw Failure(kWrongUsage, tried, describeSystemError(errno), "Name a file that this user can read.");
     content.resize(static_cast<std::size_t>(file.gcount()));
     if (content.size() > kLongest)
-        throw Failure(ExitStatus::Usage, tried, "It has more than " + inBytes(kLongest),
+        throw Failure(kWrongUsage, tried, "It has more than " + inBytes(kLongest),
                       "Name a file with the challenge alone.");
     return content;
 }
@@ -34,12 +34,23 @@ void requireLength(const Bytes& challenge, const Generation& generation)
 {
     if (challenge.size() == generation.challengeLength)
         return;
-    throw Failure(ExitStatus::Usage, "sign a challenge of " + inBytes(challenge.size()),
+    throw Failure(kWrongUsage, "sign a challenge of " + inBytes(challenge.size()),
                   "A chip of protocol " + std::string(generation.protocol) + " signs " +
                       inBytes(generation.challengeLength) + ", the length of a " + generation.digest + " digest",
                   "Give " + inBytes(generation.challengeLength) + " (" +
                       std::to_string(2 * generation.challengeLength) +
                       " hexadecimal digits), or none for a random challenge.");
+}
+
+/// The library takes any length for an answer.
+void requireAnswer(const Bytes& signature, const Generation& generation, const ChipLocation& location)
+{
+    if (signature.size() == generation.responseLength)
+        return;
+    throw Failure("wrong length", "have a challenge signed by the chip on " + describe(location),
+                  "The chip reports an answer of " + inBytes(signature.size()) + " (register 0x11); protocol " +
+                      generation.protocol + " has " + std::to_string(generation.responseLength),
+                  "Try again; if it stays so, reset the chip. -vv shows every message to it.");
 }
 
 class Sign : public Command
@@ -66,10 +77,12 @@ public:
 
     ExitStatus run(const CommandContext& context) override
     {
+        m_output.requirePlace(context.options.json);
         const auto chip = context.chips->detect();
         const Bytes challenge = m_challenge ? *m_challenge : randomChallenge(chip->generation());
         requireLength(challenge, chip->generation());
         const Bytes signature = chip->sign(challenge);
+        requireAnswer(signature, chip->generation(), context.options.location);
         if (!m_output.store(signature, context.answer))
             return ExitStatus::Success;
 

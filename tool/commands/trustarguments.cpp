@@ -44,13 +44,13 @@ void TrustArguments::interpret()
 {
     m_options.checksTime = !m_skipsTime;
     if (!m_options.revocationLists.empty() && m_options.issuers.empty())
-        throw Failure(ExitStatus::Usage, "check the revocation lists", "No issuer is given",
+        throw Failure(kWrongUsage, "check the revocation lists", "No issuer is given",
                       "Name the issuers of the chips with --issuer.");
     if (m_at.empty())
         return;
     m_options.at = parseTime(m_at);
     if (!m_options.at)
-        throw Failure(ExitStatus::Usage, "check the dates at '" + m_at + "'", "That is not a time",
+        throw Failure(kWrongUsage, "check the dates at '" + m_at + "'", "That is not a time",
                       "Give a time in UTC, for example 2026-01-31T12:00:00Z or 2026-01-31.");
 }
 

@@ -17,7 +17,7 @@ constexpr std::uint32_t kLargestNumber = 0xffff;
 
 Failure usageFailure(const std::string& tried, const std::string& answer, const std::string& next)
 {
-    return {ExitStatus::Usage, tried, answer, next};
+    return {kWrongUsage, tried, answer, next};
 }
 
 } // namespace

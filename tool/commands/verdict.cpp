@@ -80,11 +80,15 @@ TrustReport addVerdict(Report& report, const Evidence& evidence, const Trust& tr
     return examination;
 }
 
-void requireAuthentic(const TrustReport& examination, const std::string& tried)
+void answer(const CommandContext& context, Report& report, const TrustReport& examination, const std::string& tried)
 {
-    const TrustCheck* failure = examination.failure();
-    if (failure != nullptr)
-        throw Failure(ExitStatus::NotAuthentic, tried, "Not authentic: " + failure->found, failure->next);
+    const TrustCheck* check = examination.failure();
+    if (check == nullptr)
+        return context.print(report);
+    Failure failure(check->cause, tried, "Not authentic: " + check->found, check->next);
+    report.json("failure", failure.json());
+    context.print(report);
+    throw failure.afterAnswer();
 }
 
 } // namespace VorelKestrel::Tool

@@ -7,6 +7,7 @@
 #include "common/generations.h"
 #include "tool/chip/certificate.h"
 #include "tool/chip/trust.h"
+#include "tool/commands/command.h"
 #include "tool/report/report.h"
 
 namespace VorelKestrel::Tool {
@@ -26,8 +27,9 @@ struct Evidence
  */
 TrustReport addVerdict(Report& report, const Evidence& evidence, const Trust& trust);
 
-/// Throws Failure (ExitStatus::NotAuthentic) if a check failed. @p tried  what was verified: "verify the chip on ..."
-void requireAuthentic(const TrustReport& examination, const std::string& tried);
+/// Prints the report; throws Failure (ExitStatus::NotAuthentic) if a check failed. @p tried  what was verified: "verify
+/// the chip on ..."
+void answer(const CommandContext& context, Report& report, const TrustReport& examination, const std::string& tried);
 
 } // namespace VorelKestrel::Tool
 

@@ -24,7 +24,7 @@ Bytes readCertificateFile(const std::string& path)
     file.read(reinterpret_cast<char*>(content.data()), static_cast<std::streamsize>(content.size()));
     content.resize(static_cast<std::size_t>(file.gcount()));
     if (file.bad() || content.empty() || content.size() > kLongestFile)
-        throw Failure(ExitStatus::Usage, "read the certificate in " + path,
+        throw Failure(kWrongUsage, "read the certificate in " + path,
                       "It is empty, cannot be read, or is longer than " + std::to_string(kLongestFile) + " bytes",
                       "Name what 'authchip certificate -o FILE' has stored, or an X.509 certificate in DER.");
     return content;
@@ -69,8 +69,7 @@ public:
         Report report;
         report.row("protocol", "protocol", generation.protocol);
         const TrustReport examination = addVerdict(report, {generation, certificate, m_challenge, m_signature}, trust);
-        context.print(report);
-        requireAuthentic(examination, "verify the answer to the challenge");
+        answer(context, report, examination, "verify the answer to the challenge");
         return ExitStatus::Success;
     }
 

@@ -26,7 +26,7 @@ public:
         m_reg = parseRegister(m_regText);
         m_data = parseBytes(m_dataText, "write to a register");
         if (m_data.size() >= kLongestMessage)
-            throw Failure(ExitStatus::Usage, "write " + std::to_string(m_data.size()) + " bytes to a register",
+            throw Failure(kWrongUsage, "write " + std::to_string(m_data.size()) + " bytes to a register",
                           "i2c-dev takes messages of at most " + std::to_string(kLongestMessage) +
                               " bytes, and the register's number is one of them",
                           "Give " + std::to_string(kLongestMessage - 1) + " bytes at most.");

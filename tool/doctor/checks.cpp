@@ -10,6 +10,8 @@ const std::vector<Check>& doctorChecks()
         {"lock", {}, checkLock},
         {"chip", {"node", "address", "lock"}, checkChip},
         {"generation", {"chip"}, checkGeneration},
+        {"certificate", {"generation"}, checkCertificate},
+        {"signature", {"generation"}, checkSignature}, // a chip without a certificate may sign
     };
     return checks;
 }

@@ -21,6 +21,11 @@ std::vector<Finding> checkChip(Examination& examination);
 /// The library has a driver for the device version that the chip answered.
 std::vector<Finding> checkGeneration(Examination& examination);
 
+/// The chip's certificate can be read, is unaltered and valid. Requires: as for checkChip(); the generation is known.
+std::vector<Finding> checkCertificate(Examination& examination);
+/// The chip signs a challenge with the certificate's key. Requires: the same.
+std::vector<Finding> checkSignature(Examination& examination);
+
 /// An address that includes the read/write bit. @p found says how that shows.
 Finding eightBitAddress(const ChipLocation& location, const std::string& found);
 

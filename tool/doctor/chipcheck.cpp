@@ -14,15 +14,24 @@ bool isUnanswered(const VersionAnswer& answer)
     return !answer.registerSet && isNoAnswer(Step::SetRegister, answer.error);
 }
 
+/// Asks once, for the price of a message or two.
+VersionAnswer ask(const ScopedDescriptor& node, Effort& effort)
+{
+    const VersionAnswer answer = askVersion(node);
+    effort.messages += answer.registerSet ? 2 : 1;
+    return answer;
+}
+
 /// Asks until the chip answers, as patiently as the library: a chip that is busy or wakes up refuses some messages.
 /// Returns how many.
-int askPatiently(const ScopedDescriptor& node, VersionAnswer& answer)
+int askPatiently(Examination& examination)
 {
     int refusals = 0;
-    answer = askVersion(node);
-    while (isUnanswered(answer) && ++refusals < kAttempts) {
+    examination.answer = ask(examination.node, examination.effort);
+    while (isUnanswered(examination.answer) && ++refusals < kAttempts) {
         std::this_thread::sleep_for(kRetryPause);
-        answer = askVersion(node);
+        ++examination.effort.retries;
+        examination.answer = ask(examination.node, examination.effort);
     }
     return refusals;
 }
@@ -58,15 +67,17 @@ Finding explainSilence(const Examination& examination)
 
 std::vector<Finding> checkChip(Examination& examination)
 {
-    const int refusals = askPatiently(examination.node, examination.answer);
+    const int refusals = askPatiently(examination);
     return {examination.answer.registerRead ? healthy(afterRefusals(refusals)) : explainSilence(examination)};
 }
 
 std::vector<Finding> checkGeneration(Examination& examination)
 {
     const std::uint8_t version = examination.answer.deviceVersion;
-    if (const Generation* generation = findGeneration(version))
-        return {healthy("device version " + std::to_string(version) + ", protocol " + generation->protocol)};
+    examination.generation = findGeneration(version);
+    if (examination.generation != nullptr)
+        return {
+            healthy("device version " + std::to_string(version) + ", protocol " + examination.generation->protocol)};
     return {refused("version without driver", explainVersion(version, examination.location))};
 }
 

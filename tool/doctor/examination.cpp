@@ -46,8 +46,13 @@ std::vector<CheckResult> runChecks(Examination& examination, const std::vector<C
     std::vector<CheckResult> results;
     for (const Check& check : checks) {
         const bool isPossible = areHealthy(check.needs, results);
+        const Effort before = examination.effort;
+        const auto begin = std::chrono::steady_clock::now();
         results.push_back({check.name, isPossible ? check.run(examination) : std::vector<Finding>{skipped()}});
-        for (Finding& finding : results.back().findings)
+        CheckResult& result = results.back();
+        result.time = std::chrono::steady_clock::now() - begin;
+        result.effort = {examination.effort.messages - before.messages, examination.effort.retries - before.retries};
+        for (Finding& finding : result.findings)
             finding.next = inOneLine(finding.next);
     }
     return results;

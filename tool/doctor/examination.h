@@ -1,13 +1,17 @@
 #ifndef TOOL_DOCTOR_EXAMINATION_H
 #define TOOL_DOCTOR_EXAMINATION_H
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "common/generations.h"
 #include "common/scopeddescriptor.h"
+#include "tool/chip/certificate.h"
 #include "tool/chip/chiplocation.h"
 #include "tool/chip/i2cnode.h"
+#include "tool/doctor/patientbus.h"
 #include "tool/lock/systemlock.h"
 #include "tool/report/failure.h"
 
@@ -35,11 +39,15 @@ struct Examination
     ChipLocation location;
     std::optional<int> busTimeout; // to be set before the chip is asked; milliseconds
     std::string lockFile;          // the lock's key file
+    bool signs = true;             // a challenge, on request of the user
 
-    ScopedDescriptor node;          // -1: it does not open
-    bool isBus = false;             // nothing yet speaks against it
-    std::optional<LockToken> token; // held to the end, if there is a lock
-    VersionAnswer answer;           // the chip's
+    ScopedDescriptor node;                  // -1: it does not open
+    bool isBus = false;                     // nothing yet speaks against it
+    std::optional<LockToken> token;         // held to the end, if there is a lock
+    VersionAnswer answer;                   // the chip's
+    const Generation* generation = nullptr; // null: the library has no driver for the chip
+    std::optional<Certificate> certificate; // none: it cannot be read
+    Effort effort;                          // of all checks so far
 };
 
 /// One row of the list of checks.
@@ -55,6 +63,8 @@ struct CheckResult
 {
     const char* name;
     std::vector<Finding> findings;
+    std::chrono::nanoseconds time{0};
+    Effort effort{}; // of this check; no messages: it needed none
 
     bool isHealthy() const;
 };

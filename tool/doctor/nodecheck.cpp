@@ -28,6 +28,9 @@ std::vector<Finding> checkNode(Examination& examination)
         return {notANode(device + " is a device of another kind")};
     examination.isBus = true;
     examination.node = openNode(device);
+    if (examination.node.get() >= 0 && lacksPlainI2c(examination.node))
+        return {refused(causeOfRefusal(Step::SetRegister, EOPNOTSUPP),
+                        explainRefusal(Step::SetRegister, EOPNOTSUPP, examination.location))};
     if (examination.node.get() >= 0)
         return {healthy(device + " opens")};
     const int error = errno;

@@ -25,13 +25,13 @@ constexpr char kRemoving[] = "remove the lock";
 
 [[noreturn]] void refuse(const char* tried, const std::string& answer, const std::string& next)
 {
-    throw Failure(ExitStatus::Failed, tried, answer, next);
+    throw Failure("lock not changed", tried, answer, next);
 }
 
 [[noreturn]] void failWithSystemError(const std::string& tried, const std::string& next)
 {
     const int error = errno;
-    throw Failure(ExitStatus::Failed, tried, describeSystemError(error), next);
+    throw Failure("lock not changed", tried, describeSystemError(error), next).withSystemError(error);
 }
 
 /// Lets signals wait until the end of the scope.

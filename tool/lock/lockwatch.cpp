@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <iostream>
+#include <utility>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,7 +11,6 @@
 #include "common/i2cdevice.h"
 #include "tool/lock/names.h"
 #include "tool/lock/processes.h"
-#include "tool/report/exitstatus.h"
 #include "tool/report/indented.h"
 
 namespace VorelKestrel::Tool {
@@ -61,8 +61,8 @@ WithoutLock findWithoutLock(const LockState& state, const std::string& device)
     return {};
 }
 
-LockWatch::LockWatch(const std::string& device, std::optional<std::chrono::seconds> limit)
-    : m_limit(limit), m_thread([this] { watch(); })
+LockWatch::LockWatch(const std::string& device, std::optional<std::chrono::seconds> limit, Explain explainEnd)
+    : m_limit(limit), m_explainEnd(std::move(explainEnd)), m_thread([this] { watch(); })
 {
     const WithoutLock without = findWithoutLock(lookAtLock(m_keyFile), device);
     if (!without.reason.empty())
@@ -116,9 +116,12 @@ void LockWatch::look()
     }
     if (!m_limit || waited < *m_limit || !isWaitedFor(lookAtLock(m_keyFile)))
         return;
-    say("cannot use the bus\n  Waited " + std::to_string(m_limit->count()) + " seconds for " + describeHolder(state),
-        "If that process hangs, end it: the system then gives the lock back. 'authchip doctor' tells more.");
-    std::_Exit(static_cast<int>(ExitStatus::Failed));
+    const Failure failure(state.condition == LockCondition::Lost ? "token lost" : "lock held", "use the bus",
+                          "Waited " + std::to_string(m_limit->count()) + " seconds for " + describeHolder(state),
+                          "If that process hangs, end it: the system then gives the lock back. 'authchip doctor' tells "
+                          "more.");
+    m_explainEnd(failure);
+    std::_Exit(static_cast<int>(failure.status()));
 }
 
 } // namespace VorelKestrel::Tool

@@ -3,12 +3,14 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 
 #include "tool/lock/systemlock.h"
+#include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
 
@@ -22,8 +24,11 @@ namespace VorelKestrel::Tool {
 class LockWatch
 {
 public:
+    /// Explains why the process ends.
+    using Explain = std::function<void(const Failure&)>;
+
     /// Requires: the library is loaded, and has made or found the lock. Without @p limit it waits as long as it takes.
-    LockWatch(const std::string& device, std::optional<std::chrono::seconds> limit);
+    LockWatch(const std::string& device, std::optional<std::chrono::seconds> limit, Explain explainEnd);
     LockWatch(const LockWatch&) = delete;
     LockWatch& operator=(const LockWatch&) = delete;
     ~LockWatch();
@@ -50,6 +55,7 @@ private:
 
     const std::string m_keyFile = lockKeyFile();
     const std::optional<std::chrono::seconds> m_limit;
+    const Explain m_explainEnd;
     std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_isInCall = false; // guarded by m_mutex, as is m_ends

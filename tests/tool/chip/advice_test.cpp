@@ -7,6 +7,7 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -50,7 +51,9 @@ TEST_P(RefusalTest, IsExplainedByWhatWasTriedWhatCameAndWhatToDo)
 {
     const auto& refusal = GetParam();
     const Failure failure = explainRefusal(refusal.step, refusal.error, kLocation);
-    EXPECT_EQ(ExitStatus::Failed, failure.status());
+    EXPECT_STREQ(causeOfRefusal(refusal.step, refusal.error), failure.cause());
+    EXPECT_EQ(refusal.error == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(refusal.error),
+              failure.json()["errno"]);
     EXPECT_EQ(refusal.tried, failure.tried());
     EXPECT_EQ(refusal.answer, failure.answer());
     EXPECT_NE(std::string::npos, failure.next().find(refusal.next)) << failure.next();

@@ -1,0 +1,42 @@
+#include "tool/chip/storedcertificate.h"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "tool/report/failure.h"
+
+namespace {
+
+using namespace VorelKestrel;
+using namespace VorelKestrel::Tool;
+
+std::string causeOf(const Bytes& stored)
+{
+    try {
+        parseCertificate(stored);
+    } catch (const Failure& failure) {
+        return failure.cause();
+    }
+    return "";
+}
+
+TEST(StoredCertificateTest, IsMissingOrUnreadable)
+{
+    EXPECT_EQ("no certificate", causeOf({}));
+    EXPECT_EQ("unreadable certificate", causeOf({0x30, 0x03, 0x02, 0x01, 0x00}));
+}
+
+TEST(StoredCertificateTest, SaysWhichLengthItsOwnHeaderHas)
+{
+    try {
+        parseCertificate({0x30, 0x82, 0x01, 0x00, 0x00});
+        FAIL() << "that is no certificate";
+    } catch (const Failure& failure) {
+        EXPECT_NE(std::string::npos, failure.answer().find("The chip reports 5 bytes, and the certificate's own header "
+                                                           "says 260"))
+            << failure.answer();
+    }
+}
+
+} // namespace

@@ -1,0 +1,143 @@
+#include "tool/doctor/exchange.h"
+
+#include <algorithm>
+
+#include "authchipdriver/registermap.h"
+#include "common/hex.h"
+#include "common/patience.h"
+#include "tool/chip/advice.h"
+#include "tool/chip/storedcertificate.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+using namespace ACD;
+
+constexpr char kLookAtTheBus[] =
+    "Run this again; if it stays so, look at the bus clock, the pull-ups and the chip's supply.";
+constexpr char kResetTheChip[] = "Reset the chip and run this again; if it stays so, the chip is defective.";
+constexpr char kAskTheMaker[] =
+    "Reset the chip and run this again; ask its maker for the longest time that it takes to sign.";
+
+std::string named(std::uint8_t reg)
+{
+    return "register " + toHex(reg, 2);
+}
+
+/// How lengths are written: two bytes, the first of which is 0.
+Bytes lengthOf(std::size_t length)
+{
+    return {0, static_cast<std::uint8_t>(length)};
+}
+
+} // namespace
+
+Exchange::Exchange(Examination& examination)
+    : m_location(examination.location), m_bus(examination.node, examination.effort)
+{}
+
+Bytes Exchange::certificate(const Generation& generation)
+{
+    const std::size_t length = readLength(kRegisterCertificateLength, "the certificate's length");
+    const std::size_t room = static_cast<std::size_t>(generation.certificatePages) * kCertificatePageSize;
+    if (length == 0)
+        throw ExchangeStopped({"no certificate", "the chip reports a certificate of 0 bytes (register 0x30)",
+                               "The chip was delivered without a certificate, or lost it: replace it."});
+    if (length > room)
+        throw ExchangeStopped({"wrong length",
+                               "the chip reports a certificate of " + inBytes(length) + " (register 0x30); protocol " +
+                                   generation.protocol + " has room for " + std::to_string(room),
+                               kLookAtTheBus});
+    Bytes certificate;
+    for (int page = 1; certificate.size() < length; ++page) {
+        const std::size_t rest = std::min<std::size_t>(length - certificate.size(), kCertificatePageSize);
+        const Bytes data =
+            read(certificatePageRegister(page), rest, "page " + std::to_string(page) + " of the certificate");
+        certificate.insert(certificate.end(), data.begin(), data.end());
+    }
+    return certificate;
+}
+
+Bytes Exchange::signature(const Generation& generation, const Bytes& challenge)
+{
+    if (generation.hostWritesLengths) {
+        write(kRegisterResponseLength, lengthOf(generation.responseLength), "the signature's length");
+        write(kRegisterChallengeLength, lengthOf(challenge.size()), "the challenge's length");
+    }
+    write(kRegisterChallenge, challenge, "the challenge");
+    if (!generation.hostWritesLengths) {
+        const std::size_t counted = readLength(kRegisterChallengeLength, "the challenge's length");
+        if (counted != challenge.size())
+            throw ExchangeStopped({"wrong length",
+                                   "the chip counted " + inBytes(counted) + " of the challenge (register 0x20); " +
+                                       std::to_string(challenge.size()) + " were sent",
+                                   kLookAtTheBus});
+    }
+    write(kRegisterControlAndStatus, {kCommandGenerateResponse}, "the start command");
+    requireSigned();
+    const std::size_t length = readLength(kRegisterResponseLength, "the signature's length");
+    if (length != generation.responseLength)
+        throw ExchangeStopped({"wrong length",
+                               "the chip reports a signature of " + inBytes(length) + " (register 0x11); protocol " +
+                                   generation.protocol + " has " + std::to_string(generation.responseLength),
+                               kResetTheChip});
+    return read(kRegisterResponse, length, "the signature");
+}
+
+/// After the start command the chip answers no message until it is done.
+void Exchange::requireSigned()
+{
+    const Access access = m_bus.read(kRegisterControlAndStatus, 1);
+    if (!access.registerTaken && isNoAnswer(Step::SetRegister, access.error))
+        throw ExchangeStopped({"chip busy",
+                               "after the start command the chip is still busy, or gone: it refused each of " +
+                                   std::to_string(kAttempts) + " attempts",
+                               kAskTheMaker});
+    if (!access.isDone(1))
+        stop(access, kRegisterControlAndStatus, 1, "read the status");
+    if (resultOfStatus(access.data[0]) != kResultGenerated)
+        throw ExchangeStopped({"wrong status",
+                               "the chip did not sign: its status (register 0x10) is " + toHex(access.data[0], 2) +
+                                   "; bits 6 to 4 have to be 001",
+                               kResetTheChip});
+}
+
+Bytes Exchange::read(std::uint8_t reg, std::size_t length, const std::string& what)
+{
+    Access access = m_bus.read(reg, length);
+    if (!access.isDone(length))
+        stop(access, reg, length, "read " + what);
+    return std::move(access.data);
+}
+
+std::size_t Exchange::readLength(std::uint8_t reg, const std::string& what)
+{
+    const Bytes data = read(reg, 2, what);
+    return static_cast<std::size_t>(data[0] * 256 + data[1]);
+}
+
+void Exchange::write(std::uint8_t reg, const Bytes& data, const std::string& what)
+{
+    const Access access = m_bus.write(reg, data);
+    if (!access.registerTaken)
+        stop(access, reg, 0, "write " + what);
+}
+
+void Exchange::stop(const Access& access, std::uint8_t reg, std::size_t length, const std::string& tried)
+{
+    const std::string place = tried + " (" + named(reg) + "): ";
+    if (!access.registerTaken && isNoAnswer(Step::SetRegister, access.error))
+        throw ExchangeStopped({"register refused",
+                               "cannot " + place + "the chip, which answers otherwise, refused each of " +
+                                   std::to_string(kAttempts) + " attempts",
+                               kResetTheChip});
+    if (access.registerTaken && access.received >= 0)
+        throw ExchangeStopped({"short read",
+                               "cannot " + place + std::to_string(access.received) + " of " + inBytes(length) + " came",
+                               "Look at the bus controller's limits, the bus clock and the pull-ups."});
+    const Step step = access.registerTaken ? Step::ReadRegister : Step::SetRegister;
+    const Failure failure = explainRefusal(step, access.error, m_location);
+    throw ExchangeStopped({causeOfRefusal(step, access.error), "cannot " + place + failure.answer(), failure.next()});
+}
+
+} // namespace VorelKestrel::Tool

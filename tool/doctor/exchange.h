@@ -1,0 +1,57 @@
+#ifndef TOOL_DOCTOR_EXCHANGE_H
+#define TOOL_DOCTOR_EXCHANGE_H
+
+#include <cstdint>
+#include <exception>
+#include <utility>
+
+#include "common/bytes.h"
+#include "common/generations.h"
+#include "tool/doctor/examination.h"
+#include "tool/doctor/patientbus.h"
+
+namespace VorelKestrel::Tool {
+
+/// An exchange with the chip ended early, for a reason that is a finding.
+class ExchangeStopped : public std::exception
+{
+public:
+    explicit ExchangeStopped(Finding finding) : m_finding(std::move(finding)) {}
+
+    const Finding& finding() const { return m_finding; }
+    const char* what() const noexcept override { return m_finding.found.c_str(); }
+
+private:
+    Finding m_finding;
+};
+
+/**
+ * The library's exchanges, message by message, so that what goes wrong is told of the message at which it does.
+ *
+ * Errors: ExchangeStopped.
+ */
+class Exchange
+{
+public:
+    /// Requires: the chip answers. @p examination stays the caller's and outlives this.
+    explicit Exchange(Examination& examination);
+
+    /// The certificate as it is stored.
+    Bytes certificate(const Generation& generation);
+    /// Requires: a challenge of the generation's length.
+    Bytes signature(const Generation& generation, const Bytes& challenge);
+
+private:
+    Bytes read(std::uint8_t reg, std::size_t length, const std::string& what);
+    std::size_t readLength(std::uint8_t reg, const std::string& what);
+    void write(std::uint8_t reg, const Bytes& data, const std::string& what);
+    void requireSigned();
+    [[noreturn]] void stop(const Access& access, std::uint8_t reg, std::size_t length, const std::string& tried);
+
+    const ChipLocation& m_location;
+    PatientBus m_bus;
+};
+
+} // namespace VorelKestrel::Tool
+
+#endif

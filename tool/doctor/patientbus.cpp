@@ -1,0 +1,62 @@
+#include "tool/doctor/patientbus.h"
+
+#include <cerrno>
+#include <thread>
+
+#include <unistd.h>
+
+#include "common/patience.h"
+
+namespace VorelKestrel::Tool {
+
+Access PatientBus::read(std::uint8_t reg, std::size_t length)
+{
+    Access access;
+    access.registerTaken = send({reg});
+    if (access.registerTaken) {
+        access.data.resize(length);
+        access.received = receive(access.data);
+        access.data.resize(access.received > 0 ? static_cast<std::size_t>(access.received) : 0);
+    }
+    access.error = errno;
+    return access;
+}
+
+Access PatientBus::write(std::uint8_t reg, const Bytes& data)
+{
+    Bytes message = {reg};
+    message.insert(message.end(), data.begin(), data.end());
+    Access access;
+    access.registerTaken = send(message);
+    access.error = errno;
+    return access;
+}
+
+bool PatientBus::send(const Bytes& message)
+{
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        if (attempt > 0) {
+            std::this_thread::sleep_for(kRetryPause);
+            ++m_effort.retries;
+        }
+        ++m_effort.messages;
+        errno = 0; // a transfer that moves nothing leaves it alone
+        if (::write(m_node.get(), message.data(), message.size()) == static_cast<ssize_t>(message.size()))
+            return true;
+    }
+    return false;
+}
+
+long PatientBus::receive(Bytes& data)
+{
+    ssize_t received = -1;
+    for (int attempt = 0; attempt < kAttempts && received == -1; ++attempt) {
+        m_effort.retries += attempt > 0 ? 1 : 0;
+        ++m_effort.messages;
+        errno = 0;
+        received = ::read(m_node.get(), data.data(), data.size());
+    }
+    return received;
+}
+
+} // namespace VorelKestrel::Tool

@@ -328,6 +328,8 @@ private:
                       }),
             {"--wrong-length", "REGISTER=LENGTH", "Report this length in register 0x11, 0x20 or 0x30; repeatable",
              [&faults](const std::string& text) { setWrongLength(faults, text); }},
+            intoRow("--random-faults", "N", kDoubleWordMaximum,
+                    "Refuse one message in N, or cut the read, at random; say at the end how many", faults.oneIn),
             {"--corrupt-signature", nullptr, "Flip a bit in every signature",
              [&faults](const std::string&) { faults.corruptSignature = true; }},
             numberRow("--stuck-bus", "MS", kDoubleWordMaximum,

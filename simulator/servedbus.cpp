@@ -64,6 +64,7 @@ ServedBus::ServedBus(const Options& options, ReplayedBus::Report report)
 
 void ServedBus::startChip(const Options& options)
 {
+    m_hasRandomFaults = options.simulation.faults.oneIn > 0;
     m_simulation.emplace(options.simulation, std::make_shared<const Credentials>(makeCredentials(options)), m_clock);
     m_bus = &m_simulation->bus();
 }
@@ -104,6 +105,11 @@ std::vector<std::string> ServedBus::remarks() const
     if (m_capture && m_capture->error() != 0)
         remarks.push_back("cannot write the capture " + m_captureFile + ": " + std::strerror(m_capture->error()) +
                           "; what came after that is missing");
+    if (m_hasRandomFaults) {
+        const RandomFaultCounts& counts = m_simulation->faults().randomFaults();
+        remarks.push_back("at random: " + std::to_string(counts.refused) + " messages refused, " +
+                          std::to_string(counts.cut) + " reads cut");
+    }
     const std::size_t left = m_orderedReplay == nullptr ? 0 : m_orderedReplay->messagesLeft();
     if (left > 0)
         remarks.push_back("the program ended before the recording: " + std::to_string(left) + " of " +

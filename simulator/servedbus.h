@@ -51,6 +51,7 @@ private:
     SystemClock m_clock;
     std::string m_device;
     std::optional<Simulation> m_simulation;
+    bool m_hasRandomFaults = false;
     Capture::Recording m_recording;
     std::unique_ptr<Bus> m_replay;
     ReplayedBus* m_orderedReplay = nullptr; // m_replay, if it is one

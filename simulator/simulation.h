@@ -42,6 +42,7 @@ public:
     I2cDevNode& node() { return *m_node; }
     Bus& bus() { return m_loggedBus ? static_cast<Bus&>(*m_loggedBus) : m_faultyBus; }
     FaultyBus& faults() { return m_faultyBus; }
+    const FaultyBus& faults() const { return m_faultyBus; }
     const SimulatedChip& chip() const { return m_chip; }
 
 private:

@@ -14,6 +14,7 @@
 #include "tool/chip/watchedchip.h"
 #include "tool/lock/lockwatch.h"
 #include "tool/program.h"
+#include "tool/repetition.h"
 #include "tool/report/failure.h"
 
 namespace {
@@ -87,7 +88,9 @@ ExitStatus runWithLibrary(const CommandLine& line, std::ostream& answer)
     BusMeter meter(options.verbosity >= 2 ? tellOnStandardError : BusMeter::Listener());
     WatchedChipAccess watched(chips, watch, meter);
     const StatsAtTheEnd stats(options, meter);
-    return line.command->run({options, answer, &watched, &meter});
+    const CommandContext context = {options, answer, &watched, &meter};
+    waitForChip(context, line.repeat);
+    return line.repeat.isWanted() ? repeat(*line.command, context, line.repeat) : line.command->run(context);
 }
 
 } // namespace

@@ -26,6 +26,8 @@ Transfer FaultyBus::write(unsigned address, const AL::U8* data, std::size_t leng
 {
     if (const auto stopped = stuck())
         return *stopped;
+    if (strikeAtRandom(false) == Strike::Refuse)
+        return {Outcome::Refused, 0, faults().error};
     const std::optional<AL::U8> reg = length == 0 ? m_register : data[0];
     if (hits(reg, &Faults::refusedMessages))
         return {Outcome::Refused, 0, faults().error};
@@ -39,6 +41,9 @@ Transfer FaultyBus::read(unsigned address, AL::U8* data, std::size_t length)
 {
     if (const auto stopped = stuck())
         return *stopped;
+    const Strike strike = strikeAtRandom(true);
+    if (strike == Strike::Refuse)
+        return {Outcome::Refused, 0, faults().error};
     if (hits(m_register, &Faults::refusedMessages))
         return {Outcome::Refused, 0, faults().error};
     if (hits(m_register, &Faults::failedReads))
@@ -47,7 +52,7 @@ Transfer FaultyBus::read(unsigned address, AL::U8* data, std::size_t length)
     if (transfer.outcome != Outcome::Done)
         return transfer;
     falsify(data, length);
-    if (transfer.count > 0 && hits(m_register, &Faults::shortReads))
+    if (transfer.count > 0 && (strike == Strike::Cut || hits(m_register, &Faults::shortReads)))
         --transfer.count;
     return transfer;
 }
@@ -76,6 +81,17 @@ std::optional<Transfer> FaultyBus::stuck()
         return std::nullopt;
     m_clock.sleep(m_timeout.value_or(*stuckTime));
     return Transfer{Outcome::TimedOut, 0};
+}
+
+/// Counts what it decides.
+FaultyBus::Strike FaultyBus::strikeAtRandom(bool isRead)
+{
+    const unsigned oneIn = faults().oneIn;
+    if (oneIn == 0 || m_random() % oneIn != 0)
+        return Strike::None;
+    const bool cuts = isRead && m_random() % 2 == 0;
+    ++(cuts ? m_randomFaults.cut : m_randomFaults.refused);
+    return cuts ? Strike::Cut : Strike::Refuse;
 }
 
 void FaultyBus::falsify(AL::U8* data, std::size_t length)

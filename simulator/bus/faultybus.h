@@ -2,9 +2,11 @@
 #define SIMULATOR_BUS_FAULTYBUS_H
 
 #include <chrono>
+#include <cstdint>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <random>
 
 #include "common/bytes.h"
 #include "simulator/bus/bus.h"
@@ -20,6 +22,9 @@ struct Faults
     int shortReads = 0;      // deliver one byte less than asked
     /// The register whose messages the three above hit; empty: they hit all messages.
     std::optional<AL::U8> onlyRegister;
+    /// One message in so many, at random but the same ones each time, is refused, or is a read that is a byte short; 0:
+    /// none.
+    unsigned oneIn = 0;
     /// The errno of refused messages and failed reads, since adapters differ; 0: the usual one.
     int error = 0;
     /// Wrong answers of registers (a status, a length); each replaces as many bytes as it has.
@@ -27,6 +32,13 @@ struct Faults
     bool corruptSignature = false; // one bit in the last byte of the response is flipped
     /// Set: nothing gets through, and every message times out after this time, the adapter's own timeout.
     std::optional<std::chrono::milliseconds> stuckTime;
+};
+
+/// How many messages went wrong at random.
+struct RandomFaultCounts
+{
+    std::uint64_t refused = 0;
+    std::uint64_t cut = 0; // reads
 };
 
 /// The layer that makes messages go wrong.
@@ -40,6 +52,8 @@ public:
     void inject(Faults faults);
     /// The faults that are left.
     Faults faults() const;
+    /// Requires: no message is on its way.
+    const RandomFaultCounts& randomFaults() const { return m_randomFaults; }
 
     Transfer write(unsigned address, const AL::U8* data, std::size_t length) override;
     Transfer read(unsigned address, AL::U8* data, std::size_t length) override;
@@ -49,11 +63,20 @@ public:
 private:
     bool hits(std::optional<AL::U8> reg, int Faults::*count);
     std::optional<Transfer> stuck();
+    enum class Strike
+    {
+        None,
+        Refuse,
+        Cut
+    };
+    Strike strikeAtRandom(bool isRead);
     void falsify(AL::U8* data, std::size_t length);
 
     Bus& m_next;
     Clock& m_clock;
     std::optional<AL::U8> m_register; // named last; only the node's thread looks at it
+    std::mt19937 m_random;            // only the node's thread uses it, and the counts
+    RandomFaultCounts m_randomFaults;
     mutable std::mutex m_mutex;
     Faults m_faults;                                    // guarded by m_mutex
     std::optional<std::chrono::milliseconds> m_timeout; // the adapter's, once it was set; only the node's thread looks

@@ -74,8 +74,8 @@ int failedPage(int received, const std::string& complaint)
 class LibraryChip : public Chip
 {
 public:
-    /// Has the library detect the chip.
-    LibraryChip(ChipLocation location, DriverLog& log);
+    /// @p driver  the factory's
+    LibraryChip(ChipLocation location, DriverLog& log, AuthChipDriver& driver);
 
     const Generation& generation() const override { return *m_generation; }
     std::uint8_t deviceVersion() const override { return m_deviceVersion; }
@@ -96,12 +96,9 @@ private:
     std::uint8_t m_deviceVersion = 0;
 };
 
-LibraryChip::LibraryChip(ChipLocation location, DriverLog& log)
-    : m_location(std::move(location)), m_log(log),
-      m_driver(AuthChipFactory::getAuthChipDriverInstance(m_location.device.c_str(), m_location.address))
+LibraryChip::LibraryChip(ChipLocation location, DriverLog& log, AuthChipDriver& driver)
+    : m_location(std::move(location)), m_log(log), m_driver(&driver)
 {
-    if (m_driver == nullptr)
-        throw diagnose(m_location);
     m_log.forget();
     check(m_driver->getDeviceVersion(m_deviceVersion), "read the device version of", kRetry);
     m_generation = findGeneration(m_deviceVersion);
@@ -243,32 +240,37 @@ void LibraryRawChip::write(std::uint8_t reg, const Bytes& data)
     throw explainRefusal(Step::SetRegister, error, m_location);
 }
 
-} // namespace
-
-Failure diagnose(const ChipLocation& location)
+/// Takes the steps of the factory, one try for each. Throws Failure for the first that is refused.
+VersionAnswer requireChip(const ChipLocation& location)
 {
     const ScopedDescriptor node = openNode(location.device);
     if (node.get() < 0)
-        return explainRefusal(Step::OpenNode, errno, location);
+        throw explainRefusal(Step::OpenNode, errno, location);
     if (!selectAddress(node, location.address))
-        return explainRefusal(Step::SelectAddress, errno, location);
-
+        throw explainRefusal(Step::SelectAddress, errno, location);
     if (lacksPlainI2c(node))
-        return explainRefusal(Step::SetRegister, EOPNOTSUPP, location);
+        throw explainRefusal(Step::SetRegister, EOPNOTSUPP, location);
 
     AL::GlobalMutex bus; // the one lock of all processes that use the library
     bus.lock();
     const VersionAnswer answer = askVersion(node);
     bus.unlock();
+    requireDriver(answer, location);
+    return answer;
+}
 
+} // namespace
+
+Failure diagnose(const ChipLocation& location)
+{
     try {
-        requireDriver(answer, location);
+        const VersionAnswer answer = requireChip(location);
+        return {"late answer", "find a driver for the chip at " + at(location),
+                "It did not answer before, and does now (device version " + std::to_string(answer.deviceVersion) + ")",
+                "Try again. If it happens often, look for a loose contact or a slow reset."};
     } catch (const Failure& failure) {
         return failure;
     }
-    return {"late answer", "find a driver for the chip at " + at(location),
-            "It did not answer before, and does now (device version " + std::to_string(answer.deviceVersion) + ")",
-            "Try again. If it happens often, look for a loose contact or a slow reset."};
 }
 
 LibraryChipAccess::LibraryChipAccess(ChipLocation location, DriverLog& log)
@@ -277,7 +279,14 @@ LibraryChipAccess::LibraryChipAccess(ChipLocation location, DriverLog& log)
 
 std::unique_ptr<Chip> LibraryChipAccess::detect()
 {
-    return std::make_unique<LibraryChip>(m_location, m_log);
+    // A factory that fails leaves the node open. It is asked again only once the chip answers: descriptors are few.
+    if (m_hasFailed)
+        requireChip(m_location);
+    AuthChipDriver* driver = AuthChipFactory::getAuthChipDriverInstance(m_location.device.c_str(), m_location.address);
+    m_hasFailed = driver == nullptr;
+    if (m_hasFailed)
+        throw diagnose(m_location);
+    return std::make_unique<LibraryChip>(m_location, m_log, *driver);
 }
 
 std::unique_ptr<RawChip> LibraryChipAccess::open()

@@ -20,6 +20,7 @@ public:
 private:
     const ChipLocation m_location;
     DriverLog& m_log;
+    bool m_hasFailed = false; // the factory, the last time
 };
 
 /**

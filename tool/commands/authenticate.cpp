@@ -13,6 +13,8 @@ public:
     void declare(CLI::App& app) override { m_trust.declare(app); }
     void interpret() override { m_trust.interpret(); }
 
+    bool isRepeatable() const override { return true; }
+
     ExitStatus run(const CommandContext& context) override
     {
         const Trust trust(m_trust.options());

@@ -28,6 +28,8 @@ public:
         app.add_flag("--pem", m_pem, "Store it as X.509 in PEM; without -o, on standard output");
     }
 
+    bool isRepeatable() const override { return true; }
+
     ExitStatus run(const CommandContext& context) override
     {
         m_output.requirePlace(context.options.json);

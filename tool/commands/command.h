@@ -64,7 +64,10 @@ public:
     /// The largest address that this command takes from the command line.
     virtual int largestAddress() const { return kSevenBitMaximum; }
 
-    /// Does the work and prints the answer.
+    /// Whether it takes the options of RepeatArguments: running it again asks the chip again, and changes nothing.
+    virtual bool isRepeatable() const { return false; }
+
+    /// Does the work and prints the answer. A repeatable command may be run any number of times.
     virtual ExitStatus run(const CommandContext& context) = 0;
 };
 

@@ -8,6 +8,7 @@
 
 #include "tool/commands/configfile.h"
 #include "tool/commands/nearest.h"
+#include "tool/commands/repeatarguments.h"
 #include "tool/commands/table.h"
 #include "tool/commands/values.h"
 #include "tool/report/failure.h"
@@ -68,7 +69,8 @@ public:
         if (chosen->row->needs != Needs::Nothing)
             requireLocation();
         interpret(*chosen->command);
-        return {chosen->row, std::move(chosen->command), m_options};
+        chosen->repeat->interpret();
+        return {chosen->row, std::move(chosen->command), m_options, chosen->repeat->options()};
     }
 
 private:
@@ -77,6 +79,7 @@ private:
         const CommandRow* row;
         CLI::App* app;
         std::unique_ptr<Command> command;
+        std::unique_ptr<RepeatArguments> repeat; // never null
     };
 
     void addCommonOptions()
@@ -124,8 +127,10 @@ private:
             app.fallthrough();
             return;
         }
-        m_entries.push_back({&row, &app, row.make()});
+        m_entries.push_back({&row, &app, row.make(), std::make_unique<RepeatArguments>()});
         m_entries.back().command->declare(app);
+        if (m_entries.back().command->isRepeatable())
+            m_entries.back().repeat->declare(app);
     }
 
     void requireLocation() const

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "tool/commands/command.h"
+#include "tool/repeat/repeatoptions.h"
 
 namespace VorelKestrel::Tool {
 
@@ -14,6 +15,7 @@ struct CommandLine
     const CommandRow* row = nullptr;  // null: nothing is left to do, after --help or --version
     std::unique_ptr<Command> command; // with its options; null if there is no row
     CommonOptions options;
+    RepeatOptions repeat;
 };
 
 /// Reads a command line by the table of commands, and prints help and version. Throws Failure

@@ -21,6 +21,8 @@ std::string describeLength(int length, const Generation& generation)
 class Info : public Command
 {
 public:
+    bool isRepeatable() const override { return true; }
+
     ExitStatus run(const CommandContext& context) override
     {
         const auto chip = context.chips->detect();

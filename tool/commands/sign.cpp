@@ -75,6 +75,8 @@ public:
             m_challenge = readFile(m_challengeFile);
     }
 
+    bool isRepeatable() const override { return true; }
+
     ExitStatus run(const CommandContext& context) override
     {
         m_output.requirePlace(context.options.json);

@@ -55,6 +55,28 @@ int parseLockTimeout(const std::string& text)
     return static_cast<int>(*seconds);
 }
 
+int parseWait(const std::string& text)
+{
+    const auto seconds = parseNumber(text, kLargestNumber);
+    if (!seconds)
+        throw usageFailure("wait '" + text + "' seconds for the chip", "A time is a number from 0 to 65535",
+                           "Give a number of seconds.");
+    return static_cast<int>(*seconds);
+}
+
+std::chrono::seconds parseSpan(const std::string& text)
+{
+    constexpr std::pair<char, int> kUnits[] = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}};
+    const char last = text.empty() ? '\0' : text.back();
+    for (const auto& [unit, seconds] : kUnits) {
+        const auto number = last == unit ? parseNumber(text.substr(0, text.size() - 1), kLargestNumber) : std::nullopt;
+        if (number && *number > 0)
+            return std::chrono::seconds(static_cast<std::int64_t>(*number) * seconds);
+    }
+    throw usageFailure("go on for '" + text + "'", "That is no time",
+                       "Give a number and its unit: 90s, 30m, 8h or 2d.");
+}
+
 int parseRegister(const std::string& text)
 {
     const auto reg = parseNumber(text, kLargestRegister);

@@ -1,6 +1,7 @@
 #ifndef TOOL_COMMANDS_VALUES_H
 #define TOOL_COMMANDS_VALUES_H
 
+#include <chrono>
 #include <string>
 
 #include "common/bytes.h"
@@ -19,6 +20,10 @@ int parseAddress(const std::string& text, int maximum);
 int parseBusTimeout(const std::string& text);
 /// In seconds.
 int parseLockTimeout(const std::string& text);
+/// How long to wait for a chip; in seconds.
+int parseWait(const std::string& text);
+/// "90s", "30m", "8h" or "2d".
+std::chrono::seconds parseSpan(const std::string& text);
 int parseRegister(const std::string& text);
 /// A length of data in a register; bytes.
 int parseLength(const std::string& text);

@@ -1,0 +1,43 @@
+#include "tool/commands/repeatarguments.h"
+
+#include <CLI/CLI.hpp>
+
+#include "common/numbers.h"
+#include "tool/commands/values.h"
+#include "tool/report/failure.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+constexpr std::uint32_t kMostAttempts = 1000000000;
+
+} // namespace
+
+void RepeatArguments::declare(CLI::App& app)
+{
+    app.add_option("--repeat", m_attempts, "Do it so many times, also after failures; end with a summary")
+        ->type_name("N");
+    app.add_option("--for", m_time, "The same for so long: 90s, 30m, 8h or 2d")->type_name("TIME");
+    app.add_flag("--json-lines", m_options.jsonLines, "With these: one JSON object a line for each attempt");
+    app.add_option("--report", m_options.page, "With these: write a page of HTML with plots")->type_name("FILE");
+    app.add_option("--wait", m_wait, "Wait so long for a chip that is not there yet")->type_name("SECONDS");
+}
+
+void RepeatArguments::interpret()
+{
+    if (!m_attempts.empty()) {
+        m_options.attempts = parseNumber(m_attempts, kMostAttempts);
+        if (!m_options.attempts || *m_options.attempts == 0)
+            throw Failure(kWrongUsage, "repeat '" + m_attempts + "' times", "That is no number of attempts",
+                          "Give a number from 1 to " + std::to_string(kMostAttempts) + ".");
+    }
+    if (!m_time.empty())
+        m_options.time = parseSpan(m_time);
+    if (!m_wait.empty())
+        m_options.wait = std::chrono::seconds(parseWait(m_wait));
+    if (!m_options.isWanted() && (m_options.jsonLines || !m_options.page.empty()))
+        throw Failure(kWrongUsage, "report on many attempts", "Only one attempt is asked for",
+                      "Give --repeat or --for, too.");
+}
+
+} // namespace VorelKestrel::Tool

@@ -1,0 +1,43 @@
+#ifndef TOOL_REPEAT_HISTOGRAM_H
+#define TOOL_REPEAT_HISTOGRAM_H
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace VorelKestrel::Tool {
+
+/**
+ * How often durations have come, in buckets: as large after a night as after a minute. A quantile is exact to a bucket,
+ * which is at most 1.6 % wide; the longest duration is exact.
+ */
+class Histogram
+{
+public:
+    using Duration = std::chrono::nanoseconds;
+
+    void add(Duration duration);
+
+    std::uint64_t count() const { return m_count; }
+    Duration longest() const { return m_longest; }
+    /// The duration that this share of all does not exceed, from 0 to 1. 0 if there is none.
+    Duration quantile(double share) const;
+    /// How many lie above @p from, up to and with @p to, as far as the buckets tell.
+    std::uint64_t countBetween(Duration from, Duration to) const;
+
+private:
+    static constexpr std::size_t kBucketsOfAnOctave = 64; // and so many of one nanosecond each at the start
+    static constexpr std::size_t kOctaves = 40;           // the last ends after nine hours
+
+    static std::size_t bucketOf(Duration duration);
+    static Duration endOf(std::size_t bucket);
+
+    std::array<std::uint64_t, kBucketsOfAnOctave*(kOctaves + 1)> m_buckets{};
+    std::uint64_t m_count = 0;
+    Duration m_longest{0};
+};
+
+} // namespace VorelKestrel::Tool
+
+#endif

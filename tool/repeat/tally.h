@@ -1,0 +1,67 @@
+#ifndef TOOL_REPEAT_TALLY_H
+#define TOOL_REPEAT_TALLY_H
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tool/chip/busmeter.h"
+#include "tool/repeat/histogram.h"
+#include "tool/repeat/timeline.h"
+
+namespace VorelKestrel::Tool {
+
+/// One attempt, as it went.
+struct Attempt
+{
+    std::string cause;              // of its failure; empty: it succeeded
+    std::chrono::nanoseconds begin; // since the start of the run
+    std::chrono::nanoseconds time;
+    std::vector<OperationFigures> operations;
+};
+
+/// What a step of the attempts took, and met on the bus.
+struct Step
+{
+    std::string name; // an operation's; kRest is what the tool did itself, kWhole the whole attempt
+    std::uint64_t calls = 0;
+    std::uint64_t refused = 0;
+    std::uint64_t retries = 0;
+    int longestRow = 0;
+    Histogram times{};
+};
+
+constexpr char kRest[] = "rest";
+constexpr char kWhole[] = "whole";
+
+/// Adds attempts up. It grows with the kinds of steps and causes, not with the attempts.
+class Tally
+{
+public:
+    void add(const Attempt& attempt);
+
+    std::uint64_t attempts() const { return m_whole.calls; }
+    std::uint64_t failures() const;
+    std::uint64_t successes() const { return attempts() - failures(); }
+    const std::map<std::string, std::uint64_t>& causes() const { return m_causes; }
+    /// The operations in the order of their first calls, then kRest and kWhole.
+    std::vector<const Step*> steps() const;
+    const Timeline& timeline() const { return m_timeline; }
+    std::chrono::nanoseconds time() const { return m_time; }
+
+private:
+    Step& stepOf(const std::string& operation);
+
+    std::map<std::string, std::uint64_t> m_causes;
+    std::vector<std::unique_ptr<Step>> m_operations;
+    Step m_rest{kRest};
+    Step m_whole{kWhole};
+    Timeline m_timeline;
+    std::chrono::nanoseconds m_time{0}; // from the start of the run to the end of the last attempt
+};
+
+} // namespace VorelKestrel::Tool
+
+#endif

@@ -1,0 +1,39 @@
+#ifndef TOOL_REPEAT_TIMELINE_H
+#define TOOL_REPEAT_TIMELINE_H
+
+#include <chrono>
+#include <cstdint>
+#include <vector>
+
+namespace VorelKestrel::Tool {
+
+/// How many attempts succeeded and failed when: in up to 120 slots, which grow longer with the run.
+class Timeline
+{
+public:
+    using Duration = std::chrono::nanoseconds;
+
+    struct Slot
+    {
+        std::uint64_t successes = 0;
+        std::uint64_t failures = 0;
+    };
+
+    /// @p at  since the start of the run.
+    void add(Duration at, bool succeeded);
+
+    const std::vector<Slot>& slots() const { return m_slots; }
+    Duration slotLength() const { return m_slotLength; }
+
+private:
+    static constexpr std::size_t kSlots = 120;
+
+    void doubleSlotLength();
+
+    std::vector<Slot> m_slots;
+    Duration m_slotLength = std::chrono::milliseconds(100);
+};
+
+} // namespace VorelKestrel::Tool
+
+#endif

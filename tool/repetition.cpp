@@ -1,0 +1,198 @@
+#include "tool/repetition.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <fstream>
+#include <iostream>
+#include <thread>
+
+#include <unistd.h>
+
+#include "common/escaped.h"
+#include "tool/chip/chip.h"
+#include "tool/commands/chipreport.h"
+#include "tool/repeat/interruption.h"
+#include "tool/repeat/summary.h"
+#include "tool/repeat/tally.h"
+#include "tool/report/duration.h"
+#include "tool/report/failure.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// After an attempt that failed before anything could happen, so that a missing node costs no processor.
+constexpr auto kPause = std::chrono::milliseconds(100);
+constexpr auto kShortest = std::chrono::milliseconds(1);
+
+/// "2026-01-31T12:00:00.123Z"
+std::string timeOfDay()
+{
+    const auto now = std::chrono::system_clock::now();
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+    const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    char text[32];
+    const std::size_t length = std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S", &parts);
+    std::snprintf(text + length, sizeof(text) - length, ".%03dZ", static_cast<int>(rest));
+    return text;
+}
+
+void print(const nlohmann::ordered_json& json, std::ostream& out)
+{
+    out << json.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+}
+
+/// The current figures, in one line of a terminal that is written anew. Nothing elsewhere.
+class Progress
+{
+public:
+    ~Progress()
+    {
+        if (m_isShown)
+            std::cerr << kClear << std::flush;
+    }
+    void show(const Tally& tally)
+    {
+        constexpr auto kInterval = std::chrono::milliseconds(200);
+        const auto now = Clock::now();
+        if (!m_isWanted || now - m_last < kInterval)
+            return;
+        m_last = now;
+        m_isShown = true;
+        const Histogram& times = tally.steps().back()->times;
+        std::cerr << kClear << tally.attempts() << " attempts, " << tally.failures() << " failures; median "
+                  << inMilliseconds(times.quantile(0.5)) << ", longest " << inMilliseconds(times.longest())
+                  << std::flush;
+    }
+
+private:
+    static constexpr char kClear[] = "\r\x1b[K";
+
+    const bool m_isWanted = isatty(STDERR_FILENO) == 1;
+    bool m_isShown = false;
+    Clock::time_point m_last = Clock::now();
+};
+
+class Repetition
+{
+public:
+    Repetition(Command& command, const CommandContext& context, const RepeatOptions& options)
+        : m_command(command), m_context(context), m_options(options), m_quietly(context.options)
+    {
+        m_quietly.json = false;
+        m_quietly.stats = false; // the summary has them
+    }
+
+    ExitStatus run()
+    {
+        const Interruption interruption;
+        {
+            Progress progress;
+            while (goesOn() && !interruption.hasCome() && m_context.answer.good()) {
+                const std::string at = timeOfDay();
+                const Attempt attempt = tryOnce();
+                m_tally.add(attempt);
+                if (m_options.jsonLines)
+                    print(jsonOf(attempt, m_tally.attempts(), at), m_context.answer);
+                progress.show(m_tally);
+                if (!attempt.cause.empty() && attempt.time < kShortest)
+                    std::this_thread::sleep_for(kPause);
+            }
+        }
+        tell();
+        return m_worst;
+    }
+
+private:
+    bool goesOn() const
+    {
+        const bool isTime = !m_options.time || Clock::now() - m_begin < *m_options.time;
+        return isTime && (!m_options.attempts || m_tally.attempts() < *m_options.attempts);
+    }
+
+    Attempt tryOnce()
+    {
+        Attempt attempt;
+        std::ostream nowhere(nullptr);
+        const auto begin = Clock::now();
+        attempt.begin = begin - m_begin;
+        try {
+            m_command.run({m_quietly, nowhere, m_context.chips, m_context.meter});
+        } catch (const Failure& failure) {
+            if (failure.status() == ExitStatus::Usage)
+                throw;
+            attempt.cause = failure.cause();
+            worsen(failure.status());
+        }
+        attempt.time = Clock::now() - begin;
+        attempt.operations = m_context.meter->take();
+        return attempt;
+    }
+
+    void worsen(ExitStatus status)
+    {
+        const bool isWorse =
+            status == ExitStatus::NotAuthentic || (m_worst != ExitStatus::NotAuthentic && status > m_worst);
+        m_worst = isWorse ? status : m_worst;
+    }
+
+    void tell() const
+    {
+        if (m_options.jsonLines)
+            print({{"summary", jsonOf(m_tally)}}, m_context.answer);
+        else if (m_context.options.json)
+            print(jsonOf(m_tally), m_context.answer);
+        else
+            printTable(m_tally, m_context.answer);
+        if (!m_options.page.empty())
+            writePage();
+    }
+
+    void writePage() const
+    {
+        const std::string title = "authchip: " + escapedLines(describe(m_context.options.location));
+        errno = 0;
+        std::ofstream file(m_options.page);
+        file << pageOf(m_tally, title) << std::flush;
+        if (!file)
+            throw Failure("file not written", "write " + m_options.page, describeSystemError(errno),
+                          "Name a file that can be written, in a folder that exists.");
+    }
+
+    Command& m_command;
+    const CommandContext& m_context;
+    const RepeatOptions& m_options;
+    CommonOptions m_quietly; // of the command, whose own answers nobody sees
+    const Clock::time_point m_begin = Clock::now();
+    Tally m_tally;
+    ExitStatus m_worst = ExitStatus::Success;
+};
+
+} // namespace
+
+ExitStatus repeat(Command& command, const CommandContext& context, const RepeatOptions& options)
+{
+    return Repetition(command, context, options).run();
+}
+
+void waitForChip(const CommandContext& context, const RepeatOptions& options)
+{
+    const auto end = Clock::now() + options.wait;
+    while (options.wait.count() > 0) {
+        try {
+            context.chips->detect();
+            break;
+        } catch (const Failure&) {
+            if (Clock::now() >= end)
+                throw;
+        }
+        std::this_thread::sleep_for(kPause);
+    }
+    context.meter->take(); // the waiting is no part of the first attempt
+}
+
+} // namespace VorelKestrel::Tool

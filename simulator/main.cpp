@@ -98,13 +98,13 @@ struct Place
 
 using Stay = std::function<int(const Place&)>;
 
-int attach(I2cTinyUsb& device, const Stay& stay)
+int attach(Adapter& device, const Stay& stay)
 {
     const VhciAttachment attachment(device);
     return stay({attachment.node(), "AUTHCHIP_DEVICE=" + attachment.node(), attachment.hangUpDescriptor()});
 }
 
-int serve(I2cTinyUsb& device, AL::U16 port, const Stay& stay)
+int serve(Adapter& device, AL::U16 port, const Stay& stay)
 {
     const UsbIpServer server(device, port);
     const std::string address = "127.0.0.1:" + std::to_string(server.port());

@@ -41,13 +41,6 @@ std::size_t widthOf(AL::U8 number)
 
 } // namespace
 
-const SimulatedChip::WritableRegister SimulatedChip::kWritableRegisters[] = {
-    {ACD::kRegisterControlAndStatus, nullptr, false, &SimulatedChip::writeControl},
-    {ACD::kRegisterResponseLength, nullptr, true, &SimulatedChip::writeResponseLength},
-    {ACD::kRegisterChallengeLength, nullptr, true, &SimulatedChip::writeChallengeLength},
-    {ACD::kRegisterChallenge, &Generation::challengeLength, false, &SimulatedChip::writeChallenge},
-};
-
 SimulatedChip::SimulatedChip(const ChipSettings& settings, std::shared_ptr<const Credentials> credentials,
                              const Clock& clock)
     : m_credentials(std::move(credentials)), m_clock(clock), m_busyTime(settings.busyTime),
@@ -105,12 +98,9 @@ std::size_t SimulatedChip::write(const AL::U8* data, std::size_t length)
         return 0;
     m_register = data[0];
     std::size_t taken = 1;
-    for (AL::U8 reg = m_register; taken < length; ++reg) {
-        const WritableRegister* writable = findWritable(reg);
-        if (writable == nullptr)
-            break;
-        const std::size_t count = std::min(roomOf(*writable), length - taken);
-        (this->*writable->write)(Bytes(data + taken, data + taken + count));
+    for (AL::U8 reg = m_register; taken < length && roomIn(reg) > 0; ++reg) {
+        const std::size_t count = std::min(roomIn(reg), length - taken);
+        writeRegister(reg, Bytes(data + taken, data + taken + count));
         taken += count;
     }
     return taken;
@@ -127,18 +117,34 @@ void SimulatedChip::read(AL::U8* data, std::size_t length) const
     std::fill(data + given, data + length, kNoRegister);
 }
 
-const SimulatedChip::WritableRegister* SimulatedChip::findWritable(AL::U8 reg) const
+std::size_t SimulatedChip::roomIn(AL::U8 reg) const
 {
-    const auto* found =
-        std::find_if(std::begin(kWritableRegisters), std::end(kWritableRegisters), [&](const WritableRegister& row) {
-            return row.number == reg && (generation().hostWritesLengths || !row.onlyIfHostWritesLengths);
-        });
-    return found == std::end(kWritableRegisters) ? nullptr : found;
+    switch (reg) {
+    case ACD::kRegisterControlAndStatus:
+        return widthOf(reg);
+    case ACD::kRegisterResponseLength:
+    case ACD::kRegisterChallengeLength:
+        return generation().hostWritesLengths ? widthOf(reg) : 0;
+    case ACD::kRegisterChallenge:
+        return generation().challengeLength;
+    default:
+        return 0;
+    }
 }
 
-std::size_t SimulatedChip::roomOf(const WritableRegister& writable) const
+/// Requires: there is room in the register.
+void SimulatedChip::writeRegister(AL::U8 reg, const Bytes& value)
 {
-    return writable.room == nullptr ? widthOf(writable.number) : generation().*writable.room;
+    switch (reg) {
+    case ACD::kRegisterControlAndStatus:
+        return writeControl(value);
+    case ACD::kRegisterResponseLength:
+        return writeResponseLength(value);
+    case ACD::kRegisterChallengeLength:
+        return writeChallengeLength(value);
+    default:
+        return writeChallenge(value);
+    }
 }
 
 void SimulatedChip::writeControl(const Bytes& value)

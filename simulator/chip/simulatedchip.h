@@ -60,15 +60,6 @@ public:
     const Credentials& credentials() const { return *m_credentials; }
 
 private:
-    struct WritableRegister
-    {
-        AL::U8 number;
-        std::size_t Generation::*room; // how many bytes it takes; null: as wide as the register map says
-        bool onlyIfHostWritesLengths;
-        void (SimulatedChip::*write)(const Bytes& value);
-    };
-    static const WritableRegister kWritableRegisters[];
-
     enum class State
     {
         Idle,
@@ -77,9 +68,10 @@ private:
 
     void fillIdentity(const ChipSettings& settings);
     void fillCertificate();
-    std::size_t roomOf(const WritableRegister& writable) const;
-    const WritableRegister* findWritable(AL::U8 reg) const;
+    /// How many bytes a message can write into that register; 0: none.
+    std::size_t roomIn(AL::U8 reg) const;
 
+    void writeRegister(AL::U8 reg, const Bytes& value);
     void writeControl(const Bytes& value);
     void writeResponseLength(const Bytes& value);
     void writeChallengeLength(const Bytes& value);

@@ -1,6 +1,8 @@
 #include "simulator/usb/i2ctinyusb.h"
 
 #include <algorithm>
+#include <array>
+#include <iterator>
 #include <string>
 
 #include <linux/usb/ch9.h>
@@ -68,28 +70,46 @@ std::optional<ControlAnswer> took(std::size_t count)
     return ControlAnswer{count, {}};
 }
 
+/// What a control transfer asks for, as one number.
+constexpr unsigned kind(AL::U8 type, AL::U8 request)
+{
+    return static_cast<unsigned>(type) << 8U | request;
+}
+
 } // namespace
 
-const I2cTinyUsb::Handler I2cTinyUsb::kHandlers[] = {
-    {kFromDevice, USB_REQ_GET_DESCRIPTOR, USB_REQ_GET_DESCRIPTOR, &I2cTinyUsb::sendDescriptor},
-    {kFromDevice, USB_REQ_GET_STATUS, USB_REQ_GET_STATUS, &I2cTinyUsb::sendZeros},
-    {kFromInterface, USB_REQ_GET_STATUS, USB_REQ_GET_STATUS, &I2cTinyUsb::sendZeros},
-    {kFromEndpoint, USB_REQ_GET_STATUS, USB_REQ_GET_STATUS, &I2cTinyUsb::sendZeros},
-    {kFromDevice, USB_REQ_GET_CONFIGURATION, USB_REQ_GET_CONFIGURATION, &I2cTinyUsb::sendConfiguration},
-    {kToDevice, USB_REQ_SET_CONFIGURATION, USB_REQ_SET_CONFIGURATION, &I2cTinyUsb::setConfiguration},
-    {kFromInterface, USB_REQ_GET_INTERFACE, USB_REQ_GET_INTERFACE, &I2cTinyUsb::sendZeros},
-    {kToInterface, USB_REQ_SET_INTERFACE, USB_REQ_SET_INTERFACE, &I2cTinyUsb::setNothing},
-    {kVendorIn, kEcho, kEcho, &I2cTinyUsb::echo},
-    {kVendorIn, kFunctions, kFunctions, &I2cTinyUsb::sendFunctions},
-    {kVendorOut, kDelay, kDelay, &I2cTinyUsb::setNothing}, // the simulated bus has its own clock
-    {kVendorIn, kStatus, kStatus, &I2cTinyUsb::sendStatus},
-    {kVendorIn, kMessage, kMessage + kBegin + kEnd, &I2cTinyUsb::readMessage},
-    {kVendorOut, kMessage, kMessage + kBegin + kEnd, &I2cTinyUsb::writeMessage},
-};
-
-const std::array<AL::U8, 18>& I2cTinyUsb::deviceDescriptor()
+std::optional<ControlAnswer> I2cTinyUsb::control(const ControlRequest& request, const Bytes& data)
 {
-    static constexpr std::array<AL::U8, USB_DT_DEVICE_SIZE> kDescriptor = {
+    switch (kind(request.type, request.request)) {
+    case kind(kFromDevice, USB_REQ_GET_DESCRIPTOR):
+        return sendDescriptor(request);
+    case kind(kFromDevice, USB_REQ_GET_STATUS):
+    case kind(kFromInterface, USB_REQ_GET_STATUS):
+    case kind(kFromEndpoint, USB_REQ_GET_STATUS):
+        return send(request, Bytes(2));
+    case kind(kFromDevice, USB_REQ_GET_CONFIGURATION):
+        return send(request, {m_configuration});
+    case kind(kToDevice, USB_REQ_SET_CONFIGURATION):
+        return setConfiguration(request.value);
+    case kind(kFromInterface, USB_REQ_GET_INTERFACE):
+        return send(request, Bytes(1));
+    case kind(kToInterface, USB_REQ_SET_INTERFACE):
+    case kind(kVendorOut, kDelay): // the simulated bus has its own clock
+        return took(data.size());
+    case kind(kVendorIn, kEcho):
+        return send(request, littleEndian(request.value, 2));
+    case kind(kVendorIn, kFunctions):
+        return send(request, littleEndian(kBusFunctions, 4));
+    case kind(kVendorIn, kStatus):
+        return send(request, {static_cast<AL::U8>(m_status)});
+    default:
+        return moveMessage(request, data);
+    }
+}
+
+Bytes I2cTinyUsb::deviceDescriptor() const
+{
+    return {
         USB_DT_DEVICE_SIZE,
         USB_DT_DEVICE,
         0x10,
@@ -109,12 +129,11 @@ const std::array<AL::U8, 18>& I2cTinyUsb::deviceDescriptor()
         3, // the strings of maker, product and serial number
         1, // configuration
     };
-    return kDescriptor;
 }
 
-const std::array<AL::U8, 18>& I2cTinyUsb::configurationDescriptor()
+Bytes I2cTinyUsb::configurationDescriptor() const
 {
-    static constexpr std::array<AL::U8, kConfigurationLength> kDescriptor = {
+    return {
         USB_DT_CONFIG_SIZE,
         USB_DT_CONFIG,
         kConfigurationLength,
@@ -134,28 +153,18 @@ const std::array<AL::U8, 18>& I2cTinyUsb::configurationDescriptor()
         0,
         0, // no string
     };
-    return kDescriptor;
 }
 
-std::optional<ControlAnswer> I2cTinyUsb::control(const ControlRequest& request, const Bytes& data)
-{
-    const auto* const handler = std::find_if(std::begin(kHandlers), std::end(kHandlers), [&](const Handler& candidate) {
-        return candidate.type == request.type && candidate.firstRequest <= request.request &&
-               request.request <= candidate.lastRequest;
-    });
-    return handler == std::end(kHandlers) ? std::nullopt : (this->*handler->handle)(request, data);
-}
-
-I2cTinyUsb::Answer I2cTinyUsb::sendDescriptor(const ControlRequest& request, const Bytes& /*data*/)
+I2cTinyUsb::Answer I2cTinyUsb::sendDescriptor(const ControlRequest& request) const
 {
     const unsigned index = request.value & 0xffU;
     switch (request.value >> 8U) {
     case USB_DT_DEVICE:
-        return send(request, Bytes(deviceDescriptor().begin(), deviceDescriptor().end()));
+        return send(request, deviceDescriptor());
     case USB_DT_CONFIG:
         if (index != 0)
             return std::nullopt;
-        return send(request, Bytes(configurationDescriptor().begin(), configurationDescriptor().end()));
+        return send(request, configurationDescriptor());
     case USB_DT_STRING:
         if (index == 0)
             return send(request, stringDescriptor(std::array<AL::U16, 1>{kAmericanEnglish}));
@@ -167,45 +176,24 @@ I2cTinyUsb::Answer I2cTinyUsb::sendDescriptor(const ControlRequest& request, con
     }
 }
 
-I2cTinyUsb::Answer I2cTinyUsb::sendZeros(const ControlRequest& request, const Bytes& /*data*/)
+I2cTinyUsb::Answer I2cTinyUsb::setConfiguration(AL::U16 configuration)
 {
-    return send(request, Bytes(request.request == USB_REQ_GET_STATUS ? 2 : 1));
-}
-
-I2cTinyUsb::Answer I2cTinyUsb::sendConfiguration(const ControlRequest& request, const Bytes& /*data*/)
-{
-    return send(request, {m_configuration});
-}
-
-I2cTinyUsb::Answer I2cTinyUsb::setConfiguration(const ControlRequest& request, const Bytes& /*data*/)
-{
-    if (request.value > kConfiguration)
+    if (configuration > kConfiguration)
         return std::nullopt;
-    m_configuration = static_cast<AL::U8>(request.value);
+    m_configuration = static_cast<AL::U8>(configuration);
     return took(0);
 }
 
-I2cTinyUsb::Answer I2cTinyUsb::setNothing(const ControlRequest& /*request*/, const Bytes& data)
+I2cTinyUsb::Answer I2cTinyUsb::moveMessage(const ControlRequest& request, const Bytes& data)
 {
-    return took(data.size());
+    if (request.request < kMessage || request.request > kMessage + kBegin + kEnd)
+        return std::nullopt;
+    if (request.type == kVendorIn)
+        return readMessage(request);
+    return request.type == kVendorOut ? writeMessage(request, data) : std::nullopt;
 }
 
-I2cTinyUsb::Answer I2cTinyUsb::echo(const ControlRequest& request, const Bytes& /*data*/)
-{
-    return send(request, littleEndian(request.value, 2));
-}
-
-I2cTinyUsb::Answer I2cTinyUsb::sendFunctions(const ControlRequest& request, const Bytes& /*data*/)
-{
-    return send(request, littleEndian(kBusFunctions, 4));
-}
-
-I2cTinyUsb::Answer I2cTinyUsb::sendStatus(const ControlRequest& request, const Bytes& /*data*/)
-{
-    return send(request, {static_cast<AL::U8>(m_status)});
-}
-
-I2cTinyUsb::Answer I2cTinyUsb::readMessage(const ControlRequest& request, const Bytes& /*data*/)
+I2cTinyUsb::Answer I2cTinyUsb::readMessage(const ControlRequest& request)
 {
     if (!continuesTransfer(request))
         return std::nullopt;

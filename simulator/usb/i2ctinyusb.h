@@ -1,35 +1,14 @@
 #ifndef SIMULATOR_USB_I2CTINYUSB_H
 #define SIMULATOR_USB_I2CTINYUSB_H
 
-#include <array>
-#include <cstddef>
-#include <optional>
-
-#include "common/bytes.h"
 #include "simulator/bus/bus.h"
+#include "simulator/usb/adapter.h"
 
 namespace VorelKestrel::Simulator {
 
-/// The setup packet of a control transfer.
-struct ControlRequest
-{
-    AL::U8 type; // direction, kind and recipient
-    AL::U8 request;
-    AL::U16 value;
-    AL::U16 index;
-    AL::U16 length; // of the data, whichever way it goes
-};
-
-/// How a control transfer ended, unless the device stalled it.
-struct ControlAnswer
-{
-    std::size_t count; // bytes moved
-    Bytes data;        // those that go to the host
-};
-
 /**
- * A USB device with an I2C bus behind it, of the kind that Linux's driver i2c-tiny-usb binds to: it has no endpoint but
- * the control endpoint, and a bus message is a vendor request with the address as its index.
+ * The adapter that Linux's driver i2c-tiny-usb binds to: a bus message is a vendor request with the address as its
+ * index.
  *
  *     request     | direction | value      | index   | data
  *     0 echo      | in        | anything   |         | the value
@@ -40,31 +19,20 @@ struct ControlAnswer
  *
  * A refused message still moves its data, and the status reports it; a failed one is stalled.
  *
- * Threads:   one at a time.
  * Ownership: the bus stays the caller's and outlives the device.
  */
-class I2cTinyUsb
+class I2cTinyUsb : public Adapter
 {
 public:
     explicit I2cTinyUsb(Bus& bus) : m_bus(bus) {}
 
-    /// Carries out a control transfer; @p data is what comes from the host. None: the device stalls.
-    std::optional<ControlAnswer> control(const ControlRequest& request, const Bytes& data);
-
-    /// The device and the configuration descriptor, as they are on the wire.
-    static const std::array<AL::U8, 18>& deviceDescriptor();
-    static const std::array<AL::U8, 18>& configurationDescriptor();
+    std::optional<ControlAnswer> control(const ControlRequest& request, const Bytes& data) override;
+    Bytes deviceDescriptor() const override;
+    Bytes configurationDescriptor() const override;
+    const char* driver() const override { return "i2c-tiny-usb"; }
 
 private:
     using Answer = std::optional<ControlAnswer>;
-    struct Handler
-    {
-        AL::U8 type;
-        AL::U8 firstRequest;
-        AL::U8 lastRequest;
-        Answer (I2cTinyUsb::*handle)(const ControlRequest& request, const Bytes& data);
-    };
-    static const Handler kHandlers[];
 
     enum class Status : AL::U8
     {
@@ -73,15 +41,10 @@ private:
         Refused = 2
     };
 
-    Answer sendDescriptor(const ControlRequest& request, const Bytes& data);
-    Answer sendZeros(const ControlRequest& request, const Bytes& data);
-    Answer sendConfiguration(const ControlRequest& request, const Bytes& data);
-    Answer setConfiguration(const ControlRequest& request, const Bytes& data);
-    Answer setNothing(const ControlRequest& request, const Bytes& data);
-    Answer echo(const ControlRequest& request, const Bytes& data);
-    Answer sendFunctions(const ControlRequest& request, const Bytes& data);
-    Answer sendStatus(const ControlRequest& request, const Bytes& data);
-    Answer readMessage(const ControlRequest& request, const Bytes& data);
+    Answer sendDescriptor(const ControlRequest& request) const;
+    Answer setConfiguration(AL::U16 configuration);
+    Answer moveMessage(const ControlRequest& request, const Bytes& data);
+    Answer readMessage(const ControlRequest& request);
     Answer writeMessage(const ControlRequest& request, const Bytes& data);
     bool continuesTransfer(const ControlRequest& request);
     bool settle(const Transfer& transfer);

@@ -20,7 +20,6 @@ constexpr AL::U16 kRequestDeviceList = 0x8005;
 constexpr AL::U16 kReplyDeviceList = 0x0005;
 constexpr std::size_t kManagementLength = 8; // version, code, status
 constexpr AL::U32 kDone = 0;
-constexpr AL::U32 kError = 1;
 constexpr AL::U32 kBusy = 2;
 constexpr AL::U32 kNoDevice = 4;
 
@@ -38,7 +37,6 @@ constexpr std::size_t kHeaderLength = 48;       // of a submission, an unlinking
 // Offsets of the numbers in the header.
 constexpr std::size_t kCommandAt = 0x00;
 constexpr std::size_t kSequenceAt = 0x04;
-constexpr std::size_t kDeviceAt = 0x08;
 constexpr std::size_t kDirectionAt = 0x0c;
 constexpr std::size_t kEndpointAt = 0x10;
 constexpr std::size_t kStatusAt = 0x14; // in answers

@@ -79,10 +79,10 @@ Bytes managementReply(AL::U16 code, AL::U32 status)
     return reply;
 }
 
-void appendDevice(Bytes& reply)
+void appendDevice(Bytes& reply, const Adapter& adapter)
 {
-    const auto& device = I2cTinyUsb::deviceDescriptor();
-    const auto& configuration = I2cTinyUsb::configurationDescriptor();
+    const Bytes device = adapter.deviceDescriptor();
+    const Bytes configuration = adapter.configurationDescriptor();
     UsbIp::appendText(reply, UsbIp::kDevicePath, UsbIp::kPathLength);
     UsbIp::appendText(reply, UsbIp::kBusId, UsbIp::kBusIdLength);
     UsbIp::append32(reply, UsbIp::kBusNumber);
@@ -90,28 +90,28 @@ void appendDevice(Bytes& reply)
     UsbIp::append32(reply, USB_SPEED_FULL);
     for (const std::size_t low : {8, 10, 12}) // vendor, product, release
         reply.insert(reply.end(), {device.at(low + 1), device.at(low)});
-    reply.insert(reply.end(), {device[4], device[5], device[6]}); // class, subclass, protocol
-    reply.insert(reply.end(), {configuration[5], device[17], configuration[4]});
+    reply.insert(reply.end(), {device.at(4), device.at(5), device.at(6)}); // class, subclass, protocol
+    reply.insert(reply.end(), {configuration.at(5), device.at(17), configuration.at(4)});
 }
 
-void appendInterface(Bytes& reply)
+void appendInterface(Bytes& reply, const Adapter& adapter)
 {
-    const auto& configuration = I2cTinyUsb::configurationDescriptor();
-    reply.insert(reply.end(), {configuration[14], configuration[15], configuration[16], 0});
+    const Bytes configuration = adapter.configurationDescriptor();
+    reply.insert(reply.end(), {configuration.at(14), configuration.at(15), configuration.at(16), 0});
 }
 
-Bytes deviceList()
+Bytes deviceList(const Adapter& adapter)
 {
     Bytes reply = managementReply(UsbIp::kReplyDeviceList, UsbIp::kDone);
     UsbIp::append32(reply, 1);
-    appendDevice(reply);
-    appendInterface(reply);
+    appendDevice(reply, adapter);
+    appendInterface(reply, adapter);
     return reply;
 }
 
 } // namespace
 
-UsbIpServer::UsbIpServer(I2cTinyUsb& device, AL::U16 port, const Limits& limits)
+UsbIpServer::UsbIpServer(Adapter& device, AL::U16 port, const Limits& limits)
     : m_device(device), m_limits(limits), m_listener(listenOn(port), [this](int listener) { accept(listener); })
 {}
 
@@ -153,7 +153,7 @@ void UsbIpServer::serve(int socket)
     if (UsbIp::number16At(request, 0) != UsbIp::kVersion)
         return;
     if (code == UsbIp::kRequestDeviceList)
-        UsbIp::send(socket, deviceList());
+        UsbIp::send(socket, deviceList(m_device));
     if (code == UsbIp::kRequestImport)
         serveImport(socket);
 }
@@ -176,7 +176,7 @@ void UsbIpServer::serveImport(int socket)
     }
     limitSilence(socket, std::chrono::milliseconds(0));
     Bytes reply = managementReply(UsbIp::kReplyImport, UsbIp::kDone);
-    appendDevice(reply);
+    appendDevice(reply, m_device);
     if (UsbIp::send(socket, reply))
         serveTransfers(socket, m_device);
 }

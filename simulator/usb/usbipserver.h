@@ -5,7 +5,7 @@
 #include <list>
 #include <mutex>
 
-#include "simulator/usb/i2ctinyusb.h"
+#include "simulator/usb/adapter.h"
 #include "simulator/usb/servingthread.h"
 
 namespace VorelKestrel::Simulator {
@@ -30,8 +30,8 @@ public:
     };
 
     /// @p port 0 takes any that is free.
-    UsbIpServer(I2cTinyUsb& device, AL::U16 port, const Limits& limits);
-    UsbIpServer(I2cTinyUsb& device, AL::U16 port) : UsbIpServer(device, port, Limits()) {}
+    UsbIpServer(Adapter& device, AL::U16 port, const Limits& limits);
+    UsbIpServer(Adapter& device, AL::U16 port) : UsbIpServer(device, port, Limits()) {}
     UsbIpServer(const UsbIpServer&) = delete;
     UsbIpServer& operator=(const UsbIpServer&) = delete;
     ~UsbIpServer() = default;
@@ -43,7 +43,7 @@ private:
     void serve(int socket);
     void serveImport(int socket);
 
-    I2cTinyUsb& m_device;
+    Adapter& m_device;
     const Limits m_limits;
     std::mutex m_imported;                  // held by the connection that has the device
     std::list<ServingThread> m_connections; // only the listener's thread touches it

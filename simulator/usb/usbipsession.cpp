@@ -40,7 +40,7 @@ Bytes answerTo(const Bytes& header, AL::U32 command, int status)
     return answer;
 }
 
-bool serveSubmission(int socket, I2cTinyUsb& device, const Bytes& header)
+bool serveSubmission(int socket, Adapter& device, const Bytes& header)
 {
     if (!isPlain(header))
         return false;
@@ -61,7 +61,7 @@ bool serveSubmission(int socket, I2cTinyUsb& device, const Bytes& header)
     return UsbIp::send(socket, answer);
 }
 
-bool serveCommand(int socket, I2cTinyUsb& device, const Bytes& header)
+bool serveCommand(int socket, Adapter& device, const Bytes& header)
 {
     switch (UsbIp::number32At(header, UsbIp::kCommandAt)) {
     case UsbIp::kSubmit:
@@ -75,7 +75,7 @@ bool serveCommand(int socket, I2cTinyUsb& device, const Bytes& header)
 
 } // namespace
 
-void serveTransfers(int socket, I2cTinyUsb& device)
+void serveTransfers(int socket, Adapter& device)
 {
     Bytes header;
     while (UsbIp::receive(socket, header, UsbIp::kHeaderLength) && serveCommand(socket, device, header)) {}

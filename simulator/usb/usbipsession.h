@@ -1,7 +1,7 @@
 #ifndef SIMULATOR_USB_USBIPSESSION_H
 #define SIMULATOR_USB_USBIPSESSION_H
 
-#include "simulator/usb/i2ctinyusb.h"
+#include "simulator/usb/adapter.h"
 
 namespace VorelKestrel::Simulator {
 
@@ -11,7 +11,7 @@ namespace VorelKestrel::Simulator {
  *
  * A transfer that the host gives up is carried out all the same; its unlinking finds it done.
  */
-void serveTransfers(int socket, I2cTinyUsb& device);
+void serveTransfers(int socket, Adapter& device);
 
 } // namespace VorelKestrel::Simulator
 

@@ -31,13 +31,8 @@ constexpr std::chrono::milliseconds kPollPause{5};
 /// What a module makes in /sys when it is there, built in or loaded.
 struct Module
 {
-    const char* name;
-    const char* trace;
-};
-constexpr Module kModules[] = {
-    {"vhci-hcd", kController},
-    {"i2c-tiny-usb", "sys/bus/usb/drivers/i2c-tiny-usb"},
-    {"i2c-dev", "sys/class/i2c-dev"},
+    std::string name;
+    fs::path trace;
 };
 
 /// A line of the controller's status.
@@ -93,10 +88,10 @@ bool waitUntil(std::chrono::milliseconds patience, Condition condition)
 
 } // namespace
 
-VhciAttachment::VhciAttachment(I2cTinyUsb& device, fs::path root, std::chrono::milliseconds patience)
+VhciAttachment::VhciAttachment(Adapter& device, fs::path root, std::chrono::milliseconds patience)
     : m_root(std::move(root)), m_patience(patience)
 {
-    checkModules();
+    checkModules(device.driver());
     plugIn(device);
     try {
         waitForNode();
@@ -113,17 +108,22 @@ VhciAttachment::~VhciAttachment()
     waitUntil(m_patience, [&] { return !fs::exists(node); });
 }
 
-void VhciAttachment::checkModules() const
+void VhciAttachment::checkModules(const std::string& driver) const
 {
+    const Module modules[] = {
+        {"vhci-hcd", kController},
+        {driver, fs::path("sys/bus/usb/drivers") / driver},
+        {"i2c-dev", "sys/class/i2c-dev"},
+    };
     std::string missing;
-    for (const Module& module : kModules)
+    for (const Module& module : modules)
         if (!fs::exists(m_root / module.trace))
-            missing += std::string(" ") + module.name;
+            missing += " " + module.name;
     if (!missing.empty())
         throw FrontError("the kernel lacks" + missing + "; as root, run: modprobe -a" + missing);
 }
 
-void VhciAttachment::plugIn(I2cTinyUsb& device)
+void VhciAttachment::plugIn(Adapter& device)
 {
     int sockets[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0)

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "simulator/usb/i2ctinyusb.h"
+#include "simulator/usb/adapter.h"
 #include "simulator/usb/servingthread.h"
 
 namespace VorelKestrel::Simulator {
@@ -24,7 +24,7 @@ class VhciAttachment
 {
 public:
     /// @p root is where the kernel's /sys and /dev stand; @p patience how long it may take to make the node.
-    explicit VhciAttachment(I2cTinyUsb& device, std::filesystem::path root = "/",
+    explicit VhciAttachment(Adapter& device, std::filesystem::path root = "/",
                             std::chrono::milliseconds patience = std::chrono::seconds(30));
     VhciAttachment(const VhciAttachment&) = delete;
     VhciAttachment& operator=(const VhciAttachment&) = delete;
@@ -36,8 +36,8 @@ public:
     int hangUpDescriptor() const { return m_serving->socket(); }
 
 private:
-    void checkModules() const;
-    void plugIn(I2cTinyUsb& device);
+    void checkModules(const std::string& driver) const;
+    void plugIn(Adapter& device);
     bool tryPort(unsigned port, int socket) const;
     void waitForNode();
     void pullOut();

@@ -10,6 +10,7 @@
 
 #include "simulator/node/fronterror.h"
 #include "simulator/simulation.h"
+#include "simulator/usb/i2ctinyusb.h"
 #include "tests/simulator/chip/testcredentials.h"
 
 using namespace VorelKestrel;
@@ -113,6 +114,30 @@ TEST_F(VhciAttachmentTest, NamesTheModulesThatAreMissing)
     m_kernel.lose("sys");
     EXPECT_EQ("the kernel lacks vhci-hcd i2c-tiny-usb i2c-dev; as root, run: modprobe -a vhci-hcd i2c-tiny-usb i2c-dev",
               complaint());
+}
+
+/// Of another kind, whose driver the kernel lacks.
+class OtherAdapter : public Adapter
+{
+public:
+    std::optional<ControlAnswer> control(const ControlRequest& /*request*/, const Bytes& /*data*/) override
+    {
+        return std::nullopt;
+    }
+    Bytes deviceDescriptor() const override { return {}; }
+    Bytes configurationDescriptor() const override { return {}; }
+    const char* driver() const override { return "i2c-other"; }
+};
+
+TEST_F(VhciAttachmentTest, NamesTheModuleOfTheAdapterThatItAttaches)
+{
+    OtherAdapter adapter;
+    try {
+        const VhciAttachment attachment(adapter, m_kernel.root(), 10s);
+        FAIL() << "attached without a driver";
+    } catch (const FrontError& error) {
+        EXPECT_STREQ("the kernel lacks i2c-other; as root, run: modprobe -a i2c-other", error.what());
+    }
 }
 
 TEST_F(VhciAttachmentTest, SaysWhenEveryPortIsTaken)

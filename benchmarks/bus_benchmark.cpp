@@ -147,7 +147,8 @@ double median(std::vector<double> values)
 }
 
 /// @p signTime is in milliseconds; 0 for operations that do not sign.
-void BM_OnABus(benchmark::State& state, const Operation& operation, bool protocol30, unsigned kilohertz, int signTime)
+void BM_OnABus(benchmark::State& state, const DriverOperation& operation, bool protocol30, unsigned kilohertz,
+               int signTime)
 {
     SimulationSettings settings;
     settings.chip.deviceVersion = protocol30 ? 7 : 3;
@@ -183,7 +184,7 @@ void BM_OnABus(benchmark::State& state, const Operation& operation, bool protoco
     ACD::i2cClose();
 }
 
-void registerOperation(const std::string& generation, bool protocol30, const Operation& operation)
+void registerOperation(const std::string& generation, bool protocol30, const DriverOperation& operation)
 {
     const std::string name = operation.name;
     const bool signs = name == "newSignature";

@@ -24,7 +24,7 @@ namespace {
 constexpr std::size_t kLockAndUnlock = 2;
 
 template<typename Driver>
-void count(nlohmann::json& rows, const char* generation, const std::vector<Operation>& operations)
+void count(nlohmann::json& rows, const char* generation, const std::vector<DriverOperation>& operations)
 {
     for (const auto& operation : operations) {
         InstantDevice device;

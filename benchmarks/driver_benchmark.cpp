@@ -51,14 +51,14 @@ struct Bench
 Bench* g_bench = nullptr; // while main() runs
 
 /// An operation of the library in turns with its floor.
-template<typename Operation>
-void besideFloor(benchmark::State& state, Operation&& operation)
+template<typename Call>
+void besideFloor(benchmark::State& state, Call&& operation)
 {
     const BareExchange exchange(g_bench->device, operation);
     runSideBySide(state, operation, [&] { exchange.run(g_bench->descriptor); });
 }
 
-void BM_Operation(benchmark::State& state, const Operation& operation, bool protocol30)
+void BM_Operation(benchmark::State& state, const DriverOperation& operation, bool protocol30)
 {
     arrangeHealthyChip(g_bench->device, protocol30);
     auto& driver = g_bench->driver(protocol30);
@@ -66,7 +66,7 @@ void BM_Operation(benchmark::State& state, const Operation& operation, bool prot
 }
 
 /// Beside a loop that makes the buffers which the library's interface asks for, as well.
-void BM_SigningWithBuffers(benchmark::State& state, const Operation& operation, bool protocol30)
+void BM_SigningWithBuffers(benchmark::State& state, const DriverOperation& operation, bool protocol30)
 {
     arrangeHealthyChip(g_bench->device, protocol30);
     auto& driver = g_bench->driver(protocol30);
@@ -153,7 +153,7 @@ void BM_Crowd(benchmark::State& state, Crowd::Kind kind)
         state, [&] { return perQuery(0); }, [&] { return perQuery(1); });
 }
 
-void registerOperations(const char* generation, bool protocol30, const std::vector<Operation>& operations)
+void registerOperations(const char* generation, bool protocol30, const std::vector<DriverOperation>& operations)
 {
     for (const auto& operation : operations) {
         benchmark::RegisterBenchmark((std::string("floor/") + generation + '/' + operation.name).c_str(), BM_Operation,

@@ -361,10 +361,10 @@ void close(AuthChipDriver& /*driver*/, Input& input)
 
 void operateWithoutTransaction(AuthChipDriver& driver, Input& input);
 
-using Operation = void(AuthChipDriver& driver, Input& input);
+using FuzzedCall = void(AuthChipDriver& driver, Input& input);
 
 // The order is that of the corpus: what comes new comes last.
-constexpr Operation* kOperations[] = {
+constexpr FuzzedCall* kOperations[] = {
     readVersion<&AuthChipDriver::getDeviceVersion>,
     readVersion<&AuthChipDriver::getFirmwareVersion>,
     readVersion<&AuthChipDriver::getAuthenticationProtocolMajorVersion>,

@@ -87,7 +87,7 @@ Bytes encode(const std::vector<Element>& elements)
 }
 
 /// Where an element stands, for all of them.
-struct Place
+struct ElementPosition
 {
     std::vector<Element>* siblings;
     std::size_t index;
@@ -95,7 +95,7 @@ struct Place
     Element& element() const { return siblings->at(index); }
 };
 
-void collect(std::vector<Element>& elements, std::vector<Place>& places)
+void collect(std::vector<Element>& elements, std::vector<ElementPosition>& places)
 {
     for (std::size_t i = 0; i < elements.size(); ++i) {
         places.push_back({&elements, i});
@@ -118,10 +118,10 @@ void mutateContent(Element& element)
 
 void mutate(std::vector<Element>& elements, Random& random)
 {
-    std::vector<Place> places;
+    std::vector<ElementPosition> places;
     collect(elements, places);
     const auto any = [&] { return places.at(random() % places.size()); };
-    const Place place = any();
+    const ElementPosition place = any();
     const auto position = place.siblings->begin() + static_cast<std::ptrdiff_t>(place.index);
     switch (random() % 6) {
     case 0:

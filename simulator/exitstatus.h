@@ -1,7 +1,7 @@
 #ifndef SIMULATOR_EXITSTATUS_H
 #define SIMULATOR_EXITSTATUS_H
 
-#include "common/program.h"
+#include "common/childprogram.h"
 
 namespace VorelKestrel::Simulator {
 

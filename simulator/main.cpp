@@ -6,17 +6,17 @@
 #include <string>
 #include <unistd.h>
 
+#include "common/childprogram.h"
 #include "common/escaped.h"
 #include "common/preload.h"
-#include "common/program.h"
 #include "common/standarddescriptors.h"
 #include "simulator/exitstatus.h"
 #include "simulator/node/fronterror.h"
 #include "simulator/node/preloads.h"
 #include "simulator/node/umockdevfront.h"
 #include "simulator/options.h"
-#include "simulator/program/terminationsignals.h"
 #include "simulator/servedbus.h"
+#include "simulator/terminationsignals.h"
 #include "simulator/usb/i2ctinyusb.h"
 #include "simulator/usb/usbipserver.h"
 #include "simulator/usb/vhciattachment.h"
@@ -71,7 +71,7 @@ int serveBus(const Options& options, const std::function<int(ServedBus&)>& stay)
     return watch.statusOf(result);
 }
 
-int runProgram(Program& program, const Options& options, const std::string& variable)
+int runProgram(ChildProgram& program, const Options& options, const std::string& variable)
 {
     const int result = program.run(options.command, {variable});
     return result < 0 ? reportNotStarted(options.command.front(), -result) : result;
@@ -79,7 +79,7 @@ int runProgram(Program& program, const Options& options, const std::string& vari
 
 int simulateNode(const Options& options)
 {
-    Program program;
+    ChildProgram program;
     return serveBus(options, [&](ServedBus& bus) {
         const PreloadPath library(simulatorsLibrary());
         const std::string preload = preloads(library.get());
@@ -89,14 +89,14 @@ int simulateNode(const Options& options)
 }
 
 /// Where the USB device is to be found.
-struct Place
+struct DeviceAddress
 {
     std::string name;     // for people and scripts
     std::string variable; // for the program's environment
     int connection;       // to the kernel that has the device; -1 if none has it for good
 };
 
-using Stay = std::function<int(const Place&)>;
+using Stay = std::function<int(const DeviceAddress&)>;
 
 int attach(Adapter& device, const Stay& stay)
 {
@@ -120,11 +120,11 @@ int simulateUsbDevice(const Options& options, const Stay& stay)
     });
 }
 
-int waitForSignal(const TerminationSignals& signals, const Place& place)
+int waitForSignal(const TerminationSignals& signals, const DeviceAddress& address)
 {
-    print(place.name + '\n'); // whoever reads it waits for it
-    if (!signals.wait(place.connection))
-        throw FrontError("the kernel has let go of " + place.name);
+    print(address.name + '\n'); // whoever reads it waits for it
+    if (!signals.wait(address.connection))
+        throw FrontError("the kernel has let go of " + address.name);
     return 0;
 }
 
@@ -134,10 +134,12 @@ int simulate(const Options& options)
         return simulateNode(options);
     if (options.command.empty()) {
         const TerminationSignals signals;
-        return simulateUsbDevice(options, [&](const Place& place) { return waitForSignal(signals, place); });
+        return simulateUsbDevice(options,
+                                 [&](const DeviceAddress& address) { return waitForSignal(signals, address); });
     }
-    Program program;
-    return simulateUsbDevice(options, [&](const Place& place) { return runProgram(program, options, place.variable); });
+    ChildProgram program;
+    return simulateUsbDevice(
+        options, [&](const DeviceAddress& address) { return runProgram(program, options, address.variable); });
 }
 
 int report(const std::exception& error, int status)

@@ -8,14 +8,14 @@
 #include "common/escaped.h"
 #include "common/standarddescriptors.h"
 #include "tool/chip/busmeter.h"
-#include "tool/chip/driverlog.h"
 #include "tool/chip/i2cnode.h"
 #include "tool/chip/librarychip.h"
+#include "tool/chip/librarylog.h"
 #include "tool/chip/watchedchip.h"
 #include "tool/lock/lockwatch.h"
-#include "tool/program.h"
 #include "tool/repetition.h"
 #include "tool/report/failure.h"
+#include "tool/runtool.h"
 
 namespace {
 
@@ -75,7 +75,7 @@ ExitStatus runWithLibrary(const CommandLine& line, std::ostream& answer)
         throw Failure(kWrongUsage, "run '" + name + "' here", "authchip-chip runs what needs the library",
                       "Run 'authchip " + name + "'.");
     const CommonOptions& options = line.options;
-    DriverLog log(options.verbosity, options.logConfig);
+    LibraryLog log(options.verbosity, options.logConfig);
     if (options.busTimeout)
         setBusTimeout(options.location.device, *options.busTimeout);
     LibraryChipAccess chips(options.location, log);
@@ -100,5 +100,5 @@ int main(int argc, const char* const* argv)
     VorelKestrel::occupyStandardDescriptors();
     const log4cplus::Initializer log4cplusLife;
     ConsoleToStandardError console;
-    return runProgram(argc, argv, console.answer(), runWithLibrary);
+    return runTool(argc, argv, console.answer(), runWithLibrary);
 }

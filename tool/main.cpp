@@ -8,8 +8,8 @@
 #include <unistd.h>
 
 #include "common/standarddescriptors.h"
-#include "tool/program.h"
 #include "tool/report/failure.h"
+#include "tool/runtool.h"
 
 namespace {
 
@@ -42,7 +42,7 @@ constexpr char kRunningChipProgram[] = "run the program authchip-chip";
 int main(int argc, const char* const* argv)
 {
     VorelKestrel::occupyStandardDescriptors();
-    return runProgram(argc, argv, std::cout, [argv](const CommandLine& line, std::ostream& answer) {
+    return runTool(argc, argv, std::cout, [argv](const CommandLine& line, std::ostream& answer) {
         if (line.row->needs == Needs::Library)
             becomeChipProgram(argv);
         return line.command->run({line.options, answer, nullptr, nullptr});

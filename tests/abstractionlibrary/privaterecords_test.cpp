@@ -48,13 +48,13 @@ static_assert(!std::is_polymorphic<TCPClientSocket>::value && !std::is_polymorph
 static_assert(std::has_virtual_destructor<Thread>::value && std::is_abstract<Thread>::value, "a base class");
 static_assert(!std::is_base_of<TCPSocket, TCPServer>::value, "a class of its own");
 
-struct Operation
+struct RecordUse
 {
     const char* name;
     void (*callWithoutRecord)();
 };
 
-void PrintTo(const Operation& operation, std::ostream* out)
+void PrintTo(const RecordUse& operation, std::ostream* out)
 {
     *out << operation.name;
 }
@@ -189,7 +189,7 @@ void close(TCPServer& server)
     server.close();
 }
 
-const Operation kOperations[] = {
+const RecordUse kOperations[] = {
     {"Mutex_Destructor", destroyWithoutRecord<Mutex>},
     {"Mutex_lock", callWithoutRecord<Mutex, lock>},
     {"Mutex_tryLock", callWithoutRecord<Mutex, tryLock>},
@@ -227,7 +227,7 @@ const Operation kOperations[] = {
     {"TCPServer_close", callWithoutRecord<TCPServer, close>},
 };
 
-class LostRecordDeathTest : public ::testing::TestWithParam<Operation>
+class LostRecordDeathTest : public ::testing::TestWithParam<RecordUse>
 {
 private:
     const PrivateLocks m_locks;

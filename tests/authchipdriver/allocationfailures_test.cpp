@@ -242,7 +242,8 @@ private:
 
 // --- the drivers -----------------------------------------------------------------------------------------------------
 
-class AllocationFailureOperationTest : public AllocationFailureTest, public ::testing::WithParamInterface<Operation>
+class AllocationFailureOperationTest : public AllocationFailureTest,
+                                       public ::testing::WithParamInterface<DriverOperation>
 {
 protected:
     template<typename Driver>
@@ -340,7 +341,7 @@ TEST_F(LineWithoutMemoryTest, ALineOfTheConsoleNeedsNoMemoryOfTheLibrary)
 
 // --- the ways in which operations fail: their error lines allocate, too ----------------------------------------------
 
-class AllocationFailureInAFailureTest : public AllocationFailureTest, public ::testing::WithParamInterface<Failure>
+class AllocationFailureInAFailureTest : public AllocationFailureTest, public ::testing::WithParamInterface<FailingCall>
 {
 protected:
     template<typename Driver>

@@ -53,7 +53,7 @@ extern "C" void* memcpy(void* destination, const void* source, std::size_t count
 namespace {
 
 /// With logging off: the console at its default level and on a success, the drivers' log switched off.
-class AllocationTest : public ::testing::TestWithParam<Operation>
+class AllocationTest : public ::testing::TestWithParam<DriverOperation>
 {
 protected:
     AllocationTest()

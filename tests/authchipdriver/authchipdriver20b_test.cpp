@@ -217,7 +217,7 @@ TEST_F(Signature20BTest, InvalidStatusLinesEndWithTheWholeByteInDecimal)
 
 // --- failures --------------------------------------------------------------------------------------------------------
 
-struct Failure
+struct FailingSignature
 {
     const char* name;
     void (*arrange)(FakeBus& bus);
@@ -225,12 +225,12 @@ struct Failure
     std::string conversation;       // from the failing step on, without the lock
 };
 
-std::ostream& operator<<(std::ostream& stream, const Failure& failure)
+std::ostream& operator<<(std::ostream& stream, const FailingSignature& failure)
 {
     return stream << failure.name;
 }
 
-class Signature20BFailureTest : public Signature20BTest, public ::testing::WithParamInterface<Failure>
+class Signature20BFailureTest : public Signature20BTest, public ::testing::WithParamInterface<FailingSignature>
 {};
 
 TEST_P(Signature20BFailureTest, ReturnsErrorI2CWithItsLinesLeavesTheOutputsAndSendsNothingMore)
@@ -253,37 +253,37 @@ std::string upTo(const std::vector<std::string>& steps, const std::string& faili
 
 INSTANTIATE_TEST_SUITE_P(
     Causes, Signature20BFailureTest,
-    ::testing::Values(Failure{"WriteOfRegister11Fails",
-                              [](FakeBus& bus) { bus.refusesData(0x11); },
-                              {console("unable to write word to register 0x11 - i2cWrite returns -2"),
-                               "ERROR Failed to write signature data length, error=1"},
-                              upTo({}, kSignatureDataLength)},
-                      Failure{"WriteOfRegister20Fails",
-                              [](FakeBus& bus) { bus.refusesData(0x20); },
-                              {console("unable to write word to register 0x20 - i2cWrite returns -2"),
-                               "ERROR Failed to write challenge length, error=1"},
-                              upTo({kSignatureDataLength}, kChallengeLength)},
-                      Failure{"FewerChallengeBytesAreWritten",
-                              [](FakeBus& bus) { bus.takesOnly(0x21, 10); },
-                              {"ERROR Failed to write challenge data"},
-                              upTo({kSignatureDataLength, kChallengeLength}, kChallenge)},
-                      Failure{"StartCommandFails",
-                              [](FakeBus& bus) { bus.refusesData(0x10); },
-                              {console("unable to write byte to register 0x10 - i2cWrite returns -2"),
-                               "ERROR Failed to write status for new signature, error=1"},
-                              upTo({kSignatureDataLength, kChallengeLength, kChallenge}, "write 10 01")},
-                      Failure{"StatusReadFails",
-                              [](FakeBus& bus) { bus.refusesRegister(0x10); },
-                              {console("unable to read byte from register 0x10 - i2cRead returns 0"),
-                               "ERROR Failed to read status, error=1"},
-                              upTo({kSignatureDataLength, kChallengeLength, kChallenge, "write 10 01"}, "write 10")},
-                      Failure{"ReadOfRegister11Fails",
-                              [](FakeBus& bus) { bus.refusesRegister(0x11); },
-                              {console("unable to read word from register 0x11 - i2cRead returns 0"),
-                               "ERROR Failed to read signature length, error=1"},
-                              upTo({kSignatureDataLength, kChallengeLength, kChallenge, "write 10 01", "write 10",
-                                    "read 1"},
-                                   "write 11")}),
+    ::testing::Values(
+        FailingSignature{"WriteOfRegister11Fails",
+                         [](FakeBus& bus) { bus.refusesData(0x11); },
+                         {console("unable to write word to register 0x11 - i2cWrite returns -2"),
+                          "ERROR Failed to write signature data length, error=1"},
+                         upTo({}, kSignatureDataLength)},
+        FailingSignature{"WriteOfRegister20Fails",
+                         [](FakeBus& bus) { bus.refusesData(0x20); },
+                         {console("unable to write word to register 0x20 - i2cWrite returns -2"),
+                          "ERROR Failed to write challenge length, error=1"},
+                         upTo({kSignatureDataLength}, kChallengeLength)},
+        FailingSignature{"FewerChallengeBytesAreWritten",
+                         [](FakeBus& bus) { bus.takesOnly(0x21, 10); },
+                         {"ERROR Failed to write challenge data"},
+                         upTo({kSignatureDataLength, kChallengeLength}, kChallenge)},
+        FailingSignature{"StartCommandFails",
+                         [](FakeBus& bus) { bus.refusesData(0x10); },
+                         {console("unable to write byte to register 0x10 - i2cWrite returns -2"),
+                          "ERROR Failed to write status for new signature, error=1"},
+                         upTo({kSignatureDataLength, kChallengeLength, kChallenge}, "write 10 01")},
+        FailingSignature{"StatusReadFails",
+                         [](FakeBus& bus) { bus.refusesRegister(0x10); },
+                         {console("unable to read byte from register 0x10 - i2cRead returns 0"),
+                          "ERROR Failed to read status, error=1"},
+                         upTo({kSignatureDataLength, kChallengeLength, kChallenge, "write 10 01"}, "write 10")},
+        FailingSignature{"ReadOfRegister11Fails",
+                         [](FakeBus& bus) { bus.refusesRegister(0x11); },
+                         {console("unable to read word from register 0x11 - i2cRead returns 0"),
+                          "ERROR Failed to read signature length, error=1"},
+                         upTo({kSignatureDataLength, kChallengeLength, kChallenge, "write 10 01", "write 10", "read 1"},
+                              "write 11")}),
     [](const auto& failure) { return std::string(failure.param.name); });
 
 TEST_F(Signature20BTest, MoreChallengeBytesThanThereAreIsAFailureToo)

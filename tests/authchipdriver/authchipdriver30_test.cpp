@@ -174,7 +174,7 @@ INSTANTIATE_TEST_SUITE_P(Statuses, ChallengeResponse30StatusTest,
 
 // --- failures --------------------------------------------------------------------------------------------------------
 
-struct Failure
+struct FailingSignature
 {
     const char* name;
     void (*arrange)(FakeBus& bus);
@@ -182,12 +182,13 @@ struct Failure
     std::string conversation;       // without the lock
 };
 
-std::ostream& operator<<(std::ostream& stream, const Failure& failure)
+std::ostream& operator<<(std::ostream& stream, const FailingSignature& failure)
 {
     return stream << failure.name;
 }
 
-class ChallengeResponse30FailureTest : public ChallengeResponse30Test, public ::testing::WithParamInterface<Failure>
+class ChallengeResponse30FailureTest : public ChallengeResponse30Test,
+                                       public ::testing::WithParamInterface<FailingSignature>
 {};
 
 TEST_P(ChallengeResponse30FailureTest, ReturnsErrorI2CWithItsLinesLeavesThePointerNullAndSendsNothingMore)
@@ -211,31 +212,31 @@ std::string upTo(const std::vector<std::string>& steps, const std::string& faili
 
 INSTANTIATE_TEST_SUITE_P(
     Causes, ChallengeResponse30FailureTest,
-    ::testing::Values(Failure{"FewerThan32BytesAreWritten",
-                              [](FakeBus& bus) { bus.takesOnly(0x21, 31); },
-                              {"ERROR Failed to write challenge data"},
-                              upTo({}, kChallenge)},
-                      Failure{"ReadOfRegister20Fails",
-                              [](FakeBus& bus) { bus.refusesRegister(0x20); },
-                              {kWritten, console("unable to read word from register 0x20 - i2cRead returns 0"),
-                               "ERROR Failed to read challenge length, error=1"},
-                              upTo({kChallenge}, "write 20")},
-                      Failure{"StartCommandFails",
-                              [](FakeBus& bus) { bus.refusesData(0x10); },
-                              {kWritten, console("unable to write byte to register 0x10 - i2cWrite returns -2"),
-                               "ERROR Failed to write status for new signature, error=1"},
-                              upTo({kChallenge, "write 20", "read 2"}, "write 10 01")},
-                      Failure{"StatusReadFails",
-                              [](FakeBus& bus) { bus.refusesRegister(0x10); },
-                              {kWritten, console("unable to read byte from register 0x10 - i2cRead returns 0"),
-                               "ERROR Failed to read status, error=1"},
-                              upTo({kChallenge, "write 20", "read 2", "write 10 01"}, "write 10")},
-                      Failure{
-                          "ReadOfRegister11Fails",
-                          [](FakeBus& bus) { bus.refusesRegister(0x11); },
-                          {kWritten, console("unable to read word from register 0x11 - i2cRead returns 0"),
-                           "ERROR Failed to read challenge response length, error=1"},
-                          upTo({kChallenge, "write 20", "read 2", "write 10 01", "write 10", "read 1"}, "write 11")}),
+    ::testing::Values(
+        FailingSignature{"FewerThan32BytesAreWritten",
+                         [](FakeBus& bus) { bus.takesOnly(0x21, 31); },
+                         {"ERROR Failed to write challenge data"},
+                         upTo({}, kChallenge)},
+        FailingSignature{"ReadOfRegister20Fails",
+                         [](FakeBus& bus) { bus.refusesRegister(0x20); },
+                         {kWritten, console("unable to read word from register 0x20 - i2cRead returns 0"),
+                          "ERROR Failed to read challenge length, error=1"},
+                         upTo({kChallenge}, "write 20")},
+        FailingSignature{"StartCommandFails",
+                         [](FakeBus& bus) { bus.refusesData(0x10); },
+                         {kWritten, console("unable to write byte to register 0x10 - i2cWrite returns -2"),
+                          "ERROR Failed to write status for new signature, error=1"},
+                         upTo({kChallenge, "write 20", "read 2"}, "write 10 01")},
+        FailingSignature{"StatusReadFails",
+                         [](FakeBus& bus) { bus.refusesRegister(0x10); },
+                         {kWritten, console("unable to read byte from register 0x10 - i2cRead returns 0"),
+                          "ERROR Failed to read status, error=1"},
+                         upTo({kChallenge, "write 20", "read 2", "write 10 01"}, "write 10")},
+        FailingSignature{"ReadOfRegister11Fails",
+                         [](FakeBus& bus) { bus.refusesRegister(0x11); },
+                         {kWritten, console("unable to read word from register 0x11 - i2cRead returns 0"),
+                          "ERROR Failed to read challenge response length, error=1"},
+                         upTo({kChallenge, "write 20", "read 2", "write 10 01", "write 10", "read 1"}, "write 11")}),
     [](const auto& failure) { return std::string(failure.param.name); });
 
 TEST_F(ChallengeResponse30Test, MoreChallengeBytesThanThereAreIsAFailureToo)

@@ -251,11 +251,11 @@ protected:
     }
 
     template<typename Driver>
-    void expectExceptionsToLeave(const std::vector<Operation>& operations, bool protocol30)
+    void expectExceptionsToLeave(const std::vector<DriverOperation>& operations, bool protocol30)
     {
         arrangeHealthyChip(m_bus, protocol30);
         Driver driver;
-        for (const Operation& operation : operations) {
+        for (const DriverOperation& operation : operations) {
             SCOPED_TRACE(operation.name);
             const std::size_t linesBefore = m_console.lines().size();
             EXPECT_EQ(0, operation.call(driver));

@@ -24,7 +24,7 @@ public:
 };
 
 template<typename Driver>
-void expectExactly(const Operation& operation, bool protocol30)
+void expectExactly(const DriverOperation& operation, bool protocol30)
 {
     const auto calls = tracedSystemCalls([&](const std::function<void()>& mark) {
         log4cplus::Logger::getInstance("Wexfordmallow").setLogLevel(log4cplus::OFF_LOG_LEVEL);
@@ -47,9 +47,9 @@ void expectExactly(const Operation& operation, bool protocol30)
     EXPECT_EQ(expected, *calls);
 }
 
-class KernelEntries20BTest : public ::testing::TestWithParam<Operation>
+class KernelEntries20BTest : public ::testing::TestWithParam<DriverOperation>
 {};
-class KernelEntries30Test : public ::testing::TestWithParam<Operation>
+class KernelEntries30Test : public ::testing::TestWithParam<DriverOperation>
 {};
 
 TEST_P(KernelEntries20BTest, BetweenLockAndUnlockThereAreExactlyTheTransfersOfTheExchange)

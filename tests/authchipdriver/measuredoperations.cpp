@@ -36,7 +36,8 @@ extern "C" __attribute__((noinline)) void measured(const std::function<void()>& 
 namespace {
 
 template<typename Driver>
-void measureAll(InstantDevice& device, const char* generation, const std::vector<Operation>& operations, bool floor)
+void measureAll(InstantDevice& device, const char* generation, const std::vector<DriverOperation>& operations,
+                bool floor)
 {
     arrangeHealthyChip(device, std::is_same_v<Driver, AuthChipDriver30>);
     Driver driver;

@@ -152,7 +152,7 @@ const auto kName = [](const auto& test) { return std::string(test.param.name); }
 // --- what the chip, the bus or the caller's arguments make fail
 // -------------------------------------------------------
 
-class NothingGrowsInAFailureTest : public NothingGrowsTest, public ::testing::WithParamInterface<Failure>
+class NothingGrowsInAFailureTest : public NothingGrowsTest, public ::testing::WithParamInterface<FailingCall>
 {
 protected:
     template<typename Driver>
@@ -195,7 +195,7 @@ bool throws(const Call& call)
     return false;
 }
 
-class NothingGrowsWithAnExceptionTest : public NothingGrowsTest, public ::testing::WithParamInterface<Operation>
+class NothingGrowsWithAnExceptionTest : public NothingGrowsTest, public ::testing::WithParamInterface<DriverOperation>
 {
 protected:
     template<typename Driver>

@@ -177,10 +177,10 @@ std::map<std::string, Call> calls(bool protocol30)
              return 0;
          }},
     };
-    std::vector<Operation> operations = protocol30 ? operations30() : operations20B();
+    std::vector<DriverOperation> operations = protocol30 ? operations30() : operations20B();
     const auto& others = operationsWithoutTransaction();
     operations.insert(operations.end(), others.begin(), others.end());
-    for (const Operation& operation : operations)
+    for (const DriverOperation& operation : operations)
         calls[operation.name] = [=](AuthChipDriver& driver, WorstBus&) { return operation.call(driver); };
     return calls;
 }
@@ -274,14 +274,14 @@ std::vector<bool> protocolsOf(const Row& row)
     return {false, true};
 }
 
-struct Outcome
+struct CallCost
 {
     Cost cost;
     bool succeeds;
 };
 
 /// Calls one operation on one chip. A refused message takes @p refusal.
-Outcome outcomeOf(const std::string& operation, bool protocol30, Chip chip, Microseconds refusal = kOnAWorkingBus)
+CallCost callCostOf(const std::string& operation, bool protocol30, Chip chip, Microseconds refusal = kOnAWorkingBus)
 {
     Journal journal;
     const ConsoleLog console(journal);
@@ -308,7 +308,7 @@ Microseconds longestOf(const Row& row, Chip chip, Microseconds refusal)
     Microseconds longest = 0;
     for (const bool protocol30 : protocolsOf(row)) {
         for (const std::string& operation : row.operations)
-            longest = std::max(longest, outcomeOf(operation, protocol30, chip, refusal).cost.time);
+            longest = std::max(longest, callCostOf(operation, protocol30, chip, refusal).cost.time);
     }
     return longest;
 }
@@ -328,11 +328,11 @@ TEST_P(WorstCaseTest, TakesExactlyTheAttemptsAndPausesOfTheTableAndHoldsTheLockA
         for (const bool protocol30 : protocolsOf(GetParam())) {
             for (const std::string& operation : GetParam().operations) {
                 SCOPED_TRACE(operation + (protocol30 ? " on 3.0" : " on 2.0B") + ", chip " + std::to_string(i));
-                const Outcome outcome = outcomeOf(operation, protocol30, kChips[i]);
-                EXPECT_EQ(expected.attempts, outcome.cost.attempts);
-                EXPECT_EQ(expected.pauses, outcome.cost.pauses);
-                EXPECT_EQ(expected.succeeds, outcome.succeeds);
-                EXPECT_EQ(outcome.cost.time, outcome.cost.locked);
+                const CallCost call = callCostOf(operation, protocol30, kChips[i]);
+                EXPECT_EQ(expected.attempts, call.cost.attempts);
+                EXPECT_EQ(expected.pauses, call.cost.pauses);
+                EXPECT_EQ(expected.succeeds, call.succeeds);
+                EXPECT_EQ(call.cost.time, call.cost.locked);
             }
         }
     }
@@ -357,7 +357,7 @@ TEST(WorstCasesTest, EveryOperationHasItsRow)
 
 TEST(WorstCasesTest, OnAStuckBusAnAccessToARegisterLastsMoreThanAMinuteAndAHalf)
 {
-    EXPECT_GT(outcomeOf("getDeviceVersion", true, Chip::NeverAnswers, 1000000).cost.locked, 90 * 1000000LL);
+    EXPECT_GT(callCostOf("getDeviceVersion", true, Chip::NeverAnswers, 1000000).cost.locked, 90 * 1000000LL);
 }
 
 // --- the page

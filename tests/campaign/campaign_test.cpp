@@ -35,9 +35,9 @@ unsigned long environmentNumber(const char* name, unsigned long otherwise)
     return text != nullptr ? std::stoul(text) : otherwise;
 }
 
-bool stops(const Outcome& outcome)
+bool stops(const Behaviour& behaviour)
 {
-    return outcome.result.rfind("stopped", 0) == 0;
+    return behaviour.result.rfind("stopped", 0) == 0;
 }
 
 /// Where two lists of events part, in words.
@@ -52,7 +52,7 @@ std::string firstDifference(const std::vector<std::string>& library, const std::
 }
 
 /// What the library and the oracle do not agree on; empty where they do.
-std::string disagreement(const Outcome& library, const Outcome& oracle)
+std::string disagreement(const Behaviour& library, const Behaviour& oracle)
 {
     std::string text;
     const auto compare = [&text](const char* what, const std::string& left, const std::string& right) {
@@ -70,11 +70,11 @@ std::string disagreement(const Outcome& library, const Outcome& oracle)
 }
 
 /// Plays one script on both sides. Returns what was to come of it.
-Outcome play(std::uint32_t seed, std::uint32_t number)
+Behaviour play(std::uint32_t seed, std::uint32_t number)
 {
     const Script script = makeScript(seed, number);
-    Outcome expected = predict(script);
-    const Outcome library = stops(expected) ? performToTheEnd(script) : perform(script);
+    Behaviour expected = predict(script);
+    const Behaviour library = stops(expected) ? performToTheEnd(script) : perform(script);
     const std::string difference = disagreement(library, expected);
     constexpr std::uint32_t kSample = 4; // it takes twice as long as the rest
     if (number % kSample == 0 && !stops(expected)) {
@@ -90,13 +90,13 @@ Outcome play(std::uint32_t seed, std::uint32_t number)
 class Tally
 {
 public:
-    void count(const Script& script, const Outcome& outcome)
+    void count(const Script& script, const Behaviour& behaviour)
     {
         ++m_times[nameOf(script.operation)];
-        ++m_times[nameOf(script.operation) + (" with " + outcome.result)];
-        if (outcome.result == "exception")
+        ++m_times[nameOf(script.operation) + (" with " + behaviour.result)];
+        if (behaviour.result == "exception")
             ++m_times["exception"];
-        for (const std::string& event : outcome.events)
+        for (const std::string& event : behaviour.events)
             ++m_times[event];
     }
 
@@ -172,7 +172,7 @@ void playTheQuickCampaign()
         tally.count(makeScript(kQuickSeed, number), play(kQuickSeed, number));
 
     for (int operation = 0; operation < kOperations; ++operation)
-        EXPECT_GE(tally.times(nameOf(static_cast<Operation>(operation))), 100);
+        EXPECT_GE(tally.times(nameOf(static_cast<Function>(operation))), 100);
     for (const char* const failure : kFailures)
         EXPECT_GE(tally.times(failure), kEnough) << failure;
 }

@@ -100,7 +100,7 @@ public:
           m_writes(script.writes.begin(), script.writes.end()), m_reads(script.reads.begin(), script.reads.end())
     {}
 
-    Outcome predict();
+    Behaviour predict();
 
 private:
     // The system, as the fake bus scripts it.
@@ -113,7 +113,7 @@ private:
     int readNumber(int reg, int width, unsigned& number);
     int writeNumber(int reg, int width, int value);
     // The lines.
-    void call(const std::string& text) { m_outcome.events.push_back(text); }
+    void call(const std::string& text) { m_behaviour.events.push_back(text); }
     void console(int gate, const char* kind, const char* source, const std::string& message);
     void trace(const std::string& message) { console(5, "DbgTrace", "i2c_linuxdev", message); }
     void log(int level, const char* name, const std::string& message);
@@ -149,7 +149,7 @@ private:
     int m_hookCalls = 0;
     int m_records = 0;
     unsigned m_number = 0; // the last one that a step of a signature read
-    Outcome m_outcome;
+    Behaviour m_behaviour;
 };
 
 int taken(std::deque<int>& results)
@@ -326,25 +326,25 @@ int Oracle::number(int width)
 {
     unsigned number = 0;
     const int result = readNumber(m_script.reg, width, number);
-    m_outcome.outputs = "value=" + std::to_string(result == kSuccess ? number : kUntouched);
+    m_behaviour.outputs = "value=" + std::to_string(result == kSuccess ? number : kUntouched);
     return result;
 }
 
 int Oracle::version(int reg)
 {
-    m_outcome.outputs = "version=" + std::to_string(kUntouched);
+    m_behaviour.outputs = "version=" + std::to_string(kUntouched);
     return holdingTheBus([&] {
         unsigned number = 0;
         const int result = readNumber(reg, 1, number);
         if (result == kSuccess)
-            m_outcome.outputs = "version=" + std::to_string(number);
+            m_behaviour.outputs = "version=" + std::to_string(number);
         return result;
     });
 }
 
 int Oracle::deviceId()
 {
-    m_outcome.outputs = "id=" + std::to_string(kUntouched);
+    m_behaviour.outputs = "id=" + std::to_string(kUntouched);
     return traced("Reading device ID", [&] {
         unsigned id = 0;
         const int result = readNumber(0x04, 4, id);
@@ -352,7 +352,7 @@ int Oracle::deviceId()
             error("Failed to read device ID, error=1");
             return result;
         }
-        m_outcome.outputs = "id=" + std::to_string(id);
+        m_behaviour.outputs = "id=" + std::to_string(id);
         debug("Device ID: 0x" + hexOf(static_cast<int>(id)));
         return result;
     });
@@ -360,17 +360,17 @@ int Oracle::deviceId()
 
 int Oracle::certificateLength()
 {
-    m_outcome.outputs = "length=" + std::to_string(kUntouched);
+    m_behaviour.outputs = "length=" + std::to_string(kUntouched);
     return traced("", [&] {
         unsigned length = 0;
         const int result = readNumber(0x30, 2, length);
         if (result != kSuccess) {
-            m_outcome.outputs = "?"; // of no meaning after a failure
+            m_behaviour.outputs = "?"; // of no meaning after a failure
             error("Failed to read certificate data length, error=1");
             return result;
         }
         debug("Certificate data length: " + std::to_string(length));
-        m_outcome.outputs = "length=" + std::to_string(length);
+        m_behaviour.outputs = "length=" + std::to_string(length);
         return result;
     });
 }
@@ -378,15 +378,15 @@ int Oracle::certificateLength()
 int Oracle::certificate()
 {
     const int length = m_script.length;
-    m_outcome.outputs = "length=" + std::to_string(length);
-    m_outcome.buffer.assign(kRoom, kUntouched);
+    m_behaviour.outputs = "length=" + std::to_string(length);
+    m_behaviour.buffer.assign(kRoom, kUntouched);
     bracket("Enter", "requested length=" + std::to_string(length));
     return holdingTheBus([&] {
         int total = 0;
         for (int page = 1; total != length; ++page) {
             const int wanted = std::min(length - total, kPage);
             debug("Reading page " + std::to_string(page) + ", bytes=" + std::to_string(wanted));
-            const int n = readRegister(static_cast<U8>(0x30 + page), wanted, m_outcome.buffer.data() + total);
+            const int n = readRegister(static_cast<U8>(0x30 + page), wanted, m_behaviour.buffer.data() + total);
             total += n;
             if (page >= m_generation.certificatePages || n != wanted) {
                 error("Read failed: read=" + std::to_string(n) + ", toRead=" + std::to_string(wanted) +
@@ -400,7 +400,7 @@ int Oracle::certificate()
             return kSuccess;
         }
         error("Incomplete read: expected=" + std::to_string(length) + ", actual=" + std::to_string(total));
-        m_outcome.outputs = "length=" + std::to_string(total);
+        m_behaviour.outputs = "length=" + std::to_string(total);
         bracket("Leave", "result=ErrorI2C");
         return kErrorI2C;
     });
@@ -408,9 +408,9 @@ int Oracle::certificate()
 
 int Oracle::limit(int length)
 {
-    m_outcome.outputs = "length=" + std::to_string(kUntouched);
+    m_behaviour.outputs = "length=" + std::to_string(kUntouched);
     bracket("Enter", "");
-    m_outcome.outputs = "length=" + std::to_string(length);
+    m_behaviour.outputs = "length=" + std::to_string(length);
     debug("Maximum length: " + std::to_string(length));
     bracket("Leave", "");
     return kSuccess;
@@ -437,9 +437,9 @@ bool Oracle::sendChallenge()
 
 bool Oracle::readResponse(int length)
 {
-    m_outcome.outputs = "response=null length=" + std::to_string(length); // until all is done
-    m_outcome.buffer.assign(static_cast<std::size_t>(length), kUntouched);
-    return readRegister(0x12, length, m_outcome.buffer.data()) == length;
+    m_behaviour.outputs = "response=null length=" + std::to_string(length); // until all is done
+    m_behaviour.buffer.assign(static_cast<std::size_t>(length), kUntouched);
+    return readRegister(0x12, length, m_behaviour.buffer.data()) == length;
 }
 
 /// Does one step of a signature; @p number is what its line ends with.
@@ -448,7 +448,7 @@ bool Oracle::does(Step step, int& number)
     switch (step) {
     case Step::RequirePlace:
         if (!m_script.withoutOutput)
-            m_outcome.outputs = "response=null length=" + std::to_string(kUntouched);
+            m_behaviour.outputs = "response=null length=" + std::to_string(kUntouched);
         return !m_script.withoutOutput;
     case Step::RequireLength:
         number = m_script.length;
@@ -485,7 +485,7 @@ bool Oracle::does(Step step, int& number)
 
 int Oracle::signature()
 {
-    m_outcome.outputs = "response=untouched length=" + std::to_string(kUntouched);
+    m_behaviour.outputs = "response=untouched length=" + std::to_string(kUntouched);
     bracket("Enter", "challengeLength=" + std::to_string(m_script.length));
     return holdingTheBus([&] {
         const Row* const first = m_script.protocol30 ? std::begin(kSignature30) : std::begin(kSignature20B);
@@ -501,14 +501,14 @@ int Oracle::signature()
                 debug(row->success + (row->successEndsWithNumber ? std::to_string(number) : ""));
         }
         bracket("Leave", m_script.protocol30 ? "result=Success" : "result=0");
-        m_outcome.outputs = "response=block length=" + std::to_string(m_outcome.buffer.size());
+        m_behaviour.outputs = "response=block length=" + std::to_string(m_behaviour.buffer.size());
         return kSuccess;
     });
 }
 
 std::string Oracle::detect()
 {
-    m_outcome.outputs = "none";
+    m_behaviour.outputs = "none";
     trace(std::string("i2cInit() ") + FakeBus::kDevice);
     call(std::string("open ") + FakeBus::kDevice);
     if (m_script.openError != 0) {
@@ -557,30 +557,30 @@ std::string Oracle::chooseDriver(int deviceVersion)
 int Oracle::moveBytes()
 {
     const U8 reg = static_cast<U8>(m_script.reg);
-    const auto readIntoBuffer = [&] { return readRegister(reg, m_script.length, m_outcome.buffer.data()); };
+    const auto readIntoBuffer = [&] { return readRegister(reg, m_script.length, m_behaviour.buffer.data()); };
     const auto writeData = [&] { return writeRegister(reg, m_script.length, dataOf(m_script)); };
-    if (m_script.operation == Operation::RawRead || m_script.operation == Operation::I2cRead)
-        m_outcome.buffer.assign(kRoom, kUntouched);
+    if (m_script.operation == Function::RawRead || m_script.operation == Function::I2cRead)
+        m_behaviour.buffer.assign(kRoom, kUntouched);
     switch (m_script.operation) {
-    case Operation::RawWrite:
+    case Function::RawWrite:
         return raw("Write failed: expected=", writeData);
-    case Operation::RawRead:
+    case Function::RawRead:
         return raw("Read failed: expected=", readIntoBuffer);
-    case Operation::ReadByte:
+    case Function::ReadByte:
         return number(1);
-    case Operation::ReadWord:
+    case Function::ReadWord:
         return number(2);
-    case Operation::ReadDWord:
+    case Function::ReadDWord:
         return number(4);
-    case Operation::WriteByte:
+    case Function::WriteByte:
         return writeNumber(m_script.reg, 1, m_script.value);
-    case Operation::WriteWord:
+    case Function::WriteWord:
         return writeNumber(m_script.reg, 2, m_script.value);
-    case Operation::WriteDWord:
+    case Function::WriteDWord:
         return writeNumber(m_script.reg, 4, m_script.value);
-    case Operation::I2cRead:
+    case Function::I2cRead:
         return readIntoBuffer();
-    case Operation::I2cWrite:
+    case Function::I2cWrite:
         return writeData();
     default:
         throw std::logic_error("no transfer");
@@ -591,25 +591,25 @@ int Oracle::moveBytes()
 int Oracle::askDriver()
 {
     switch (m_script.operation) {
-    case Operation::GetDeviceVersion:
+    case Function::GetDeviceVersion:
         return version(0x00);
-    case Operation::GetFirmwareVersion:
+    case Function::GetFirmwareVersion:
         return version(0x01);
-    case Operation::GetAuthenticationProtocolMajorVersion:
+    case Function::GetAuthenticationProtocolMajorVersion:
         return version(0x02);
-    case Operation::GetAuthenticationProtocolMinorVersion:
+    case Function::GetAuthenticationProtocolMinorVersion:
         return version(0x03);
-    case Operation::GetDeviceId:
+    case Function::GetDeviceId:
         return deviceId();
-    case Operation::NewSignature:
+    case Function::NewSignature:
         return signature();
-    case Operation::GetAccessoryCertificateDataLength:
+    case Function::GetAccessoryCertificateDataLength:
         return certificateLength();
-    case Operation::GetAccessoryCertificateData:
+    case Function::GetAccessoryCertificateData:
         return certificate();
-    case Operation::GetChallengeResponseDataMaximumLength:
+    case Function::GetChallengeResponseDataMaximumLength:
         return limit(static_cast<int>(m_generation.responseLength));
-    case Operation::GetChallengeDataMaximumLength:
+    case Function::GetChallengeDataMaximumLength:
         return limit(static_cast<int>(m_generation.challengeLength));
     default:
         return moveBytes();
@@ -619,36 +619,36 @@ int Oracle::askDriver()
 std::string Oracle::perform()
 {
     switch (m_script.operation) {
-    case Operation::Construct:
+    case Function::Construct:
         bracket("Enter", "");
         bracket("Leave", "");
         return "0";
-    case Operation::Detect:
+    case Function::Detect:
         return detect();
     default:
         return std::to_string(askDriver());
     }
 }
 
-Outcome Oracle::predict()
+Behaviour Oracle::predict()
 {
     try {
-        m_outcome.result = perform();
+        m_behaviour.result = perform();
     } catch (const Thrown&) {
-        m_outcome.result = "exception";
+        m_behaviour.result = "exception";
     } catch (const Stopped& stopped) {
-        m_outcome.result = "stopped: " + stopped.assertion;
-        m_outcome.outputs = "?"; // nobody is left to look at them
+        m_behaviour.result = "stopped: " + stopped.assertion;
+        m_behaviour.outputs = "?"; // nobody is left to look at them
     }
-    const bool isSignature = m_script.operation == Operation::NewSignature;
-    if (m_outcome.result.rfind("stopped", 0) == 0 || (isSignature && m_outcome.result != "0"))
-        m_outcome.buffer.clear(); // the caller has no block
-    return std::move(m_outcome);
+    const bool isSignature = m_script.operation == Function::NewSignature;
+    if (m_behaviour.result.rfind("stopped", 0) == 0 || (isSignature && m_behaviour.result != "0"))
+        m_behaviour.buffer.clear(); // the caller has no block
+    return std::move(m_behaviour);
 }
 
 } // namespace
 
-Outcome predict(const Script& script)
+Behaviour predict(const Script& script)
 {
     return Oracle(script).predict();
 }

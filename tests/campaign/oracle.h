@@ -9,7 +9,7 @@ namespace campaign {
  * What has to come of a script. A description of the operations of its own, made from their tables of failures: it
  * shares neither code nor the manner of writing with the library, so that both are not wrong in the same way.
  */
-Outcome predict(const Script& script);
+Behaviour predict(const Script& script);
 
 } // namespace campaign
 

@@ -87,78 +87,78 @@ std::map<FakeBus::U8, Bytes> registers(Dice& dice, bool protocol30)
     return chip;
 }
 
-int someLength(Dice& dice, Operation operation)
+int someLength(Dice& dice, Function operation)
 {
     switch (operation) {
-    case Operation::NewSignature:
+    case Function::NewSignature:
         // A negative one stops the process on 2.0B, which takes a process: not so often.
         return dice.oneOf({32, 32, 32, 32, 32, 32, 20, 5, 0, 31, 33, dice.between(0, 300), INT_MAX,
                            dice.onceIn(4) ? dice.oneOf({-1, -20, INT_MIN}) : 32});
-    case Operation::GetAccessoryCertificateData:
+    case Function::GetAccessoryCertificateData:
         return dice.oneOf(
             {907, 907, 907, 0, 1, 128, 1280, 1500, 1920, 1921, dice.between(0, 2000), -1, -2, -128, INT_MIN, INT_MAX});
-    case Operation::I2cWrite:
-    case Operation::RawWrite:
+    case Function::I2cWrite:
+    case Function::RawWrite:
         return dice.oneOf({0, 1, 2, 4, 32, 128, dice.between(0, 300), -1, -2, -3, INT_MIN});
     default:
         return dice.oneOf({0, 1, 2, 4, 32, 128, dice.between(0, 1024), -1, -2, INT_MIN, INT_MAX});
     }
 }
 
-int someRegister(Dice& dice, Operation operation)
+int someRegister(Dice& dice, Function operation)
 {
-    const bool takesMoreThanAByte = operation >= Operation::ReadByte && operation <= Operation::WriteDWord;
+    const bool takesMoreThanAByte = operation >= Function::ReadByte && operation <= Function::WriteDWord;
     const int reg = dice.oneOf({0x00, 0x04, 0x0a, 0x10, 0x12, 0x21, 0x30, 0x31, 0xff, dice.below(256)});
     return takesMoreThanAByte && dice.onceIn(6) ? reg + dice.oneOf({256, 0x1200, -256}) : reg;
 }
 
-int someValue(Dice& dice, Operation operation)
+int someValue(Dice& dice, Function operation)
 {
     // Out of range stops the process, which takes a process: not so often.
     const int tooLarge = dice.oneOf({256, 0x1234, 65536, -1, INT_MAX});
-    if (operation == Operation::WriteDWord)
+    if (operation == Function::WriteDWord)
         return dice.oneOf({0, 1, 255, 0x01020304, tooLarge});
     if (dice.onceIn(40))
         return tooLarge;
-    return operation == Operation::WriteWord ? dice.below(65536) : dice.below(256);
+    return operation == Function::WriteWord ? dice.below(65536) : dice.below(256);
 }
 
-Operation someOperation(Dice& dice)
+Function someOperation(Dice& dice)
 {
     // The ones in which most can happen come more often.
-    return dice.oneOf({Operation::NewSignature, Operation::GetAccessoryCertificateData, Operation::Detect,
-                       static_cast<Operation>(dice.below(kOperations)), static_cast<Operation>(dice.below(kOperations)),
-                       static_cast<Operation>(dice.below(kOperations))});
+    return dice.oneOf({Function::NewSignature, Function::GetAccessoryCertificateData, Function::Detect,
+                       static_cast<Function>(dice.below(kOperations)), static_cast<Function>(dice.below(kOperations)),
+                       static_cast<Function>(dice.below(kOperations))});
 }
 
 struct Named
 {
-    Operation operation;
+    Function operation;
     const char* name;
 };
 constexpr Named kNames[] = {
-    {Operation::Construct, "construct and destroy"},
-    {Operation::GetDeviceVersion, "getDeviceVersion"},
-    {Operation::GetFirmwareVersion, "getFirmwareVersion"},
-    {Operation::GetAuthenticationProtocolMajorVersion, "getAuthenticationProtocolMajorVersion"},
-    {Operation::GetAuthenticationProtocolMinorVersion, "getAuthenticationProtocolMinorVersion"},
-    {Operation::GetDeviceId, "getDeviceID"},
-    {Operation::NewSignature, "newSignature"},
-    {Operation::GetAccessoryCertificateDataLength, "getAccessoryCertificateDataLength"},
-    {Operation::GetAccessoryCertificateData, "getAccessoryCertificateData"},
-    {Operation::GetChallengeResponseDataMaximumLength, "getChallengeResponseDataMaximumLength"},
-    {Operation::GetChallengeDataMaximumLength, "getChallengeDataMaximumLength"},
-    {Operation::RawWrite, "rawWrite"},
-    {Operation::RawRead, "rawRead"},
-    {Operation::ReadByte, "readByte"},
-    {Operation::ReadWord, "readWord"},
-    {Operation::ReadDWord, "readDWord"},
-    {Operation::WriteByte, "writeByte"},
-    {Operation::WriteWord, "writeWord"},
-    {Operation::WriteDWord, "writeDWord"},
-    {Operation::I2cRead, "i2cRead"},
-    {Operation::I2cWrite, "i2cWrite"},
-    {Operation::Detect, "getAuthChipDriverInstance"},
+    {Function::Construct, "construct and destroy"},
+    {Function::GetDeviceVersion, "getDeviceVersion"},
+    {Function::GetFirmwareVersion, "getFirmwareVersion"},
+    {Function::GetAuthenticationProtocolMajorVersion, "getAuthenticationProtocolMajorVersion"},
+    {Function::GetAuthenticationProtocolMinorVersion, "getAuthenticationProtocolMinorVersion"},
+    {Function::GetDeviceId, "getDeviceID"},
+    {Function::NewSignature, "newSignature"},
+    {Function::GetAccessoryCertificateDataLength, "getAccessoryCertificateDataLength"},
+    {Function::GetAccessoryCertificateData, "getAccessoryCertificateData"},
+    {Function::GetChallengeResponseDataMaximumLength, "getChallengeResponseDataMaximumLength"},
+    {Function::GetChallengeDataMaximumLength, "getChallengeDataMaximumLength"},
+    {Function::RawWrite, "rawWrite"},
+    {Function::RawRead, "rawRead"},
+    {Function::ReadByte, "readByte"},
+    {Function::ReadWord, "readWord"},
+    {Function::ReadDWord, "readDWord"},
+    {Function::WriteByte, "writeByte"},
+    {Function::WriteWord, "writeWord"},
+    {Function::WriteDWord, "writeDWord"},
+    {Function::I2cRead, "i2cRead"},
+    {Function::I2cWrite, "i2cWrite"},
+    {Function::Detect, "getAuthChipDriverInstance"},
 };
 static_assert(sizeof(kNames) / sizeof(kNames[0]) == kOperations);
 
@@ -184,7 +184,7 @@ Bytes dataOf(const Script& script)
     return counting(static_cast<std::size_t>(std::clamp(script.length, 0, kMost)), 0x40);
 }
 
-const char* nameOf(Operation operation)
+const char* nameOf(Function operation)
 {
     return kNames[static_cast<int>(operation)].name;
 }
@@ -212,8 +212,8 @@ Script makeScript(std::uint32_t seed, std::uint32_t number)
     Script script;
     script.protocol30 = dice.onceIn(2);
     script.operation = someOperation(dice);
-    script.reg = script.operation == Operation::Detect ? dice.oneOf({0x2a, 0x10, 0x54, 0x154, -1})
-                                                       : someRegister(dice, script.operation);
+    script.reg = script.operation == Function::Detect ? dice.oneOf({0x2a, 0x10, 0x54, 0x154, -1})
+                                                      : someRegister(dice, script.operation);
     script.value = someValue(dice, script.operation);
     script.length = someLength(dice, script.operation);
     script.withoutOutput = script.protocol30 && dice.onceIn(12); // 2.0B does not look

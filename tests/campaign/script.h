@@ -13,7 +13,7 @@ namespace campaign {
 using testsupport::Bytes;
 using testsupport::FakeBus;
 
-enum class Operation
+enum class Function
 {
     Construct,
     GetDeviceVersion,
@@ -38,7 +38,7 @@ enum class Operation
     I2cWrite,
     Detect
 };
-constexpr int kOperations = static_cast<int>(Operation::Detect) + 1;
+constexpr int kOperations = static_cast<int>(Function::Detect) + 1;
 
 /// Room for everything that an operation reads into a buffer of the caller's.
 constexpr std::size_t kRoom = 65536;
@@ -50,7 +50,7 @@ constexpr std::size_t kRoom = 65536;
 struct Script
 {
     bool protocol30 = false;
-    Operation operation = Operation::Construct;
+    Function operation = Function::Construct;
     int reg = 0;   // a register, or the address of the chip that is looked for
     int value = 0; // that is written
     int length = 0;
@@ -71,14 +71,14 @@ struct Script
 /// What is written or signed: as many bytes as the script says, and none for a negative length.
 Bytes dataOf(const Script& script);
 
-const char* nameOf(Operation operation);
+const char* nameOf(Function operation);
 std::string describe(const Script& script);
 
 /// The script of that number in the campaign of that seed.
 Script makeScript(std::uint32_t seed, std::uint32_t number);
 
 /// What came of a call.
-struct Outcome
+struct Behaviour
 {
     std::string result;              // as the caller sees it: a number, "exception", "stopped: " and the assertion
     std::string outputs;             // the caller's variables; "?" where the interface leaves them open

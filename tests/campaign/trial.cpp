@@ -53,7 +53,7 @@ public:
         m_journal.clear();
     }
 
-    Outcome run();
+    Behaviour run();
     std::vector<std::string> events() const;
 
 private:
@@ -73,7 +73,7 @@ private:
     ConsoleLog m_console{m_journal};
     DriverLog m_log{m_journal};
     std::unique_ptr<AuthChipDriver> m_driver;
-    Outcome m_outcome;
+    Behaviour m_behaviour;
 };
 
 /// An action that throws the how-manieth time; never when that is 0.
@@ -103,7 +103,7 @@ template<typename Value, typename Query>
 int Trial::query(const char* name, Query query)
 {
     Value value = kUntouched;
-    const auto note = [&] { m_outcome.outputs = std::string(name) + "=" + std::to_string(value); };
+    const auto note = [&] { m_behaviour.outputs = std::string(name) + "=" + std::to_string(value); };
     try {
         const int result = query(value);
         note();
@@ -122,10 +122,10 @@ int Trial::sign()
     const Bytes challenge = dataOf(m_script);
     const auto note = [&] {
         const char* const kind = response == &untouched ? "untouched" : response == nullptr ? "null" : "block";
-        m_outcome.outputs = std::string("response=") + kind + " length=" + std::to_string(length);
+        m_behaviour.outputs = std::string("response=") + kind + " length=" + std::to_string(length);
         if (response == nullptr || response == &untouched)
             return;
-        m_outcome.buffer.assign(response, response + length);
+        m_behaviour.buffer.assign(response, response + length);
         std::free(response);
     };
     try {
@@ -143,13 +143,13 @@ int Trial::readCertificate()
 {
     return query<int>("length", [this](int& length) {
         length = m_script.length;
-        return m_driver->getAccessoryCertificateData(m_outcome.buffer.data(), length);
+        return m_driver->getAccessoryCertificateData(m_behaviour.buffer.data(), length);
     });
 }
 
 std::string Trial::detect()
 {
-    m_outcome.outputs = "none";
+    m_behaviour.outputs = "none";
     driverOfTheFactory() = nullptr;
     const std::unique_ptr<AuthChipDriver> driver(
         AuthChipFactory::getAuthChipDriverInstance(FakeBus::kDevice, m_script.reg));
@@ -166,27 +166,27 @@ int Trial::moveBytes()
     AuthChipDriver& driver = *m_driver;
     const U8 reg = static_cast<U8>(m_script.reg);
     const Bytes data = dataOf(m_script);
-    U8* const buffer = m_outcome.buffer.data();
+    U8* const buffer = m_behaviour.buffer.data();
     switch (m_script.operation) {
-    case Operation::RawWrite:
+    case Function::RawWrite:
         return driver.rawWrite(reg, data.data(), m_script.length);
-    case Operation::RawRead:
+    case Function::RawRead:
         return driver.rawRead(reg, buffer, m_script.length);
-    case Operation::ReadByte:
+    case Function::ReadByte:
         return query<U8>("value", [&](U8& value) { return driver.readByte(m_script.reg, value); });
-    case Operation::ReadWord:
+    case Function::ReadWord:
         return query<U16>("value", [&](U16& value) { return driver.readWord(m_script.reg, value); });
-    case Operation::ReadDWord:
+    case Function::ReadDWord:
         return query<U32>("value", [&](U32& value) { return driver.readDWord(m_script.reg, value); });
-    case Operation::WriteByte:
+    case Function::WriteByte:
         return driver.writeByte(m_script.reg, m_script.value);
-    case Operation::WriteWord:
+    case Function::WriteWord:
         return driver.writeWord(m_script.reg, m_script.value);
-    case Operation::WriteDWord:
+    case Function::WriteDWord:
         return driver.writeDWord(m_script.reg, m_script.value);
-    case Operation::I2cRead:
+    case Function::I2cRead:
         return i2cRead(reg, m_script.length, buffer);
-    case Operation::I2cWrite:
+    case Function::I2cWrite:
         return i2cWrite(reg, m_script.length, data.data());
     default:
         throw std::logic_error("no transfer");
@@ -198,26 +198,26 @@ int Trial::askDriver()
 {
     AuthChipDriver& driver = *m_driver;
     switch (m_script.operation) {
-    case Operation::GetDeviceVersion:
+    case Function::GetDeviceVersion:
         return query<U8>("version", [&](U8& version) { return driver.getDeviceVersion(version); });
-    case Operation::GetFirmwareVersion:
+    case Function::GetFirmwareVersion:
         return query<U8>("version", [&](U8& version) { return driver.getFirmwareVersion(version); });
-    case Operation::GetAuthenticationProtocolMajorVersion:
+    case Function::GetAuthenticationProtocolMajorVersion:
         return query<U8>("version", [&](U8& version) { return driver.getAuthenticationProtocolMajorVersion(version); });
-    case Operation::GetAuthenticationProtocolMinorVersion:
+    case Function::GetAuthenticationProtocolMinorVersion:
         return query<U8>("version", [&](U8& version) { return driver.getAuthenticationProtocolMinorVersion(version); });
-    case Operation::GetDeviceId:
+    case Function::GetDeviceId:
         return query<U32>("id", [&](U32& id) { return driver.getDeviceID(id); });
-    case Operation::NewSignature:
+    case Function::NewSignature:
         return sign();
-    case Operation::GetAccessoryCertificateDataLength:
+    case Function::GetAccessoryCertificateDataLength:
         return query<int>("length", [&](int& length) { return driver.getAccessoryCertificateDataLength(length); });
-    case Operation::GetAccessoryCertificateData:
+    case Function::GetAccessoryCertificateData:
         return readCertificate();
-    case Operation::GetChallengeResponseDataMaximumLength:
+    case Function::GetChallengeResponseDataMaximumLength:
         return query<int>("length",
                           [&](int& length) { return driver.getChallengeResponseDataMaximumLength(length), 0; });
-    case Operation::GetChallengeDataMaximumLength:
+    case Function::GetChallengeDataMaximumLength:
         return query<int>("length", [&](int& length) { return driver.getChallengeDataMaximumLength(length), 0; });
     default:
         return moveBytes();
@@ -228,10 +228,10 @@ std::string Trial::call()
 {
     errno = 0;
     switch (m_script.operation) {
-    case Operation::Construct:
+    case Function::Construct:
         m_script.protocol30 ? static_cast<void>(AuthChipDriver30()) : static_cast<void>(AuthChipDriver20B());
         return "0";
-    case Operation::Detect:
+    case Function::Detect:
         return detect();
     default:
         return std::to_string(askDriver());
@@ -242,27 +242,27 @@ std::vector<std::string> Trial::events() const
 {
     static const std::regex version("(Error in i2cRead.* deviceVersion=)[0-9]+");
     std::vector<std::string> events = m_journal.all();
-    if (m_script.operation == Operation::Detect)
+    if (m_script.operation == Function::Detect)
         for (std::string& event : events)
             event = std::regex_replace(event, version, "$1#");
     return events;
 }
 
-Outcome Trial::run()
+Behaviour Trial::run()
 {
-    const bool readsIntoBuffer = m_script.operation == Operation::RawRead || m_script.operation == Operation::I2cRead ||
-                                 m_script.operation == Operation::GetAccessoryCertificateData;
+    const bool readsIntoBuffer = m_script.operation == Function::RawRead || m_script.operation == Function::I2cRead ||
+                                 m_script.operation == Function::GetAccessoryCertificateData;
     if (readsIntoBuffer)
-        m_outcome.buffer.assign(kRoom, kUntouched);
+        m_behaviour.buffer.assign(kRoom, kUntouched);
     try {
-        m_outcome.result = call();
+        m_behaviour.result = call();
     } catch (const std::runtime_error&) {
-        m_outcome.result = "exception";
+        m_behaviour.result = "exception";
     }
     if (m_bus.isLocked())
-        m_outcome.result += ", and the bus is not given back";
-    m_outcome.events = events();
-    return std::move(m_outcome);
+        m_behaviour.result += ", and the bus is not given back";
+    m_behaviour.events = events();
+    return std::move(m_behaviour);
 }
 
 // What a stopped process tells its parent, on standard error and behind the assertion.
@@ -298,12 +298,12 @@ std::vector<std::string> linesOf(int descriptor)
 
 } // namespace
 
-Outcome perform(const Script& script)
+Behaviour perform(const Script& script)
 {
     return Trial(script).run();
 }
 
-Outcome performToTheEnd(const Script& script)
+Behaviour performToTheEnd(const Script& script)
 {
     int ends[2];
     if (pipe(ends) != 0)
@@ -312,19 +312,19 @@ Outcome performToTheEnd(const Script& script)
     if (child == 0)
         runUntilStopped(script, ends[1]);
     close(ends[1]);
-    Outcome outcome;
-    outcome.events = linesOf(ends[0]);
+    Behaviour behaviour;
+    behaviour.events = linesOf(ends[0]);
     int status = 0;
     waitpid(child, &status, 0);
-    outcome.result = "went on";
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != EXIT_FAILURE || outcome.events.empty())
-        return outcome;
+    behaviour.result = "went on";
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != EXIT_FAILURE || behaviour.events.empty())
+        return behaviour;
     static const std::regex assertion(".*: Assertion `(.*)' failed\\.");
     std::smatch match;
-    if (std::regex_match(outcome.events.front(), match, assertion))
-        outcome.result = "stopped: " + match.str(1);
-    outcome.events.erase(outcome.events.begin());
-    return outcome;
+    if (std::regex_match(behaviour.events.front(), match, assertion))
+        behaviour.result = "stopped: " + match.str(1);
+    behaviour.events.erase(behaviour.events.begin());
+    return behaviour;
 }
 
 } // namespace campaign

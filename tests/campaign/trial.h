@@ -6,10 +6,10 @@
 namespace campaign {
 
 /// What the library makes of a script on the fake bus, in this process.
-Outcome perform(const Script& script);
+Behaviour perform(const Script& script);
 
 /// The same in a process of its own, which an assertion is expected to stop.
-Outcome performToTheEnd(const Script& script);
+Behaviour performToTheEnd(const Script& script);
 
 } // namespace campaign
 

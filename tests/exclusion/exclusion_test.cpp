@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/exclusion/crew.h"
+#include "tests/exclusion/workerprocesses.h"
 #include "tests/support/healthychip.h"
 #include "tests/support/privatelocks.h"
 #include "tests/support/temporarydirectory.h"
@@ -64,7 +64,7 @@ protected:
     const unsigned m_seed = wantedSeed();
     const long m_operations = wantedOperations();
     SharedChipMemory m_memory;
-    Crew m_crew{m_memory, m_seed};
+    WorkerProcesses m_workers{m_memory, m_seed};
 };
 
 INSTANTIATE_TEST_SUITE_P(DeviceVersion, ExclusionTest, ::testing::Values(3, 7), ::testing::PrintToStringParamName());
@@ -72,9 +72,9 @@ INSTANTIATE_TEST_SUITE_P(DeviceVersion, ExclusionTest, ::testing::Values(3, 7), 
 TEST_P(ExclusionTest, NobodyBreaksIntoAnOperationOfAnother)
 {
     arbiter().setGoal(m_operations);
-    m_crew.startAll();
+    m_workers.startAll();
 
-    EXPECT_EQ(0, m_crew.join());
+    EXPECT_EQ(0, m_workers.join());
     EXPECT_FALSE(arbiter().hasStopped()) << arbiter().reason();
     EXPECT_GE(arbiter().operations(), m_operations);
     report(0);
@@ -85,20 +85,20 @@ TEST_P(ExclusionTest, TheOthersGoOnWhenAProcessIsKilled)
     constexpr std::int64_t kOperationsBetweenKills = 30;
     const long wantedKills = std::max(20L, m_operations / 100);
     std::mt19937 random(m_seed);
-    m_crew.startAll();
+    m_workers.startAll();
 
     int kills = 0;
     std::int64_t nextKill = 0; // not before so many operations: where processes start slowly, they get to work as well
     while (!arbiter().hasStopped() && (kills < wantedKills || arbiter().operations() < m_operations)) {
         std::this_thread::sleep_for(std::chrono::microseconds(1000 + random() % 4000)); // the pace, and nothing more
-        if (arbiter().operations() < nextKill || !m_crew.replaceOne(random))
+        if (arbiter().operations() < nextKill || !m_workers.replaceOne(random))
             continue;
         ++kills;
         nextKill = arbiter().operations() + kOperationsBetweenKills;
     }
     arbiter().setGoal(m_operations);
 
-    EXPECT_EQ(0, m_crew.join());
+    EXPECT_EQ(0, m_workers.join());
     EXPECT_FALSE(arbiter().hasStopped()) << arbiter().reason();
     EXPECT_GE(arbiter().operations(), m_operations);
     report(kills);
@@ -106,20 +106,20 @@ TEST_P(ExclusionTest, TheOthersGoOnWhenAProcessIsKilled)
 
 TEST_P(ExclusionTest, AProcessWithAnotherFolderForTemporaryFilesHasAnotherLockAndIsNoticed)
 {
-    m_crew.start(0);
-    m_crew.start(1, "locked", m_otherFolder.path());
+    m_workers.start(0);
+    m_workers.start(1, "locked", m_otherFolder.path());
 
-    m_crew.join();
+    m_workers.join();
     EXPECT_TRUE(arbiter().hasStopped());
     std::cout << arbiter().reason() << '\n';
 }
 
 TEST_P(ExclusionTest, AProcessThatIgnoresTheLockIsNoticed)
 {
-    m_crew.start(0);
-    m_crew.start(1, "unlocked");
+    m_workers.start(0);
+    m_workers.start(1, "unlocked");
 
-    m_crew.join();
+    m_workers.join();
     EXPECT_TRUE(arbiter().hasStopped());
     std::cout << arbiter().reason() << '\n';
 }

@@ -89,13 +89,13 @@ bool rawWrite(AuthChipDriver& driver, Random& random)
     return driver.rawWrite(0x21, data.data(), length) == length;
 }
 
-struct Operation
+struct SharedOperation
 {
     int transfers; ///< on a chip that answers everything
     bool (*call)(AuthChipDriver& driver, Random& random);
 };
 
-constexpr Operation kOperations[] = {
+constexpr SharedOperation kOperations[] = {
     {2, readVersion<&AuthChipDriver::getDeviceVersion>},
     {2, readVersion<&AuthChipDriver::getFirmwareVersion>},
     {2, readVersion<&AuthChipDriver::getAuthenticationProtocolMajorVersion>},

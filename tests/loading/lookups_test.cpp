@@ -66,14 +66,14 @@ protected:
     }
 
     template<typename Driver>
-    void expectNone(const std::vector<Operation>& operations, bool protocol30)
+    void expectNone(const std::vector<DriverOperation>& operations, bool protocol30)
     {
         arrangeHealthyChip(m_bus, protocol30);
         const int before = g_consoleLookups + g_driverLookups;
         Driver driver;
-        for (const Operation& operation : operations)
+        for (const DriverOperation& operation : operations)
             EXPECT_EQ(0, operation.call(driver)) << operation.name;
-        for (const Operation& operation : operationsWithoutTransaction())
+        for (const DriverOperation& operation : operationsWithoutTransaction())
             EXPECT_EQ(0, operation.call(driver)) << operation.name;
         EXPECT_EQ(before, g_consoleLookups + g_driverLookups);
     }
@@ -96,7 +96,7 @@ TEST_F(LookupsOfOperationsTest, FailedOperationsLookNoLoggerUp)
     AuthChipDriver20B driver20B;
     AuthChipDriver30 driver30;
     for (const auto* const operations : {&operations20B(), &operations30(), &operationsWithoutTransaction()}) {
-        for (const Operation& operation : *operations) {
+        for (const DriverOperation& operation : *operations) {
             operation.call(driver20B);
             operation.call(driver30);
         }

@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/simulator/childprocess.h"
+#include "tests/simulator/spawnedprogram.h"
 
 namespace fs = std::filesystem;
 
@@ -41,10 +41,10 @@ protected:
         setenv("TMPDIR", m_scratch.parent_path().c_str(), 1); // as it was
     }
 
-    void start(Arguments arguments, ChildProcess::Connection connection = ChildProcess::Connection::Pipes)
+    void start(Arguments arguments, SpawnedProgram::Connection connection = SpawnedProgram::Connection::Pipes)
     {
         arguments.insert(arguments.begin(), AUTHCHIP_SIM);
-        m_process = std::make_unique<ChildProcess>(arguments, connection);
+        m_process = std::make_unique<SpawnedProgram>(arguments, connection);
     }
     int run(const Arguments& arguments)
     {
@@ -79,7 +79,7 @@ protected:
 
     fs::path m_scratch;
     fs::path m_temporary;
-    std::unique_ptr<ChildProcess> m_process;
+    std::unique_ptr<SpawnedProgram> m_process;
 };
 
 TEST_F(AuthChipSimTest, PrintsItsHelpOnStandardOutput)
@@ -197,7 +197,7 @@ TEST_F(AuthChipSimTest, LeavesItToTheTerminalWhoGetsASignalFromTheKeyboard)
     // In a session of its own the program is not among them, with the simulator as without.
     start({"--", "setsid", "sh", "-c",
            "trap 'echo interrupted; exit 1' INT; trap 'echo terminated; exit 0' TERM; echo ready; read line"},
-          ChildProcess::Connection::Terminal);
+          SpawnedProgram::Connection::Terminal);
     EXPECT_TRUE(m_process->waitFor("ready"));
     m_process->type("\x03");
     EXPECT_TRUE(m_process->waitFor("^C")); // the terminal's echo comes after the signal
@@ -372,9 +372,9 @@ TEST_F(AuthChipSimTest, AnswersACountThatOnlyANegativeLengthCanBeAsTheKernelDoes
 
 TEST_F(AuthChipSimTest, HearsOfTheProgramsEndAlsoWhenItsStarterIgnoredThoseOfChildren)
 {
-    m_process = std::make_unique<ChildProcess>(
+    m_process = std::make_unique<SpawnedProgram>(
         Arguments{"env", "--ignore-signal=CHLD", AUTHCHIP_SIM, "--", "sh", "-c", "exit 5"},
-        ChildProcess::Connection::Pipes);
+        SpawnedProgram::Connection::Pipes);
     m_process->closeInput();
     EXPECT_EQ(5, m_process->wait());
 }
@@ -383,8 +383,8 @@ TEST_F(AuthChipSimTest, FailsWhenTheLogOrTheHelpCannotBeWritten)
 {
     EXPECT_EQ(125, runShell(kReadIdentity, {"--log", "/dev/full"}));
     EXPECT_NE(std::string::npos, m_process->errors().find("cannot write the log /dev/full"));
-    m_process = std::make_unique<ChildProcess>(Arguments{"sh", "-c", "'" AUTHCHIP_SIM "' --help >/dev/full"},
-                                               ChildProcess::Connection::Pipes);
+    m_process = std::make_unique<SpawnedProgram>(Arguments{"sh", "-c", "'" AUTHCHIP_SIM "' --help >/dev/full"},
+                                                 SpawnedProgram::Connection::Pipes);
     m_process->closeInput();
     EXPECT_EQ(125, m_process->wait());
     EXPECT_TRUE(complainsAbout("standard output"));
@@ -397,8 +397,8 @@ TEST_F(AuthChipSimTest, RunsFromAPathWithABlank)
     fs::create_directories(place / "node");
     fs::copy(AUTHCHIP_SIM, place);
     fs::copy(built / "node" / "preload", place / "node" / "preload", fs::copy_options::recursive);
-    m_process = std::make_unique<ChildProcess>(Arguments{place / "authchip-sim", "--", "sh", "-c", kReadIdentity},
-                                               ChildProcess::Connection::Pipes);
+    m_process = std::make_unique<SpawnedProgram>(Arguments{place / "authchip-sim", "--", "sh", "-c", kReadIdentity},
+                                                 SpawnedProgram::Connection::Pipes);
     m_process->closeInput();
     EXPECT_EQ(0, m_process->wait()) << m_process->errors();
 }

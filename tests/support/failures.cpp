@@ -119,13 +119,13 @@ int rawReadOfANegativeLength(AuthChipDriver& driver)
 }
 
 /// What is wrong with the chip's answers, or with the caller's arguments, while every transfer succeeds.
-std::vector<Failure> refusedContents(bool protocol30)
+std::vector<FailingCall> refusedContents(bool protocol30)
 {
     const auto holds = [](U8 reg, const Bytes& content) -> Arrange {
         return [reg, content](FakeBus& bus) { bus.holds(reg, content); };
     };
     const Arrange nothing = [](FakeBus&) {};
-    std::vector<Failure> failures = {
+    std::vector<FailingCall> failures = {
         {"newSignatureWithABadStatus", sign<32>, holds(0x10, {0x20})},
         {"newSignatureOfWhichLessComesThanTheLengthSays", sign<32>, holds(0x11, {0xff, 0xff})},
         {"getAccessoryCertificateDataOfANegativeLength", readCertificate<-5>, nothing},
@@ -143,13 +143,14 @@ std::vector<Failure> refusedContents(bool protocol30)
     return failures;
 }
 
-std::string nameOf(const Operation& operation, const Access& access, const Fault& fault)
+std::string nameOf(const DriverOperation& operation, const Access& access, const Fault& fault)
 {
     return operation.name + std::string("WithRegister") + hex({access.reg}) + fault.name;
 }
 
 template<typename Faults>
-void addFailures(std::vector<Failure>& failures, const Operation& operation, const Access& access, const Faults& faults)
+void addFailures(std::vector<FailingCall>& failures, const DriverOperation& operation, const Access& access,
+                 const Faults& faults)
 {
     for (const Fault& fault : faults) {
         failures.push_back({nameOf(operation, access, fault), operation.call,
@@ -157,14 +158,14 @@ void addFailures(std::vector<Failure>& failures, const Operation& operation, con
     }
 }
 
-std::vector<Failure> failures(bool protocol30)
+std::vector<FailingCall> failures(bool protocol30)
 {
-    std::vector<Operation> operations = protocol30 ? operations30() : operations20B();
+    std::vector<DriverOperation> operations = protocol30 ? operations30() : operations20B();
     const auto& others = operationsWithoutTransaction();
     operations.insert(operations.end(), others.begin(), others.end());
     auto accessesOf = accesses(protocol30);
-    std::vector<Failure> failures = refusedContents(protocol30);
-    for (const Operation& operation : operations) {
+    std::vector<FailingCall> failures = refusedContents(protocol30);
+    for (const DriverOperation& operation : operations) {
         for (const Access& access : accessesOf[operation.name]) {
             if (access.isWrite)
                 addFailures(failures, operation, access, kWriteFaults);
@@ -177,20 +178,20 @@ std::vector<Failure> failures(bool protocol30)
 
 } // namespace
 
-std::ostream& operator<<(std::ostream& stream, const Failure& failure)
+std::ostream& operator<<(std::ostream& stream, const FailingCall& failure)
 {
     return stream << failure.name;
 }
 
-const std::vector<Failure>& failures20B()
+const std::vector<FailingCall>& failures20B()
 {
-    static const std::vector<Failure> failuresOf20B = failures(false);
+    static const std::vector<FailingCall> failuresOf20B = failures(false);
     return failuresOf20B;
 }
 
-const std::vector<Failure>& failures30()
+const std::vector<FailingCall>& failures30()
 {
-    static const std::vector<Failure> failuresOf30 = failures(true);
+    static const std::vector<FailingCall> failuresOf30 = failures(true);
     return failuresOf30;
 }
 

@@ -13,20 +13,20 @@
 namespace testsupport {
 
 /// One way in which an operation of a driver fails, on a chip that does all the rest.
-struct Failure
+struct FailingCall
 {
     std::string name;                                       ///< "newSignatureWithRegister10Refused"
     int (*call)(VorelKestrel::ACD::AuthChipDriver& driver); ///< not 0: it fails
     std::function<void(FakeBus&)> arrange;
 };
 
-std::ostream& operator<<(std::ostream& stream, const Failure& failure);
+std::ostream& operator<<(std::ostream& stream, const FailingCall& failure);
 
 /// Every failure of every operation that a chip of protocol 2.0B, or its caller, can bring about.
-const std::vector<Failure>& failures20B();
+const std::vector<FailingCall>& failures20B();
 
 /// The same for protocol 3.0.
-const std::vector<Failure>& failures30();
+const std::vector<FailingCall>& failures30();
 
 } // namespace testsupport
 

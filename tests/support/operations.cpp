@@ -85,7 +85,7 @@ int readLimit(AuthChipDriver& driver)
     return length > 0 ? 0 : 1;
 }
 
-std::vector<Operation> operationsWithSignature(std::vector<const char*> transfers, int allocations)
+std::vector<DriverOperation> operationsWithSignature(std::vector<const char*> transfers, int allocations)
 {
     return {
         {"getDeviceVersion", readVersion<&AuthChipDriver::getDeviceVersion>, {"write", "read"}, 0},
@@ -115,31 +115,31 @@ std::vector<Operation> operationsWithSignature(std::vector<const char*> transfer
 
 } // namespace
 
-std::ostream& operator<<(std::ostream& stream, const Operation& operation)
+std::ostream& operator<<(std::ostream& stream, const DriverOperation& operation)
 {
     return stream << operation.name;
 }
 
-const std::vector<Operation>& operations20B()
+const std::vector<DriverOperation>& operations20B()
 {
     // Signature length, challenge length, challenge, command, status, signature length, signature.
-    static const std::vector<Operation> operations = operationsWithSignature(
+    static const std::vector<DriverOperation> operations = operationsWithSignature(
         {"write", "write", "write", "write", "write", "read", "write", "read", "write", "read"}, 5);
     return operations;
 }
 
-const std::vector<Operation>& operations30()
+const std::vector<DriverOperation>& operations30()
 {
     // Challenge, its length, command, status, response length, response.
-    static const std::vector<Operation> operations = operationsWithSignature(
+    static const std::vector<DriverOperation> operations = operationsWithSignature(
         {"write", "write", "read", "write", "write", "read", "write", "read", "write", "read"}, 3);
     return operations;
 }
 
-const std::vector<Operation>& operationsWithoutTransaction()
+const std::vector<DriverOperation>& operationsWithoutTransaction()
 {
     using Driver = AuthChipDriver;
-    static const std::vector<Operation> operations = {
+    static const std::vector<DriverOperation> operations = {
         {"getChallengeResponseDataMaximumLength", readLimit<&Driver::getChallengeResponseDataMaximumLength>, {}, 0},
         {"getChallengeDataMaximumLength", readLimit<&Driver::getChallengeDataMaximumLength>, {}, 0},
         {"readByte", readInTransaction<U8, &Driver::readByte, 0x00>, {"write", "read"}, 0},

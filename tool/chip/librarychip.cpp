@@ -75,7 +75,7 @@ class LibraryChip : public Chip
 {
 public:
     /// @p driver  the factory's
-    LibraryChip(ChipLocation location, DriverLog& log, AuthChipDriver& driver);
+    LibraryChip(ChipLocation location, LibraryLog& log, AuthChipDriver& driver);
 
     const Generation& generation() const override { return *m_generation; }
     std::uint8_t deviceVersion() const override { return m_deviceVersion; }
@@ -90,13 +90,13 @@ private:
     void check(ACD::Error error, const char* tried, const char* next);
 
     const ChipLocation m_location;
-    DriverLog& m_log;
+    LibraryLog& m_log;
     AuthChipDriver* m_driver;                 // the factory's; never null
     const Generation* m_generation = nullptr; // never null once constructed
     std::uint8_t m_deviceVersion = 0;
 };
 
-LibraryChip::LibraryChip(ChipLocation location, DriverLog& log, AuthChipDriver& driver)
+LibraryChip::LibraryChip(ChipLocation location, LibraryLog& log, AuthChipDriver& driver)
     : m_location(std::move(location)), m_log(log), m_driver(&driver)
 {
     m_log.forget();
@@ -273,7 +273,7 @@ Failure diagnose(const ChipLocation& location)
     }
 }
 
-LibraryChipAccess::LibraryChipAccess(ChipLocation location, DriverLog& log)
+LibraryChipAccess::LibraryChipAccess(ChipLocation location, LibraryLog& log)
     : m_location(std::move(location)), m_log(log)
 {}
 

@@ -3,7 +3,7 @@
 
 #include "tool/chip/chip.h"
 #include "tool/chip/chiplocation.h"
-#include "tool/chip/driverlog.h"
+#include "tool/chip/librarylog.h"
 #include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
@@ -12,14 +12,14 @@ namespace VorelKestrel::Tool {
 class LibraryChipAccess : public ChipAccess
 {
 public:
-    LibraryChipAccess(ChipLocation location, DriverLog& log);
+    LibraryChipAccess(ChipLocation location, LibraryLog& log);
 
     std::unique_ptr<Chip> detect() override;
     std::unique_ptr<RawChip> open() override;
 
 private:
     const ChipLocation m_location;
-    DriverLog& m_log;
+    LibraryLog& m_log;
     bool m_hasFailed = false; // the factory, the last time
 };
 

@@ -9,9 +9,9 @@
 #include "capture/capturefile.h"
 #include "capture/obstacle.h"
 #include "capture/session.h"
+#include "common/childprogram.h"
 #include "common/escaped.h"
 #include "common/preload.h"
-#include "common/program.h"
 #include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
@@ -47,7 +47,7 @@ public:
             throw Failure("no capture possible", "capture what '" + m_command.front() + "' does",
                           obstacle + ", so no library can be preloaded into it", kTracePoints)
                 .withStatus(kOwnFailure);
-        Program program;
+        ChildProgram program;
         const Capture::Session session = startSession();
         const int result = program.run(m_command, session.environment());
         if (result < 0) {

@@ -2,7 +2,7 @@
 
 #include "common/hex.h"
 #include "tool/lock/conditions.h"
-#include "tool/lock/names.h"
+#include "tool/lock/inwords.h"
 
 namespace VorelKestrel::Tool {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "tool/doctor/checks.h"
 #include "tool/lock/conditions.h"
-#include "tool/lock/names.h"
+#include "tool/lock/inwords.h"
 #include "tool/lock/processes.h"
 
 namespace VorelKestrel::Tool {

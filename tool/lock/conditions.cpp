@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "tool/lock/names.h"
+#include "tool/lock/inwords.h"
 #include "tool/report/filledin.h"
 
 namespace VorelKestrel::Tool {

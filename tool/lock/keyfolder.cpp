@@ -17,7 +17,7 @@
 #include <unistd.h>
 
 #include "common/lockkey.h"
-#include "tool/lock/names.h"
+#include "tool/lock/inwords.h"
 
 namespace VorelKestrel::Tool {
 namespace {

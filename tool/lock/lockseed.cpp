@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "tool/lock/conditions.h"
-#include "tool/lock/names.h"
+#include "tool/lock/inwords.h"
 #include "tool/lock/processes.h"
 #include "tool/report/failure.h"
 

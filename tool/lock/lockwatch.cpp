@@ -9,7 +9,7 @@
 
 #include "common/escaped.h"
 #include "common/i2cdevice.h"
-#include "tool/lock/names.h"
+#include "tool/lock/inwords.h"
 #include "tool/lock/processes.h"
 #include "tool/report/indented.h"
 

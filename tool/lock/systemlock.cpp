@@ -10,7 +10,7 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 
-#include "tool/lock/names.h"
+#include "tool/lock/inwords.h"
 
 namespace VorelKestrel::Tool {
 namespace {

@@ -15,9 +15,9 @@
 
 #include "capture/recording.h"
 #include "capture/session.h"
+#include "common/childprogram.h"
 #include "common/hex.h"
 #include "common/preload.h"
-#include "common/program.h"
 #include "tests/support/temporarydirectory.h"
 
 using namespace VorelKestrel;
@@ -68,7 +68,7 @@ protected:
     const PreloadPath m_fakeNode{FAKE_NODE};
     const TemporaryDirectory m_folder;
     const std::string m_path = m_folder.path() + "/test.pcapng";
-    Program m_program;
+    ChildProgram m_program;
     std::optional<Session> m_session;
     Recording m_recording;
 };

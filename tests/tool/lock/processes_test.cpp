@@ -17,7 +17,7 @@
 #include "tests/support/anotheruser.h"
 #include "tests/support/childprocess.h"
 #include "tests/support/temporarydirectory.h"
-#include "tool/lock/names.h"
+#include "tool/lock/inwords.h"
 
 using namespace VorelKestrel;
 using namespace VorelKestrel::Tool;

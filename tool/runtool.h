@@ -1,5 +1,5 @@
-#ifndef TOOL_PROGRAM_H
-#define TOOL_PROGRAM_H
+#ifndef TOOL_RUNTOOL_H
+#define TOOL_RUNTOOL_H
 
 #include <functional>
 #include <iosfwd>
@@ -14,7 +14,7 @@ using RunCommand = std::function<ExitStatus(const CommandLine&, std::ostream& an
 
 /// What every program of the tool does from its command line to its exit status: reads the command line, has the
 /// command run, and explains on standard error what failed.
-int runProgram(int argc, const char* const* argv, std::ostream& answer, const RunCommand& runCommand);
+int runTool(int argc, const char* const* argv, std::ostream& answer, const RunCommand& runCommand);
 
 } // namespace VorelKestrel::Tool
 

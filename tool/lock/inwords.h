@@ -1,5 +1,5 @@
-#ifndef TOOL_LOCK_NAMES_H
-#define TOOL_LOCK_NAMES_H
+#ifndef TOOL_LOCK_INWORDS_H
+#define TOOL_LOCK_INWORDS_H
 
 #include <string>
 

@@ -1,5 +1,5 @@
-#ifndef TESTS_EXCLUSION_CREW_H
-#define TESTS_EXCLUSION_CREW_H
+#ifndef TESTS_EXCLUSION_WORKERPROCESSES_H
+#define TESTS_EXCLUSION_WORKERPROCESSES_H
 
 #include <array>
 #include <random>
@@ -10,17 +10,17 @@
 #include "tests/exclusion/sharedchip.h"
 
 /// The processes that share a chip. Each is a program of its own that loads the library.
-class Crew
+class WorkerProcesses
 {
 public:
     static constexpr int kSize = 8;
 
     /// What each does follows from @p seed; who comes first does not.
-    Crew(const SharedChipMemory& memory, unsigned seed);
+    WorkerProcesses(const SharedChipMemory& memory, unsigned seed);
     /// Kills whoever still works.
-    ~Crew();
-    Crew(const Crew&) = delete;
-    Crew& operator=(const Crew&) = delete;
+    ~WorkerProcesses();
+    WorkerProcesses(const WorkerProcesses&) = delete;
+    WorkerProcesses& operator=(const WorkerProcesses&) = delete;
 
     /// Starts a process for that place. @p temporaryFolder is the folder in which it looks for the lock, if it is not
     /// that of this process.

@@ -1,4 +1,4 @@
-#include "tool/program.h"
+#include "tool/runtool.h"
 
 #include <cstring>
 #include <iostream>
@@ -41,7 +41,7 @@ int end(const Failure& failure, bool json, std::ostream& answer)
 
 } // namespace
 
-int runProgram(int argc, const char* const* argv, std::ostream& answer, const RunCommand& runCommand)
+int runTool(int argc, const char* const* argv, std::ostream& answer, const RunCommand& runCommand)
 {
     bool json = asksForJson(argc, argv);
     try {

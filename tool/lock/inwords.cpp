@@ -1,4 +1,4 @@
-#include "tool/lock/names.h"
+#include "tool/lock/inwords.h"
 
 #include <cstdio>
 #include <fstream>

@@ -1,5 +1,5 @@
-#ifndef TESTS_SIMULATOR_CHILDPROCESS_H
-#define TESTS_SIMULATOR_CHILDPROCESS_H
+#ifndef TESTS_SIMULATOR_SPAWNEDPROGRAM_H
+#define TESTS_SIMULATOR_SPAWNEDPROGRAM_H
 
 #include <string>
 #include <vector>
@@ -7,7 +7,7 @@
 #include <sys/types.h>
 
 /// A process with pipes to its input, output and errors, or with a terminal for all three.
-class ChildProcess
+class SpawnedProgram
 {
 public:
     enum class Connection
@@ -16,11 +16,11 @@ public:
         Terminal
     };
 
-    explicit ChildProcess(const std::vector<std::string>& command, Connection connection = Connection::Pipes);
+    explicit SpawnedProgram(const std::vector<std::string>& command, Connection connection = Connection::Pipes);
     /// Kills the process if nobody waited for it.
-    ~ChildProcess();
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
+    ~SpawnedProgram();
+    SpawnedProgram(const SpawnedProgram&) = delete;
+    SpawnedProgram& operator=(const SpawnedProgram&) = delete;
 
     void send(int signal) const;
     void type(const std::string& text) const;

@@ -1,4 +1,4 @@
-#include "simulator/program/terminationsignals.h"
+#include "simulator/terminationsignals.h"
 
 #include <poll.h>
 #include <sys/signalfd.h>

@@ -1,4 +1,4 @@
-#include "tests/exclusion/crew.h"
+#include "tests/exclusion/workerprocesses.h"
 
 #include <cerrno>
 #include <csignal>
@@ -9,9 +9,9 @@
 #include <unistd.h>
 #include <vector>
 
-Crew::Crew(const SharedChipMemory& memory, unsigned seed) : m_memory(memory), m_seed(seed) {}
+WorkerProcesses::WorkerProcesses(const SharedChipMemory& memory, unsigned seed) : m_memory(memory), m_seed(seed) {}
 
-Crew::~Crew()
+WorkerProcesses::~WorkerProcesses()
 {
     for (const Member& member : m_members) {
         if (member.id == 0)
@@ -21,7 +21,7 @@ Crew::~Crew()
     }
 }
 
-void Crew::start(int place, const char* lock, const std::string& temporaryFolder)
+void WorkerProcesses::start(int place, const char* lock, const std::string& temporaryFolder)
 {
     Member& member = m_members.at(static_cast<std::size_t>(place));
     member.process = ++m_started;
@@ -40,13 +40,13 @@ void Crew::start(int place, const char* lock, const std::string& temporaryFolder
     _exit(127);
 }
 
-void Crew::startAll()
+void WorkerProcesses::startAll()
 {
     for (int place = 0; place < kSize; ++place)
         start(place);
 }
 
-bool Crew::replaceOne(std::mt19937& random)
+bool WorkerProcesses::replaceOne(std::mt19937& random)
 {
     Arbiter& arbiter = m_memory.chip().arbiter;
     std::vector<int> places;
@@ -65,7 +65,7 @@ bool Crew::replaceOne(std::mt19937& random)
     return true;
 }
 
-int Crew::join()
+int WorkerProcesses::join()
 {
     int bad = 0;
     for (Member& member : m_members) {

@@ -1,4 +1,4 @@
-#include "tests/simulator/childprocess.h"
+#include "tests/simulator/spawnedprogram.h"
 
 #include <csignal>
 #include <fstream>
@@ -26,7 +26,7 @@ namespace {
 
 } // namespace
 
-ChildProcess::ChildProcess(const std::vector<std::string>& command, Connection connection)
+SpawnedProgram::SpawnedProgram(const std::vector<std::string>& command, Connection connection)
 {
     if (connection == Connection::Terminal) {
         m_pid = forkpty(&m_outputEnd, nullptr, nullptr, nullptr);
@@ -53,7 +53,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, Connection c
     m_outputEnd = output[0];
 }
 
-ChildProcess::~ChildProcess()
+SpawnedProgram::~SpawnedProgram()
 {
     if (m_pid != -1) {
         kill(m_pid, SIGKILL);
@@ -61,18 +61,18 @@ ChildProcess::~ChildProcess()
     }
 }
 
-void ChildProcess::send(int signal) const
+void SpawnedProgram::send(int signal) const
 {
     kill(m_pid, signal);
 }
 
-void ChildProcess::type(const std::string& text) const
+void SpawnedProgram::type(const std::string& text) const
 {
     if (::write(m_input, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
         throw std::runtime_error("cannot write to a child process");
 }
 
-bool ChildProcess::waitFor(const std::string& text)
+bool SpawnedProgram::waitFor(const std::string& text)
 {
     while (m_output.find(text) == std::string::npos) {
         char block[512];
@@ -84,13 +84,13 @@ bool ChildProcess::waitFor(const std::string& text)
     return true;
 }
 
-void ChildProcess::closeInput()
+void SpawnedProgram::closeInput()
 {
     close(m_input);
     m_input = -1;
 }
 
-int ChildProcess::wait()
+int SpawnedProgram::wait()
 {
     waitFor(std::string(1, '\x1a')); // never comes: reads to the end
     close(m_outputEnd);

@@ -1,5 +1,5 @@
-#ifndef COMMON_PROGRAM_H
-#define COMMON_PROGRAM_H
+#ifndef COMMON_CHILDPROGRAM_H
+#define COMMON_CHILDPROGRAM_H
 
 #include <string>
 #include <vector>
@@ -25,13 +25,13 @@ int exitStatusOfNotStarted(int error);
  *
  * Requires:  it is made before the first thread of the process, since it takes the signals away from all of them.
  */
-class Program
+class ChildProgram
 {
 public:
-    Program();
-    ~Program();
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
+    ChildProgram();
+    ~ChildProgram();
+    ChildProgram(const ChildProgram&) = delete;
+    ChildProgram& operator=(const ChildProgram&) = delete;
 
     /**
      * Starts @p command in this process's environment plus @p variables ("NAME=value") and returns when it has ended:

@@ -1,5 +1,5 @@
-#ifndef TOOL_CHIP_DRIVERLOG_H
-#define TOOL_CHIP_DRIVERLOG_H
+#ifndef TOOL_CHIP_LIBRARYLOG_H
+#define TOOL_CHIP_LIBRARYLOG_H
 
 #include <memory>
 #include <string>
@@ -17,12 +17,12 @@ struct DriverComplaint
  * The two logs of the library, as the tool wants them: nothing reaches a stream that was not asked for, and a failed
  * operation can be explained in the driver's own words, which its result code does not carry.
  */
-class DriverLog
+class LibraryLog
 {
 public:
     /// @p verbosity  how many -v: 0 writes no console line, 1 errors and the version found, 2 and more every access.
     /// @p propertyFile  of log4cplus; empty writes no line of the drivers' log.
-    DriverLog(int verbosity, const std::string& propertyFile);
+    LibraryLog(int verbosity, const std::string& propertyFile);
 
     /// Clears errno and the complaint; what is heard from now on belongs to the operation that follows.
     void forget();

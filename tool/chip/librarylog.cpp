@@ -1,4 +1,4 @@
-#include "tool/chip/driverlog.h"
+#include "tool/chip/librarylog.h"
 
 #include <cerrno>
 #include <utility>
@@ -55,7 +55,7 @@ int consoleLevel(int verbosity)
 
 } // namespace
 
-DriverLog::DriverLog(int verbosity, const std::string& propertyFile)
+LibraryLog::LibraryLog(int verbosity, const std::string& propertyFile)
 {
     AL::DebugStdioLogger::getInstance(ACD::kLoggerName)->setLogLevel(consoleLevel(verbosity));
 
@@ -70,7 +70,7 @@ DriverLog::DriverLog(int verbosity, const std::string& propertyFile)
         log4cplus::SharedAppenderPtr(new ComplaintAppender(m_complaint))); // last: a configuration removes appenders
 }
 
-void DriverLog::forget()
+void LibraryLog::forget()
 {
     *m_complaint = DriverComplaint();
     errno = 0;

@@ -1,4 +1,4 @@
-#include "common/program.h"
+#include "common/childprogram.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -85,7 +85,7 @@ int exitStatusOfNotStarted(int error)
     return error == ENOENT ? kExitNotFound : kExitNotRunnable;
 }
 
-Program::Program()
+ChildProgram::ChildProgram()
 {
     std::signal(SIGCHLD, SIG_DFL); // who ignores it, as our starter may have, does not hear of a program's end
     sigset_t signals;
@@ -99,12 +99,12 @@ Program::Program()
         throw std::runtime_error(std::string("cannot wait for signals: ") + std::strerror(errno));
 }
 
-Program::~Program()
+ChildProgram::~ChildProgram()
 {
     close(m_signals);
 }
 
-int Program::run(const std::vector<std::string>& command, const std::vector<std::string>& variables)
+int ChildProgram::run(const std::vector<std::string>& command, const std::vector<std::string>& variables)
 {
     std::vector<std::string> arguments = command;
     std::vector<std::string> environment = environmentWith(variables);

@@ -22,9 +22,7 @@ install(FILES
     DESTINATION ${package_dir} COMPONENT development)
 
 relative_install_path(prefix_from_pkgconfig ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
-get_target_property(hook_options authchipdriver_defaulthook INTERFACE_LINK_OPTIONS)
-string(REGEX MATCH "--undefined=([^;]*)" _ "${hook_options}")
-set(hook_symbol ${CMAKE_MATCH_1})
+get_target_property(hook_symbol authchipdriver_defaulthook HOOK_SYMBOL)
 foreach(module authchipdriver authchipdriver-defaulthook)
     configure_file(${CMAKE_CURRENT_LIST_DIR}/${module}.pc.in ${PROJECT_BINARY_DIR}/${module}.pc @ONLY)
     install(FILES ${PROJECT_BINARY_DIR}/${module}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

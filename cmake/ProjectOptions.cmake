@@ -16,12 +16,14 @@ target_compile_options(authchipdriver_options INTERFACE
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= # log lines name the same path on every machine
 )
 
-set(AUTHCHIPDRIVER_SANITIZE "" CACHE STRING "Sanitizers for every target: address,undefined or thread")
+# For whatever is linked with a sanitized library, a program outside of this project included.
+set(AUTHCHIPDRIVER_SANITIZER_FLAG "")
 if(AUTHCHIPDRIVER_SANITIZE)
+    set(AUTHCHIPDRIVER_SANITIZER_FLAG -fsanitize=${AUTHCHIPDRIVER_SANITIZE})
     target_compile_options(authchipdriver_options INTERFACE
-        -fsanitize=${AUTHCHIPDRIVER_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
+        ${AUTHCHIPDRIVER_SANITIZER_FLAG} -fno-sanitize-recover=all -fno-omit-frame-pointer
         $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>) # false alarms in the instrumented standard library (std::regex, g++ 12)
-    target_link_options(authchipdriver_options INTERFACE -fsanitize=${AUTHCHIPDRIVER_SANITIZE})
+    target_link_options(authchipdriver_options INTERFACE ${AUTHCHIPDRIVER_SANITIZER_FLAG})
 endif()
 
 if(AUTHCHIPDRIVER_FUZZ) # the fuzzer sees which branches its input takes, also those of the library
@@ -29,7 +31,6 @@ if(AUTHCHIPDRIVER_FUZZ) # the fuzzer sees which branches its input takes, also t
 endif()
 
 # Beside authchipdriver_options, for the targets whose lines and branches are counted.
-option(AUTHCHIPDRIVER_COVERAGE "Count which lines and branches of the library run" OFF)
 add_library(authchipdriver_coverage INTERFACE)
 if(AUTHCHIPDRIVER_COVERAGE)
     target_compile_options(authchipdriver_coverage INTERFACE --coverage -fprofile-update=atomic -O0)

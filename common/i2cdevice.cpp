@@ -6,7 +6,6 @@ namespace VorelKestrel {
 
 bool mayBeI2cNode(const std::string& path, const struct stat& status)
 {
-    constexpr unsigned kI2cMajor = 89; // the kernel's number of i2c-dev
     return S_ISCHR(status.st_mode) && (major(status.st_rdev) == kI2cMajor || path.find("/i2c-") != std::string::npos);
 }
 

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "common/patience.h"
+
 namespace {
 
 constexpr unsigned char kPart = 0x40;
@@ -16,8 +18,7 @@ constexpr unsigned char kRefused = 0xc0;
 constexpr unsigned char kRefusedAtEveryAttempt = 0xf0;
 constexpr unsigned char kRefusedForGood = 0xff;
 
-constexpr int kMostAttempts = 100; // of the library
-constexpr int kRetries = kMostAttempts - 1;
+constexpr int kRetries = VorelKestrel::kAttempts - 1;
 
 /// What a bus, its driver and the system can say.
 constexpr int kErrors[] = {EREMOTEIO, ENXIO,  EIO,    ETIMEDOUT,  EAGAIN, EINTR,  EBUSY,  ENODEV,
@@ -85,7 +86,7 @@ void HostileChip::note(bool isRead, const void* data, std::size_t count)
     m_messages += isRetry ? 0 : 1;
     m_message = message;
     m_wasRead = isRead;
-    if (m_attempts > kMostAttempts)
+    if (m_attempts > VorelKestrel::kAttempts)
         stop("a message is tried too often");
     if (m_messages > m_mostMessages)
         stop("the operation does not end");
@@ -94,7 +95,7 @@ void HostileChip::note(bool isRead, const void* data, std::size_t count)
 ssize_t HostileChip::concluded(ssize_t result, std::size_t count)
 {
     m_hasFailed = m_wasRead ? result == -1 : result != static_cast<ssize_t>(count);
-    if (m_wasRead && (!m_hasFailed || m_attempts == kMostAttempts))
+    if (m_wasRead && (!m_hasFailed || m_attempts == VorelKestrel::kAttempts))
         m_sumOfReads += static_cast<int>(result);
     return result;
 }

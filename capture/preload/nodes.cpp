@@ -12,10 +12,11 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "common/i2cdevice.h"
+
 namespace VorelKestrel::Capture {
 namespace {
 
-constexpr unsigned kI2cMajor = 89;
 constexpr char kNodePrefix[] = "/dev/i2c-";
 constexpr char kDevicesFolder[] = "/dev/";
 constexpr int kInheritedMaximum = 64;

@@ -1,10 +1,13 @@
 #include <authchipdriver/i2c.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <iostream>
 
+#include "common/patience.h"
 #include "tests/support/drivertest.h"
 #include "tests/support/lastwords.h"
 
@@ -144,6 +147,17 @@ TEST_F(I2cInitTest, MayBeTriedAgainAfterAFailure)
 }
 
 // --- reading ---------------------------------------------------------------------------------------------------------
+
+TEST_F(I2cReadTest, IsAsPatientAsTheOtherProgramsTakeItToBe)
+{
+    m_bus.refusesWrites(FakeBus::kForever);
+    read(0x30, 2);
+
+    const auto calls = m_journal.only(Journal::Kind::Call);
+    const std::chrono::microseconds pause = VorelKestrel::kRetryPause;
+    EXPECT_EQ(VorelKestrel::kAttempts, std::count(calls.begin(), calls.end(), "write 30"));
+    EXPECT_NE(0, std::count(calls.begin(), calls.end(), "sleep " + std::to_string(pause.count())));
+}
 
 TEST_F(I2cReadTest, WritesTheRegisterAndReadsInASecondMessage)
 {

@@ -8,19 +8,8 @@
 # one, as of authenticate, cannot come again: the chip then answers by register.
 set -euo pipefail
 
-update=false
-case ${1:-} in
-    --help) sed -n '2,8s/^# \?//p' "$0"; exit 0 ;;
-    --update) update=true; shift ;;
-esac
-[ $# -ge 2 ] || { echo "usage: tests/captures/play.sh [--update] BUILD_FOLDER NAME..." >&2; exit 2; }
-build=$(cd "$1" && pwd)
-shift
+source "$(dirname "$0")/../support/goldenfiles"
 cd "$(dirname "$0")"
-export PATH="$build/tool:$build/simulator:$PATH" LC_ALL=C
-unset AUTHCHIP_DEVICE AUTHCHIP_ADDRESS
-scratch=$(mktemp -d)
-trap 'rm -r "$scratch"' EXIT
 
 # fact PATTERN CAPTURE: the first match in what the capture says to programs.
 fact() { authchip decode --json "$2" 2>/dev/null | grep -oP "$1" | head -n 1 || true; }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <regex>
 #include <set>
 #include <string>
@@ -43,6 +44,15 @@ protected:
         for (std::size_t i = 0; i < steps.lines.size(); ++i)
             ASSERT_EQ(steps.lines[i], replay.perform(steps.lines[i])) << "step " << i + 1;
     }
+
+    /// The processes as that file of steps leaves them.
+    static std::unique_ptr<Replay> played(const std::string& name)
+    {
+        const Steps steps = stepsOf(name);
+        auto replay = std::make_unique<Replay>(steps);
+        play(*replay, steps);
+        return replay;
+    }
 };
 
 class LockModelWalkTest : public LockModelTest, public ::testing::WithParamInterface<std::string>
@@ -65,56 +75,32 @@ TEST_P(LockModelWalkTest, RealProcessesMakeTheCallsOfTheModel)
 
 TEST_F(LockModelTest, AThirdGetsInWhenTheCreatorRemovesTheSemaphoreThatAnotherHasTaken)
 {
-    const Steps steps = stepsOf("counterexamples/third-gets-in-after-removal");
-    Replay replay(steps);
-
-    play(replay, steps);
-    EXPECT_EQ(2, replay.hostsInside());
+    EXPECT_EQ(2, played("counterexamples/third-gets-in-after-removal")->hostsInside());
 }
 
 TEST_F(LockModelTest, AThirdGetsInWhenTheKeyFileIsMadeAnewWithAnotherNumber)
 {
-    const Steps steps = stepsOf("counterexamples/third-gets-in-by-another-key");
-    Replay replay(steps);
-
-    play(replay, steps);
-    EXPECT_EQ(2, replay.hostsInside());
+    EXPECT_EQ(2, played("counterexamples/third-gets-in-by-another-key")->hostsInside());
 }
 
 TEST_F(LockModelTest, AllWaitForEverWhenTheCreatorRemovesTheSemaphoreWhileAnotherOpensIt)
 {
-    const Steps steps = stepsOf("counterexamples/all-wait-after-removal");
-    Replay replay(steps);
-
-    play(replay, steps);
-    EXPECT_TRUE(replay.doAllWait());
+    EXPECT_TRUE(played("counterexamples/all-wait-after-removal")->doAllWait());
 }
 
 TEST_F(LockModelTest, AllWaitForEverWhenTheCreatorIsKilledBeforeItGivesTheToken)
 {
-    const Steps steps = stepsOf("counterexamples/all-wait-after-kill");
-    Replay replay(steps);
-
-    play(replay, steps);
-    EXPECT_TRUE(replay.doAllWait());
+    EXPECT_TRUE(played("counterexamples/all-wait-after-kill")->doAllWait());
 }
 
 TEST_F(LockModelTest, ThereAreTwoTokensWhenTheCreatorExitsWhileAnotherHolds)
 {
-    const Steps steps = stepsOf("counterexamples/second-token");
-    Replay replay(steps);
-
-    play(replay, steps);
-    EXPECT_EQ(2, replay.value());
+    EXPECT_EQ(2, played("counterexamples/second-token")->value());
 }
 
 TEST_F(LockModelTest, LockReturnsWithoutATokenWhenTheKeyFileIsRemovedTwiceDuringItsOpening)
 {
-    const Steps steps = stepsOf("counterexamples/lock-returns-without-token");
-    Replay replay(steps);
-
-    play(replay, steps);
-    EXPECT_TRUE(replay.isInsideWithoutToken());
+    EXPECT_TRUE(played("counterexamples/lock-returns-without-token")->isInsideWithoutToken());
 }
 
 TEST_F(LockModelTest, ACallThatTheModelDoesNotMakeIsNoticed)

@@ -259,30 +259,44 @@ ssize_t FakeBus::read(int descriptor, void* data, std::size_t count)
         return failWith(EFAULT);
     if (m_forward != -1)
         realcalls::read(m_forward, data, count);
-    const auto content = m_content.find(m_register);
-    const int result = next(m_readResults);
-    if (result == -1)
+    auto* const bytes = static_cast<U8*>(data);
+    const int given = next(m_readResults);
+    if (given == -1)
         return failWith(EIO);
-    if (result != kAsItIs) {
-        const std::size_t filled = std::min(count, static_cast<std::size_t>(result));
-        std::fill_n(static_cast<U8*>(data), filled, U8{0xff});
-        if (content != m_content.end())
-            std::copy_n(content->second.begin(), std::min(filled, content->second.size()), static_cast<U8*>(data));
-        return result;
-    }
+    if (given != kAsItIs)
+        return deliverGiven(static_cast<std::size_t>(given), bytes, count);
+    const int error = errorOfRead();
+    return error != 0 ? failWith(error) : deliver(bytes, count);
+}
+
+int FakeBus::errorOfRead()
+{
     if (strikes(m_failedReadsOf, m_register))
-        return failWith(EIO);
+        return EIO;
     if (strikes(m_failedReads))
-        return failWith(m_readError);
-    if (content == m_content.end())
-        return failWith(EIO);
-    std::size_t delivered = std::min(count, content->second.size());
+        return m_readError;
+    return m_content.count(m_register) == 0 ? EIO : 0;
+}
+
+ssize_t FakeBus::deliver(U8* data, std::size_t count) const
+{
+    const Bytes& content = m_content.at(m_register);
+    std::size_t delivered = std::min(count, content.size());
     const auto limit = m_shortReads.find(m_register);
     if (limit != m_shortReads.end())
         delivered = std::min(delivered, static_cast<std::size_t>(limit->second));
-    if (delivered > 0)
-        std::memcpy(data, content->second.data(), delivered);
+    std::copy_n(content.begin(), delivered, data);
     return static_cast<ssize_t>(delivered);
+}
+
+ssize_t FakeBus::deliverGiven(std::size_t given, U8* data, std::size_t count) const
+{
+    const std::size_t filled = std::min(count, given);
+    std::fill_n(data, filled, U8{0xff});
+    const auto content = m_content.find(m_register);
+    if (content != m_content.end())
+        std::copy_n(content->second.begin(), std::min(filled, content->second.size()), data);
+    return static_cast<ssize_t>(given);
 }
 
 ssize_t FakeBus::write(int descriptor, const void* data, std::size_t count)
@@ -302,13 +316,19 @@ ssize_t FakeBus::write(int descriptor, const void* data, std::size_t count)
         return failWith(ENXIO);
     if (result != kAsItIs && static_cast<std::size_t>(result) != count)
         return result;
-    if (strikes(count == 1 ? m_refusedRegisters : m_refusedData, message[0]) || strikes(m_refusedWrites))
-        return failWith(ENXIO);
+    const int error = errorOfWrite(message[0], count > 1);
+    if (error != 0)
+        return failWith(error);
     const auto limit = m_shortWrites.find(message[0]);
     if (count > 1 && limit != m_shortWrites.end())
         return limit->second;
     m_register = message[0];
     return static_cast<ssize_t>(count);
+}
+
+int FakeBus::errorOfWrite(U8 reg, bool withData)
+{
+    return strikes(withData ? m_refusedData : m_refusedRegisters, reg) || strikes(m_refusedWrites) ? ENXIO : 0;
 }
 
 int FakeBus::close(int descriptor)

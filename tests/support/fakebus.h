@@ -28,6 +28,14 @@ using VorelKestrel::Bytes;
  *
  * A message of one byte sets the register that the next read delivers, as on the real chip; a longer one also
  * changes nothing else: the fake scripts one exchange and does not behave like a chip.
+ *
+ * Of several faults the first in this order is the answer; the later ones are not used up:
+ *
+ *                     | a write                            | a read
+ *     its own result  | answersWrites()                    | answersReads()
+ *     the register's  | refusesRegister() or refusesData() | failsReadsOf()
+ *     any message's   | refusesWrites()                    | failsReads(); a register without content fails, too
+ *     too short       | takesOnly()                        | deliversOnly()
  */
 class FakeBus : public FakeNode
 {
@@ -93,6 +101,14 @@ private:
             writeDown(describe());
     }
     void writeDown(const std::string& call);
+
+    /// The errno with which the register's fault or the general one meets a message; 0: none does.
+    int errorOfRead();
+    int errorOfWrite(U8 reg, bool withData);
+    /// Reads the content of the register, or as much of it as deliversOnly() says.
+    ssize_t deliver(U8* data, std::size_t count) const;
+    /// A read whose result was given, whatever the register holds.
+    ssize_t deliverGiven(std::size_t given, U8* data, std::size_t count) const;
 
     Journal& m_journal;
     bool m_keepsJournal = true;

@@ -9,21 +9,10 @@
 # files, and so a lock, of its own. A case that only root can do ends with status 77 for others.
 set -euo pipefail
 
-update=false
-case ${1:-} in
-    --help) sed -n '2,9s/^# \?//p' "$0"; exit 0 ;;
-    --update) update=true; shift ;;
-esac
-[ $# -ge 2 ] || { echo "usage: tests/tool/golden.sh [--update] BUILD_FOLDER CASE..." >&2; exit 2; }
-build=$(cd "$1" && pwd)
-shift
-
+source "$(dirname "$0")/../support/goldenfiles"
 cd "$(dirname "$0")"
-export PATH="$build/tool:$build/simulator:$build/tests/kernel:$PATH" LC_ALL=C
-unset AUTHCHIP_DEVICE AUTHCHIP_ADDRESS
-scratch=$(mktemp -d)
+export PATH="$build/tests/kernel:$PATH"
 export scratch # commands may put files there
-trap 'rm -r "$scratch"' EXIT
 chmod 755 "$scratch"
 
 normalised() {

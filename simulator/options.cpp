@@ -125,6 +125,36 @@ struct OptionRow
     std::function<void(const std::string&)> set; // once for every time that the option is given
 };
 
+constexpr const char* kChipGroup = "The chip";
+constexpr const char* kIssuerGroup = "Who issued its certificate";
+constexpr const char* kFaultGroup = "Faults";
+
+/// Which options go together.
+struct OptionRule
+{
+    const char* option;
+    const char* needed;                // null: none
+    std::vector<std::string> excluded; // options, or the heading of a group of them
+};
+
+const OptionRule kOptionRules[] = {
+    {"--replay",
+     nullptr,
+     {kChipGroup, kIssuerGroup, kFaultGroup, "--address", "--bound-address", "--smbus-only", "--bus-hz"}},
+    {"--replay-loosely", "--replay", {}},
+    {"--certificate", "--key", {"--certificate-length"}},
+    {"--issuer", "--issuer-key", {"--certificate"}},
+    {"--issuer-key", "--issuer", {}},
+    {"--counterfeit", "--issuer", {"--certificate-length"}},
+    {"--port", "--usbip", {"--attach"}},
+    {"--attach", "--usbip", {}},
+    // The kernel's choice, if it makes the node.
+    {"--device", nullptr, {"--usbip"}},
+    {"--bound-address", nullptr, {"--usbip"}},
+    {"--smbus-only", nullptr, {"--usbip"}},
+    {"--fault-error", nullptr, {"--usbip"}},
+};
+
 class Parser
 {
 public:
@@ -137,25 +167,11 @@ public:
         add("The node and the bus", nodeRows());
         add("A USB device instead of the simulated node", usbIpRows());
         add("A capture instead of the simulated chip", replayRows());
-        add("The chip", chipRows());
-        add("Who issued its certificate", issuerRows());
-        add("Faults", faultRows());
-        m_app.get_option("--replay-loosely")->needs("--replay");
-        for (const auto& rows : {chipRows(), issuerRows(), faultRows()}) {
-            for (const OptionRow& row : rows)
-                m_app.get_option("--replay")->excludes(row.name);
-        }
-        for (const char* chips : {"--address", "--bound-address", "--smbus-only", "--bus-hz"})
-            m_app.get_option("--replay")->excludes(chips);
-        m_app.get_option("--certificate")->needs("--key")->excludes("--certificate-length");
-        m_app.get_option("--issuer")->needs("--issuer-key")->excludes("--certificate");
-        m_app.get_option("--issuer-key")->needs("--issuer");
-        m_app.get_option("--counterfeit")->needs("--issuer")->excludes("--certificate-length");
-        m_app.get_option("--port")->needs("--usbip")->excludes("--attach");
-        m_app.get_option("--attach")->needs("--usbip");
-        for (const char* kernels :
-             {"--device", "--bound-address", "--smbus-only", "--fault-error"}) // choice, if it makes the node
-            m_app.get_option(kernels)->excludes("--usbip");
+        add(kChipGroup, chipRows());
+        add(kIssuerGroup, issuerRows());
+        add(kFaultGroup, faultRows());
+        for (const OptionRule& rule : kOptionRules)
+            add(rule);
     }
 
     Options parse(std::vector<std::string> arguments)
@@ -199,6 +215,20 @@ private:
                     ->type_name(row.value)
                     ->allow_extra_args(false)
                     ->group(group);
+        }
+    }
+
+    void add(const OptionRule& rule)
+    {
+        CLI::Option* const option = m_app.get_option(rule.option);
+        if (rule.needed != nullptr)
+            option->needs(m_app.get_option(rule.needed));
+        for (const std::string& excluded : rule.excluded) {
+            const auto isMeant = [&](const CLI::Option* other) {
+                return other->get_name() == excluded || other->get_group() == excluded;
+            };
+            for (CLI::Option* const other : m_app.get_options(isMeant))
+                option->excludes(other);
         }
     }
 

@@ -103,7 +103,7 @@ void noticeOpened(int descriptor, const char* path)
     OpenNode* node = takeNode();
     if (node == nullptr)
         return;
-    node->bus = isNode ? minor(status.st_rdev) : numberAtEnd(path);
+    node->bus = isNode || !isNamed ? minor(status.st_rdev) : numberAtEnd(path);
     node->hasIdentity = isKnown;
     node->device = status.st_dev;
     node->inode = status.st_ino;

@@ -1,5 +1,6 @@
 #include "tool/doctor/patientbus.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <thread>
 
@@ -24,8 +25,8 @@ Access PatientBus::read(std::uint8_t reg, std::size_t length)
 
 Access PatientBus::write(std::uint8_t reg, const Bytes& data)
 {
-    Bytes message = {reg};
-    message.insert(message.end(), data.begin(), data.end());
+    Bytes message(1 + data.size(), reg);
+    std::copy(data.begin(), data.end(), message.begin() + 1);
     Access access;
     access.registerTaken = send(message);
     access.error = errno;

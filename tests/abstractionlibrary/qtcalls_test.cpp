@@ -20,6 +20,7 @@
 #include <abstractionlibrary/thread.h>
 
 #include "tests/support/corruption.h"
+#include "tests/support/faketimeofday.h"
 #include "tests/support/lastwords.h"
 #include "tests/support/privatelocks.h"
 #include "tests/support/qtcalls.h"
@@ -218,6 +219,19 @@ TEST_F(QtCallsTest, APopOfNothingTakesNoMutexAndHandsItsTimeoutOnAsItIs)
     int noLimit = -7;
     queue.pop(noLimit);
     EXPECT_EQ("semaphore 1 tryAcquire 1 -7; mutex 1 lock; mutex 1 unlock", calls());
+}
+
+TEST_F(QtCallsTest, APopTakesTheTimeItWaitedOffTheTimeoutAsItIsThen)
+{
+    constexpr FakeTimeOfDay::Milliseconds kNoon = 43'200'000;
+    const FakeTimeOfDay clock({kNoon, kNoon + 100});
+    QueueVoid queue;
+    queue.push(&g_a);
+    int timeout = 1000;
+    m_qt.during("semaphore 1 tryAcquire 1 1000", [&] { timeout = 500; });
+
+    queue.pop(timeout);
+    EXPECT_EQ(400, timeout);
 }
 
 // --- Thread ----------------------------------------------------------------------------------------------------------

@@ -32,7 +32,8 @@ This page is written by `scripts/mutate --page`; do not edit it.
 PROGRAMS_HEAD = """## The tool and the simulator
 
 The code that decides: whether a certificate and a signature are right, what the cause of a failure is, whether the lock
-is safe, and how the simulated chip answers. The unit tests, the golden files and the captures judge. At least 95 % of the changes have to be noticed; a run may take a share of them (`--every`).
+is safe, and how the simulated chip answers. The unit tests, the golden files and the captures judge. At least 95 % of
+the changes have to be noticed; a run may take a share of them (`--every`).
 """
 
 
@@ -75,12 +76,15 @@ def library_tables(section):
 def program_tables(sections):
     lines = [PROGRAMS_HEAD]
     for section in sections:
+        lines.append("### %s\n" % section.product.title)
+        if not section.verdicts:
+            lines.append("None has been made since the sources changed.\n")
+            continue
         rows = rows_of(section)
         noticed = sum(of == "noticed" for _, of in rows)
         survivors = [mutant for mutant, of in rows if of == "unnoticed"]
         of_all = len(section.verdicts) + section.missing
-        lines += ["### %s\n" % section.product.title,
-                  "%d of %d mutants made; %.1f %% of those that can be noticed are noticed.\n" %
+        lines += ["%d of %d mutants made; %.1f %% of those that can be noticed are noticed.\n" %
                   (len(section.verdicts), of_all, 100.0 * noticed / max(noticed + len(survivors), 1)),
                   markdown(counts((mutant.source.name, of) for mutant, of in rows), "file"), "", "Not noticed:\n"]
         lines += ["- `%s`, line %d, `%s`: `%s` -> `%s`" % (mutant.source.name, mutant.line, mutant.operator,

@@ -334,6 +334,15 @@ TrustCheck checkCertificate(const Certificate& certificate, const Verdict& verdi
                                      : skipped(kCertificate, "not checked: its issuer is not given");
 }
 
+/// Who vouches for the certificate; nobody, if the signature under it is not the issuer's.
+TrustCheck checkIssuer(const TrustCheck& certificate, const Verdict& verdict)
+{
+    if (certificate.result == TrustCheck::Result::Failed)
+        return skipped(kIssuer, "not checked: the certificate does not match the signature of its issuer");
+    const std::string trusted = verdict.chain.empty() ? "" : nameAsText(X509_get_subject_name(verdict.chain.back()));
+    return judge(kIssuer, verdict, "vouched for by " + trusted);
+}
+
 } // namespace
 
 const TrustCheck* TrustReport::failure() const
@@ -365,9 +374,9 @@ TrustReport Trust::examine(const Certificate& certificate) const
 
     TrustReport report;
     const bool knowsIssuers = !m_options.issuers.empty();
-    report.checks.push_back(checkCertificate(certificate, verdict));
-    const std::string trusted = verdict.chain.empty() ? "" : nameAsText(X509_get_subject_name(verdict.chain.back()));
-    report.checks.push_back(knowsIssuers ? judge(kIssuer, verdict, "vouched for by " + trusted)
+    const TrustCheck match = checkCertificate(certificate, verdict);
+    report.checks.push_back(match);
+    report.checks.push_back(knowsIssuers ? checkIssuer(match, verdict)
                                          : skipped(kIssuer, "not checked: no --issuer given"));
     report.checks.push_back(m_options.checksTime ? judge(kValidity, verdict, "until " + certificate.notAfter())
                                                  : skipped(kValidity, "not checked: --no-time-check"));

@@ -82,7 +82,7 @@ Bytes exchanged(Bytes signature)
     return signature;
 }
 
-/// The number that every number of a signature is below; null if the key does not tell.
+/// The order of the curve or the modulus of the RSA key; null if the key does not tell.
 NumberPointer limitOf(const Generation& generation, const EVP_PKEY* key)
 {
     if (generation.keyGroup != nullptr) {
@@ -94,7 +94,21 @@ NumberPointer limitOf(const Generation& generation, const EVP_PKEY* key)
     return NumberPointer(modulus);
 }
 
-/// Whether a number of the signature is 0, or not below what it has to be below.
+/// Whether no key of the kind ever makes this number. An RSA signature above the modulus may be that of another key,
+/// whose modulus is larger, but for the number of all ones.
+bool isNoNumber(const Generation& generation, const BIGNUM* number, const BIGNUM* limit)
+{
+    if (BN_is_zero(number))
+        return true;
+    if (generation.keyGroup != nullptr)
+        return BN_cmp(number, limit) >= 0;
+    const auto bits = static_cast<int>(generation.responseLength * 8);
+    const NumberPointer next(BN_dup(number));
+    if (!next || BN_add_word(next.get(), 1) != 1)
+        throw std::bad_alloc();
+    return BN_cmp(number, limit) == 0 || BN_num_bits(next.get()) > bits;
+}
+
 bool isOutOfRange(const Generation& generation, const EVP_PKEY* key, const Bytes& signature)
 {
     const NumberPointer limit = limitOf(generation, key);
@@ -103,7 +117,7 @@ bool isOutOfRange(const Generation& generation, const EVP_PKEY* key, const Bytes
         const NumberPointer number(BN_bin2bn(signature.data() + at, static_cast<int>(length), nullptr));
         if (!number || !limit)
             throw std::bad_alloc();
-        if (BN_is_zero(number.get()) || BN_cmp(number.get(), limit.get()) >= 0)
+        if (isNoNumber(generation, number.get(), limit.get()))
             return true;
     }
     return false;

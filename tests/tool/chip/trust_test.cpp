@@ -141,6 +141,15 @@ TEST_F(TrustTest, NamesAnIssuerOfTheSameNameWithAnotherKey)
     EXPECT_EQ("altered", causeOf({testpki::makeIssued(impostor, "Chip").certificate.get()}));
 }
 
+TEST_F(TrustTest, SaysOfNoIssuerThatItVouchesForACertificateThatAnotherKeyHasSigned)
+{
+    const auto impostor = testpki::makeRoot("Root");
+    const TrustReport report =
+        examine({testpki::makeIssued(impostor, "Chip").certificate.get()}, {{storeIssuer(m_root)}, {}, true, {}});
+    EXPECT_EQ(Result::Failed, check(report, "certificate").result);
+    EXPECT_EQ(Result::Skipped, check(report, "issuer").result);
+}
+
 TEST_F(TrustTest, NamesAnAlteredCertificate)
 {
     Bytes bytes = testpki::inDer(m_chip.certificate.get());

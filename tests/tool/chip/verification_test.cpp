@@ -75,6 +75,13 @@ TEST_P(VerificationTest, FindsASignatureOfZerosOrOnes)
     EXPECT_EQ(kOutOfRange, flawOf(m_challenge, Bytes(m_generation.responseLength, 0xff)));
 }
 
+TEST_P(VerificationTest, CallsAnRsaSignatureAboveTheModulusOneThatAnotherKeyMayHaveMade)
+{
+    Bytes large(m_generation.responseLength, 0xff);
+    large.back() = 0xfe;
+    EXPECT_EQ(m_generation.keyGroup == nullptr ? kMismatch : kOutOfRange, flawOf(m_challenge, large));
+}
+
 TEST_P(VerificationTest, FindsAWrongLengthOfTheSignature)
 {
     auto longer = m_signature;

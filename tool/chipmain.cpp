@@ -46,9 +46,7 @@ void tellOnStandardError(const std::string& line)
 class StatsAtTheEnd
 {
 public:
-    StatsAtTheEnd(const CommonOptions& options, BusMeter& meter)
-        : m_isWanted(options.stats), m_meter(meter)
-    {}
+    StatsAtTheEnd(const CommonOptions& options, BusMeter& meter) : m_isWanted(options.stats), m_meter(meter) {}
     ~StatsAtTheEnd()
     {
         if (m_isWanted)

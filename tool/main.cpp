@@ -34,7 +34,7 @@ constexpr char kRunningChipProgram[] = "run the program authchip-chip";
         execv(program.c_str(), const_cast<char* const*>(argv));
     }
     throw Failure("not installed whole", kRunningChipProgram, describeSystemError(errno),
-                  "It is a part of authchip; install both anew.");
+                  "It is a part of authchip; install both again.");
 }
 
 } // namespace

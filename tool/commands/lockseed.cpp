@@ -38,7 +38,7 @@ unsigned parseMode(const std::string& text)
             return static_cast<unsigned>(std::stoul(text, nullptr, 8));
     }
     throw Failure(kWrongUsage, "give the lock the mode '" + text + "'",
-                  "The library reads and changes it: a class of users has 6 or 0, and the owner 6",
+                  "Each digit is 6 (may use the lock) or 0 (may not); the first is 6",
                   "Give 0600, 0660 or 0666; without --mode it is 0660.");
 }
 
@@ -72,7 +72,7 @@ public:
     {
         app.add_option("--group", m_group, "The group whose users may use it, too (the caller's own)")
             ->type_name("NAME");
-        app.add_option("--mode", m_modeText, "Who may use it, as of a file: 0600, 0660 or 0666 (0660)")
+        app.add_option("--mode", m_modeText, "Who may use it, written as for a file: 0600, 0660 or 0666 (0660)")
             ->type_name("MODE");
     }
 

@@ -33,11 +33,11 @@ const std::vector<CommandRow>& commandTable()
         {"capture", "Run a program and record what it exchanges with i2c-dev nodes", Needs::Nothing, makeCapture},
         {"decode", "Tell in the chip's words what a capture holds, or draw it", Needs::Nothing, makeDecode},
         {"lock", "Look at the lock between processes, or make one that stays", Needs::Nothing, nullptr},
-        {"lock status", "Show the key file, the semaphore, who may use it, who did last, and who waits", Needs::Nothing,
+        {"lock status", "Show the key file, the semaphore, who may use it, who used it last, and who waits", Needs::Nothing,
          makeLockStatus},
         {"lock seed", "Make the lock at boot, before its users, so that none of them removes it", Needs::Nothing,
          makeLockSeed},
-        {"lock remove", "Remove the lock, once no process uses it, so that it can be made anew", Needs::Nothing,
+        {"lock remove", "Remove the lock when no process uses it, so that it can be made again", Needs::Nothing,
          makeLockRemove},
     };
     return table;

@@ -23,8 +23,8 @@ Histogram::Duration Histogram::endOf(std::size_t bucket)
     if (bucket < 2 * kBucketsOfAnOctave)
         return Duration(bucket);
     const std::size_t octave = bucket / kBucketsOfAnOctave - 1;
-    const std::size_t leading = bucket - octave * kBucketsOfAnOctave;
-    return Duration(((leading + 1) << octave) - 1);
+    const std::uint64_t leading = bucket - octave * kBucketsOfAnOctave; // a size_t of 32 bits ends at four seconds
+    return Duration(static_cast<Duration::rep>(((leading + 1) << octave) - 1));
 }
 
 void Histogram::add(Duration duration)

@@ -15,11 +15,11 @@ constexpr std::uint32_t kMostAttempts = 1000000000;
 
 void RepeatArguments::declare(CLI::App& app)
 {
-    app.add_option("--repeat", m_attempts, "Repeat N times, also after failures; end with a summary")
-        ->type_name("N");
+    app.add_option("--repeat", m_attempts, "Repeat N times, also after failures; end with a summary")->type_name("N");
     app.add_option("--for", m_time, "Repeat for this long: 90s, 30m, 8h or 2d")->type_name("TIME");
     app.add_flag("--json-lines", m_options.jsonLines, "With --repeat or --for: one line of JSON for each attempt");
-    app.add_option("--report", m_options.page, "With --repeat or --for: write an HTML page with plots")->type_name("FILE");
+    app.add_option("--report", m_options.page, "With --repeat or --for: write an HTML page with plots")
+        ->type_name("FILE");
     app.add_option("--wait", m_wait, "Wait up to this long for a chip that is not there yet")->type_name("SECONDS");
 }
 

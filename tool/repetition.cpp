@@ -17,6 +17,7 @@
 #include "tool/repeat/tally.h"
 #include "tool/report/duration.h"
 #include "tool/report/failure.h"
+#include "tool/report/report.h"
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -41,12 +42,7 @@ std::string timeOfDay()
     return text;
 }
 
-void print(const nlohmann::ordered_json& json, std::ostream& out)
-{
-    out << json.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace) << '\n';
-}
-
-/// The current figures, in one line of a terminal that is written anew. Nothing elsewhere.
+/// The current figures. On a terminal each report overwrites the line of the one before; elsewhere nothing is shown.
 class Progress
 {
 public:
@@ -97,7 +93,7 @@ public:
                 const Attempt attempt = tryOnce();
                 m_tally.add(attempt);
                 if (m_options.jsonLines)
-                    print(jsonOf(attempt, m_tally.attempts(), at), m_context.answer);
+                    printInOneLine(jsonOf(attempt, m_tally.attempts(), at), m_context.answer);
                 progress.show(m_tally);
                 if (!attempt.cause.empty() && attempt.time < kShortest)
                     std::this_thread::sleep_for(kPause);
@@ -143,9 +139,9 @@ private:
     void tell() const
     {
         if (m_options.jsonLines)
-            print({{"summary", jsonOf(m_tally)}}, m_context.answer);
+            printInOneLine({{"summary", jsonOf(m_tally)}}, m_context.answer);
         else if (m_context.options.json)
-            print(jsonOf(m_tally), m_context.answer);
+            printInOneLine(jsonOf(m_tally), m_context.answer);
         else
             printTable(m_tally, m_context.answer);
         if (!m_options.page.empty())

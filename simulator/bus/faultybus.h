@@ -22,8 +22,8 @@ struct Faults
     int shortReads = 0;      // deliver one byte less than asked
     /// The register whose messages the three above hit; empty: they hit all messages.
     std::optional<AL::U8> onlyRegister;
-    /// One message in so many, at random but the same ones each time, is refused, or is a read that is a byte short; 0:
-    /// none.
+    /// One message in this many is refused, or a read of it is one byte short: at random, but the same messages in each
+    /// run. 0: none.
     unsigned oneIn = 0;
     /// The errno of refused messages and failed reads, since adapters differ; 0: the usual one.
     int error = 0;

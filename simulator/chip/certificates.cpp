@@ -192,7 +192,7 @@ Bytes makeContained(const Key& key, const Issuer* issuer, std::size_t length)
         Bytes container = makeContained(key, issuer, text);
         if (container.size() == length)
             return container;
-        text.fillerLength += length - container.size(); // may also take away: the sum is what counts
+        text.fillerLength += length - container.size(); // unsigned arithmetic wraps, so this also shortens the filler
         container = makeContained(key, issuer, text);
         if (container.size() == length)
             return container;

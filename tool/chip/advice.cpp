@@ -25,6 +25,14 @@ struct Refusal
     const char* next;
 };
 
+// What several errors call for.
+constexpr char kLoadTheDriver[] =
+    "Load the driver ('modprobe i2c-dev'). If 'ls /sys/bus/i2c/devices' then shows no i2c-{bus}, the kernel has no\n"
+    "such bus: enable it in the device tree, or use another node.";
+constexpr char kNameANode[] = "{device} is no I2C bus. Name a node such as /dev/i2c-1.";
+constexpr char kCheckTheChip[] =
+    "No chip answers there. Check address, supply, reset line and pull-ups; 'i2cdetect -y {bus}' shows who answers.";
+
 // The first row that fits counts.
 constexpr Refusal kRefusals[] = {
     {Step::OpenNode, ENOENT, "node missing",
@@ -35,20 +43,16 @@ constexpr Refusal kRefusals[] = {
     {Step::OpenNode, EPERM, "no permission",
      "Run as root. If you are root, a container or a security module refuses it: hand the node into the container\n"
      "('--device {device}'), or look at the audit log."},
-    {Step::OpenNode, ENXIO, "no driver behind the node",
-     "Load the driver ('modprobe i2c-dev'). If 'ls /sys/bus/i2c/devices' then shows no i2c-{bus}, the kernel has no\n"
-     "such bus: enable it in the device tree, or use another node."},
-    {Step::OpenNode, ENODEV, "no driver behind the node",
-     "Load the driver ('modprobe i2c-dev'). If 'ls /sys/bus/i2c/devices' then shows no i2c-{bus}, the kernel has no\n"
-     "such bus: enable it in the device tree, or use another node."},
+    {Step::OpenNode, ENXIO, "no driver behind the node", kLoadTheDriver},
+    {Step::OpenNode, ENODEV, "no driver behind the node", kLoadTheDriver},
     {Step::OpenNode, EMFILE, "out of descriptors",
      "This process has no descriptor left: raise 'ulimit -n', or close what the shell has open."},
     {Step::OpenNode, ENFILE, "out of descriptors",
-     "The system has no descriptor left: see 'cat /proc/sys/fs/file-nr', and end what holds so many."},
+     "The system has no descriptor left ('cat /proc/sys/fs/file-nr' counts them): end the programs that hold many."},
     {Step::OpenNode, EISDIR, "node does not open", "Name a node such as /dev/i2c-1."},
     {Step::OpenNode, kAnyError, "node does not open", "See 'ls -l {device}' and the kernel's messages ('dmesg')."},
 
-    {Step::SetTimeout, ENOTTY, kNoI2cNode, "{device} is no I2C bus. Name a node such as /dev/i2c-1."},
+    {Step::SetTimeout, ENOTTY, kNoI2cNode, kNameANode},
     {Step::SetTimeout, kAnyError, "timeout refused",
      "Leave --bus-timeout out; the bus controller keeps its own timeout then."},
 
@@ -57,13 +61,11 @@ constexpr Refusal kRefusals[] = {
      "'echo {sysfs} > /sys/bus/i2c/devices/{sysfs}/driver/unbind', or remove it from the device tree."},
     {Step::SelectAddress, EINVAL, "address refused",
      "The bus takes no such address; look the chip's 7-bit address up in the schematic."},
-    {Step::SelectAddress, ENOTTY, kNoI2cNode, "{device} is no I2C bus. Name a node such as /dev/i2c-1."},
+    {Step::SelectAddress, ENOTTY, kNoI2cNode, kNameANode},
     {Step::SelectAddress, kAnyError, "address refused", "See the kernel's messages ('dmesg')."},
 
-    {Step::SetRegister, ENXIO, "no answer",
-     "No chip answers there. Check address, supply, reset line and pull-ups; 'i2cdetect -y {bus}' shows who answers."},
-    {Step::SetRegister, EREMOTEIO, "no answer",
-     "No chip answers there. Check address, supply, reset line and pull-ups; 'i2cdetect -y {bus}' shows who answers."},
+    {Step::SetRegister, ENXIO, "no answer", kCheckTheChip},
+    {Step::SetRegister, EREMOTEIO, "no answer", kCheckTheChip},
     {Step::SetRegister, ETIMEDOUT, "bus stuck",
      "Either a line is held low, or this adapter reports a missing acknowledgement as a timeout. Try an address that\n"
      "no chip has ('i2cdetect -y {bus}'): if it fails at once, only this chip is missing; if each address takes long,\n"

@@ -27,7 +27,7 @@ public:
     std::uint64_t countBetween(Duration from, Duration to) const;
 
 private:
-    static constexpr std::size_t kBucketsOfAnOctave = 64; // and so many of one nanosecond each at the start
+    static constexpr std::size_t kBucketsOfAnOctave = 64; // up to 127 ns, each nanosecond has its own
     static constexpr std::size_t kOctaves = 40;           // the last ends after nine hours
 
     static std::size_t bucketOf(Duration duration);

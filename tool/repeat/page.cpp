@@ -3,6 +3,7 @@
 #include <iomanip>
 #include <sstream>
 
+#include "tool/repeat/quantiles.h"
 #include "tool/repeat/summary.h"
 #include "tool/report/duration.h"
 
@@ -133,8 +134,8 @@ void addRow(std::ostream& page, const Step& step)
 {
     page << "<tr><td>" << inHtml(step.name) << "</td><td>" << step.calls << "</td><td>" << step.refused << "</td><td>"
          << step.retries << "</td>";
-    for (const double share : {0.5, 0.9, 0.99, 0.999})
-        page << "<td>" << inMilliseconds(step.times.quantile(share)) << "</td>";
+    for (const Quantile& quantile : kQuantiles)
+        page << "<td>" << inMilliseconds(step.times.quantile(quantile.share)) << "</td>";
     page << "<td>" << inMilliseconds(step.times.longest()) << "</td></tr>\n";
 }
 
@@ -155,8 +156,10 @@ std::string pageOf(const Tally& tally, const std::string& title)
     }
     page << "<h2>Attempts over time</h2>\n<p>Blue succeeded, red failed.</p>\n"
          << plotOf(tally.timeline())
-         << "<h2>Steps</h2>\n<table><tr><th>step</th><th>calls</th><th>refused</th><th>retries</th><th>median</th>"
-            "<th>90 %</th><th>99 %</th><th>99.9 %</th><th>longest</th></tr>\n";
+         << "<h2>Steps</h2>\n<table><tr><th>step</th><th>calls</th><th>refused</th><th>retries</th>";
+    for (const Quantile& quantile : kQuantiles)
+        page << "<th>" << quantile.label << "</th>";
+    page << "<th>longest</th></tr>\n";
     for (const Step* step : tally.steps())
         addRow(page, *step);
     page << "</table>\n";

@@ -3,6 +3,7 @@
 #include <iomanip>
 #include <ostream>
 
+#include "tool/repeat/quantiles.h"
 #include "tool/report/duration.h"
 
 namespace VorelKestrel::Tool {
@@ -11,15 +12,6 @@ namespace {
 constexpr int kLabelWidth = 20;
 constexpr int kCountWidth = 9;
 constexpr int kTimeWidth = 12;
-
-struct Quantile
-{
-    const char* label; // for people
-    const char* key;   // for programs
-    double share;
-};
-constexpr Quantile kQuantiles[] = {
-    {"median", "medianMs", 0.5}, {"90 %", "p90Ms", 0.9}, {"99 %", "p99Ms", 0.99}, {"99.9 %", "p999Ms", 0.999}};
 
 void printCount(std::ostream& out, const std::string& label, std::uint64_t count)
 {

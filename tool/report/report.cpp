@@ -57,10 +57,15 @@ void Report::printText(std::ostream& out) const
 
 void Report::printJson(std::ostream& out) const
 {
+    printInOneLine(m_json, out);
+}
+
+void printInOneLine(const nlohmann::ordered_json& json, std::ostream& out)
+{
     constexpr bool kAsciiOnly = true; // a terminal that shows it obeys no character of it
     constexpr int kInOneLine = -1;
     // What is no UTF-8, such as the name of a file, is not left out of an answer: U+FFFD stands for it.
-    out << m_json.dump(kInOneLine, ' ', kAsciiOnly, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+    out << json.dump(kInOneLine, ' ', kAsciiOnly, nlohmann::ordered_json::error_handler_t::replace) << '\n';
 }
 
 } // namespace VorelKestrel::Tool

@@ -43,6 +43,9 @@ private:
     nlohmann::ordered_json m_json = nlohmann::ordered_json::object();
 };
 
+/// One line of ASCII, whatever bytes the names in it have.
+void printInOneLine(const nlohmann::ordered_json& json, std::ostream& out);
+
 } // namespace VorelKestrel::Tool
 
 #endif

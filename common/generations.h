@@ -64,11 +64,15 @@ constexpr const DeviceVersion* findDeviceVersion(std::uint8_t number)
     return nullptr;
 }
 
-/// Null if the library has no driver for the device version.
+/// Null if the library has no driver for the device version. A loop of its own: for GCC with
+/// UndefinedBehaviorSanitizer, what compares findDeviceVersion() with null is no constant.
 constexpr const Generation* findGeneration(std::uint8_t deviceVersion)
 {
-    const DeviceVersion* version = findDeviceVersion(deviceVersion);
-    return version == nullptr ? nullptr : version->generation;
+    for (const DeviceVersion& version : kDeviceVersions) {
+        if (version.number == deviceVersion)
+            return version.generation;
+    }
+    return nullptr;
 }
 
 /// The chips for which the library has a driver: "2.0B (device version 3 or 5) or 3.0 (device version 7)".

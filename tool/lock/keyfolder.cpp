@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -195,21 +196,21 @@ bool KeyFolder::keepOthersOut(int milliseconds) const
     return true;
 }
 
-std::string KeyFolder::makeDraft() const
+std::optional<KeyFolder::Draft> KeyFolder::makeDraft() const
 {
     std::uint64_t number = 0;
     if (getrandom(&number, sizeof(number), 0) != sizeof(number))
-        return "";
+        return std::nullopt;
     char digits[17];
     std::snprintf(digits, sizeof(digits), "%016llx", static_cast<unsigned long long>(number));
     std::string name = draftPrefix() + digits;
     constexpr int kNew = O_RDONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     const ScopedDescriptor file(openat(m_folder.get(), name.c_str(), kNew, kModeOfSeed));
-    if (file.get() < 0)
-        return "";
-    if (fchmod(file.get(), kModeOfSeed) != 0) // whatever the umask
-        return "";
-    return name;
+    struct stat status = {};
+    // The mode whatever the umask; the key of what was opened, not of what has the name by now.
+    if (file.get() < 0 || fchmod(file.get(), kModeOfSeed) != 0 || fstat(file.get(), &status) != 0)
+        return std::nullopt;
+    return Draft{std::move(name), keyOf(status)};
 }
 
 bool KeyFolder::place(const std::string& draft) const

@@ -2,6 +2,7 @@
 #define TOOL_LOCK_KEYFOLDER_H
 
 #include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -67,8 +68,14 @@ public:
 
     /// Keeps other seeds out until this object's end. False if that took more than @p milliseconds.
     bool keepOthersOut(int milliseconds) const;
-    /// Makes a draft, an empty file of a new name. Returns the name; empty and errno if refused.
-    std::string makeDraft() const;
+    /// An empty file of a new name, and the key that it gives.
+    struct Draft
+    {
+        std::string name;
+        key_t key;
+    };
+    /// None and errno if refused.
+    std::optional<Draft> makeDraft() const;
     /// Puts a draft in the key file's place, which has to be free. False and errno if it is not.
     bool place(const std::string& draft) const;
     /// The same for a place where something stands that is in nobody's use.

@@ -209,12 +209,12 @@ private:
 
     key_t makeFile()
     {
-        const std::string name = m_folder.makeDraft();
-        if (name.empty())
+        const auto draft = m_folder.makeDraft();
+        if (!draft)
             failWithSystemError("make a key file in " + m_folder.path(),
                                 "Run as root, and see that the folder can be written and its disk is not full.");
-        m_names.push_back(name);
-        return m_folder.look(name).key;
+        m_names.push_back(draft->name);
+        return draft->key;
     }
 
     /// Takes the set of an earlier seed whose key file was lost: its users go on with it. Its one token is there, or

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -9,6 +10,7 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -26,7 +28,7 @@
 #include "common/scopeddescriptor.h"
 #include "tests/support/anotheruser.h"
 #include "tests/support/childprocess.h"
-#include "tests/support/killedprocess.h"
+#include "tests/support/stoppedprocess.h"
 #include "tests/tool/lock/lockfolder.h"
 #include "tool/doctor/checks.h"
 #include "tool/report/failure.h"
@@ -201,6 +203,91 @@ TEST_F(LockSeedTest, LeavesNoSemaphoreBehindWhereverItIsKilled)
         killed = *result;
         seed();
         EXPECT_EQ(std::vector<int>{m_folder.look().semaphore}, newSets());
+        m_folder.clear();
+        EXPECT_TRUE(newSets().empty());
+    }
+}
+
+/// Ends at a signal, like most programs. One that ends in the middle of its work leaves something behind.
+TEST_F(LockSeedTest, AtASignalIsCompleteOrNotBegun)
+{
+    int complete = 0;
+    bool wasStopped = true;
+    for (int stop = 0; wasStopped; ++stop) {
+        SCOPED_TRACE(stop);
+        const auto run = stopAtSystemCall(
+            stop,
+            [this] {
+                seed({7, 0666});
+            },
+            [](pid_t process) { kill(process, SIGTERM); });
+        if (!run)
+            GTEST_SKIP() << "this system lets no process be traced";
+        wasStopped = run->wasStopped;
+        if (fs::is_empty(folder())) {
+            EXPECT_TRUE(newSets().empty());
+            continue;
+        }
+        expectSoundLock();
+        EXPECT_EQ(SeedResult::Unchanged, seed({7, 0666}));
+        m_folder.clear();
+        ++complete;
+    }
+    EXPECT_GT(complete, 30); // a seed has more stops than that
+}
+
+TEST_F(LockSeedTest, BesideAnotherThatIsStoppedAtAnySystemCallBothEndWithTheOneLock)
+{
+    const auto seedAndTell = [this] { _exit(refusal().empty() ? 0 : 1); };
+    bool wasStopped = true;
+    for (int stop = 0; wasStopped; ++stop) {
+        SCOPED_TRACE(stop);
+        std::unique_ptr<ChildProcess> other;
+        const auto run = stopAtSystemCall(stop, seedAndTell, [&](pid_t /*process*/) {
+            other = std::make_unique<ChildProcess>(seedAndTell);
+            while (!other->hasEnded() && !other->isAsleep()) // it waits for the one that is stopped
+                std::this_thread::yield();
+        });
+        if (!run)
+            GTEST_SKIP() << "this system lets no process be traced";
+        wasStopped = run->wasStopped;
+        other.reset();
+        EXPECT_EQ(0, run->status);
+        expectSoundLock();
+        m_folder.clear();
+    }
+}
+
+/// Two locks would let two processes in at once.
+TEST_F(LockSeedTest, LeavesTheOneLockThatAProcessOfTheLibrarysMakesOrFindsAtAnySystemCall)
+{
+    bool wasStopped = true;
+    for (int stop = 0; wasStopped; ++stop) {
+        SCOPED_TRACE(stop);
+        const Channel isInside;
+        const Channel mayGo;
+        std::unique_ptr<ChildProcess> host;
+        const auto run = stopAtSystemCall(
+            stop, [this] { refusal(); },
+            [&](pid_t /*process*/) {
+                host = std::make_unique<ChildProcess>([&] {
+                    GlobalMutex mutex;
+                    mutex.lock();
+                    isInside.say();
+                    mayGo.hear();
+                    _exit(0); // as a process that is killed: its lock stays
+                });
+                isInside.hear();
+            });
+        if (!run)
+            GTEST_SKIP() << "this system lets no process be traced";
+        wasStopped = run->wasStopped;
+        if (wasStopped) {
+            EXPECT_EQ(LockCondition::Held, m_folder.look().condition);
+            mayGo.say();
+        }
+        host.reset();
+        EXPECT_EQ(1, m_folder.look().value);
         m_folder.clear();
         EXPECT_TRUE(newSets().empty());
     }
@@ -444,6 +531,36 @@ protected:
         EXPECT_GE(m_folder.look().semaphore, 0);
     }
 
+    static void makeVictim(const fs::path& victim)
+    {
+        fs::remove(victim);
+        std::ofstream(victim) << "precious";
+        chmod(victim.c_str(), 0600);
+    }
+
+    static void expectUntouched(const fs::path& victim)
+    {
+        std::string content;
+        std::ifstream(victim) >> content;
+        EXPECT_EQ("precious", content);
+        EXPECT_EQ(fs::perms(0600), fs::status(victim).permissions());
+    }
+
+    /// After a seed that ended with @p status; ends without a lock.
+    void expectRootsLockUnlessRefused(int status)
+    {
+        const LockState state = m_folder.look();
+        if (status == 0) {
+            EXPECT_TRUE(state.stays) << state.flaw;
+            EXPECT_EQ(LockCondition::Free, state.condition);
+            EXPECT_EQ(0U, state.file.status.st_uid);
+            EXPECT_EQ(0U, state.creator);
+        }
+        EXPECT_TRUE(findOrphans(KeyFolder(m_folder.keyFile())).empty());
+        m_folder.clear();
+        EXPECT_TRUE(newSets().empty());
+    }
+
     void expectRefusalBecauseOfNobody()
     {
         EXPECT_FALSE(m_folder.look().stays);
@@ -536,6 +653,59 @@ TEST_F(LockSeedAgainstAnotherUserTest, IsRootsOrRefusedWhateverTheOtherPutsThere
         m_folder.clear();
     }
     EXPECT_TRUE(newSets().empty());
+}
+
+TEST_F(LockSeedAgainstAnotherUserTest, IsRootsOrRefusedWhateverTheOtherPutsThereAtAnySystemCall)
+{
+    const std::string place = m_folder.keyFile();
+    const fs::path victim = folder() / "victim";
+    const auto putForgedLock = [&] {
+        close(open(place.c_str(), O_CREAT | O_EXCL | O_CLOEXEC, kModeOfSeed));
+        const key_t key = ftok(place.c_str(), VorelKestrel::kLockKeyProject);
+        const int set = semget(key, kSemaphoresOfSeed, IPC_CREAT | IPC_EXCL | 0666);
+        semctl(set, 0, SETVAL, 1);
+    };
+    const std::vector<std::function<void()>> obstacles = {
+        putForgedLock,
+        [&] { close(open(place.c_str(), O_CREAT | O_EXCL | O_CLOEXEC, kModeOfSeed)); },
+        [&] { mkfifo(place.c_str(), 0666); },
+        [&] { symlink(victim.c_str(), place.c_str()); },
+        [&] { mkdir(place.c_str(), 0777); },
+    };
+    for (const auto& obstruct : obstacles) {
+        bool wasStopped = true;
+        for (int stop = 0; wasStopped; ++stop) {
+            SCOPED_TRACE(stop);
+            makeVictim(victim);
+            const auto run = stopAtSystemCall(
+                stop, [this] { _exit(refusal().empty() ? 0 : 1); }, [&](pid_t /*process*/) { asNobody(obstruct); });
+            if (!run)
+                GTEST_SKIP() << "this system lets no process be traced";
+            wasStopped = run->wasStopped;
+            expectUntouched(victim);
+            expectRootsLockUnlessRefused(run->status);
+            fs::remove_all(place);
+        }
+    }
+}
+
+/// Where the system lets everybody do that (fs.protected_hardlinks=0).
+TEST_F(LockSeedAgainstAnotherUserTest, WritesIntoNoFileThatIsLinkedToItsPlaceAtAnySystemCall)
+{
+    const fs::path victim = folder() / "victim";
+    bool wasStopped = true;
+    for (int stop = 0; wasStopped; ++stop) {
+        SCOPED_TRACE(stop);
+        makeVictim(victim);
+        const auto run = stopAtSystemCall(
+            stop, [this] { _exit(refusal().empty() ? 0 : 1); },
+            [&](pid_t /*process*/) { link(victim.c_str(), m_folder.keyFile().c_str()); });
+        if (!run)
+            GTEST_SKIP() << "this system lets no process be traced";
+        wasStopped = run->wasStopped;
+        expectUntouched(victim);
+        expectRootsLockUnlessRefused(run->status);
+    }
 }
 
 TEST_F(LockSeedAgainstAnotherUserTest, OfRootsTheOtherFindsNothingToChange)

@@ -116,11 +116,10 @@ std::vector<Finding> checkPlace(const LockState& state)
 std::string describeFuture(const LockState& state)
 {
     constexpr uid_t kFirstOfPeople = 1000; // users below are the system's
-    if (state.stays)
-        return "it stays, as it was seeded" + describeTrust(state.rights);
-    std::string text = "it goes away with the process that has made it";
+    std::string text = state.stays ? "it stays, as it was seeded" + describeTrust(state.rights)
+                                   : "it goes away with the process that has made it";
     if (state.rights.owner >= kFirstOfPeople)
-        text += ", and when " + nameOfUser(state.rights.owner) + " logs out, unless systemd has RemoveIPC=no";
+        text += "; systemd removes it when " + nameOfUser(state.rights.owner) + " logs out, unless it has RemoveIPC=no";
     return text;
 }
 

@@ -3,11 +3,14 @@
 #include <fstream>
 #include <set>
 #include <string>
+#include <utility>
 
 #include <sys/sem.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
+
+#include <abstractionlibrary/globalmutex.h>
 
 #include "tests/support/temporarydirectory.h"
 #include "tests/tool/lock/lockfolder.h"
@@ -17,6 +20,7 @@ using namespace testsupport;
 namespace {
 
 using namespace VorelKestrel::Tool;
+using VorelKestrel::AL::GlobalMutex;
 
 std::vector<Finding> nothingWrong(Examination& /*examination*/)
 {
@@ -125,6 +129,10 @@ TEST(AddressCheckTest, FindsAddressesThatTheBusReserves)
     }
 }
 
+constexpr uid_t kSystemUser = 999; // the last; and neither this nor the others have to have a name
+constexpr uid_t kPerson = 70001;
+constexpr gid_t kGroup = 70000;
+
 class LockCheckTest : public testing::Test
 {
 protected:
@@ -156,6 +164,53 @@ TEST_F(LockCheckTest, FindsALockWithTooManyTokens)
     semctl(m_lock.look().semaphore, 0, SETVAL, 2);
     EXPECT_STREQ("too many tokens", checkLock(m_examination).front().cause);
     EXPECT_FALSE(m_examination.token);
+}
+
+TEST_F(LockCheckTest, SaysUntilWhenAnybodyCanTakeThePlaceOfTheLock)
+{
+    EXPECT_EQ("there is none; the next process that uses the library makes it, and until 'authchip lock seed' has, any "
+              "local user can take its place",
+              checkLock(m_examination).front().found);
+}
+
+TEST_F(LockCheckTest, SaysWhoElseHasPowerOverALockThatWasSeeded)
+{
+    const std::string systemd = "; systemd removes it when 70001 logs out, unless it has RemoveIPC=no";
+    const struct
+    {
+        LockRights rights;
+        std::string power;
+    } rows[] = {
+        {{kSystemUser, kGroup, 0600}, ""},
+        {{kSystemUser, kGroup, 0660}, "; members of group 70000 can hold or spoil it"},
+        {{kSystemUser, kGroup, 0606}, "; any local user can hold or spoil it"},
+        {{kSystemUser, kGroup, 0666}, "; any local user can hold or spoil it"},
+        {{kPerson, kGroup, 0666}, "; any local user can hold or spoil it" + systemd},
+    };
+    m_lock.seed();
+    for (const auto& row : rows) {
+        const int semaphore = m_lock.look().semaphore;
+        ASSERT_TRUE(changeRights(semaphore, row.rights)); // its creator may use it all the same
+        EXPECT_EQ("semaphore " + std::to_string(semaphore) + ", free; it stays, as it was seeded" + row.power,
+                  checkLock(m_examination).front().found);
+        m_examination.token.reset();
+    }
+}
+
+TEST_F(LockCheckTest, SaysWhatRemovesALockThatTheLibraryHasMade)
+{
+    m_lock.makeKeyFile();
+    const GlobalMutex mutex;
+    const int semaphore = m_lock.look().semaphore;
+    for (const auto& [owner, more] :
+         {std::pair{kSystemUser, ""},
+          {kPerson, "; systemd removes it when 70001 logs out, unless it has RemoveIPC=no"}}) {
+        ASSERT_TRUE(changeRights(semaphore, {owner, getegid(), 0666}));
+        EXPECT_EQ("semaphore " + std::to_string(semaphore) + ", free; it goes away with the process that has made it" +
+                      more,
+                  checkLock(m_examination).front().found);
+        m_examination.token.reset();
+    }
 }
 
 TEST(GenerationCheckTest, TellsTheProtocolOrThatThereIsNoDriver)

@@ -25,6 +25,9 @@
 #ifndef FIRST_STAYS
 #define FIRST_STAYS 0 /* host 0 has made the lock before the others begin, and never runs its destructor */
 #endif
+#ifndef OLD_FILE
+#define OLD_FILE (SEED_FIRST || FIRST_STAYS) /* a key file without a semaphore can be left of an earlier boot */
+#endif
 #ifndef KILLS
 #define KILLS 1 /* any process is killed at any step, or ends without its destructors */
 #endif
@@ -76,7 +79,7 @@ byte value[SEMAPHORES];
 mtype = {
     /* states: what a process does next */
     asleep, open, stat, create, attach, fill, unlinkToReopen, take, enter, leave, give, unlink, remove, exit, gone,
-    tidy, unlinkOld, look, draft, place, unlinkDraft,
+    tidy, unlinkOld, look, draft, place, unlinkDraft, replace,
     /* aims: what a host opens the lock for */
     constructing, locking, unlocking
 };
@@ -255,10 +258,13 @@ mtype killedHost = asleep;
 mtype killedSeed = asleep;
 #define noteKilledHost() killedHost = my.state
 #define noteKilledSeed() killedSeed = mySeedState
+bool hasReplaced = false;
+#define noteReplacement() hasReplaced = true
 #else
 #define WITNESS false
 #define noteKilledHost()
 #define noteKilledSeed()
+#define noteReplacement()
 #endif
 
 proctype Host(byte me)
@@ -373,6 +379,9 @@ inline discardDraft()
     semaphoreOfDraft = 0
 }
 
+/* How the seed puts the key file in place. */
+#define howToPlace (seedFindsFile[me] -> replace : place)
+
 inline endSeed()
 {
     seedKey[me] = NONE;
@@ -428,29 +437,37 @@ endGone:
         makeSemaphore(seedKey[me]);
         if
         :: PLACES_LAST -> mySeedState = fill
-        :: else -> mySeedState = place
+        :: else -> mySeedState = howToPlace
         fi;
         printf("@ seed%d create made-%d\n", me, ofKey[seedKey[me]]) }
-    :: d_step { mySeedState == create && ofKey[seedKey[me]] != NONE ->
-        draftIsThere = false; keyOfDraft = NONE; mySeedState = look;
+    :: d_step { mySeedState == create && ofKey[seedKey[me]] != NONE -> /* takes another file */
+        mySeedState = draft;
         printf("@ seed%d create exists\n", me) }
     :: d_step { mySeedState == fill ->
         value[ofKey[seedKey[me]]] = 1;
         if
-        :: PLACES_LAST -> mySeedState = place
+        :: PLACES_LAST -> mySeedState = howToPlace
         :: else -> mySeedState = unlinkDraft
         fi;
         printf("@ seed%d fill %d value-1\n", me, ofKey[seedKey[me]]) }
-    :: d_step { mySeedState == place && (!fileIsThere || seedFindsFile[me]) ->
+    :: d_step { mySeedState == place && !fileIsThere ->
         makeFile(seedKey[me]); fileIsOfSeed = true;
         if
         :: PLACES_LAST -> mySeedState = unlinkDraft
         :: else -> mySeedState = fill
         fi;
         printf("@ seed%d place done\n", me) }
-    :: d_step { mySeedState == place && fileIsThere && !seedFindsFile[me] ->
+    :: d_step { mySeedState == place && fileIsThere ->
         discardDraft(); draftIsThere = false; keyOfDraft = NONE; mySeedState = look;
         printf("@ seed%d place exists\n", me) }
+    :: d_step { mySeedState == replace -> /* the draft is renamed, whatever stands there by now */
+        makeFile(seedKey[me]); fileIsOfSeed = true; draftIsThere = false; keyOfDraft = NONE;
+        noteReplacement();
+        if
+        :: PLACES_LAST -> seedIsDone = true; endSeed()
+        :: else -> mySeedState = fill
+        fi;
+        printf("@ seed%d replace\n", me) }
     :: d_step { mySeedState == unlinkDraft ->
         draftIsThere = false; keyOfDraft = NONE; seedIsDone = true; endSeed();
         printf("@ seed%d unlink-draft\n", me) }
@@ -482,12 +499,10 @@ init
 {
     byte number;
     atomic {
-#if FIRST_STAYS
         if
-        :: makeFile(0) /* a file of before, without a semaphore */
-        :: skip
+        :: OLD_FILE -> makeFile(0); printf("@ before file-0\n")
+        :: true
         fi;
-#endif
         run Watch();
         number = 0;
         do

@@ -103,6 +103,11 @@ TEST_F(LockModelTest, LockReturnsWithoutATokenWhenTheKeyFileIsRemovedTwiceDuring
     EXPECT_TRUE(played("counterexamples/lock-returns-without-token")->isInsideWithoutToken());
 }
 
+TEST_F(LockModelTest, ASecondGetsInWhenASeedReplacesTheKeyFileOfAHostThatOpensTheLock)
+{
+    EXPECT_EQ(2, played("counterexamples/late-seed")->hostsInside());
+}
+
 TEST_F(LockModelTest, ACallThatTheModelDoesNotMakeIsNoticed)
 {
     const Steps steps = stepsOf("walks/unseeded-1");
@@ -143,8 +148,10 @@ TEST(LockModelRowsTest, EveryRowOfTheModelIsPlayed)
     std::set<std::string> played;
     for (const char* const folder : {"walks", "counterexamples"}) {
         for (const std::string& name : filesIn(folder)) {
-            for (const std::string& line : stepsOf(name).lines)
-                played.insert(rowOf(line));
+            for (const std::string& line : stepsOf(name).lines) {
+                if (line.rfind("before ", 0) != 0) // nobody's call
+                    played.insert(rowOf(line));
+            }
         }
     }
     EXPECT_EQ(rowsOfModel(), played);

@@ -132,6 +132,8 @@ std::string Replay::perform(const std::string& line)
 {
     const std::vector<std::string> words = wordsOf(line);
     const std::string& name = words[0];
+    if (name == "before")
+        return leaveOldFile(words[1]);
     const bool isSeedsOwn = words[1] == "look" || (words[1] == "tidy" && words[2] == "nothing");
     Member& current = member(name);
     TracedProcess& process = *current.process;
@@ -153,13 +155,23 @@ std::string Replay::perform(const std::string& line)
     if (result >= 0 && (call == LockCall::Open || call == LockCall::Draft))
         giveKey(path, words[2]);
     std::string text = name + " " + nameOf(call) + resultOf(current, call, result, words[2]);
-    if (words[1] == "unlink-draft" && !(ends(process) && process.status() == 0))
+    const bool isLast = call == LockCall::Replace || words[1] == "unlink-draft";
+    if (isLast && !(ends(process) && process.status() == 0))
         text += " and fails";
     if (words[1] == "unlink-old" && call == LockCall::UnlinkDraft)
         text = name + " unlink-old";
     if (words[1] == "tidy" && call == LockCall::Remove)
         text = name + " tidy" + (result == 0 ? " " + words[2] : " gone");
     return text;
+}
+
+/// As of an earlier boot: its semaphore went with that.
+std::string Replay::leaveOldFile(const std::string& key)
+{
+    constexpr mode_t kAsQt = 0640;
+    const VorelKestrel::ScopedDescriptor file(open(m_keyFile.c_str(), O_CREAT | O_EXCL | O_CLOEXEC, kAsQt));
+    giveKey(m_keyFile, key);
+    return "before file-" + keyOf(m_keyFile);
 }
 
 std::string Replay::path(const std::string& name) const
@@ -238,6 +250,7 @@ std::string Replay::resultOf(Member& member, LockCall call, long result, const s
         return result == 0 ? " done" : " exists";
     case LockCall::Unlink:
     case LockCall::UnlinkDraft:
+    case LockCall::Replace:
     case LockCall::Exit:
         return "";
     }

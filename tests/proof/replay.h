@@ -57,6 +57,7 @@ private:
     std::string resultOf(Member& member, LockCall call, long result, const std::string& expected);
     std::string made(long semaphore, const std::string& expected);
     std::string numberOf(int semaphore) const;
+    std::string leaveOldFile(const std::string& key);
     void giveKey(const std::string& path, const std::string& expected);
     std::string keyOf(const std::string& path) const;
     std::string path(const std::string& name) const;

@@ -26,6 +26,11 @@ constexpr long kMarker = SYS_getppid;
 constexpr std::uint64_t kEntryMark = 0x656e746572; // the argument that nobody else gives
 constexpr std::uint64_t kExitMark = 0x6c65617665;
 constexpr int kNotTraceable = 77;
+#ifdef SYS_renameat
+constexpr std::uint64_t kRename = SYS_renameat;
+#else
+constexpr std::uint64_t kRename = SYS_renameat2;
+#endif
 
 constexpr int kSystemCallStop = SIGTRAP | 0x80;
 
@@ -61,8 +66,9 @@ std::string fileName(const std::string& path)
 
 const char* nameOf(LockCall call)
 {
-    constexpr const char* kNames[] = {"open", "stat",   "create", "attach", "fill",  "take",  "enter",       "leave",
-                                      "give", "unlink", "remove", "exit",   "draft", "place", "unlink-draft"};
+    constexpr const char* kNames[] = {"open",  "stat",  "create",       "attach", "fill",   "take",
+                                      "enter", "leave", "give",         "unlink", "remove", "exit",
+                                      "draft", "place", "unlink-draft", "replace"};
     return kNames[static_cast<std::size_t>(call)];
 }
 
@@ -131,11 +137,12 @@ LockCall TracedProcess::next()
             continue;
         std::memcpy(m_arguments.data(), info.entry.args, sizeof(info.entry.args));
         m_isStopped = isFileCall(info.entry.nr) || isSemaphoreCall(info.entry.nr);
-        if (static_cast<long>(info.entry.nr) == SYS_newfstatat && !m_isStopped) {
+        const auto call = static_cast<long>(info.entry.nr);
+        if ((call == SYS_newfstatat || call == SYS_fstat) && !m_isStopped) {
             resume(true);
             waitpid(m_id, &status, 0);
             ptrace(PTRACE_GET_SYSCALL_INFO, m_id, sizeof(info), &info);
-            answerStat(SYS_newfstatat, info.exit.rval);
+            answerStat(call, info.exit.rval);
         }
     }
     return m_call;
@@ -182,8 +189,9 @@ bool TracedProcess::isFileCall(std::uint64_t number)
             return is(LockCall::UnlinkDraft);
         return isOn(m_arguments[1], false) && is(LockCall::Unlink);
     case SYS_linkat:
-    case SYS_renameat:
         return isOn(m_arguments[3], false) && is(LockCall::Place);
+    case kRename:
+        return isOn(m_arguments[3], false) && is(LockCall::Replace);
     case SYS_exit_group:
         return is(LockCall::Exit);
     default:
@@ -225,14 +233,15 @@ bool TracedProcess::isSemaphoreCall(std::uint64_t number)
 }
 
 /// Which number a new file gets is up to the file system; here it is up to the model.
-void TracedProcess::answerStat(std::uint64_t number, long result) const
+void TracedProcess::answerStat(long number, long result) const
 {
-    if (static_cast<long>(number) != SYS_newfstatat || result != 0)
+    if (result != 0)
         return;
+    const std::uint64_t answer = m_arguments.at(number == SYS_fstat ? 1 : 2);
     struct stat status = {};
-    readMemory(m_id, m_arguments[2], &status, sizeof(status));
+    readMemory(m_id, answer, &status, sizeof(status));
     const std::uint64_t inode = m_inodeOf(status.st_ino);
-    writeMemory(m_id, m_arguments[2] + offsetof(struct stat, st_ino), &inode, sizeof(inode));
+    writeMemory(m_id, answer + offsetof(struct stat, st_ino), &inode, sizeof(inode));
 }
 
 long TracedProcess::perform()

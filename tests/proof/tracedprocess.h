@@ -26,7 +26,8 @@ enum class LockCall
     Exit,
     Draft,
     Place,
-    UnlinkDraft
+    UnlinkDraft,
+    Replace
 };
 
 const char* nameOf(LockCall call);
@@ -69,10 +70,9 @@ public:
     bool hasEnded() const { return m_id == 0; }
 
 private:
-    bool isCallOfInterest();
     bool isFileCall(std::uint64_t number);
     bool isSemaphoreCall(std::uint64_t number);
-    void answerStat(std::uint64_t number, long result) const;
+    void answerStat(long number, long result) const;
     void resume(bool toSystemCall) const;
     std::string readText(std::uint64_t address) const;
 

@@ -23,7 +23,8 @@ class Test:
         self.command = entry["command"]
         properties = {item["name"]: item["value"] for item in entry.get("properties", [])}
         self.folder = properties["WORKING_DIRECTORY"]
-        self.expected = [re.compile(text) for text in properties.get("PASS_REGULAR_EXPRESSION", [])]
+        # As in ctest, a dot also stands for the end of a line.
+        self.expected = [re.compile(text, re.DOTALL) for text in properties.get("PASS_REGULAR_EXPRESSION", [])]
         self.skipped = properties.get("SKIP_RETURN_CODE")
         self.labels = properties.get("LABELS", [])
         self.seconds = 1.0

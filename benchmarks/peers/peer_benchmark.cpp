@@ -115,7 +115,7 @@ void BM_Capture(benchmark::State& state)
         plain.run("version", kTimes);
         measureInTurns(state, runCaptured, [&] { return plain.run("version", kTimes); });
     }
-    state.counters["added_ns_per_message"] = (state.counters["ours_ns"] - state.counters["peer_ns"]) / 2;
+    state.counters["added_per_message_ns"] = (state.counters["ours_ns"] - state.counters["peer_ns"]) / 2;
     unlink(path);
 }
 BENCHMARK(BM_Capture)->Name("capture/version query")->UseManualTime();

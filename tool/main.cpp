@@ -1,13 +1,16 @@
 // authchip: shows a chip to whoever brings a board up, and proves it.
 
-#include <array>
-#include <cerrno>
-#include <filesystem>
 #include <iostream>
+#include <string>
 
-#include <unistd.h>
-
+#include "common/escaped.h"
 #include "common/standarddescriptors.h"
+#include "tool/chip/busmeter.h"
+#include "tool/chip/i2cnode.h"
+#include "tool/chip/librarymodule.h"
+#include "tool/chip/watchedchip.h"
+#include "tool/lock/lockwatch.h"
+#include "tool/repetition.h"
 #include "tool/report/failure.h"
 #include "tool/runtool.h"
 
@@ -15,26 +18,76 @@ namespace {
 
 using namespace VorelKestrel::Tool;
 
-/// Where the build and the installation put it, seen from this program.
-constexpr const char* kFolders[] = {".", AUTHCHIP_PROGRAM_FOLDER};
-
-constexpr char kRunningChipProgram[] = "run the program authchip-chip";
-
-/// Becomes the program that uses the library.
-[[noreturn]] void becomeChipProgram(const char* const* argv)
+/// Points std::cout, to which the library and console appenders write, at standard error, and leaves standard output
+/// to the answer.
+class ConsoleToStandardError
 {
-    std::error_code error;
-    const auto here = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
-    if (error) // without the folder of this program, the next would be one of the current folder, whosever that is
-        throw Failure("not installed whole", kRunningChipProgram,
-                      "/proc/self/exe does not tell where this program is: " + describeSystemError(error.value()),
-                      "Mount /proc ('mount -t proc proc /proc').");
-    for (const char* folder : kFolders) {
-        const auto program = here / folder / "authchip-chip";
-        execv(program.c_str(), const_cast<char* const*>(argv));
+public:
+    ConsoleToStandardError() : m_answer(std::cout.rdbuf(std::cerr.rdbuf())) {}
+    ~ConsoleToStandardError() { std::cout.rdbuf(m_answer.rdbuf()); }
+    ConsoleToStandardError(const ConsoleToStandardError&) = delete;
+    ConsoleToStandardError& operator=(const ConsoleToStandardError&) = delete;
+
+    std::ostream& answer() { return m_answer; }
+
+private:
+    std::ostream m_answer;
+};
+
+void tellOnStandardError(const std::string& line)
+{
+    std::cerr << "authchip: " + VorelKestrel::escapedLines(line) + "\n";
+}
+
+/// What the operations cost comes on standard error at the end, unless the answer has it already, as JSON.
+class StatsAtTheEnd
+{
+public:
+    StatsAtTheEnd(const CommonOptions& options, BusMeter& meter) : m_isWanted(options.stats), m_meter(meter) {}
+    ~StatsAtTheEnd()
+    {
+        if (m_isWanted)
+            tell();
     }
-    throw Failure("not installed whole", kRunningChipProgram, describeSystemError(errno),
-                  "It is a part of authchip; install both again.");
+    StatsAtTheEnd(const StatsAtTheEnd&) = delete;
+    StatsAtTheEnd& operator=(const StatsAtTheEnd&) = delete;
+
+private:
+    void tell() const
+    {
+        for (const OperationFigures& sum : sumsOf(m_meter.take()))
+            tellOnStandardError(describe(sum));
+    }
+
+    const bool m_isWanted;
+    BusMeter& m_meter;
+};
+
+ExitStatus runWithLibrary(const CommandLine& line, std::ostream& answer)
+{
+    const CommonOptions& options = line.options;
+    const auto chips = loadLibrary(options.location, options.verbosity, options.logConfig);
+    if (options.busTimeout)
+        setBusTimeout(options.location.device, *options.busTimeout);
+    LockWatch watch(options.location.device, options.lockTimeout, [&](const Failure& failure) {
+        if (options.json)
+            printJson(failure, answer);
+        answer.flush();
+        explain(failure, std::cerr);
+    });
+    BusMeter meter(options.verbosity >= 2 ? tellOnStandardError : BusMeter::Listener());
+    WatchedChipAccess watched(*chips, watch, meter);
+    const StatsAtTheEnd stats(options, meter);
+    const CommandContext context = {options, answer, &watched, &meter};
+    waitForChip(context, line.repeat);
+    return line.repeat.isWanted() ? repeat(*line.command, context, line.repeat) : line.command->run(context);
+}
+
+ExitStatus run(const CommandLine& line, std::ostream& answer)
+{
+    if (line.row->needs == Needs::Library)
+        return runWithLibrary(line, answer);
+    return line.command->run({line.options, answer, nullptr, nullptr});
 }
 
 } // namespace
@@ -42,9 +95,6 @@ constexpr char kRunningChipProgram[] = "run the program authchip-chip";
 int main(int argc, const char* const* argv)
 {
     VorelKestrel::occupyStandardDescriptors();
-    return runTool(argc, argv, std::cout, [argv](const CommandLine& line, std::ostream& answer) {
-        if (line.row->needs == Needs::Library)
-            becomeChipProgram(argv);
-        return line.command->run({line.options, answer, nullptr, nullptr});
-    });
+    ConsoleToStandardError console;
+    return runTool(argc, argv, console.answer(), run);
 }

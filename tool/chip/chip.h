@@ -61,7 +61,7 @@ public:
     virtual void write(std::uint8_t reg, const Bytes& data) = 0;
 };
 
-/// The way to the chip. The commands know no other; behind it is the library, in the one program that links it.
+/// The way to the chip. The commands know no other; behind it is the library, in the one module that links it.
 class ChipAccess
 {
 public:

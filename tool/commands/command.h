@@ -76,7 +76,7 @@ enum class Needs
 {
     Nothing,
     Location, // --device and --address
-    Library   // the same, and the library: authchip-chip runs the command
+    Library   // the same, and the library, which is loaded for it
 };
 
 /// A row of the table of commands.

@@ -21,7 +21,7 @@ std::string describe(const LockRights& rights);
 std::string reasonOf(LockObstacle obstacle);
 /// What to do about it.
 std::string adviceAbout(LockObstacle obstacle);
-/// "1234 (authchip-chip)", or what has become of it.
+/// "1234 (authchip)", or what has become of it.
 std::string describeProcess(pid_t process);
 
 } // namespace VorelKestrel::Tool

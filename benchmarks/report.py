@@ -18,6 +18,7 @@ SHORT_OPERATIONS_GOAL = 1.12
 LONG_OPERATIONS_GOAL = 1.04
 INSTRUCTIONS_GOAL = 350
 LIBRARY_SHARE_GOAL = 0.5  # per cent
+STARTUP_GOAL = 1.5
 CAPTURE_GOAL = 5e3  # nanoseconds added to a message
 LONG_OPERATIONS = {"getAccessoryCertificateData", "newSignature"}
 UNGUARDED_OPERATIONS = {"rawReadOf128Bytes", "rawWriteOf128Bytes"}  # neither of 1 to 4 bytes nor of the long ones
@@ -377,6 +378,19 @@ def capture_section(results):
     ]
 
 
+def startup_section(results):
+    rows = results.group("tool/startup/")
+    whole = rows["i2cget, and loading and unloading the library"]
+    return [
+        "## How quickly the tool starts\n",
+        "`authchip info` from its start to its end, where there is no node, beside `i2cget` in the same place plus what "
+        "the library takes in any process: to be loaded, and to remove its lock and end its threads at the end.\n",
+        table(["peer", RATIO_HEAD[0], "`authchip`", "peer"], [[name, *ratio_cells(row)] for name, row in rows.items()]),
+        f"The tool takes {ratio(whole)} of the time that both take from start to end (goal: at most {STARTUP_GOAL}, "
+        f"{'met' if whole['ratio'] <= STARTUP_GOAL else '**missed**'}).\n",
+    ]
+
+
 def lock_section(results, plots):
     free = results.group("locks/free/")
     fought = {}
@@ -559,7 +573,8 @@ def main():
     plots = Plots(docs)
     page = [
         *introduction(results), *floor_section(results, plots), *instruction_section(results), *count_section(results),
-        *bus_section(results, plots), *peer_section(results), *capture_section(results), *lock_section(results, plots),
+        *bus_section(results, plots), *peer_section(results), *capture_section(results),
+        *startup_section(results), *lock_section(results, plots),
         *wrapper_section(results, plots), *logger_section(results), *size_section(results),
         *growth_section(results, plots),
     ]

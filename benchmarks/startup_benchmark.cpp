@@ -1,5 +1,5 @@
-// The command-line tool from its start to its end, where there is no node: beside i2cget in the same place, plus
-// loading the library into a process. What is left is what the tool costs by itself.
+// The command-line tool from its start to its end, where there is no node: beside i2cget in the same place, plus a
+// process that loads the library, with and without that process's end. What is left is what the tool costs by itself.
 
 #include <stdexcept>
 #include <string>
@@ -43,19 +43,30 @@ double run(std::vector<std::string> words, int status)
     return nanoseconds;
 }
 
-void BM_Startup(benchmark::State& state)
+double runTool()
 {
-    measureInTurns(
-        state,
-        [] {
-            return run({AUTHCHIP, "-d", "/dev/i2c-250", "-a", "0x2a", "info"}, kNodeMissing);
-        },
-        [] {
-            return run({"i2cget", "-y", "250", "0x2a", "0x00"}, 1) + loadInNewProcess({AUTHCHIPDRIVER}).nanoseconds;
-        });
+    return run({AUTHCHIP, "-d", "/dev/i2c-250", "-a", "0x2a", "info"}, kNodeMissing);
 }
 
-BENCHMARK(BM_Startup)->Name("tool/startup/i2cget and loading the library")->UseManualTime();
+double runI2cget()
+{
+    return run({"i2cget", "-y", "250", "0x2a", "0x00"}, 1);
+}
+
+void BM_BesideLoading(benchmark::State& state)
+{
+    measureInTurns(state, runTool, [] { return runI2cget() + loadInNewProcess({AUTHCHIPDRIVER}).nanoseconds; });
+}
+
+void BM_BesideLoadingAndUnloading(benchmark::State& state)
+{
+    measureInTurns(state, runTool, [] { return runI2cget() + loadAndEndInNewProcess({AUTHCHIPDRIVER}); });
+}
+
+BENCHMARK(BM_BesideLoading)->Name("tool/startup/i2cget, and loading the library")->UseManualTime();
+BENCHMARK(BM_BesideLoadingAndUnloading)
+    ->Name("tool/startup/i2cget, and loading and unloading the library")
+    ->UseManualTime();
 
 } // namespace
 

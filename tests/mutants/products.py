@@ -9,7 +9,7 @@ Product = namedtuple("Product", "name title files sources headers tests")
 LIBRARY = Product("library", "The library", {"authchipdriver/all": "-soname"}, ("abstractionlibrary/*", "authchipdriver/*"),
                   True, ("abstractionlibrary", "authchipdriver", "binaryinterface", "exclusion", "loading"))
 
-TOOL = ("tool/authchip", "tool/libauthchip-chip.so")
+TOOL = ("tool/authchip", "tool/libauthchip-chip.so", "tool/libauthchip-verify.so")
 
 
 def programs(name, title, files, tests, *sources):

@@ -12,7 +12,7 @@ set -euo pipefail
 source "$(dirname "$0")/../support/goldenfiles"
 cd "$(dirname "$0")"
 export PATH="$build/tests/kernel:$PATH"
-export scratch # commands may put files there
+export build scratch # commands may put files there
 chmod 755 "$scratch"
 
 normalised() {
@@ -80,7 +80,7 @@ remove_lock() {
 nobody() { setpriv --reuid=65534 --regid=65534 --clear-groups "$@"; }
 # Another user's authchip; the folder of this build may be closed to others.
 as_nobody() {
-    cp "$(command -v authchip)" "$TMPDIR"
+    cp "$(command -v authchip)" "$build"/tool/libauthchip-*.so "$TMPDIR"
     nobody "$TMPDIR/authchip" "$@"
 }
 # Where nothing is mounted on /proc.

@@ -6,13 +6,9 @@
 #include <openssl/err.h>
 
 #include "tool/report/failure.h"
+#include "tool/report/inbytes.h"
 
 namespace VorelKestrel::Tool {
-
-std::string inBytes(std::size_t count)
-{
-    return std::to_string(count) + (count == 1 ? " byte" : " bytes");
-}
 
 namespace {
 

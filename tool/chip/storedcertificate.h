@@ -1,16 +1,11 @@
 #ifndef TOOL_CHIP_STOREDCERTIFICATE_H
 #define TOOL_CHIP_STOREDCERTIFICATE_H
 
-#include <cstddef>
-#include <string>
-
 #include "common/bytes.h"
 #include "tool/chip/certificate.h"
 
 namespace VorelKestrel::Tool {
 
-/// "20 bytes"
-std::string inBytes(std::size_t count);
 /// The certificate that a chip stores, parsed. Throws Failure.
 Certificate parseCertificate(const Bytes& stored);
 

@@ -1,5 +1,6 @@
 #include "tool/commands/command.h"
 
+#include "tool/chip/storedcertificate.h"
 #include "tool/commands/chipreport.h"
 #include "tool/commands/trustarguments.h"
 #include "tool/commands/verdict.h"

@@ -1,8 +1,9 @@
 #include "tool/commands/chipreport.h"
 
-#include <stdexcept>
+#include <cerrno>
+#include <system_error>
 
-#include <openssl/rand.h>
+#include <unistd.h>
 
 #include "common/hex.h"
 
@@ -34,8 +35,8 @@ void addProtocol(Report& report, const Chip& chip)
 Bytes randomChallenge(const Generation& generation)
 {
     Bytes challenge(generation.challengeLength);
-    if (RAND_bytes(challenge.data(), static_cast<int>(challenge.size())) != 1)
-        throw std::runtime_error("no random numbers");
+    if (getentropy(challenge.data(), challenge.size()) != 0)
+        throw std::system_error(errno, std::generic_category(), "no random numbers");
     return challenge;
 }
 

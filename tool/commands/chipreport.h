@@ -4,8 +4,8 @@
 #include <string>
 
 #include "tool/chip/chip.h"
-#include "tool/chip/storedcertificate.h"
 #include "tool/commands/command.h"
+#include "tool/report/inbytes.h"
 #include "tool/report/report.h"
 
 // What several commands tell about a chip.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ostream>
+#include <set>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -41,14 +42,17 @@ std::string footer()
 class Parser
 {
 public:
-    Parser()
+    Parser(int argc, const char* const* argv) : m_words(argv, argv + argc)
     {
         addCommonOptions();
         m_app.require_subcommand(1);
         m_app.fallthrough(); // the common options may stand behind the command, too
         for (const CommandRow& row : commandTable())
             add(row);
-        declareConfigFile(m_app);
+        declareConfigFile(m_app, [this] {
+            for (Entry& entry : m_entries)
+                make(entry);
+        });
     }
 
     CommandLine parse(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
@@ -78,8 +82,8 @@ private:
     {
         const CommandRow* row;
         CLI::App* app;
-        std::unique_ptr<Command> command;
-        std::unique_ptr<RepeatArguments> repeat; // never null
+        std::unique_ptr<Command> command;        // null until it is needed
+        std::unique_ptr<RepeatArguments> repeat; // the same
     };
 
     void addCommonOptions()
@@ -127,10 +131,21 @@ private:
             app.fallthrough();
             return;
         }
-        m_entries.push_back({&row, &app, row.make(), std::make_unique<RepeatArguments>()});
-        m_entries.back().command->declare(app);
-        if (m_entries.back().command->isRepeatable())
-            m_entries.back().repeat->declare(app);
+        m_entries.push_back({&row, &app, nullptr, nullptr});
+        if (m_words.count(app.get_name()) > 0)
+            make(m_entries.back());
+    }
+
+    /// A command that nobody names is not made: that would load what it needs. Only its name and help are known.
+    static void make(Entry& entry)
+    {
+        if (entry.command != nullptr)
+            return;
+        entry.command = entry.row->make();
+        entry.repeat = std::make_unique<RepeatArguments>();
+        entry.command->declare(*entry.app);
+        if (entry.command->isRepeatable())
+            entry.repeat->declare(*entry.app);
     }
 
     void requireLocation() const
@@ -196,6 +211,7 @@ private:
                " --help' lists the commands.";
     }
 
+    const std::set<std::string> m_words; // of the command line
     CLI::App m_app{"Authenticates the accessory coprocessor on an I2C bus, and shows what it does.", "authchip"};
     CommonOptions m_options;
     std::string m_address;
@@ -208,7 +224,7 @@ private:
 
 CommandLine parseCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
 {
-    return Parser().parse(argc, argv, out, err);
+    return Parser(argc, argv).parse(argc, argv, out, err);
 }
 
 } // namespace VorelKestrel::Tool

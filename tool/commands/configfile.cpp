@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <utility>
 #include <vector>
 
 #include <unistd.h>
@@ -32,12 +33,16 @@ using Items = std::vector<CLI::ConfigItem>;
 class OptionsFile : public CLI::ConfigBase
 {
 public:
-    explicit OptionsFile(const CLI::App& app) : m_app(app) {}
+    OptionsFile(const CLI::App& app, std::function<void()> declareAll) : m_app(app), m_declareAll(std::move(declareAll))
+    {}
 
     Items from_config(std::istream& input) const override
     {
         Items found;
         for (const CLI::ConfigItem& line : CLI::ConfigBase::from_config(input)) {
+            if (addFor(m_app, line, {}, found))
+                continue;
+            m_declareAll();
             if (!addFor(m_app, line, {}, found))
                 throw Failure(kWrongUsage, "use the file of options",
                               "'" + line.fullname() + "' is no option of any command",
@@ -66,16 +71,17 @@ private:
     }
 
     const CLI::App& m_app;
+    const std::function<void()> m_declareAll;
 };
 
 } // namespace
 
-void declareConfigFile(CLI::App& app)
+void declareConfigFile(CLI::App& app, std::function<void()> declareAll)
 {
     app.set_config("--config", chosenFile(), std::string("A file with options (") + kConfigFile + ")")
         ->envname(kVariable)
         ->type_name("FILE");
-    app.config_formatter(std::make_shared<OptionsFile>(app));
+    app.config_formatter(std::make_shared<OptionsFile>(app, std::move(declareAll)));
 }
 
 void requireConfigFile(const CLI::App& app)

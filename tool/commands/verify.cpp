@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tool/chip/storedcertificate.h"
 #include "tool/commands/chipreport.h"
 #include "tool/commands/trustarguments.h"
 #include "tool/commands/values.h"

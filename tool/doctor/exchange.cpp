@@ -6,7 +6,7 @@
 #include "common/hex.h"
 #include "common/patience.h"
 #include "tool/chip/advice.h"
-#include "tool/chip/storedcertificate.h"
+#include "tool/report/inbytes.h"
 
 namespace VorelKestrel::Tool {
 namespace {

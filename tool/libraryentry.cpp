@@ -1,10 +1,10 @@
-// The module's door: what is behind it lives as long as the tool uses the library.
+// The door of libauthchip-chip.so: what is behind it lives as long as the tool uses the library.
 
 #include <log4cplus/initializer.h>
 
 #include "tool/chip/librarychip.h"
 #include "tool/chip/librarylog.h"
-#include "tool/chip/librarymodule.h"
+#include "tool/modules.h"
 
 namespace {
 

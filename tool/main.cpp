@@ -1,6 +1,7 @@
 // authchip: shows a chip to whoever brings a board up, and proves it.
 
 #include <iostream>
+#include <optional>
 #include <string>
 
 #include "common/escaped.h"
@@ -63,24 +64,44 @@ private:
     BusMeter& m_meter;
 };
 
+/// What a process says that waits for the lock no longer. Returns its exit status.
+ExitStatus giveUp(bool json, const Failure& failure, std::ostream& answer)
+{
+    if (json)
+        printJson(failure, answer);
+    answer.flush();
+    explain(failure, std::cerr);
+    return failure.status();
+}
+
+/// The same in a run of many attempts: with its summary.
+ExitStatus giveUp(Repetition& repetition, const Failure& failure, std::ostream& answer)
+{
+    const ExitStatus status = repetition.giveUp(failure);
+    answer.flush();
+    explain(failure, std::cerr);
+    return status;
+}
+
 ExitStatus runWithLibrary(const CommandLine& line, std::ostream& answer)
 {
     const CommonOptions& options = line.options;
     const auto chips = loadLibrary(options.location, options.verbosity, options.logConfig);
     if (options.busTimeout)
         setBusTimeout(options.location.device, *options.busTimeout);
+    std::optional<Repetition> repetition; // set between two calls of the library
     LockWatch watch(options.location.device, options.lockTimeout, [&](const Failure& failure) {
-        if (options.json)
-            printJson(failure, answer);
-        answer.flush();
-        explain(failure, std::cerr);
+        return repetition ? giveUp(*repetition, failure, answer) : giveUp(options.json, failure, answer);
     });
     BusMeter meter(options.verbosity >= 2 ? tellOnStandardError : BusMeter::Listener());
     WatchedChipAccess watched(*chips, watch, meter);
     const StatsAtTheEnd stats(options, meter);
     const CommandContext context = {options, answer, &watched, &meter};
     waitForChip(context, line.repeat);
-    return line.repeat.isWanted() ? repeat(*line.command, context, line.repeat) : line.command->run(context);
+    if (!line.repeat.isWanted())
+        return line.command->run(context);
+    repetition.emplace(*line.command, context, line.repeat);
+    return repetition->run();
 }
 
 ExitStatus run(const CommandLine& line, std::ostream& answer)

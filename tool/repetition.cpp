@@ -42,137 +42,133 @@ std::string timeOfDay()
     return text;
 }
 
-/// The current figures. On a terminal each report overwrites the line of the one before; elsewhere nothing is shown.
-class Progress
-{
-public:
-    ~Progress()
-    {
-        if (m_isShown)
-            std::cerr << kClear << std::flush;
-    }
-    void show(const Tally& tally)
-    {
-        constexpr auto kInterval = std::chrono::milliseconds(200);
-        const auto now = Clock::now();
-        if (!m_isWanted || now - m_last < kInterval)
-            return;
-        m_last = now;
-        m_isShown = true;
-        const Histogram& times = tally.steps().back()->times;
-        std::cerr << kClear << tally.attempts() << " attempts, " << tally.failures() << " failures; median "
-                  << inMilliseconds(times.quantile(0.5)) << ", longest " << inMilliseconds(times.longest())
-                  << std::flush;
-    }
-
-private:
-    static constexpr char kClear[] = "\r\x1b[K";
-
-    const bool m_isWanted = isatty(STDERR_FILENO) == 1;
-    bool m_isShown = false;
-    Clock::time_point m_last = Clock::now();
-};
-
-class Repetition
-{
-public:
-    Repetition(Command& command, const CommandContext& context, const RepeatOptions& options)
-        : m_command(command), m_context(context), m_options(options), m_quietly(context.options)
-    {
-        m_quietly.json = false;
-        m_quietly.stats = false; // the summary has them
-    }
-
-    ExitStatus run()
-    {
-        const Interruption interruption;
-        {
-            Progress progress;
-            while (goesOn() && !interruption.hasCome() && m_context.answer.good()) {
-                const std::string at = timeOfDay();
-                const Attempt attempt = tryOnce();
-                m_tally.add(attempt);
-                if (m_options.jsonLines)
-                    printInOneLine(jsonOf(attempt, m_tally.attempts(), at), m_context.answer);
-                progress.show(m_tally);
-                if (!attempt.cause.empty() && attempt.time < kShortest)
-                    std::this_thread::sleep_for(kPause);
-            }
-        }
-        tell();
-        return m_worst;
-    }
-
-private:
-    bool goesOn() const
-    {
-        const bool isTime = !m_options.time || Clock::now() - m_begin < *m_options.time;
-        return isTime && (!m_options.attempts || m_tally.attempts() < *m_options.attempts);
-    }
-
-    Attempt tryOnce()
-    {
-        Attempt attempt;
-        std::ostream nowhere(nullptr);
-        const auto begin = Clock::now();
-        attempt.begin = begin - m_begin;
-        try {
-            m_command.run({m_quietly, nowhere, m_context.chips, m_context.meter});
-        } catch (const Failure& failure) {
-            if (failure.status() == ExitStatus::Usage)
-                throw;
-            attempt.cause = failure.cause();
-            worsen(failure.status());
-        }
-        attempt.time = Clock::now() - begin;
-        attempt.operations = m_context.meter->take();
-        return attempt;
-    }
-
-    void worsen(ExitStatus status)
-    {
-        const bool isWorse =
-            status == ExitStatus::NotAuthentic || (m_worst != ExitStatus::NotAuthentic && status > m_worst);
-        m_worst = isWorse ? status : m_worst;
-    }
-
-    void tell() const
-    {
-        if (m_options.jsonLines)
-            printInOneLine({{"summary", jsonOf(m_tally)}}, m_context.answer);
-        else if (m_context.options.json)
-            printInOneLine(jsonOf(m_tally), m_context.answer);
-        else
-            printTable(m_tally, m_context.answer);
-        if (!m_options.page.empty())
-            writePage();
-    }
-
-    void writePage() const
-    {
-        const std::string title = "authchip: " + escapedLines(describe(m_context.options.location));
-        errno = 0;
-        std::ofstream file(m_options.page);
-        file << pageOf(m_tally, title) << std::flush;
-        if (!file)
-            throw Failure("file not written", "write " + m_options.page, describeSystemError(errno),
-                          "Name a file that can be written, in a folder that exists.");
-    }
-
-    Command& m_command;
-    const CommandContext& m_context;
-    const RepeatOptions& m_options;
-    CommonOptions m_quietly; // of the command, whose own answers nobody sees
-    const Clock::time_point m_begin = Clock::now();
-    Tally m_tally;
-    ExitStatus m_worst = ExitStatus::Success;
-};
+constexpr char kClear[] = "\r\x1b[K";
 
 } // namespace
 
-ExitStatus repeat(Command& command, const CommandContext& context, const RepeatOptions& options)
+Progress::Progress() : m_isWanted(isatty(STDERR_FILENO) == 1) {}
+
+void Progress::show(const Tally& tally)
 {
-    return Repetition(command, context, options).run();
+    constexpr auto kInterval = std::chrono::milliseconds(200);
+    const auto now = Clock::now();
+    if (!m_isWanted || now - m_last < kInterval)
+        return;
+    m_last = now;
+    m_isShown = true;
+    const Histogram& times = tally.steps().back()->times;
+    std::cerr << kClear << tally.attempts() << " attempts, " << tally.failures() << " failures; median "
+              << inMilliseconds(times.quantile(0.5)) << ", longest " << inMilliseconds(times.longest()) << std::flush;
+}
+
+void Progress::clear()
+{
+    if (m_isShown)
+        std::cerr << kClear << std::flush;
+    m_isShown = false;
+}
+
+Repetition::Repetition(Command& command, const CommandContext& context, const RepeatOptions& options)
+    : m_command(command), m_context(context), m_options(options), m_quietly(context.options)
+{
+    m_quietly.json = false;
+    m_quietly.stats = false; // the summary has them
+}
+
+ExitStatus Repetition::run()
+{
+    const Interruption interruption;
+    while (goesOn() && !interruption.hasCome() && m_context.answer.good()) {
+        const Attempt attempt = tryOnce();
+        count(attempt);
+        m_progress.show(m_tally);
+        if (!attempt.cause.empty() && attempt.time < kShortest)
+            std::this_thread::sleep_for(kPause);
+    }
+    m_progress.clear();
+    tell();
+    return m_worst;
+}
+
+ExitStatus Repetition::giveUp(const Failure& failure)
+{
+    m_progress.clear();
+    worsen(failure.status());
+    // Without operations: the meter may still be counting.
+    count({failure.cause(), m_attemptBegin, Clock::now() - m_begin - m_attemptBegin, {}});
+    try {
+        tell();
+    } catch (const Failure& unwritten) {
+        explain(unwritten, std::cerr);
+        worsen(unwritten.status());
+    }
+    return m_worst;
+}
+
+bool Repetition::goesOn() const
+{
+    const bool isTime = !m_options.time || Clock::now() - m_begin < *m_options.time;
+    return isTime && (!m_options.attempts || m_tally.attempts() < *m_options.attempts);
+}
+
+Attempt Repetition::tryOnce()
+{
+    Attempt attempt;
+    std::ostream nowhere(nullptr);
+    m_attemptTime = timeOfDay();
+    const auto begin = Clock::now();
+    m_attemptBegin = begin - m_begin;
+    attempt.begin = m_attemptBegin;
+    try {
+        m_command.run({m_quietly, nowhere, m_context.chips, m_context.meter});
+    } catch (const Failure& failure) {
+        if (failure.status() == ExitStatus::Usage)
+            throw;
+        attempt.cause = failure.cause();
+        worsen(failure.status());
+    }
+    attempt.time = Clock::now() - begin;
+    attempt.operations = m_context.meter->take();
+    return attempt;
+}
+
+void Repetition::count(const Attempt& attempt)
+{
+    m_tally.add(attempt);
+    if (!m_options.jsonLines)
+        return;
+    printInOneLine(jsonOf(attempt, m_tally.attempts(), m_attemptTime), m_context.answer);
+    m_context.answer.flush(); // somebody may be watching
+}
+
+void Repetition::worsen(ExitStatus status)
+{
+    const bool isWorse =
+        status == ExitStatus::NotAuthentic || (m_worst != ExitStatus::NotAuthentic && status > m_worst);
+    m_worst = isWorse ? status : m_worst;
+}
+
+void Repetition::tell() const
+{
+    if (m_options.jsonLines)
+        printInOneLine({{"summary", jsonOf(m_tally)}}, m_context.answer);
+    else if (m_context.options.json)
+        printInOneLine(jsonOf(m_tally), m_context.answer);
+    else
+        printTable(m_tally, m_context.answer);
+    if (!m_options.page.empty())
+        writePage();
+}
+
+void Repetition::writePage() const
+{
+    const std::string title = "authchip: " + escapedLines(describe(m_context.options.location));
+    errno = 0;
+    std::ofstream file(m_options.page);
+    file << pageOf(m_tally, title) << std::flush;
+    if (!file)
+        throw Failure("file not written", "write " + m_options.page, describeSystemError(errno),
+                      "Name a file that can be written, in a folder that exists.");
 }
 
 void waitForChip(const CommandContext& context, const RepeatOptions& options)

@@ -61,8 +61,8 @@ WithoutLock findWithoutLock(const LockState& state, const std::string& device)
     return {};
 }
 
-LockWatch::LockWatch(const std::string& device, std::optional<std::chrono::seconds> limit, Explain explainEnd)
-    : m_limit(limit), m_explainEnd(std::move(explainEnd)), m_thread([this] { watch(); })
+LockWatch::LockWatch(const std::string& device, std::optional<std::chrono::seconds> limit, GiveUp giveUp)
+    : m_limit(limit), m_giveUp(std::move(giveUp)), m_thread([this] { watch(); })
 {
     const WithoutLock without = findWithoutLock(lookAtLock(m_keyFile), device);
     if (!without.reason.empty())
@@ -120,8 +120,7 @@ void LockWatch::look()
                           "Waited " + std::to_string(m_limit->count()) + " seconds for " + describeHolder(state),
                           "If that process hangs, end it: the system then gives the lock back. 'authchip doctor' tells "
                           "more.");
-    m_explainEnd(failure);
-    std::_Exit(static_cast<int>(failure.status()));
+    std::_Exit(static_cast<int>(m_giveUp(failure)));
 }
 
 } // namespace VorelKestrel::Tool

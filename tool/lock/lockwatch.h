@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "tool/lock/systemlock.h"
+#include "tool/report/exitstatus.h"
 #include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
@@ -19,16 +20,18 @@ namespace VorelKestrel::Tool {
  * and that it does without the lock.
  *
  * Threads: a thread of its own looks at the lock while a call of the library's runs; it takes no part in it.
- * Errors:  when the time limit has passed, the process says so and ends: the call that waits cannot be aborted.
+ * Errors:  when the time limit has passed, the process says so and ends, without its destructors: the call that waits
+ *          cannot be aborted.
  */
 class LockWatch
 {
 public:
-    /// Explains why the process ends.
-    using Explain = std::function<void(const Failure&)>;
+    /// Says why the process ends, flushes what it has written, and returns the exit status. The thread that called the
+    /// library does not come out of its Call meanwhile.
+    using GiveUp = std::function<ExitStatus(const Failure&)>;
 
     /// Requires: the library is loaded, and has made or found the lock. Without @p limit it waits as long as it takes.
-    LockWatch(const std::string& device, std::optional<std::chrono::seconds> limit, Explain explainEnd);
+    LockWatch(const std::string& device, std::optional<std::chrono::seconds> limit, GiveUp giveUp);
     LockWatch(const LockWatch&) = delete;
     LockWatch& operator=(const LockWatch&) = delete;
     ~LockWatch();
@@ -55,7 +58,7 @@ private:
 
     const std::string m_keyFile = lockKeyFile();
     const std::optional<std::chrono::seconds> m_limit;
-    const Explain m_explainEnd;
+    const GiveUp m_giveUp;
     std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_isInCall = false; // guarded by m_mutex, as is m_ends

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include <dlfcn.h>
@@ -37,7 +38,9 @@ extern "C" std::size_t __sanitizer_get_allocated_size(const volatile void* block
 namespace {
 
 constexpr std::uint8_t kDeviceVersion = DEVICE_VERSION;
-constexpr bool kIsProtocol30 = VorelKestrel::findGeneration(kDeviceVersion) == &VorelKestrel::kGeneration30;
+// By name: with UndefinedBehaviorSanitizer, g++ takes no comparison of two addresses for a constant.
+constexpr std::string_view kProtocol = VorelKestrel::findGeneration(kDeviceVersion)->protocol;
+constexpr bool kIsProtocol30 = kProtocol == VorelKestrel::kGeneration30.protocol;
 constexpr int kMostMessages = 2 * (kIsProtocol30 ? 10 : 15); // a certificate of all pages
 
 /// A block of the heap of exactly that size, so that a byte too many is seen; a negative size counts as none.

@@ -15,6 +15,7 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/inotify.h>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
@@ -96,6 +97,9 @@ protected:
         EXPECT_EQ(LockCondition::Free, state.condition);
         EXPECT_EQ(1, state.value);
         EXPECT_EQ(1, setsOfFolder());
+        const FolderIdentity identity = KeyFolder(m_folder.keyFile()).identity(); // tells it without its key file
+        EXPECT_EQ(identity[0], controlSemaphore(state.semaphore, 1, GETVAL));
+        EXPECT_EQ(identity[1], controlSemaphore(state.semaphore, 2, GETVAL));
         Examination examination;
         examination.lockFile = m_folder.keyFile();
         for (const Finding& finding : checkLock(examination))
@@ -344,6 +348,49 @@ TEST_F(LockSeedTest, ReplacesWhatIsNoFileWithoutOpeningIt)
         EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(place)));
         m_folder.clear();
     }
+}
+
+/// Who opens a pipe waits for its other end; who opens a device may have it do something.
+TEST_F(LockSeedTest, OpensNothingThatItFinds)
+{
+    const std::string place = m_folder.keyFile();
+    const std::vector<std::function<void()>> obstacles = {
+        [&] { m_folder.makeKeyFile(); },
+        [&] { mkfifo(place.c_str(), 0666); },
+        [&] { fs::create_directory(place); },
+        [this] { seed(); },
+    };
+    for (const auto& obstruct : obstacles) {
+        obstruct();
+        const VorelKestrel::ScopedDescriptor watch(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+        ASSERT_NE(-1, inotify_add_watch(watch.get(), place.c_str(), IN_OPEN));
+        Examination examination;
+        examination.lockFile = place;
+        checkLock(examination);
+        examination.token.reset();
+        seed();
+        seed();
+        std::array<char, 4096> events = {};
+        const ssize_t length = read(watch.get(), events.data(), events.size());
+        EXPECT_TRUE(length < 0 || (reinterpret_cast<inotify_event*>(events.data())->mask & IN_OPEN) == 0);
+        m_folder.clear();
+    }
+}
+
+TEST_F(LockSeedTest, TakesNoSemaphoreForTheLockWhereNoFileGivesAKey)
+{
+    if (!m_own.areAlone())
+        GTEST_SKIP() << "this process has no semaphores of its own";
+    constexpr key_t kOfNoFile = -1; // ftok()'s result in that case
+    const int other = semget(kOfNoFile, kSemaphoresOfSeed, IPC_CREAT | 0600);
+    ASSERT_NE(-1, other);
+    EXPECT_EQ(-1, m_folder.look().semaphore);
+    fs::create_symlink("/missing", m_folder.keyFile());
+    EXPECT_EQ(-1, m_folder.look().semaphore);
+    EXPECT_EQ(SeedResult::Made, seed());
+    EXPECT_NE(other, m_folder.look().semaphore);
+    EXPECT_EQ(0, semctl(other, 0, GETVAL));
+    semctl(other, 0, IPC_RMID);
 }
 
 TEST_F(LockSeedTest, SetsAFolderAsideWithWhatIsInIt)

@@ -1,7 +1,11 @@
 #include "tool/chip/verification.h"
 
 #include <gtest/gtest.h>
+#include <openssl/bn.h>
+#include <openssl/core_names.h>
 #include <openssl/ec.h>
+#include <openssl/err.h>
+#include <openssl/rsa.h>
 
 #include "tests/tool/chip/credentials.h"
 
@@ -27,6 +31,13 @@ std::string found(const Generation& generation, EVP_PKEY* key, const Bytes& chal
 {
     const auto flaw = findFlaw(generation, key, challenge, signature);
     return flaw ? flaw->found : "";
+}
+
+/// Of a signature of a challenge of zeros; null if there is no flaw.
+const char* causeOf(const Generation& generation, EVP_PKEY* key, const Bytes& signature)
+{
+    const auto flaw = findFlaw(generation, key, Bytes(generation.challengeLength), signature);
+    return flaw ? flaw->cause : nullptr;
 }
 
 class VerificationTest : public testing::TestWithParam<Keys>
@@ -117,8 +128,115 @@ INSTANTIATE_TEST_SUITE_P(Generations, VerificationTest,
 
 TEST(VerificationCurveTest, FindsAKeyOnAnotherCurve)
 {
-    const KeyPointer key(EVP_EC_gen("secp384r1"));
-    EXPECT_NE(std::string::npos, found(kGeneration30, key.get(), Bytes(32), Bytes(64)).find("not of the kind"));
+    for (const char* const curve : {"secp384r1", "secp256k1", "brainpoolP256r1"}) { // two of the same length
+        const KeyPointer key(EVP_EC_gen(curve));
+        EXPECT_STREQ("wrong kind of key", causeOf(kGeneration30, key.get(), Bytes(64))) << curve;
+    }
+}
+
+TEST(VerificationCurveTest, FindsAnRsaKeyOfAnotherLength)
+{
+    const KeyPointer key(EVP_RSA_gen(2048));
+    EXPECT_STREQ("wrong kind of key", causeOf(kGeneration20B, key.get(), Bytes(256)));
+}
+
+/// What causes a program that reads the cause is told, of signatures that somebody has made wrongly.
+class VerificationCauseTest : public testing::Test
+{
+protected:
+    static Bytes joined(Bytes first, const Bytes& second)
+    {
+        first.insert(first.end(), second.begin(), second.end());
+        return first;
+    }
+    /// A number plus @p difference, as wide as it was.
+    static Bytes plus(Bytes number, int difference)
+    {
+        const OpensslPointer<BIGNUM, BN_free> value(BN_bin2bn(number.data(), static_cast<int>(number.size()), nullptr));
+        EXPECT_EQ(1, difference < 0 ? BN_sub_word(value.get(), 1) : BN_add_word(value.get(), difference));
+        BN_bn2binpad(value.get(), number.data(), static_cast<int>(number.size()));
+        return number;
+    }
+    static Bytes modulusOf(const EVP_PKEY* key)
+    {
+        BIGNUM* modulus = nullptr;
+        EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_N, &modulus);
+        const OpensslPointer<BIGNUM, BN_free> owned(modulus);
+        Bytes bytes(kGeneration20B.responseLength);
+        BN_bn2binpad(modulus, bytes.data(), static_cast<int>(bytes.size()));
+        return bytes;
+    }
+    static Bytes inDer(const Bytes& rThenS)
+    {
+        const OpensslPointer<ECDSA_SIG, ECDSA_SIG_free> pair(ECDSA_SIG_new());
+        ECDSA_SIG_set0(pair.get(), BN_bin2bn(rThenS.data(), 32, nullptr), BN_bin2bn(&rThenS[32], 32, nullptr));
+        Bytes der(static_cast<std::size_t>(i2d_ECDSA_SIG(pair.get(), nullptr)));
+        auto* position = der.data();
+        i2d_ECDSA_SIG(pair.get(), &position);
+        return der;
+    }
+
+    const KeyPointer m_rsa = readTestKey("chip20b.key");
+    const KeyPointer m_curve = readTestKey("chip30.key");
+    const Bytes m_signature = signAs(kGeneration30, m_curve.get(), Bytes(kGeneration30.challengeLength));
+    const Bytes m_r = Bytes(m_signature.begin(), m_signature.begin() + 32);
+    const Bytes m_s = Bytes(m_signature.begin() + 32, m_signature.end());
+    /// How many points the curve has: r and s are below.
+    const Bytes m_order = *fromHex("ffffffff00000000ffffffffffffffffbce6faada7179e84f3b9cac2fc632551");
+};
+
+TEST_F(VerificationCauseTest, IsNoneForAGoodSignature)
+{
+    EXPECT_EQ(nullptr, causeOf(kGeneration30, m_curve.get(), m_signature));
+    EXPECT_EQ(nullptr, causeOf(kGeneration20B, m_rsa.get(),
+                               signAs(kGeneration20B, m_rsa.get(), Bytes(kGeneration20B.challengeLength))));
+}
+
+TEST_F(VerificationCauseTest, IsTheOrderOfRAndS)
+{
+    EXPECT_STREQ("r and s exchanged", causeOf(kGeneration30, m_curve.get(), joined(m_s, m_r)));
+}
+
+TEST_F(VerificationCauseTest, IsAnROrSThatNoKeyMakes)
+{
+    for (const Bytes& number : {Bytes(32), m_order, plus(m_order, 1)}) {
+        EXPECT_STREQ("signature out of range", causeOf(kGeneration30, m_curve.get(), joined(number, m_s)));
+        EXPECT_STREQ("signature out of range", causeOf(kGeneration30, m_curve.get(), joined(m_r, number)));
+    }
+    for (const Bytes& number : {plus(Bytes(32), 1), plus(m_order, -1)}) {
+        EXPECT_STREQ("wrong signature", causeOf(kGeneration30, m_curve.get(), joined(number, m_s)));
+        EXPECT_STREQ("wrong signature", causeOf(kGeneration30, m_curve.get(), joined(m_r, number)));
+    }
+}
+
+TEST_F(VerificationCauseTest, IsANumberThatNoRsaKeyMakes)
+{
+    const Bytes modulus = modulusOf(m_rsa.get());
+    EXPECT_STREQ("signature out of range", causeOf(kGeneration20B, m_rsa.get(), modulus));
+    EXPECT_STREQ("signature out of range", causeOf(kGeneration20B, m_rsa.get(), Bytes(modulus.size())));
+    EXPECT_STREQ("wrong signature", causeOf(kGeneration20B, m_rsa.get(), plus(modulus, 1)));
+    EXPECT_STREQ("wrong signature", causeOf(kGeneration20B, m_rsa.get(), plus(modulus, -1)));
+}
+
+TEST_F(VerificationCauseTest, IsDerForTheProtocolThatSignsWithRAndS)
+{
+    Bytes der = inDer(m_signature);
+    const auto flaw = findFlaw(kGeneration30, m_curve.get(), Bytes(kGeneration30.challengeLength), der);
+    ASSERT_TRUE(flaw);
+    EXPECT_STREQ("signature in DER", flaw->cause);
+    EXPECT_EQ("the signature has " + std::to_string(der.size()) + " bytes instead of 64: it is in DER", flaw->found);
+    EXPECT_STREQ("wrong signature", causeOf(kGeneration20B, m_rsa.get(), der));
+
+    der.push_back(0);
+    EXPECT_STREQ("wrong signature", causeOf(kGeneration30, m_curve.get(), der));
+}
+
+TEST_F(VerificationCauseTest, LeavesNothingInOpensslsQueueOfErrors)
+{
+    for (const Bytes& signature : {Bytes(), Bytes(7), Bytes(64, 0x55), m_signature}) {
+        causeOf(kGeneration30, m_curve.get(), signature);
+        EXPECT_EQ(0UL, ERR_peek_error());
+    }
 }
 
 } // namespace

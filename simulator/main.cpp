@@ -29,7 +29,7 @@ namespace {
 void print(const std::string& text)
 {
     if (!(std::cout << text << std::flush))
-        throw FrontError("cannot write to standard output: it takes no more");
+        throw FrontError("cannot write to standard output; look for a full disk or a closed pipe");
 }
 
 int reportNotStarted(const std::string& program, int error)
@@ -38,7 +38,7 @@ int reportNotStarted(const std::string& program, int error)
     return exitStatusOfNotStarted(error);
 }
 
-/// Says what differs from a replay, and asks the program to end as a signal to this process would.
+/// Reports a difference from the replay, and ends the program by a signal to this process.
 class ReplayWatch
 {
 public:
@@ -46,20 +46,19 @@ public:
     {
         return [this](const std::string& difference) {
             m_hasDiffered = true;
-            std::cerr
-                << "authchip-sim: " + difference +
-                       "\n  next: Give the program what it had then, or let --replay-loosely answer by register.\n";
+            std::cerr << "authchip-sim: " + difference +
+                             "\n  next: Give the program the same input as then, or use --replay-loosely.\n";
             kill(getpid(), SIGTERM);
         };
     }
-    /// The exit status: the program's, if its messages were those of the replay.
+    /// The exit status: the program's if no message differed.
     int statusOf(int result) const { return m_hasDiffered ? kExitNoNode : result; }
 
 private:
     std::atomic<bool> m_hasDiffered{false};
 };
 
-/// Serves the bus to whoever @p stay waits for. Returns the exit status.
+/// Serves the bus while @p stay runs. Returns the exit status.
 int serveBus(const Options& options, const std::function<int(ServedBus&)>& stay)
 {
     ReplayWatch watch;
@@ -88,30 +87,30 @@ int simulateNode(const Options& options)
     });
 }
 
-/// Where the USB device is to be found.
+/// Where the USB device is.
 struct DeviceAddress
 {
     std::string name;     // for people and scripts
     std::string variable; // for the program's environment
-    int connection;       // to the kernel that has the device; -1 if none has it for good
+    int connection;       // to the kernel that has the device; -1: none
 };
 
 using Stay = std::function<int(const DeviceAddress&)>;
 
-int attach(Adapter& device, const Stay& stay)
+int attach(UsbAdapter& device, const Stay& stay)
 {
     const VhciAttachment attachment(device);
     return stay({attachment.node(), "AUTHCHIP_DEVICE=" + attachment.node(), attachment.hangUpDescriptor()});
 }
 
-int serve(Adapter& device, AL::U16 port, const Stay& stay)
+int serve(UsbAdapter& device, AL::U16 port, const Stay& stay)
 {
     const UsbIpServer server(device, port);
     const std::string address = "127.0.0.1:" + std::to_string(server.port());
     return stay({address, "AUTHCHIP_USBIP=" + address, -1});
 }
 
-/// Puts the USB device up for as long as @p stay takes.
+/// Offers the USB device while @p stay runs.
 int simulateUsbDevice(const Options& options, const Stay& stay)
 {
     return serveBus(options, [&](ServedBus& bus) {
@@ -122,9 +121,9 @@ int simulateUsbDevice(const Options& options, const Stay& stay)
 
 int waitForSignal(const TerminationSignals& signals, const DeviceAddress& address)
 {
-    print(address.name + '\n'); // whoever reads it waits for it
+    print(address.name + '\n'); // at once: scripts wait for this line
     if (!signals.wait(address.connection))
-        throw FrontError("the kernel has let go of " + address.name);
+        throw FrontError("the kernel has released " + address.name);
     return 0;
 }
 

@@ -30,7 +30,7 @@ constexpr AL::U8 kVendorOut = USB_DIR_OUT | USB_TYPE_VENDOR | USB_RECIP_INTERFAC
 
 constexpr AL::U8 kConfiguration = 1; // the only one
 constexpr std::size_t kConfigurationLength = USB_DT_CONFIG_SIZE + USB_DT_INTERFACE_SIZE;
-constexpr AL::U8 kUndrivenLine = 0xff; // what a host reads if no device answers
+constexpr AL::U8 kUndrivenLine = 0xff; // read if no device answers
 
 constexpr const char* kStrings[] = {"authchipdriver", "Simulated I2C bus", "0001"}; // numbered from 1
 constexpr AL::U16 kAmericanEnglish = 0x0409;
@@ -57,7 +57,7 @@ Bytes stringDescriptor(const Characters& characters)
     return descriptor;
 }
 
-/// What goes to the host, cut to what the host asked for.
+/// Answers with data, cut to the length that the host requested.
 std::optional<ControlAnswer> send(const ControlRequest& request, Bytes data)
 {
     data.resize(std::min<std::size_t>(data.size(), request.length));
@@ -70,7 +70,7 @@ std::optional<ControlAnswer> took(std::size_t count)
     return ControlAnswer{count, {}};
 }
 
-/// What a control transfer asks for, as one number.
+/// Type and request of a control transfer as one number.
 constexpr unsigned kind(AL::U8 type, AL::U8 request)
 {
     return static_cast<unsigned>(type) << 8U | request;
@@ -119,14 +119,14 @@ Bytes I2cTinyUsb::deviceDescriptor() const
         0,
         64, // bytes in a packet
         0x03,
-        0x04, // vendor and product: the first pair of those that the driver knows
+        0x04, // vendor and product: the first pair that the driver knows
         0x31,
         0xc6,
         0x05,
         0x02, // release 2.05
         1,
         2,
-        3, // the strings of maker, product and serial number
+        3, // strings: maker, product, serial number
         1, // configuration
     };
 }
@@ -213,7 +213,7 @@ I2cTinyUsb::Answer I2cTinyUsb::writeMessage(const ControlRequest& request, const
     return took(data.size());
 }
 
-/// Whether the message is at a place in a transfer where it can be: the first one begins it.
+/// Whether the message fits the state of the transfer: only the first message begins one.
 bool I2cTinyUsb::continuesTransfer(const ControlRequest& request)
 {
     const bool possible = m_transferring || (request.request & kBegin) != 0;
@@ -221,7 +221,7 @@ bool I2cTinyUsb::continuesTransfer(const ControlRequest& request)
     return possible;
 }
 
-/// Keeps what the host will ask for. Returns false if the bus failed in a way that the status cannot tell.
+/// Stores the status for the host. Returns false if the bus failed in a way that no status describes.
 bool I2cTinyUsb::settle(const Transfer& transfer)
 {
     if (transfer.outcome != Outcome::Done && transfer.outcome != Outcome::Refused)

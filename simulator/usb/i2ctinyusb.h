@@ -2,26 +2,25 @@
 #define SIMULATOR_USB_I2CTINYUSB_H
 
 #include "simulator/bus/bus.h"
-#include "simulator/usb/adapter.h"
+#include "simulator/usb/usbadapter.h"
 
 namespace VorelKestrel::Simulator {
 
 /**
- * The adapter that Linux's driver i2c-tiny-usb binds to: a bus message is a vendor request with the address as its
- * index.
+ * The adapter for Linux's driver i2c-tiny-usb. A bus message is a vendor request whose index is the address.
  *
  *     request     | direction | value      | index   | data
  *     0 echo      | in        | anything   |         | the value
- *     1 functions | in        |            |         | what the bus can do, in i2c-dev's bits
+ *     1 functions | in        |            |         | the functions of the bus, as i2c-dev's bits
  *     2 delay     | out       | of a bit   |         | none
  *     3 status    | in        |            |         | 0 none yet, 1 acknowledged, 2 refused
- *     4 to 7      | either    | i2c flags  | address | the message; 1 is added at the begin, 2 at the end of a transfer
+ *     4 to 7      | either    | i2c flags  | address | the message; plus 1 if first, plus 2 if last in a transfer
  *
- * A refused message still moves its data, and the status reports it; a failed one is stalled.
+ * A refused message still moves its data, and the status reports the refusal. A failed message stalls.
  *
  * Ownership: the bus stays the caller's and outlives the device.
  */
-class I2cTinyUsb : public Adapter
+class I2cTinyUsb : public UsbAdapter
 {
 public:
     explicit I2cTinyUsb(Bus& bus) : m_bus(bus) {}
@@ -51,7 +50,7 @@ private:
 
     Bus& m_bus;
     Status m_status = Status::Idle;
-    bool m_transferring = false; // between a begin and its end
+    bool m_transferring = false; // between the first and the last message
     AL::U8 m_configuration = 0;
 };
 

@@ -9,7 +9,7 @@ namespace VorelKestrel::Simulator {
 ServingThread::ServingThread(ScopedDescriptor socket, std::function<void(int socket)> serve)
     : m_socket(std::move(socket)), m_thread([this, serve = std::move(serve)] {
           serve(m_socket.get());
-          shutdown(m_socket.get(), SHUT_RDWR); // the other side shall not wait for the destructor
+          shutdown(m_socket.get(), SHUT_RDWR); // so that the other side need not wait for the destructor
           m_ended = true;
       })
 {}

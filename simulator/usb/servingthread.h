@@ -10,7 +10,8 @@
 namespace VorelKestrel::Simulator {
 
 /**
- * A thread that serves one socket until there is nothing more to do; the destructor hangs up and waits for its end.
+ * A thread that serves one socket until the function returns. The destructor shuts the socket down and waits for the
+ * thread.
  *
  * Requires:  the function returns when the socket has been shut down.
  */

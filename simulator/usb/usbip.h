@@ -7,9 +7,8 @@
 
 #include "common/bytes.h"
 
-// The messages of USB/IP, a protocol that carries the transfers of USB devices over a stream. Every number has its high
-// byte first. A connection begins with one request of the management part and goes on, if that was an import, with
-// submissions and their answers.
+// The messages of USB/IP, a protocol that carries USB transfers over a stream. Numbers are big-endian. A connection
+// begins with one management request; after an import follow submissions and their answers.
 namespace VorelKestrel::Simulator::UsbIp {
 
 constexpr AL::U16 kVersion = 0x0111;
@@ -31,7 +30,7 @@ constexpr AL::U32 kUnlink = 2;
 constexpr AL::U32 kSubmitted = 3;
 constexpr AL::U32 kUnlinked = 4;
 constexpr AL::U32 kDirectionIn = 1;
-constexpr AL::U32 kNotIsochronous = 0xffffffff; // as the number of packets; the kernel sends 0 as well
+constexpr AL::U32 kNotIsochronous = 0xffffffff; // as the number of packets; the kernel also sends 0
 constexpr std::size_t kHeaderLength = 48;       // of a submission, an unlinking, and the answers to them
 
 // Offsets of the numbers in the header.
@@ -44,24 +43,24 @@ constexpr std::size_t kLengthAt = 0x18;
 constexpr std::size_t kPacketCountAt = 0x20;
 constexpr std::size_t kSetupAt = 0x28;
 
-// The device that we present. USB/IP wants a place for it on a bus of this machine's.
+// Our device. USB/IP needs its place on a bus of this machine.
 constexpr const char* kDevicePath = "/sys/devices/simulated/usb1/1-1";
 constexpr const char* kBusId = "1-1";
 constexpr AL::U32 kBusNumber = 1;
 constexpr AL::U32 kDeviceNumber = 2;
 constexpr AL::U32 kDeviceId = kBusNumber << 16U | kDeviceNumber;
 
-/// Puts a number at the end of a message.
+/// Appends a number to a message.
 void append16(Bytes& message, AL::U16 number);
 void append32(Bytes& message, AL::U32 number);
-/// Puts a text at the end of a message, filled up with zeros.
+/// Appends a text to a message, padded with zeros.
 void appendText(Bytes& message, const char* text, std::size_t length);
 
 AL::U16 number16At(const Bytes& message, std::size_t place);
 AL::U32 number32At(const Bytes& message, std::size_t place);
 void setNumber32At(Bytes& message, std::size_t place, AL::U32 number);
 
-/// Moves the whole message over a stream. Returns false when the other side has hung up.
+/// Receives or sends a whole message. Returns false if the other side has hung up.
 bool receive(int socket, Bytes& message, std::size_t length);
 bool send(int socket, const Bytes& message);
 

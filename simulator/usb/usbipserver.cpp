@@ -25,7 +25,7 @@ void switchOn(int socket, int level, int option)
     setsockopt(socket, level, option, &on, sizeof(on));
 }
 
-/// How long the other side may neither send nor take anything; 0 is for ever.
+/// Limits how long the other side may neither send nor receive; 0: no limit.
 void limitSilence(int socket, std::chrono::milliseconds idle)
 {
     timeval time = {};
@@ -35,7 +35,7 @@ void limitSilence(int socket, std::chrono::milliseconds idle)
     setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof(time));
 }
 
-/// A request that is not whole when the time is over counts as silence: a byte now and then keeps no place.
+/// A request must be complete in time, so that sending single bytes cannot keep a connection open.
 bool receiveInTime(int socket, Bytes& request, std::size_t length)
 {
     request.resize(length);
@@ -44,13 +44,13 @@ bool receiveInTime(int socket, Bytes& request, std::size_t length)
 
 constexpr auto kPauseInShortage = std::chrono::milliseconds(50);
 
-/// Descriptors or memory that may be there again soon; until then the client waits in the queue.
+/// A temporary lack of descriptors or memory; meanwhile the client waits in the queue.
 bool isShortage(int error)
 {
     return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
 
-/// No further client can come: the listener has been shut down.
+/// The listener has been shut down.
 bool isFinal(int error)
 {
     return error == EINVAL || error == EBADF;
@@ -79,7 +79,7 @@ Bytes managementReply(AL::U16 code, AL::U32 status)
     return reply;
 }
 
-void appendDevice(Bytes& reply, const Adapter& adapter)
+void appendDevice(Bytes& reply, const UsbAdapter& adapter)
 {
     const Bytes device = adapter.deviceDescriptor();
     const Bytes configuration = adapter.configurationDescriptor();
@@ -94,13 +94,13 @@ void appendDevice(Bytes& reply, const Adapter& adapter)
     reply.insert(reply.end(), {configuration.at(5), device.at(17), configuration.at(4)});
 }
 
-void appendInterface(Bytes& reply, const Adapter& adapter)
+void appendInterface(Bytes& reply, const UsbAdapter& adapter)
 {
     const Bytes configuration = adapter.configurationDescriptor();
     reply.insert(reply.end(), {configuration.at(14), configuration.at(15), configuration.at(16), 0});
 }
 
-Bytes deviceList(const Adapter& adapter)
+Bytes deviceList(const UsbAdapter& adapter)
 {
     Bytes reply = managementReply(UsbIp::kReplyDeviceList, UsbIp::kDone);
     UsbIp::append32(reply, 1);
@@ -111,7 +111,7 @@ Bytes deviceList(const Adapter& adapter)
 
 } // namespace
 
-UsbIpServer::UsbIpServer(Adapter& device, AL::U16 port, const Limits& limits)
+UsbIpServer::UsbIpServer(UsbAdapter& device, AL::U16 port, const Limits& limits)
     : m_device(device), m_limits(limits), m_listener(listenOn(port), [this](int listener) { accept(listener); })
 {}
 
@@ -135,11 +135,11 @@ void UsbIpServer::accept(int listener)
             std::this_thread::sleep_for(kPauseInShortage);
         if (connection.get() < 0 || m_connections.size() >= m_limits.connections)
             continue;
-        switchOn(connection.get(), IPPROTO_TCP, TCP_NODELAY); // every answer is waited for
+        switchOn(connection.get(), IPPROTO_TCP, TCP_NODELAY); // send answers at once
         limitSilence(connection.get(), m_limits.idle);
         try {
             m_connections.emplace_back(std::move(connection), [this](int socket) { serve(socket); });
-        } catch (const std::system_error&) { // no thread left: this client is hung up on, and the next may have one
+        } catch (const std::system_error&) { // no thread available: this client is disconnected
         }
     }
 }

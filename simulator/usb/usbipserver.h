@@ -5,14 +5,14 @@
 #include <list>
 #include <mutex>
 
-#include "simulator/usb/adapter.h"
 #include "simulator/usb/servingthread.h"
+#include "simulator/usb/usbadapter.h"
 
 namespace VorelKestrel::Simulator {
 
 /**
- * Offers the device to USB/IP clients on this machine, over TCP on the loopback address: any may list it, one at a time
- * may import it.
+ * Offers the device to USB/IP clients on this machine, over TCP on the loopback address. Any client may list it; one at
+ * a time may import it.
  *
  * Ownership: the device stays the caller's and outlives the server.
  * Errors:    the constructor throws FrontError.
@@ -22,16 +22,16 @@ class UsbIpServer
 public:
     static constexpr AL::U16 kDefaultPort = 3240;
 
-    /// What a client may take of the server. Whoever has the device may be silent for as long as it likes.
+    /// Limits for clients. A client that has imported the device may be silent without limit.
     struct Limits
     {
-        std::size_t connections = 64;          // those beyond are hung up on at once
-        std::chrono::milliseconds idle{30000}; // before a client has asked for something
+        std::size_t connections = 64;          // further ones are closed at once
+        std::chrono::milliseconds idle{30000}; // until a client has sent its request
     };
 
-    /// @p port 0 takes any that is free.
-    UsbIpServer(Adapter& device, AL::U16 port, const Limits& limits);
-    UsbIpServer(Adapter& device, AL::U16 port) : UsbIpServer(device, port, Limits()) {}
+    /// @p port  0: any free port.
+    UsbIpServer(UsbAdapter& device, AL::U16 port, const Limits& limits);
+    UsbIpServer(UsbAdapter& device, AL::U16 port) : UsbIpServer(device, port, Limits()) {}
     UsbIpServer(const UsbIpServer&) = delete;
     UsbIpServer& operator=(const UsbIpServer&) = delete;
     ~UsbIpServer() = default;
@@ -43,10 +43,10 @@ private:
     void serve(int socket);
     void serveImport(int socket);
 
-    Adapter& m_device;
+    UsbAdapter& m_device;
     const Limits m_limits;
-    std::mutex m_imported;                  // held by the connection that has the device
-    std::list<ServingThread> m_connections; // only the listener's thread touches it
+    std::mutex m_imported;                  // locked by the connection that has the device
+    std::list<ServingThread> m_connections; // used only by the listener's thread
     ServingThread m_listener;
 };
 

@@ -23,7 +23,7 @@ ControlRequest setupOf(const Bytes& header)
             littleEndian16At(header, kValueAt + 2), littleEndian16At(header, kValueAt + 4)};
 }
 
-/// Whether the stream can be followed beyond this submission.
+/// Whether the length of this submission is known, so that the next one can be read.
 bool isPlain(const Bytes& header)
 {
     const AL::U32 packets = UsbIp::number32At(header, UsbIp::kPacketCountAt);
@@ -40,7 +40,7 @@ Bytes answerTo(const Bytes& header, AL::U32 command, int status)
     return answer;
 }
 
-bool serveSubmission(int socket, Adapter& device, const Bytes& header)
+bool serveSubmission(int socket, UsbAdapter& device, const Bytes& header)
 {
     if (!isPlain(header))
         return false;
@@ -61,7 +61,7 @@ bool serveSubmission(int socket, Adapter& device, const Bytes& header)
     return UsbIp::send(socket, answer);
 }
 
-bool serveCommand(int socket, Adapter& device, const Bytes& header)
+bool serveCommand(int socket, UsbAdapter& device, const Bytes& header)
 {
     switch (UsbIp::number32At(header, UsbIp::kCommandAt)) {
     case UsbIp::kSubmit:
@@ -75,7 +75,7 @@ bool serveCommand(int socket, Adapter& device, const Bytes& header)
 
 } // namespace
 
-void serveTransfers(int socket, Adapter& device)
+void serveTransfers(int socket, UsbAdapter& device)
 {
     Bytes header;
     while (UsbIp::receive(socket, header, UsbIp::kHeaderLength) && serveCommand(socket, device, header)) {}

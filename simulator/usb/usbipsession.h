@@ -1,17 +1,17 @@
 #ifndef SIMULATOR_USB_USBIPSESSION_H
 #define SIMULATOR_USB_USBIPSESSION_H
 
-#include "simulator/usb/adapter.h"
+#include "simulator/usb/usbadapter.h"
 
 namespace VorelKestrel::Simulator {
 
 /**
- * Carries out what a USB host controller submits to the device over a stream socket, one transfer after the other,
- * until the other side hangs up or says what cannot be understood.
+ * Executes the transfers that a USB host controller submits over a stream socket, one after the other, until the other
+ * side hangs up or sends something invalid.
  *
- * A transfer that the host gives up is carried out all the same; its unlinking finds it done.
+ * A transfer that the host cancels is executed anyway; the answer to the cancellation says so.
  */
-void serveTransfers(int socket, Adapter& device);
+void serveTransfers(int socket, UsbAdapter& device);
 
 } // namespace VorelKestrel::Simulator
 

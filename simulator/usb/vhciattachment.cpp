@@ -25,10 +25,10 @@ namespace VorelKestrel::Simulator {
 namespace {
 
 constexpr const char* kController = "sys/devices/platform/vhci_hcd.0";
-constexpr unsigned kFreePort = 4; // as the status file has it
+constexpr unsigned kFreePort = 4; // in the status file
 constexpr std::chrono::milliseconds kPollPause{5};
 
-/// What a module makes in /sys when it is there, built in or loaded.
+/// A kernel module, and what it creates in /sys, whether built in or loaded.
 struct Module
 {
     std::string name;
@@ -38,7 +38,7 @@ struct Module
 /// A line of the controller's status.
 struct Port
 {
-    std::string hub; // hs or ss, by the speed of the devices that it takes
+    std::string hub; // hs or ss: the speed of its devices
     unsigned number = 0;
     unsigned status = 0;
     std::string busId; // of the device that is plugged in
@@ -58,7 +58,7 @@ std::vector<Port> portsOf(const fs::path& controller)
     return ports;
 }
 
-/// Writes to a file of the kernel's in one go. Returns 0 or the errno.
+/// Writes a kernel file with one call. Returns 0 or the errno.
 int writeTo(const fs::path& file, const std::string& text)
 {
     const ScopedDescriptor descriptor(open(file.c_str(), O_WRONLY | O_CLOEXEC));
@@ -67,7 +67,7 @@ int writeTo(const fs::path& file, const std::string& text)
     return write(descriptor.get(), text.data(), text.size()) < 0 ? errno : 0;
 }
 
-/// The adapter's number N in the name of a folder i2c-N; nothing for other names.
+/// The name of a folder i2c-N; empty for other names.
 std::string adapterName(const fs::path& folder)
 {
     const std::string name = folder.filename();
@@ -88,7 +88,7 @@ bool waitUntil(std::chrono::milliseconds patience, Condition condition)
 
 } // namespace
 
-VhciAttachment::VhciAttachment(Adapter& device, fs::path root, std::chrono::milliseconds patience)
+VhciAttachment::VhciAttachment(UsbAdapter& device, fs::path root, std::chrono::milliseconds patience)
     : m_root(std::move(root)), m_patience(patience)
 {
     checkModules(device.driver());
@@ -123,11 +123,11 @@ void VhciAttachment::checkModules(const std::string& driver) const
         throw FrontError("the kernel lacks" + missing + "; as root, run: modprobe -a" + missing);
 }
 
-void VhciAttachment::plugIn(Adapter& device)
+void VhciAttachment::plugIn(UsbAdapter& device)
 {
     int sockets[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0)
-        throw FrontError(std::string("cannot make a pair of sockets: ") + std::strerror(errno));
+        throw FrontError(std::string("cannot create a pair of sockets: ") + std::strerror(errno));
     ScopedDescriptor ours(sockets[0]);
     const ScopedDescriptor kernels(sockets[1]);
     for (const Port& port : portsOf(m_root / kController)) {
@@ -137,10 +137,10 @@ void VhciAttachment::plugIn(Adapter& device)
         m_serving.emplace(std::move(ours), [&device](int socket) { serveTransfers(socket, device); });
         return;
     }
-    throw FrontError("no port of the virtual USB host controller is free");
+    throw FrontError("all ports of the virtual USB host controller are used; stop a program that uses one");
 }
 
-/// Returns false if another process was faster.
+/// Returns false if another process took the port.
 bool VhciAttachment::tryPort(unsigned port, int socket) const
 {
     const fs::path file = m_root / kController / "attach";
@@ -148,7 +148,7 @@ bool VhciAttachment::tryPort(unsigned port, int socket) const
     request << port << ' ' << socket << ' ' << UsbIp::kDeviceId << ' ' << USB_SPEED_FULL;
     const int error = writeTo(file, request.str());
     if (error == EACCES || error == EPERM)
-        throw FrontError("no right to write " + file.string() + ": " + std::strerror(error) + "; run this as root");
+        throw FrontError("cannot write " + file.string() + ": " + std::strerror(error) + "; run this as root");
     if (error != 0 && error != EBUSY)
         throw FrontError("cannot write " + file.string() + ": " + std::strerror(error));
     return error == 0;
@@ -163,9 +163,9 @@ void VhciAttachment::waitForNode()
     if (!m_node.empty())
         return;
     if (m_serving->ended())
-        throw FrontError("the kernel has let go of the USB device; its log (dmesg) says why");
-    throw FrontError("the kernel has made no I2C node of the USB device in " + std::to_string(m_patience.count()) +
-                     " ms; its log (dmesg) may say why");
+        throw FrontError("the kernel has released the USB device; its log (dmesg) says why");
+    throw FrontError("the kernel has not created an I2C node for the USB device in " +
+                     std::to_string(m_patience.count()) + " ms; its log (dmesg) may say why");
 }
 
 void VhciAttachment::pullOut()
@@ -173,7 +173,7 @@ void VhciAttachment::pullOut()
     writeTo(m_root / kController / "detach", std::to_string(m_port));
 }
 
-/// The node of the adapter that the driver has made of our device's interface; empty as long as there is none.
+/// The node that the driver has created for our device; empty if there is none yet.
 std::string VhciAttachment::findNode() const
 {
     const auto ports = portsOf(m_root / kController);

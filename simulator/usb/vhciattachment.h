@@ -6,16 +6,16 @@
 #include <optional>
 #include <string>
 
-#include "simulator/usb/adapter.h"
 #include "simulator/usb/servingthread.h"
+#include "simulator/usb/usbadapter.h"
 
 namespace VorelKestrel::Simulator {
 
 /**
- * The device, plugged into a port of the kernel's virtual host controller: the kernel's own drivers make a real
- * /dev/i2c-N of it. One end of a socket pair goes to the controller, so that no network is needed.
+ * The device, plugged into a port of the kernel's virtual host controller. The kernel's drivers then create a real
+ * /dev/i2c-N. One end of a socket pair goes to the controller, so that no network is needed.
  *
- * The node exists from constructor to destructor; the kernel also removes it when the process dies.
+ * The node exists from constructor to destructor. The kernel also removes it when the process dies.
  *
  * Ownership: the device stays the caller's and outlives the attachment.
  * Errors:    the constructor throws FrontError, which names the modules or rights that are missing.
@@ -23,8 +23,8 @@ namespace VorelKestrel::Simulator {
 class VhciAttachment
 {
 public:
-    /// @p root is where the kernel's /sys and /dev stand; @p patience how long it may take to make the node.
-    explicit VhciAttachment(Adapter& device, std::filesystem::path root = "/",
+    /// @p root  the folder with the kernel's /sys and /dev. @p patience  how long to wait for the node.
+    explicit VhciAttachment(UsbAdapter& device, std::filesystem::path root = "/",
                             std::chrono::milliseconds patience = std::chrono::seconds(30));
     VhciAttachment(const VhciAttachment&) = delete;
     VhciAttachment& operator=(const VhciAttachment&) = delete;
@@ -32,12 +32,12 @@ public:
 
     /// The path of the node, for example "/dev/i2c-1".
     const std::string& node() const { return m_node; }
-    /// Reports a hang-up to poll() when the kernel has let go of the device.
+    /// poll() reports a hang-up here when the kernel has released the device.
     int hangUpDescriptor() const { return m_serving->socket(); }
 
 private:
     void checkModules(const std::string& driver) const;
-    void plugIn(Adapter& device);
+    void plugIn(UsbAdapter& device);
     bool tryPort(unsigned port, int socket) const;
     void waitForNode();
     void pullOut();
@@ -46,7 +46,7 @@ private:
     const std::filesystem::path m_root;
     const std::chrono::milliseconds m_patience;
     unsigned m_port = 0;
-    std::optional<ServingThread> m_serving; // not empty once plugged in
+    std::optional<ServingThread> m_serving; // not empty when plugged in
     std::string m_node;
 };
 

@@ -17,7 +17,7 @@ struct Completion
     VorelKestrel::Bytes data;
 };
 
-/// The other side of USB/IP, with an encoding of its own: what usbip and the kernel's host controller would send.
+/// The other side of USB/IP, with its own encoding: sends what usbip and the kernel's host controller would send.
 class UsbIpClient
 {
 public:
@@ -34,7 +34,7 @@ public:
     VorelKestrel::Bytes receive(std::size_t length) const;
     bool hungUp() const { return receive(1).empty(); }
 
-    /// Everything that the server says of its devices.
+    /// The server's list of devices.
     VorelKestrel::Bytes deviceList() const;
     /// Asks for the device. Returns the status of the reply.
     unsigned import(const std::string& busId) const;
@@ -46,11 +46,11 @@ public:
     /// Gives up the submission made last; the status that comes back.
     int unlink();
 
-    /// A vendor request as the kernel's i2c-tiny-usb makes it.
+    /// A vendor request like those of the kernel's i2c-tiny-usb.
     Completion vendorIn(unsigned char request, unsigned value, unsigned index, std::size_t length);
     Completion vendorOut(unsigned char request, unsigned value, unsigned index, const VorelKestrel::Bytes& data = {});
 
-    /// An I2C message and what the device then says of it: 1 acknowledged, 2 refused.
+    /// Sends an I2C message and returns its status: 1 acknowledged, 2 refused.
     unsigned writeMessage(unsigned address, const VorelKestrel::Bytes& data);
     unsigned status();
 

@@ -79,7 +79,7 @@ protected:
     BusyI2cTinyUsbTest() : I2cTinyUsbTest(busySettings()) {}
 };
 
-/// Until the end of the scope this process gets no descriptor more than it has.
+/// Until the end of the scope this process cannot open further descriptors.
 class NoMoreDescriptors
 {
 public:

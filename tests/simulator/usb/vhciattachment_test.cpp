@@ -23,7 +23,7 @@ namespace {
 constexpr const char* kController = "sys/devices/platform/vhci_hcd.0";
 constexpr const char* kHeading = "hub port sta spd dev      sockfd local_busid\n";
 
-/// The files of a kernel that has the modules and, as soon as anybody looks, our device on the second port.
+/// The files of a kernel with the modules and, from the first look on, our device on the second port.
 class Kernel
 {
 public:
@@ -116,8 +116,8 @@ TEST_F(VhciAttachmentTest, NamesTheModulesThatAreMissing)
               complaint());
 }
 
-/// Of another kind, whose driver the kernel lacks.
-class OtherAdapter : public Adapter
+/// Another kind of adapter, whose driver the kernel lacks.
+class OtherUsbAdapter : public UsbAdapter
 {
 public:
     std::optional<ControlAnswer> control(const ControlRequest& /*request*/, const Bytes& /*data*/) override
@@ -131,7 +131,7 @@ public:
 
 TEST_F(VhciAttachmentTest, NamesTheModuleOfTheAdapterThatItAttaches)
 {
-    OtherAdapter adapter;
+    OtherUsbAdapter adapter;
     try {
         const VhciAttachment attachment(adapter, m_kernel.root(), 10s);
         FAIL() << "attached without a driver";
@@ -144,7 +144,7 @@ TEST_F(VhciAttachmentTest, SaysWhenEveryPortIsTaken)
 {
     m_kernel.set("status", std::string(kHeading) + "hs  0000 006 003 00010002 000003 1-1\n");
 
-    EXPECT_EQ("no port of the virtual USB host controller is free", complaint());
+    EXPECT_EQ("all ports of the virtual USB host controller are used; stop a program that uses one", complaint());
 }
 
 TEST_F(VhciAttachmentTest, SaysWhichFileCannotBeWritten)
@@ -159,6 +159,6 @@ TEST_F(VhciAttachmentTest, SaysWhenTheKernelLetsGoBeforeThereIsANode)
 {
     m_kernel.lose("dev/i2c-4"); // the files here never take the socket, so its other end is closed
 
-    EXPECT_EQ("the kernel has let go of the USB device; its log (dmesg) says why", complaint());
+    EXPECT_EQ("the kernel has released the USB device; its log (dmesg) says why", complaint());
     EXPECT_EQ("1", m_kernel.written("detach"));
 }

@@ -1,5 +1,5 @@
 // The block that a signing operation allocates for its caller: when it is allocated, how large it is, and when it is
-// freed where the caller gets none. The journal has malloc and free between the transfers and the lines.
+// freed if the caller gets none. The journal has malloc and free between the transfers and the lines.
 
 #include <cstdlib>
 #include <ostream>
@@ -35,20 +35,20 @@ struct Protocol30
 
 namespace {
 
-/// A chip whose answer has a length that nothing else in the process asks of malloc; TRACE is on.
+/// A chip whose answer has a length that the process allocates nowhere else; TRACE is on.
 template<typename Generation>
-class AnswerBlockTest : public OpenBusTest
+class ResponseBlockTest : public OpenBusTest
 {
 protected:
     static constexpr int kLength = 211;
 
-    AnswerBlockTest()
+    ResponseBlockTest()
     {
         m_bus.holds(0x20, {0, 32}).holds(0x10, {0x10}).holds(0x11, {0, kLength}).holds(0x12, counting(kLength));
         m_log.setLevel(log4cplus::TRACE_LOG_LEVEL);
         m_journal.clear();
     }
-    ~AnswerBlockTest() override { std::free(m_answer); }
+    ~ResponseBlockTest() override { std::free(m_answer); }
 
     Error sign(std::size_t watchedSize = kLength)
     {
@@ -80,13 +80,13 @@ protected:
 };
 
 using Generations = ::testing::Types<Protocol20B, Protocol30>;
-TYPED_TEST_SUITE(AnswerBlockTest, Generations);
+TYPED_TEST_SUITE(ResponseBlockTest, Generations);
 
 const std::string kMalloc = "malloc 211";
 const std::string kFree = "free 211";
 const std::string kRead = "read 211";
 
-TYPED_TEST(AnswerBlockTest, HasExactlyTheReportedLengthAndIsTheCallersAfterSuccess)
+TYPED_TEST(ResponseBlockTest, HasExactlyTheReportedLengthAndIsTheCallersAfterSuccess)
 {
     EXPECT_EQ(Success, this->sign());
     const auto entries = this->journalFromTheBlockOn();
@@ -95,7 +95,7 @@ TYPED_TEST(AnswerBlockTest, HasExactlyTheReportedLengthAndIsTheCallersAfterSucce
                                      TypeParam::kExitLine, "unlock"));
 }
 
-TYPED_TEST(AnswerBlockTest, IsAllocatedAfterItsLengthHasBeenRead)
+TYPED_TEST(ResponseBlockTest, IsAllocatedAfterItsLengthHasBeenRead)
 {
     this->sign();
 
@@ -106,7 +106,7 @@ TYPED_TEST(AnswerBlockTest, IsAllocatedAfterItsLengthHasBeenRead)
     EXPECT_EQ(1, std::count(all.begin(), block, "read 2") - std::count(all.begin(), block, "write 20"));
 }
 
-TYPED_TEST(AnswerBlockTest, IsAllocatedAfterItsLengthHasBeenStored)
+TYPED_TEST(ResponseBlockTest, IsAllocatedAfterItsLengthHasBeenStored)
 {
     const Bytes challenge = counting(32);
     int lengthAtMalloc = -77;
@@ -116,7 +116,7 @@ TYPED_TEST(AnswerBlockTest, IsAllocatedAfterItsLengthHasBeenStored)
     EXPECT_EQ(this->kLength, lengthAtMalloc);
 }
 
-TYPED_TEST(AnswerBlockTest, OfLength0IsAskedOfMallocToo)
+TYPED_TEST(ResponseBlockTest, OfLength0IsAskedOfMallocToo)
 {
     this->m_bus.holds(0x11, {0, 0});
 
@@ -126,7 +126,7 @@ TYPED_TEST(AnswerBlockTest, OfLength0IsAskedOfMallocToo)
                             TypeParam::kExitLine, "unlock"));
 }
 
-TYPED_TEST(AnswerBlockTest, OfAShortAnswerIsFreedAfterTheErrorLineAndBeforeTheBusIsReleased)
+TYPED_TEST(ResponseBlockTest, OfAShortAnswerIsFreedAfterTheErrorLineAndBeforeTheBusIsReleased)
 {
     this->m_bus.deliversOnly(0x12, this->kLength - 1);
 
@@ -135,7 +135,7 @@ TYPED_TEST(AnswerBlockTest, OfAShortAnswerIsFreedAfterTheErrorLineAndBeforeTheBu
                 ElementsAre(kMalloc, "write 12", kRead, TypeParam::kFailureLine, kFree, "unlock"));
 }
 
-TYPED_TEST(AnswerBlockTest, OfAShortAnswerIsTheCallersPointerUntilTheErrorLineAndNullWhenTheBusIsReleased)
+TYPED_TEST(ResponseBlockTest, OfAShortAnswerIsTheCallersPointerUntilTheErrorLineAndNullWhenTheBusIsReleased)
 {
     const std::string failure = std::string(TypeParam::kFailureLine).substr(std::string("ERROR ").size());
     bool wasThereAtTheLine = false;
@@ -151,7 +151,7 @@ TYPED_TEST(AnswerBlockTest, OfAShortAnswerIsTheCallersPointerUntilTheErrorLineAn
     EXPECT_TRUE(wasNullAtTheEnd);
 }
 
-TYPED_TEST(AnswerBlockTest, IsFreedBeforeTheBusIsReleasedWhenALineThrows)
+TYPED_TEST(ResponseBlockTest, IsFreedBeforeTheBusIsReleasedWhenALineThrows)
 {
     for (const std::string line : {"Successfully", "Leave"}) {
         this->throwAt(line);
@@ -164,7 +164,7 @@ TYPED_TEST(AnswerBlockTest, IsFreedBeforeTheBusIsReleasedWhenALineThrows)
     }
 }
 
-TYPED_TEST(AnswerBlockTest, IsFreedWhenTheLineAboutTheEndOfTheTransactionThrows)
+TYPED_TEST(ResponseBlockTest, IsFreedWhenTheLineAboutTheEndOfTheTransactionThrows)
 {
     ConsoleLog::setLevel(6);
     EXPECT_EQ(Success, this->sign());

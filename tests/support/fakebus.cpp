@@ -28,7 +28,7 @@ int failWith(int error)
     return -1;
 }
 
-/// Counts one use of a fault that happens so many times; false when it is used up.
+/// Counts one use of a fault that happens a number of times. False when it is used up.
 bool strikes(int& times)
 {
     if (times == 0)
@@ -61,7 +61,7 @@ int next(std::deque<int>& results)
     return result;
 }
 
-/// Ends the process, loudly, where the real thing would wait for ever or do what no test asked for.
+/// Stops the process with a message where a real bus would wait forever or do what no test asked for.
 [[noreturn]] void stop(const std::string& reason)
 {
     std::fprintf(stderr, "fake bus: %s\n", reason.c_str());
@@ -217,7 +217,7 @@ bool FakeBus::answersFor(const char* path)
 
 bool FakeBus::answersFor(int descriptor)
 {
-    constexpr int kNone = -1; // nobody but a library without a device asks anything of it
+    constexpr int kNone = -1; // used only by a library that has no device open
     return descriptor >= kDescriptor || descriptor == m_openResult || descriptor == kNone;
 }
 
@@ -259,44 +259,9 @@ ssize_t FakeBus::read(int descriptor, void* data, std::size_t count)
         return failWith(EFAULT);
     if (m_forward != -1)
         realcalls::read(m_forward, data, count);
-    auto* const bytes = static_cast<U8*>(data);
-    const int given = next(m_readResults);
-    if (given == -1)
-        return failWith(EIO);
-    if (given != kAsItIs)
-        return deliverGiven(static_cast<std::size_t>(given), bytes, count);
-    const int error = errorOfRead();
-    return error != 0 ? failWith(error) : deliver(bytes, count);
-}
-
-int FakeBus::errorOfRead()
-{
-    if (strikes(m_failedReadsOf, m_register))
-        return EIO;
-    if (strikes(m_failedReads))
-        return m_readError;
-    return m_content.count(m_register) == 0 ? EIO : 0;
-}
-
-ssize_t FakeBus::deliver(U8* data, std::size_t count) const
-{
-    const Bytes& content = m_content.at(m_register);
-    std::size_t delivered = std::min(count, content.size());
-    const auto limit = m_shortReads.find(m_register);
-    if (limit != m_shortReads.end())
-        delivered = std::min(delivered, static_cast<std::size_t>(limit->second));
-    std::copy_n(content.begin(), delivered, data);
-    return static_cast<ssize_t>(delivered);
-}
-
-ssize_t FakeBus::deliverGiven(std::size_t given, U8* data, std::size_t count) const
-{
-    const std::size_t filled = std::min(count, given);
-    std::fill_n(data, filled, U8{0xff});
-    const auto content = m_content.find(m_register);
-    if (content != m_content.end())
-        std::copy_n(content->second.begin(), std::min(filled, content->second.size()), data);
-    return static_cast<ssize_t>(given);
+    const Transfer transfer = {m_register, count, static_cast<U8*>(data)};
+    const auto fault = firstFault(&FaultRow::read, transfer);
+    return fault ? *fault : deliver(transfer);
 }
 
 ssize_t FakeBus::write(int descriptor, const void* data, std::size_t count)
@@ -311,24 +276,106 @@ ssize_t FakeBus::write(int descriptor, const void* data, std::size_t count)
     record([=] { return "write " + hex(Bytes(message, message + count)); });
     if (m_forward != -1)
         realcalls::write(m_forward, data, count);
-    const int result = next(m_writeResults);
-    if (result == -1)
-        return failWith(ENXIO);
-    if (result != kAsItIs && static_cast<std::size_t>(result) != count)
-        return result;
-    const int error = errorOfWrite(message[0], count > 1);
-    if (error != 0)
-        return failWith(error);
-    const auto limit = m_shortWrites.find(message[0]);
-    if (count > 1 && limit != m_shortWrites.end())
-        return limit->second;
+    if (const auto fault = firstFault(&FaultRow::write, {message[0], count, nullptr}))
+        return *fault;
     m_register = message[0];
     return static_cast<ssize_t>(count);
 }
 
-int FakeBus::errorOfWrite(U8 reg, bool withData)
+// Of several faults, the first in this order is the answer. The later ones are not used up.
+const FakeBus::FaultRow FakeBus::kFaults[] = {
+    {&FakeBus::givenWrite, &FakeBus::givenRead},               // answersWrites(); answersReads()
+    {&FakeBus::refusedByRegister, &FakeBus::failedByRegister}, // refusesRegister(), refusesData(); failsReadsOf()
+    {&FakeBus::refused, &FakeBus::failed},                     // refusesWrites(); failsReads(), or no content
+    {&FakeBus::shortWrite, &FakeBus::shortRead},               // takesOnly(); deliversOnly()
+};
+
+FakeBus::Result FakeBus::firstFault(Fault FaultRow::*kind, const Transfer& transfer)
 {
-    return strikes(withData ? m_refusedData : m_refusedRegisters, reg) || strikes(m_refusedWrites) ? ENXIO : 0;
+    for (const FaultRow& row : kFaults) {
+        if (const Result result = (this->*(row.*kind))(transfer))
+            return result;
+    }
+    return std::nullopt;
+}
+
+/// A result that is the count of the message leaves the answer to the other faults.
+FakeBus::Result FakeBus::givenWrite(const Transfer& transfer)
+{
+    const int result = next(m_writeResults);
+    if (result == -1)
+        return failWith(ENXIO);
+    if (result == kAsItIs || static_cast<std::size_t>(result) == transfer.count)
+        return std::nullopt;
+    return result;
+}
+
+FakeBus::Result FakeBus::givenRead(const Transfer& transfer)
+{
+    const int result = next(m_readResults);
+    if (result == -1)
+        return failWith(EIO);
+    if (result == kAsItIs)
+        return std::nullopt;
+    return deliverGiven(static_cast<std::size_t>(result), transfer);
+}
+
+FakeBus::Result FakeBus::refusedByRegister(const Transfer& transfer)
+{
+    auto& faults = transfer.count > 1 ? m_refusedData : m_refusedRegisters;
+    return strikes(faults, transfer.reg) ? Result(failWith(ENXIO)) : std::nullopt;
+}
+
+FakeBus::Result FakeBus::failedByRegister(const Transfer& transfer)
+{
+    return strikes(m_failedReadsOf, transfer.reg) ? Result(failWith(EIO)) : std::nullopt;
+}
+
+FakeBus::Result FakeBus::refused(const Transfer& /*transfer*/)
+{
+    return strikes(m_refusedWrites) ? Result(failWith(ENXIO)) : std::nullopt;
+}
+
+FakeBus::Result FakeBus::failed(const Transfer& transfer)
+{
+    if (strikes(m_failedReads))
+        return failWith(m_readError);
+    return m_content.count(transfer.reg) == 0 ? Result(failWith(EIO)) : std::nullopt;
+}
+
+FakeBus::Result FakeBus::shortWrite(const Transfer& transfer)
+{
+    const auto limit = m_shortWrites.find(transfer.reg);
+    return transfer.count > 1 && limit != m_shortWrites.end() ? Result(limit->second) : std::nullopt;
+}
+
+FakeBus::Result FakeBus::shortRead(const Transfer& transfer)
+{
+    const auto limit = m_shortReads.find(transfer.reg);
+    if (limit == m_shortReads.end())
+        return std::nullopt;
+    const auto count = std::min(transfer.count, static_cast<std::size_t>(limit->second));
+    return deliver({transfer.reg, count, transfer.data});
+}
+
+/// Reads the content of the register.
+ssize_t FakeBus::deliver(const Transfer& transfer) const
+{
+    const Bytes& content = m_content.at(transfer.reg);
+    const std::size_t delivered = std::min(transfer.count, content.size());
+    std::copy_n(content.begin(), delivered, transfer.data);
+    return static_cast<ssize_t>(delivered);
+}
+
+/// A read whose result was given, whatever the register holds.
+ssize_t FakeBus::deliverGiven(std::size_t given, const Transfer& transfer) const
+{
+    const std::size_t filled = std::min(transfer.count, given);
+    std::fill_n(transfer.data, filled, U8{0xff});
+    const auto content = m_content.find(transfer.reg);
+    if (content != m_content.end())
+        std::copy_n(content->second.begin(), std::min(filled, content->second.size()), transfer.data);
+    return static_cast<ssize_t>(given);
 }
 
 int FakeBus::close(int descriptor)
@@ -350,7 +397,7 @@ int FakeBus::changeSemaphore(int delta)
     record([=] { return delta < 0 ? "lock" : "unlock"; });
     m_tokens += delta;
     if (m_tokens < 0)
-        stop("the lock is taken twice: the process would wait for ever");
+        stop("the lock is taken twice: the process would wait forever");
     if (m_tokens > 1)
         stop("the lock is released twice");
     return 0;

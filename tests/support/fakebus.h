@@ -6,6 +6,7 @@
 #include <functional>
 #include <initializer_list>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -21,21 +22,15 @@ namespace testsupport {
 using VorelKestrel::Bytes;
 
 /**
- * The bus of all tests: an i2c-dev node with one chip behind it whose registers are set up in words, a clock that never
- * sleeps and the system-wide lock. It answers the library's system calls and writes each of them into the journal:
+ * The bus of all tests: an i2c-dev node with one chip behind it, a clock that never sleeps, and the system-wide lock.
+ * It answers the library's system calls and writes each of them into the journal:
  *
  *     open /dev/i2c-7 | select 2a | lock | unlock | write 30 | read 2 | sleep 10000 | close
  *
- * A message of one byte sets the register that the next read delivers, as on the real chip; a longer one also
- * changes nothing else: the fake scripts one exchange and does not behave like a chip.
+ * A message of one byte selects the register that the next read delivers, as on the real chip. A longer one does the
+ * same and changes nothing else: the fake scripts one exchange and does not behave like a chip.
  *
- * Of several faults the first in this order is the answer; the later ones are not used up:
- *
- *                     | a write                            | a read
- *     its own result  | answersWrites()                    | answersReads()
- *     the register's  | refusesRegister() or refusesData() | failsReadsOf()
- *     any message's   | refusesWrites()                    | failsReads(); a register without content fails, too
- *     too short       | takesOnly()                        | deliversOnly()
+ * If several faults apply to a transfer, kFaults says which one it meets.
  */
 class FakeBus : public FakeNode
 {
@@ -43,37 +38,37 @@ public:
     using U8 = VorelKestrel::AL::U8;
 
     static constexpr int kForever = -1;
-    static constexpr int kAsItIs = INT_MIN; ///< in place of a result: what the rest of the set-up makes of the call
+    static constexpr int kAsItIs = INT_MIN; ///< in place of a result: the rest of the set-up decides
 
     explicit FakeBus(Journal& journal);
     ~FakeBus() override;
     FakeBus(const FakeBus&) = delete;
     FakeBus& operator=(const FakeBus&) = delete;
 
-    // Set-up in words. A count of kForever never ends; the registers' own faults count before the general ones.
+    // Set-up in words. A count of kForever never ends.
     FakeBus& holds(U8 reg, Bytes content);                   ///< what reads of a register deliver
     FakeBus& holdsCertificate(const Bytes& certificate);     ///< in pages from register 0x31, and its length in 0x30
     FakeBus& refusesToOpen(int error);                       ///< the node
     FakeBus& refusesAddress(int error);                      ///< I2C_SLAVE
     FakeBus& answersOpen(int result);                        ///< 0 is a descriptor, too
     FakeBus& answersSelect(int result);                      ///< I2C_SLAVE
-    FakeBus& refusesWrites(int times);                       ///< the next messages, whatever they are, with ENXIO
+    FakeBus& refusesWrites(int times);                       ///< the next messages of any kind, with ENXIO
     FakeBus& refusesRegister(U8 reg, int times = kForever);  ///< messages that are this register number alone
     FakeBus& refusesData(U8 reg, int times = kForever);      ///< messages to this register with data behind it
-    FakeBus& takesOnly(U8 reg, int bytes);                   ///< write reports so many bytes of a message with data
-    FakeBus& failsReads(int times, int error = 5 /* EIO */); ///< the next reads, whatever they are
+    FakeBus& takesOnly(U8 reg, int bytes);                   ///< write() returns this for a message with data
+    FakeBus& failsReads(int times, int error = 5 /* EIO */); ///< the next reads of any register
     FakeBus& failsReadsOf(U8 reg, int times = kForever);     ///< the reads of this register, with EIO
-    FakeBus& deliversOnly(U8 reg, int bytes);                ///< read reports (and fills) so many bytes
+    FakeBus& deliversOnly(U8 reg, int bytes);                ///< read() returns and fills at most this many
     FakeBus& answersWrites(const std::vector<int>& results); ///< the next calls, in this order; -1 is ENXIO
-    FakeBus& answersReads(const std::vector<int>& results);  ///< -1 is EIO; what the chip does not hold is 0xff
+    FakeBus& answersReads(const std::vector<int>& results);  ///< -1 is EIO; bytes that the register lacks are 0xff
     FakeBus& forwardsTransfers();                            ///< each transfer enters the kernel once, on /dev/zero
-    FakeBus& keepsNoJournal();                               ///< from now on: nothing grows, and it is quick
-    /// What happens once, while the next call is answered that the journal has under that name: "unlock".
+    FakeBus& keepsNoJournal();                               ///< from now on; fast, and no memory grows
+    /// Runs @p action once, during the next call that the journal names like this, for example "unlock".
     FakeBus& during(const std::string& call, std::function<void()> action);
 
     /// The system calls since construction or forget(), separated by "; ".
     std::string conversation() const;
-    /// Starts the journal anew.
+    /// Clears the journal.
     void forget() { m_journal.clear(); }
 
     /// The node's descriptors that are open, oldest first.
@@ -93,7 +88,7 @@ public:
     int changeSemaphore(int delta) override;
 
 private:
-    /// Writes the call down that @p describe puts into words.
+    /// Adds the text that @p describe returns to the journal.
     template<typename Describe>
     void record(Describe describe)
     {
@@ -102,13 +97,32 @@ private:
     }
     void writeDown(const std::string& call);
 
-    /// The errno with which the register's fault or the general one meets a message; 0: none does.
-    int errorOfRead();
-    int errorOfWrite(U8 reg, bool withData);
-    /// Reads the content of the register, or as much of it as deliversOnly() says.
-    ssize_t deliver(U8* data, std::size_t count) const;
-    /// A read whose result was given, whatever the register holds.
-    ssize_t deliverGiven(std::size_t given, U8* data, std::size_t count) const;
+    /// A transfer for which a fault is sought.
+    struct Transfer
+    {
+        U8 reg;
+        std::size_t count;
+        U8* data; // of a read
+    };
+    using Result = std::optional<ssize_t>; // of a transfer that met a fault; errno is set with -1
+    using Fault = Result (FakeBus::*)(const Transfer&);
+    struct FaultRow
+    {
+        Fault write;
+        Fault read;
+    };
+    static const FaultRow kFaults[];
+    Result firstFault(Fault FaultRow::*kind, const Transfer& transfer);
+    Result givenWrite(const Transfer& transfer);
+    Result givenRead(const Transfer& transfer);
+    Result refusedByRegister(const Transfer& transfer);
+    Result failedByRegister(const Transfer& transfer);
+    Result refused(const Transfer& transfer);
+    Result failed(const Transfer& transfer);
+    Result shortWrite(const Transfer& transfer);
+    Result shortRead(const Transfer& transfer);
+    ssize_t deliver(const Transfer& transfer) const;
+    ssize_t deliverGiven(std::size_t given, const Transfer& transfer) const;
 
     Journal& m_journal;
     bool m_keepsJournal = true;

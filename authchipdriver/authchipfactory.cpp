@@ -13,6 +13,12 @@
 namespace VorelKestrel { namespace ACD {
 namespace {
 
+constexpr AL::U8 kDeviceVersion10 = 1;
+constexpr AL::U8 kDeviceVersion20A = 2;
+constexpr AL::U8 kDeviceVersion20B = 3;
+constexpr AL::U8 kDeviceVersion20BLater = 5;
+constexpr AL::U8 kDeviceVersion30 = 7;
+
 AL::DebugStdioLogger* g_logger = AL::DebugStdioLogger::getInstance(kLoggerName);
 
 /// Makes the driver that speaks the chip's protocol; null, and a line that says why, if there is none.

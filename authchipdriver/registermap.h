@@ -28,13 +28,6 @@ constexpr AL::U8 resultOfStatus(AL::U8 status)
     return static_cast<AL::U8>((status >> 4U) & 7U);
 }
 
-// The generations of the chip, as its device version register tells them.
-constexpr AL::U8 kDeviceVersion10 = 1;
-constexpr AL::U8 kDeviceVersion20A = 2;
-constexpr AL::U8 kDeviceVersion20B = 3;
-constexpr AL::U8 kDeviceVersion20BLater = 5;
-constexpr AL::U8 kDeviceVersion30 = 7;
-
 /// One row of the register map: what a register holds and how many bytes one access moves.
 struct Register
 {

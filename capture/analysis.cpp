@@ -15,7 +15,7 @@ namespace {
 enum class Subject
 {
     Selection,
-    Detection, // a selection and the device version
+    Detection, // an address selection and the device version
     Identity,
     Certificate,
     Signature,
@@ -40,7 +40,7 @@ Subject subjectOf(const Step& step)
     return Subject::Other;
 }
 
-/// Whether a step writes bytes into a register, or reads it, and that was done.
+/// Whether a step has written bytes into a register or read it.
 bool hasWritten(const Step& step, AL::U8 reg)
 {
     return step.reg == reg && !step.message->facts.isRead && step.message->byteCount() > 1 && step.outcome.empty();
@@ -51,7 +51,7 @@ bool hasRead(const Step& step, AL::U8 reg)
     return step.reg == reg && step.message->facts.isRead && step.outcome.empty();
 }
 
-/// What has been seen of an operation so far, to know where the next begins and what is missing.
+/// The state of the current operation: tells where the next one begins, and what is missing.
 class Progress
 {
 public:
@@ -74,9 +74,9 @@ public:
         m_last = step;
     }
 
-    /// Whether the chip has told its device version.
+    /// Whether the device version was read.
     bool isDetected() const { return m_hasVersion; }
-    /// Whether a step that is about the same subject begins the next operation all the same.
+    /// Whether a step about the same subject begins the next operation.
     bool endsBefore(const Step& step, Subject subject) const
     {
         if (step.message->facts.attempt > 1)
@@ -95,9 +95,9 @@ public:
     {
         std::vector<std::string> notes;
         if (m_last.message->facts.failed() || m_last.message->facts.isShort())
-            notes.push_back("ends with a message that did not get through: " + m_last.what + ": " + m_last.outcome);
+            notes.push_back("ends with a failed message: " + m_last.what + ": " + m_last.outcome);
         else if (m_last.reg && !m_last.message->facts.isRead && m_last.message->byteCount() == 1)
-            notes.push_back("incomplete: " + nameOfRegister(*m_last.reg) + " was named and not read");
+            notes.push_back("incomplete: " + nameOfRegister(*m_last.reg) + " was named but not read");
         if (subject == Subject::Signature)
             addSignature(notes);
         if (subject == Subject::Certificate && m_hasPages && m_hasCertificateLength &&
@@ -155,10 +155,10 @@ std::uint64_t endOf(const Message& message)
 
 std::uint64_t gap(std::uint64_t from, std::uint64_t to)
 {
-    return to > from ? to - from : 0; // a file may say anything
+    return to > from ? to - from : 0; // the file may be wrong
 }
 
-/// From its first message to its last.
+/// The time from the first message to the last.
 Times timesOf(const std::vector<Step>& steps, const Operation& operation)
 {
     Times times;
@@ -178,7 +178,7 @@ Times timesOf(const std::vector<Step>& steps, const Operation& operation)
     return times;
 }
 
-/// Cuts the steps into operations.
+/// Splits the steps into operations.
 class Grouping
 {
 public:
@@ -224,7 +224,7 @@ private:
     {
         if (!isSameSpeaker(last, step))
             return true;
-        // A selection and the device version are one operation, which another selection may begin.
+        // A selection and the device version are one operation; another selection may begin the next one.
         if (m_subject == Subject::Detection && m_progress.isDetected())
             return true;
         if (m_subject == Subject::Selection || m_subject == Subject::Detection)

@@ -13,14 +13,14 @@
 namespace VorelKestrel::Capture {
 namespace {
 
-/// A block of the file's head, piece by piece.
+/// A block at the start of the file, built piece by piece.
 class Block
 {
 public:
     explicit Block(AL::U32 type)
     {
         number(type);
-        number(AL::U32{0}); // the length, when it is known
+        number(AL::U32{0}); // the length, filled in later
     }
 
     template<typename Number>
@@ -71,7 +71,7 @@ std::vector<char> headOfFile(const std::string& program)
     const std::vector<char> interface = Block(kInterfaceBlock)
                                             .number(kLinkTypeI2cLinux)
                                             .number(AL::U16{0})
-                                            .number(AL::U32{0}) // packets are not cut
+                                            .number(AL::U32{0}) // packets have any length
                                             .option(kInterfaceOptionName, "i2c-dev")
                                             .option(kInterfaceOptionResolution, {kResolutionNanoseconds})
                                             .finished();
@@ -87,7 +87,7 @@ std::vector<char> headOfFile(const std::string& program)
 } // namespace
 
 CaptureFile::CaptureFile(const std::string& path, const std::string& program)
-    // Without waiting for a reader, should it be a pipe.
+    // A pipe must not block until it has a reader.
     : m_file(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0666))
 {
     if (m_file.get() == -1)
@@ -108,7 +108,7 @@ void CaptureFile::append(const Record& record)
     const EncodedRecord encoded(record);
     errno = 0;
     if (writev(m_file.get(), encoded.pieces(), encoded.pieceCount()) != static_cast<ssize_t>(encoded.length()))
-        m_error = errno != 0 ? errno : ENOSPC; // a part was written: there is no more room
+        m_error = errno != 0 ? errno : ENOSPC; // only a part was written: the disk is full
 }
 
 } // namespace VorelKestrel::Capture

@@ -9,7 +9,7 @@
 
 namespace VorelKestrel::Capture {
 
-/// A capture file that cannot be made; what() says which and why.
+/// Thrown if a capture file cannot be created; what() says which and why.
 class CaptureFileError : public std::runtime_error
 {
 public:
@@ -17,19 +17,19 @@ public:
 };
 
 /**
- * A capture file being written. It is complete after every record: one system call appends one, also when other
- * processes append to the same file.
+ * A capture file that is being written. It is complete after every record, because one system call appends one record,
+ * also when several processes append to the same file.
  *
- * Errors: the constructor throws CaptureFileError. Later ones end the capture and nothing else; error() tells.
+ * Errors: the constructor throws CaptureFileError. A later error only ends the capture; see error().
  */
 class CaptureFile
 {
 public:
-    /// Makes the file, or empties it; only a regular file will do, because others can make the writer wait.
+    /// Creates or empties the file. It must be a regular file, because writing to others can block.
     CaptureFile(const std::string& path, const std::string& program);
 
     void append(const Record& record);
-    /// The errno that ended the capture; 0 while there is none.
+    /// The errno that ended the capture; 0: none.
     int error() const { return m_error; }
 
 private:

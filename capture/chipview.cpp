@@ -9,6 +9,7 @@
 #include "authchipdriver/registermap.h"
 #include "common/generations.h"
 #include "common/hex.h"
+#include "common/numbers.h"
 #include "common/patience.h"
 
 namespace VorelKestrel::Capture {
@@ -44,11 +45,6 @@ bool isLength(AL::U8 reg)
            reg == ACD::kRegisterCertificateLength;
 }
 
-std::string inBytes(std::size_t count)
-{
-    return std::to_string(count) + (count == 1 ? " byte" : " bytes");
-}
-
 std::string bigEndian(const AL::U8* bytes, std::size_t length)
 {
     unsigned value = 0;
@@ -57,7 +53,7 @@ std::string bigEndian(const AL::U8* bytes, std::size_t length)
     return std::to_string(value);
 }
 
-/// How a message that failed ended, in words.
+/// How a message failed, as text.
 std::string failureOf(const Message& message, bool isBusy)
 {
     const int error = -message.facts.result;
@@ -71,7 +67,7 @@ std::string failureOf(const Message& message, bool isBusy)
     case EAGAIN:
         return "arbitration lost";
     case EBUSY:
-        return message.isSelection() ? "taken by a kernel driver" : "bus busy";
+        return message.isSelection() ? "held by a kernel driver" : "bus busy";
     default:
         return std::string("failed, ") + (name != nullptr ? name : "error " + std::to_string(error));
     }
@@ -164,7 +160,7 @@ std::string ChipView::readOf(const Message& message, AL::U8 reg) const
     return value.empty() ? read + ", " + inBytes(message.length) : read + ": " + value;
 }
 
-/// What a register of a known width says; empty of any other, and if the capture has left it out.
+/// The value of a register with a known width; empty for others, and if it is not in the capture.
 std::string ChipView::valueOf(const Message& message, AL::U8 reg) const
 {
     const Bytes& data = message.data;
@@ -192,12 +188,12 @@ void ChipView::findOddities(Step& step)
 {
     const Facts& facts = step.message->facts;
     if (facts.attempt > static_cast<AL::U32>(kAttempts))
-        step.oddities.emplace_back("tried more often than our library does");
+        step.oddities.emplace_back("repeated more often than our library does");
     const bool isRetry = facts.attempt > 1 && m_last != nullptr && facts.call == Call::Write;
     if (isRetry && facts.time < m_last->facts.time + m_last->facts.duration + kRetryPauseNanoseconds)
-        step.oddities.emplace_back("tried again within 10 ms");
+        step.oddities.emplace_back("repeated within " + std::to_string(kRetryPause.count()) + " ms");
     if (facts.attempt > 1)
-        return; // the rest has been said
+        return; // the first attempt has the other remarks
     if (facts.place == 0 && facts.call == Call::Transfer)
         step.oddities.emplace_back("sent with ioctl(I2C_RDWR); our library uses write() and read()");
     if (facts.place == 0 && facts.call == Call::Smbus)
@@ -217,9 +213,9 @@ void ChipView::findOdditiesOfWrite(Step& step) const
     const AL::U8 reg = *step.reg;
     const std::size_t count = step.message->byteCount() - 1;
     if (!hasName(reg))
-        step.oddities.emplace_back("there is no such register");
+        step.oddities.emplace_back("this register does not exist");
     else if (count > 0 && !isWritable(reg, m_generation))
-        step.oddities.emplace_back("nothing is ever written there");
+        step.oddities.emplace_back("this register is read-only");
     if (m_generation != nullptr && pageOf(reg) > m_generation->certificatePages)
         step.oddities.emplace_back(std::string("a chip of protocol ") + m_generation->protocol + " has no such page");
     if (reg == ACD::kRegisterChallenge && count > 0 && m_generation != nullptr && count > m_generation->challengeLength)
@@ -234,7 +230,7 @@ void ChipView::findOdditiesOfRead(Step& step) const
     const ACD::Register* row = step.reg ? findRegister(*step.reg) : nullptr;
     const AL::U32 requested = step.message->facts.requested;
     if (!step.reg)
-        step.oddities.emplace_back("no register was named before");
+        step.oddities.emplace_back("no register was named");
     else if (row != nullptr && row->width > 0 && requested != static_cast<AL::U32>(row->width))
         step.oddities.emplace_back("this register has " + inBytes(static_cast<std::size_t>(row->width)));
     else if (pageOf(*step.reg) != 0 && requested > ACD::kCertificatePageSize)
@@ -246,7 +242,7 @@ void ChipView::follow(const Message& message, std::optional<AL::U8> reg)
     const Facts& facts = message.facts;
     if (facts.failed())
         return;
-    m_isBusy = false; // it has taken a message
+    m_isBusy = false; // it has acknowledged a message
     if (facts.isRead) {
         if (reg == ACD::kRegisterDeviceVersion && message.data.size() == 1)
             m_generation = findGeneration(message.data[0]);

@@ -9,7 +9,7 @@
 namespace VorelKestrel::Capture {
 
 /**
- * A chip as a capture shows it: follows the messages to one address, and puts each into words.
+ * Follows the messages to the chip at one address, and explains each.
  */
 class ChipView
 {
@@ -27,16 +27,16 @@ private:
     void findOdditiesOfRead(Step& step) const;
     void follow(const Message& message, std::optional<AL::U8> reg);
 
-    std::optional<AL::U8> m_named; // register, last
+    std::optional<AL::U8> m_named; // the last register
     const Generation* m_generation = nullptr;
-    bool m_isBusy = false; // a command has been sent, and nothing was taken since
+    bool m_isBusy = false; // after a command, until a message is acknowledged
     bool m_hasChallenge = false;
     const Message* m_last = nullptr;
 };
 
 /// "certificate page 3"; "register 0x55" if it has no name.
 std::string nameOfRegister(AL::U8 reg);
-/// The page of the certificate that a register holds; 0 if it holds none.
+/// The certificate page in a register; 0: none.
 int pageOf(AL::U8 reg);
 
 } // namespace VorelKestrel::Capture

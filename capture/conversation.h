@@ -6,16 +6,15 @@
 namespace VorelKestrel::Capture {
 
 /**
- * What has been said through one opened node: which register the next read is about, and how often the message that
- * is sent now was refused before. Like EncodedRecord it needs no C++ library. Eight bytes, so that it can be kept where
- * many threads change it at once.
+ * The state of the messages through one open node: the register of the next read, and how often the current message was
+ * refused. Needs no C++ library, like EncodedRecord. It has eight bytes, so that threads can share it in an atomic.
  *
  * Threads: one at a time.
  */
 class Conversation
 {
 public:
-    /// Completes a record; records come in the order in which the messages end.
+    /// Completes a record. Call it in the order in which the messages end.
     void follow(Record& record)
     {
         Facts& facts = record.facts;
@@ -31,7 +30,7 @@ public:
     }
 
 private:
-    static constexpr AL::U32 kMost = 0xffff; // attempts, and bytes of a message
+    static constexpr AL::U32 kMost = 0xffff; // attempts, or bytes of a message
 
     static AL::U16 limited(AL::U32 number) { return static_cast<AL::U16>(number < kMost ? number : kMost); }
 
@@ -58,7 +57,7 @@ private:
     AL::U16 m_requested = 0;
     AL::U8 m_register = 0;
     bool m_isRead = false;
-    // The last message that named a register and got through.
+    // The last successful message that named a register.
     bool m_isNamed = false;
     AL::U8 m_named = 0;
 };

@@ -19,7 +19,7 @@ namespace {
 using ElfHeader = ElfW(Ehdr);
 using ProgramHeader = ElfW(Phdr);
 
-constexpr int kMostInterpreters = 4; // of a script whose interpreter is a script: the kernel's limit
+constexpr int kMostInterpreters = 4; // the kernel's limit for scripts whose interpreter is a script
 constexpr std::size_t kLineMaximumLength = 256;
 
 std::string pathOf(const std::string& program)
@@ -59,11 +59,11 @@ std::string programBehind(std::string path)
     return path;
 }
 
-/// What an ELF file says about itself.
+/// What the header of an ELF file says.
 struct Elf
 {
     bool isElf = false;
-    bool isOurs = false; // of this program's machine and word size
+    bool isOurs = false; // same machine and word size as this program
     std::string loader;  // empty: statically linked
 };
 
@@ -104,7 +104,7 @@ Elf inspect(const std::string& path)
     return elf;
 }
 
-/// Whether the program runs with rights that its user does not have; the loader then preloads nothing.
+/// Whether the program gets more rights than its user has; the loader then preloads nothing.
 bool gainsRights(const std::string& path)
 {
     struct stat status = {};
@@ -130,7 +130,7 @@ std::string obstacleToPreloading(const std::string& program)
         return path + " is statically linked";
     const std::string loader = inspect("/proc/self/exe").loader;
     if (!loader.empty() && elf.loader != loader)
-        return path + " uses another C library, by the loader " + elf.loader;
+        return path + " uses another C library, with the loader " + elf.loader;
     if (gainsRights(path))
         return path + " is set-user-ID or has capabilities";
     return "";

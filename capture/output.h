@@ -8,10 +8,10 @@
 
 namespace VorelKestrel::Capture {
 
-// What a capture says, for people, for programs and as a picture. Nothing that a file holds gets out as it is: what is
-// printed is words of ours, numbers and hexadecimal digits.
+// Prints a capture as text, as JSON and as a picture. Nothing from the file is printed unchanged: the output consists
+// of our own words, numbers and hexadecimal digits.
 
-/// A line per message, operation by operation, with what each took.
+/// A line for each message, grouped by operation, with times.
 void printText(const Recording& recording, const Analysis& analysis, std::ostream& out);
 /// The same as one JSON object on one line.
 void printJson(const Recording& recording, const Analysis& analysis, std::ostream& out);

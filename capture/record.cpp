@@ -11,9 +11,9 @@ namespace VorelKestrel::Capture {
 namespace {
 
 constexpr std::size_t kCommentRoom = 128;
-constexpr std::size_t kMessageMaximumLength = 8192; // the kernel's, of one message
+constexpr std::size_t kMessageMaximumLength = 8192; // the kernel's limit for one message
 
-/// Puts numbers into a buffer, one behind the other.
+/// Appends numbers to a buffer.
 class Cursor
 {
 public:
@@ -61,7 +61,7 @@ struct ErrorWord
 
 constexpr ErrorWord kErrorWords[] = {
     {ENXIO, "not acknowledged"},   {EREMOTEIO, "not acknowledged"}, {ETIMEDOUT, "timed out"},
-    {EAGAIN, "arbitration lost"},  {EBUSY, "taken by a driver"},    {EIO, "failed"},
+    {EAGAIN, "arbitration lost"},  {EBUSY, "taken by a driver"},     {EIO, "failed"},
     {EOPNOTSUPP, "not supported"},
 };
 
@@ -80,7 +80,7 @@ const char* nameOf(int error)
     return name != nullptr ? name : "unknown error";
 }
 
-/// Text that never runs over its room.
+/// Text in a buffer that never overflows.
 class Words
 {
 public:
@@ -118,10 +118,10 @@ void describeOutcome(const Record& record, Words& words)
         words.add(", one of %u messages", static_cast<unsigned>(facts.messageCount));
 }
 
-/// The first bytes that a redacted capture keeps.
+/// The number of leading bytes that a redacted capture keeps.
 std::size_t shownLength(const Record& record, std::size_t length)
 {
-    const std::size_t before = record.facts.isRead ? 0 : 1; // the register's number is no secret
+    const std::size_t before = record.facts.isRead ? 0 : 1; // the register number is not secret
     if (!record.redact || length <= before)
         return length;
     return record.hasRegister && isHarmless(record.reg, length - before) ? length : before;
@@ -254,7 +254,7 @@ void EncodedRecord::encode(const Record& record, std::size_t onWire, std::size_t
     Cursor head(m_head);
     putHead(head, facts, blockLength, packetLength, kPseudoHeaderLength + 1 + onWire);
 
-    auto* data = const_cast<AL::U8*>(record.data); // writev() only reads
+    auto* data = const_cast<AL::U8*>(record.data); // writev() does not write to it
     m_pieces[0] = {m_head, head.length()};
     m_pieces[1] = {data, shown};
     m_pieces[2] = {m_middle, middle.length()};

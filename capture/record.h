@@ -9,21 +9,22 @@
 
 namespace VorelKestrel::Capture {
 
-/// A message to be written down. The bytes stay where the program has them.
+/// A message to be recorded. Its bytes stay in the program's memory.
 struct Record
 {
     Facts facts;
-    const AL::U8* data = nullptr; // of a read what came, of a write what was meant to be sent
-    AL::U8 reg = 0;               // that the message is about, if hasRegister
+    const AL::U8* data = nullptr; // the bytes that a read got, or that a write was to send
+    AL::U8 reg = 0;               // the message's register, if hasRegister
     bool hasRegister = false;
-    /// Leave out what could be a challenge, a certificate or a signature; the lengths stay.
+    /// Record only lengths of what can be a challenge, a certificate or a signature.
     bool redact = false;
 };
 
 /**
- * A record as a block of a capture file, in pieces, so that one writev() appends it and nothing is copied.
+ * A record, encoded as a block of a capture file. It consists of pieces, so that one writev() appends it without
+ * copies.
  *
- * Neither allocates nor throws, and needs no C++ library: it is used inside foreign programs.
+ * Does not allocate or throw, and needs no C++ library, because it runs inside foreign programs.
  *
  * Ownership: refers to the record's bytes until it is destroyed.
  */
@@ -46,17 +47,17 @@ private:
 
     void encode(const Record& record, std::size_t onWire, std::size_t tried);
 
-    AL::U8 m_head[kHeadRoom]{};     // to the address byte
-    AL::U8 m_middle[kMiddleRoom]{}; // the options to the end of the facts
-    AL::U8 m_tail[kTailRoom]{};     // what ends the block
-    iovec m_pieces[kPieceCount];    // head, bytes on the wire, middle, bytes that did not get there, tail
+    AL::U8 m_head[kHeadRoom]{};     // up to the address byte
+    AL::U8 m_middle[kMiddleRoom]{}; // the options up to the facts
+    AL::U8 m_tail[kTailRoom]{};     // the end of the block
+    iovec m_pieces[kPieceCount];    // head, bytes on the wire, middle, bytes that were not sent, tail
 };
 
-/// What cannot be seen in a packet, in words: "not acknowledged: ENXIO, attempt 3". Writes a string that ends with 0;
-/// an empty one if there is nothing to say. Returns its length.
+/// Describes what a packet does not show: "not acknowledged: ENXIO, attempt 3". Writes a string that ends with 0,
+/// which may be empty. Returns its length.
 std::size_t describe(const Record& record, char* text, std::size_t room);
 
-/// Whether @p length bytes of a register may be shown in a redacted capture.
+/// Whether a redacted capture may contain @p length bytes of a register.
 bool isHarmless(AL::U8 reg, std::size_t length);
 
 } // namespace VorelKestrel::Capture

@@ -14,10 +14,10 @@ namespace {
 constexpr std::size_t kFileMaximumLength = std::size_t{256} << 20U;
 constexpr std::size_t kBlockHeadLength = 8;
 constexpr std::size_t kBlockMinimumLength = 12;
-constexpr std::size_t kPacketHeadLength = 20; // behind the block's own
+constexpr std::size_t kPacketHeadLength = 20; // after the head of the block
 constexpr std::size_t kMessageMaximumLength = 8192;
 
-/// A piece of the file, and numbers in it.
+/// A part of the file, and the numbers in it.
 class Bytestring
 {
 public:
@@ -28,7 +28,7 @@ public:
     const AL::U8* data() const { return m_data; }
     std::size_t length() const { return m_length; }
 
-    /// Requires: the number lies inside.
+    /// Requires: the number is inside.
     template<typename Number>
     Number native(std::size_t offset) const
     {
@@ -48,7 +48,7 @@ public:
             number = static_cast<Number>(static_cast<std::uint64_t>(number) << 8U | m_data[offset + i]);
         return number;
     }
-    /// What lies there of it.
+    /// As much of this range as exists.
     Bytestring part(std::size_t offset, std::size_t length) const
     {
         const std::size_t begin = std::min(offset, m_length);
@@ -62,13 +62,13 @@ private:
     bool m_isSwapped;
 };
 
-/// What is wrong with the file, in words.
+/// What is wrong with the file.
 struct Damage
 {
     std::string what;
 };
 
-/// Calls @p use(code, value) for every option; stops where they are broken.
+/// Calls @p use(code, value) for each option, up to the first invalid one.
 template<typename Use>
 void forEachOption(Bytestring options, Use use)
 {
@@ -82,7 +82,7 @@ void forEachOption(Bytestring options, Use use)
     }
 }
 
-/// An interface of the file: what its packets are, and the unit of their times.
+/// An interface of the file: the kind of its packets, and the unit of their times.
 struct Interface
 {
     AL::U16 linkType = 0;
@@ -123,9 +123,9 @@ std::optional<Bytestring> findFacts(const Bytestring& options)
     return found;
 }
 
-constexpr std::int32_t kLargestError = 4095; // the kernel has no larger errno
+constexpr std::int32_t kLargestError = 4095; // the kernel's largest errno
 
-/// Takes our own option over. Returns false if it contradicts the packet.
+/// Applies our own option. Returns false if it contradicts the packet.
 bool readFacts(const Bytestring& option, Message& message)
 {
     Facts& facts = message.facts;
@@ -152,7 +152,7 @@ bool readFacts(const Bytestring& option, Message& message)
            (message.isSelection() || (moved == message.length && moved <= facts.requested));
 }
 
-/// For a packet of another program, of which nothing but itself is known.
+/// Sets the facts of a packet from another program, which has no option of ours.
 void guessFacts(Message& message)
 {
     message.facts.requested = static_cast<AL::U32>(message.length);
@@ -167,7 +167,7 @@ public:
     Recording parse()
     {
         if (m_rest.length() < kBlockMinimumLength || m_rest.native<AL::U32>(0) != kSectionHeaderBlock)
-            throw RecordingError("it does not begin like a pcapng file");
+            throw RecordingError("it is not a pcapng file");
         try {
             while (m_rest.length() > 0)
                 parseBlock();
@@ -175,7 +175,7 @@ public:
             m_recording.damage = "byte " + std::to_string(m_length - m_rest.length()) + ": " + damage.what;
         }
         if (!m_hasI2c && m_recording.damage.empty())
-            throw RecordingError("it holds nothing of an I2C bus (link type 209)");
+            throw RecordingError("it contains nothing from an I2C bus (link type 209)");
         return std::move(m_recording);
     }
 
@@ -193,7 +193,7 @@ private:
         if (length > m_rest.length())
             throw Damage{"the file ends in the middle of a block"};
         if (m_rest.native<AL::U32>(length - 4) != length)
-            throw Damage{"a block ends with another length than it begins with"};
+            throw Damage{"the two lengths of a block differ"};
         const Bytestring content = m_rest.part(kBlockHeadLength, length - kBlockMinimumLength);
         if (type == kInterfaceBlock)
             parseInterface(content);
@@ -207,11 +207,11 @@ private:
         m_interfaces.clear();
         const auto magic = Bytestring(m_rest.data(), m_rest.length(), false).native<AL::U32>(kBlockHeadLength);
         if (magic != kByteOrderMagic && magic != kSwappedByteOrderMagic)
-            throw Damage{"a section does not tell its byte order"};
+            throw Damage{"a section has no valid byte order"};
         m_rest = Bytestring(m_rest.data(), m_rest.length(), magic == kSwappedByteOrderMagic);
         constexpr std::size_t kVersionOffset = 12;
         if (m_rest.length() < kVersionOffset + 2 || m_rest.native<AL::U16>(kVersionOffset) != kMajorVersion)
-            throw Damage{"a section is not of version 1 of the format"};
+            throw Damage{"a section does not have version 1 of the format"};
     }
 
     void parseInterface(const Bytestring& content)
@@ -236,14 +236,14 @@ private:
             throw Damage{"a packet is too short"};
         const auto number = content.native<AL::U32>(0);
         if (number >= m_interfaces.size())
-            throw Damage{"a packet is of interface " + std::to_string(number) + ", which there is not"};
+            throw Damage{"a packet belongs to interface " + std::to_string(number) + ", which does not exist"};
         const Interface& interface = m_interfaces[number];
         if (interface.linkType != kLinkTypeI2cLinux)
             return;
         const auto captured = content.native<AL::U32>(12);
         const auto original = content.native<AL::U32>(16);
         if (captured > content.length() - kPacketHeadLength || captured > original)
-            throw Damage{"a packet holds more than its block"};
+            throw Damage{"a packet is longer than its block"};
         const std::uint64_t time = std::uint64_t{content.native<AL::U32>(4)} << 32U | content.native<AL::U32>(8);
         const Bytestring packet = content.from(kPacketHeadLength).part(0, captured);
         addMessage(packet, original, inNanoseconds(time, interface.resolution),
@@ -256,7 +256,7 @@ private:
         const std::optional<Bytestring> facts = findFacts(options);
         const bool isEvent = packet.length() > 0 && (packet.data()[0] & kEventBit) != 0;
         if (isEvent && !facts)
-            return; // the bus of another program's capture came or went
+            return; // a bus was added or removed, in another program's capture
         if (packet.length() < kHeadLength)
             throw Damage{"a packet is too short for an I2C message"};
         Message message;
@@ -272,7 +272,7 @@ private:
         if (!facts)
             guessFacts(message);
         else if (!readFacts(*facts, message) || message.isSelection() != isEvent)
-            throw Damage{"the facts about a message contradict the message"};
+            throw Damage{"the facts about a message contradict it"};
         m_recording.messages.push_back(std::move(message));
     }
 

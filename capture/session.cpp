@@ -45,7 +45,7 @@ Session::Session(const std::string& path, const std::string& program, const std:
     void* memory = mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED, m_memory.get(), 0);
     if (memory == MAP_FAILED)
         throwSystemError("cannot share memory with the program");
-    m_tally = static_cast<Tally*>(memory); // of zeroes
+    m_tally = static_cast<Tally*>(memory); // all zero
 }
 
 Session::~Session()

@@ -12,24 +12,24 @@
 namespace VorelKestrel::Capture {
 
 /**
- * A capture of other programs: its file, and what the library that is preloaded into them has to know.
+ * A capture of other programs: the file, and the settings for the library that is preloaded into them.
  *
  * Errors: the constructor throws CaptureFileError or PreloadError.
  */
 class Session
 {
 public:
-    /// @p library is the path of the one that records; @p program goes into the file's head.
+    /// @p library  the path of the recording library. @p program  a name for the head of the file.
     Session(const std::string& path, const std::string& program, const std::string& library, bool redact);
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
     ~Session();
 
-    /// What the programs need in their environment, "NAME=value".
+    /// Environment variables for the programs, "NAME=value".
     std::vector<std::string> environment() const;
-    /// The errno that kept messages from being recorded; 0 if there is none.
+    /// The errno because of which messages are missing; 0: none.
     int error() const { return static_cast<int>(m_tally->error); }
-    /// Whether anything has been recorded.
+    /// Whether any message was recorded.
     bool hasRecorded() const;
 
 private:

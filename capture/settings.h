@@ -13,17 +13,17 @@ namespace VorelKestrel::Capture {
  *
  *     <redact: 0 or 1> <nanoseconds from the monotonic clock to 1970> <process> <descriptor> <file>
  *
- * The descriptor, of that process, is memory that holds a Tally; the file is the rest, an absolute path. Times are of
- * the monotonic clock, so that setting the clock in the middle of a capture leaves the pauses as they were.
+ * The descriptor belongs to that process, and is memory with a Tally. The file is an absolute path. Times come from the
+ * monotonic clock, so that setting the clock during a capture does not change the pauses.
  */
 constexpr char kSettingsVariable[] = "AUTHCHIP_CAPTURE";
 
-/// What all processes of a capture count together, in memory that they share.
+/// Counts of all processes of a capture, in shared memory.
 struct Tally
 {
     std::atomic<AL::U32> processes; // that have loaded the library
     std::atomic<AL::U32> messages;  // that were recorded
-    std::atomic<AL::U32> error;     // the first errno that kept a message from being recorded; 0 while there is none
+    std::atomic<AL::U32> error;     // the first errno because of which a message is missing; 0: none
 };
 
 } // namespace VorelKestrel::Capture

@@ -9,14 +9,14 @@
 namespace VorelKestrel::Capture {
 namespace {
 
-// Lengths are the picture's own.
+// Lengths are in units of the picture.
 constexpr double kWidth = 1200;
-constexpr double kLeft = 300; // of the bars; before them stand the names
+constexpr double kLeft = 300; // of the bars; the names are to the left
 constexpr double kRight = 1175;
 constexpr double kTop = 92;
 constexpr double kRowHeight = 44;
 constexpr double kBarHeight = 22;
-constexpr double kThinnest = 1.5; // a message that can still be seen
+constexpr double kThinnest = 1.5; // so that a short message is visible
 constexpr std::size_t kMostRows = 200;
 
 struct Colour
@@ -71,7 +71,7 @@ std::string number(double value)
     return text;
 }
 
-/// "42.1 ms"; "1.226 s" from a second on.
+/// "42.1 ms"; "1.226 s" for a second or more.
 std::string shortTime(double nanoseconds)
 {
     char text[32];
@@ -98,7 +98,7 @@ void writeBar(std::ostream& out, double x, double y, double width, double height
         out << "><title>" << escapedForXml(title) << "</title></rect>\n";
 }
 
-/// From nanoseconds since the begin of an operation to places in the picture.
+/// Converts nanoseconds since the begin of an operation to positions in the picture.
 class Scale
 {
 public:
@@ -109,7 +109,7 @@ public:
         return kLeft + (kRight - kLeft) * std::min(1.0, static_cast<double>(time) / m_longest);
     }
     double longest() const { return m_longest; }
-    /// A round time of which a few fill the width.
+    /// A round time, of which a few fill the width.
     double step() const
     {
         const double rough = m_longest / 6;
@@ -166,7 +166,7 @@ private:
             end = std::max(end, begin + step.message->facts.duration);
         }
     }
-    /// Whether the chip refuses the next message, for the sake of this one.
+    /// Whether the chip refuses the next message because of this one.
     bool startsCommand(std::size_t place) const
     {
         return place + 1 < m_operation.end && m_analysis.steps[place + 1].isBusy;
@@ -177,7 +177,7 @@ private:
         const double left = m_scale.place(since(facts.time));
         const double right = m_scale.place(since(facts.time) + facts.duration);
         const Kind kind = facts.failed() || facts.isShort() ? kFailure : facts.isRead ? kRead : kWrite;
-        const double extra = kind == kFailure ? 4 : 0; // a failure stands out
+        const double extra = kind == kFailure ? 4 : 0; // failures are larger
         writeBar(m_out, left, m_top - extra, std::max(kThinnest, right - left), kBarHeight + 2 * extra, kind,
                  shortTime(static_cast<double>(since(facts.time))) + ": " + step.line());
     }

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kPassedOn[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGALRM, SIGWINCH};
 
-/// What the program starts with: the signal mask that this process had, and no signal handled in a way of ours.
+/// The signal state for the program: this process's earlier mask, and default handlers.
 class SpawnAttributes
 {
 public:
@@ -62,7 +62,7 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& variabl
     return environment;
 }
 
-/// The keyboard and the terminal send these to the program as well, which is in the same process group.
+/// The terminal also sends these to the program, which is in the same process group.
 bool programHasIt(const signalfd_siginfo& signal)
 {
     return signal.ssi_code == SI_KERNEL && signal.ssi_signo != SIGHUP;
@@ -87,12 +87,12 @@ int exitStatusOfNotStarted(int error)
 
 ChildProgram::ChildProgram()
 {
-    std::signal(SIGCHLD, SIG_DFL); // who ignores it, as our starter may have, does not hear of a program's end
+    std::signal(SIGCHLD, SIG_DFL); // if it is ignored (inherited), no end of a child is reported
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : kPassedOn)
         sigaddset(&signals, signal);
-    sigaddset(&signals, SIGCHLD); // ends the waiting
+    sigaddset(&signals, SIGCHLD); // ends the wait
     pthread_sigmask(SIG_BLOCK, &signals, &m_previous);
     m_signals = signalfd(-1, &signals, SFD_CLOEXEC);
     if (m_signals == -1)

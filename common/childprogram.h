@@ -9,21 +9,21 @@
 
 namespace VorelKestrel {
 
-// The exit statuses of a program that stands in for another one, as env and timeout have them; all others are that
-// one's.
+// The exit statuses of a program that runs another one, like those of env and timeout. All others come from the other
+// program.
 constexpr int kExitOwnFailure = 125;
 constexpr int kExitNotRunnable = 126;
 constexpr int kExitNotFound = 127;
 
-/// The exit status that tells of a program that could not be started; @p error is the errno.
+/// The exit status for a program that could not be started because of the errno @p error.
 int exitStatusOfNotStarted(int error);
 
 /**
  * Runs another program, forwards signals to it, and returns its exit status.
  *
- * The signals stay blocked afterwards: one that comes when the program has ended must not change the result.
+ * The signals stay blocked afterwards, so that a signal after the program's end does not change the result.
  *
- * Requires:  it is made before the first thread of the process, since it takes the signals away from all of them.
+ * Requires:  created before the first thread of the process, because all threads must block the signals.
  */
 class ChildProgram
 {

@@ -7,13 +7,13 @@
 namespace VorelKestrel {
 namespace {
 
-/// How a character of UTF-8 begins, by its first byte.
+/// The first byte of a UTF-8 character, and what it implies.
 struct Form
 {
     unsigned mask;
     unsigned lead;
     std::size_t length;
-    std::uint32_t smallest; // a smaller one has a shorter form, and must not have this one
+    std::uint32_t smallest; // smaller ones must use a shorter form
 };
 
 constexpr Form kForms[] = {
@@ -31,10 +31,10 @@ struct Range
 
 constexpr Range kNotShown[] = {
     {0x00, 0x1f},     {0x7f, 0x9f},           // control characters
-    {0x61c, 0x61c},   {0x200b, 0x200f},       // marks of width zero, marks of direction
-    {0x2028, 0x202e}, {0x2060, 0x206f},       // separators of lines, changes of direction
-    {0xd800, 0xdfff}, {0xfeff, 0xfeff},       // halves of characters, the mark of byte order
-    {0xfff9, 0xfffb}, {0x110000, 0xffffffff}, // annotations, no character
+    {0x61c, 0x61c},   {0x200b, 0x200f},       // zero-width and direction marks
+    {0x2028, 0x202e}, {0x2060, 0x206f},       // line separators, direction changes
+    {0xd800, 0xdfff}, {0xfeff, 0xfeff},       // surrogates, byte order mark
+    {0xfff9, 0xfffb}, {0x110000, 0xffffffff}, // annotations, beyond Unicode
 };
 
 struct Character

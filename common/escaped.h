@@ -6,11 +6,11 @@
 namespace VorelKestrel {
 
 /**
- * A text from outside (the name of a process, a user, a file; a certificate's names), fit for a terminal and for one
- * line: control characters, characters that reverse or hide text, and bytes that are no UTF-8 become "\xNN".
+ * Makes a text from outside (a name of a process, user, file or certificate) safe to print on one line of a terminal:
+ * control characters, characters that reverse or hide text, and bytes that are not UTF-8 become "\xNN".
  */
 std::string escaped(const std::string& text);
-/// The same for a text of several lines: line feeds stay.
+/// The same for several lines: line feeds stay.
 std::string escapedLines(const std::string& text);
 
 } // namespace VorelKestrel

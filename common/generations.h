@@ -5,27 +5,25 @@
 #include <cstdint>
 #include <string>
 
-#include "authchipdriver/registermap.h"
-
 namespace VorelKestrel {
 
-/// What sets one generation of the chip apart from another. Lengths are bytes.
+/// The properties of one generation of the chip. Lengths are bytes.
 struct Generation
 {
     const char* protocol;              // "2.0B"
-    std::uint8_t protocolMajorVersion; // as the chip's registers report it
+    std::uint8_t protocolMajorVersion; // as in the chip's registers
     std::uint8_t protocolMinorVersion;
     std::size_t challengeLength; // the length of the digest
     std::size_t responseLength;
     int certificatePages;
-    bool hostWritesLengths; // the host announces challenge and response lengths; otherwise the chip tells them
+    bool hostWritesLengths; // whether the host writes challenge and response lengths, or reads them from the chip
 
-    // How the chip signs. The challenge takes the place of a digest: the chip does not hash it again.
+    // How the chip signs. The challenge is used as the digest: the chip does not hash it.
     const char* keyName;  // "RSA-1024"
     const char* keyType;  // OpenSSL's name
     const char* keyGroup; // OpenSSL's name of the curve; null for a key without one
     unsigned keyBits;
-    const char* digest; // OpenSSL knows it by this name, and so do people
+    const char* digest; // the name for OpenSSL and for people
     const char* scheme; // in words
 };
 
@@ -36,7 +34,7 @@ inline constexpr Generation kGeneration30 = {
     "3.0", 3, 0, 32, 64, 10, false, "P-256", "EC", "prime256v1", 256, "SHA-256", "ECDSA P-256 with SHA-256, r then s",
 };
 
-/// Which protocol the chips of one device version speak.
+/// A device version and its protocol.
 struct DeviceVersion
 {
     std::uint8_t number;
@@ -44,14 +42,14 @@ struct DeviceVersion
     const Generation* generation; // null: the library has no driver for it
 };
 
-/// Every device version that is known, in ascending order. The library's factory decides with a switch of its own; a
-/// test compares the two.
+/// Every known device version, in ascending order. The library's factory has its own switch, and the dissector in
+/// capture/wireshark/ its own table; tests compare both with this one.
 inline constexpr DeviceVersion kDeviceVersions[] = {
-    {ACD::kDeviceVersion10, "1.0", nullptr},
-    {ACD::kDeviceVersion20A, "2.0A", nullptr},
-    {ACD::kDeviceVersion20B, kGeneration20B.protocol, &kGeneration20B},
-    {ACD::kDeviceVersion20BLater, kGeneration20B.protocol, &kGeneration20B},
-    {ACD::kDeviceVersion30, kGeneration30.protocol, &kGeneration30},
+    {1, "1.0", nullptr},
+    {2, "2.0A", nullptr},
+    {3, kGeneration20B.protocol, &kGeneration20B},
+    {5, kGeneration20B.protocol, &kGeneration20B},
+    {7, kGeneration30.protocol, &kGeneration30},
 };
 
 /// Null if the device version is unknown.

@@ -47,7 +47,7 @@ std::optional<Bytes> fromHex(const std::string& text)
 {
     Bytes bytes;
     constexpr int kNone = -1;
-    int high = kNone; // the first digit of a byte whose second is awaited
+    int high = kNone; // the first digit of a byte, until the second one
     for (const char character : text) {
         if (high == kNone && isSeparator(character))
             continue;

@@ -9,11 +9,11 @@
 
 namespace VorelKestrel {
 
-/// Two lower-case digits a byte, nothing between them.
+/// Two lower-case digits for each byte, without separators.
 std::string toHex(const Bytes& bytes);
-/// A value with "0x" before it and at least @p digits digits: toHex(0x2a, 2) is "0x2a".
+/// "0x" and at least @p digits digits: toHex(0x2a, 2) is "0x2a".
 std::string toHex(std::uint32_t value, int digits);
-/// Reads what toHex() writes; capitals, and blanks or colons between bytes, are welcome. None if it is something else.
+/// Parses what toHex() writes, also with capitals, and with blanks or colons between bytes. None if it is invalid.
 std::optional<Bytes> fromHex(const std::string& text);
 
 } // namespace VorelKestrel

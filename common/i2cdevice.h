@@ -7,7 +7,7 @@
 
 namespace VorelKestrel {
 
-constexpr unsigned kI2cMajor = 89; // the kernel's number of i2c-dev
+constexpr unsigned kI2cMajor = 89; // the kernel's major number of i2c-dev
 
 /// Whether a file can be the i2c-dev node of a bus: a device with the kernel's number for them. A simulated node need
 /// not have the number, but has the name.

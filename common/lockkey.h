@@ -3,7 +3,7 @@
 
 namespace VorelKestrel {
 
-/// What Qt gives to ftok() beside the key file, to make the key of a semaphore.
+/// The number that Qt passes to ftok() together with the key file.
 constexpr int kLockKeyProject = 'Q';
 
 } // namespace VorelKestrel

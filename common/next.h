@@ -5,13 +5,14 @@
 
 #include <dlfcn.h>
 
-/// Gives a function of a library or program the C library's name as its symbol, under a name of its own in the source,
-/// so that no header of the C library can redirect it.
+/// Declares a function with the symbol of a C library function but another name in the source, so that no header of the
+/// C library can redirect it.
 #define SPELLING(symbol) __asm__(symbol) __attribute__((visibility("default")))
 
 namespace VorelKestrel {
 
-/// The next library's function of a name, looked up once. Threads: any; two that look it up at once find the same.
+/// The next library's function with a name, looked up once. Threads: any; if two look it up at once, both find the
+/// same.
 template<typename Function>
 class Next
 {

@@ -20,4 +20,9 @@ std::optional<std::uint32_t> parseNumber(const std::string& text, std::uint32_t 
     return value;
 }
 
+std::string inBytes(std::size_t count)
+{
+    return std::to_string(count) + (count == 1 ? " byte" : " bytes");
+}
+
 } // namespace VorelKestrel

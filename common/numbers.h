@@ -7,9 +7,12 @@
 
 namespace VorelKestrel {
 
-/// Reads a number from 0 to @p maximum, in decimal ("42") or hexadecimal ("0x2a"). None if the text is anything else;
-/// a leading zero does not make a number octal.
+/// Parses a number from 0 to @p maximum, in decimal ("42") or hexadecimal ("0x2a"). None if it is invalid. A leading
+/// zero does not mean octal.
 std::optional<std::uint32_t> parseNumber(const std::string& text, std::uint32_t maximum);
+
+/// "1 byte", "20 bytes"
+std::string inBytes(std::size_t count);
 
 } // namespace VorelKestrel
 

@@ -5,7 +5,7 @@
 
 namespace VorelKestrel {
 
-/// Calls an OpenSSL function such as X509_free when the owner goes.
+/// A deleter that calls an OpenSSL function such as X509_free.
 template<auto function>
 struct OpensslDeleter
 {

@@ -11,7 +11,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kSeparators = " :"; // of LD_PRELOAD, with no way to quote them
+constexpr const char* kSeparators = " :"; // in LD_PRELOAD; cannot be quoted
 
 void append(std::string& list, const std::string& library)
 {
@@ -33,7 +33,7 @@ std::string preloadLibrary(const char* built, const char* installed)
     const fs::path folder = fs::read_symlink("/proc/self/exe", error).parent_path();
     if (error)
         throw PreloadError("cannot find " + fs::path(built).filename().string() +
-                           ": /proc/self/exe does not tell where this program is; mount /proc");
+                           ": /proc/self/exe does not show where this program is; mount /proc");
     for (const fs::path& place : {folder / built, folder / installed}) {
         if (fs::exists(place))
             return place.lexically_normal();
@@ -51,8 +51,8 @@ PreloadPath::PreloadPath(const std::string& library) : m_path(library)
         parent = "/tmp";
     std::string folder = parent / "authchip-preload-XXXXXX";
     if (mkdtemp(folder.data()) == nullptr)
-        throw PreloadError("cannot make " + folder + ": " + std::strerror(errno) + "; it is needed because the path " +
-                           library + " has a blank or a colon");
+        throw PreloadError("cannot create " + folder + ": " + std::strerror(errno) +
+                           "; it is needed because the path " + library + " contains a blank or a colon");
     m_folder = folder;
     m_path = fs::path(folder) / fs::path(library).filename();
     fs::create_symlink(library, m_path);

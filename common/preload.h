@@ -6,20 +6,20 @@
 
 namespace VorelKestrel {
 
-/// A library that cannot be preloaded; what() says which and why.
+/// Thrown if a library cannot be preloaded; what() says which and why.
 class PreloadError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// The path of a library of ours, seen from this program's folder: @p built in the build tree, @p installed elsewhere.
-/// Throws PreloadError.
+/// The path of one of our libraries, relative to this program's folder: @p built in the build tree, otherwise @p
+/// installed. Throws PreloadError.
 std::string preloadLibrary(const char* built, const char* installed);
 
 /**
- * A path of a library that LD_PRELOAD can name, which is the library's own unless that has a blank or a colon: then it
- * is a symbolic link in a temporary folder, there as long as this object.
+ * A path of a library that LD_PRELOAD accepts: the library's own path, unless it contains a blank or a colon. Then it
+ * is a symbolic link in a temporary folder, which exists as long as this object.
  *
  * Errors: the constructor throws PreloadError.
  */
@@ -39,12 +39,12 @@ private:
 };
 
 /**
- * The LD_PRELOAD value that adds @p library to those of this process's own environment. What takes a call first stands
- * first: the capture, which sees what the program does, whatever answers it; then @p library.
+ * The LD_PRELOAD value that adds @p library to those in this process's environment. The recording library stays first,
+ * so that it sees the program's calls whoever answers them; then comes @p library.
  */
 std::string preloadsWith(const std::string& library);
 
-/// The file name of the library that records; it has to stand before all others.
+/// The file name of the recording library, which must be the first in LD_PRELOAD.
 extern const char kCaptureLibrary[];
 
 } // namespace VorelKestrel

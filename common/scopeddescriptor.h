@@ -20,7 +20,7 @@ public:
     ~ScopedDescriptor()
     {
         if (m_descriptor >= 0)
-            close(m_descriptor); // once: after EINTR it is closed all the same
+            close(m_descriptor); // only once: it is closed even after EINTR
     }
 
     int get() const { return m_descriptor; }

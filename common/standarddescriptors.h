@@ -4,11 +4,10 @@
 namespace VorelKestrel {
 
 /**
- * Fills the places of standard input, output and error that whoever started this program has closed. Otherwise the next
- * file that is opened takes the place, be it the bus, and what is meant for standard output goes there. Reading from
- * such a place, or writing to it, fails as before.
+ * Opens standard input, output and error if they are closed. Otherwise the next opened file, for example the bus, would
+ * get such a descriptor, and standard output would go there. Reading and writing these descriptors still fails.
  *
- * Requires: it is the first thing that main() calls.
+ * Requires: main() calls it first.
  */
 void occupyStandardDescriptors();
 

@@ -5,7 +5,7 @@
 
 namespace VorelKestrel::Simulator {
 
-// The exit statuses that are not the program's own, as env and timeout have them.
+// The exit statuses of authchip-sim itself, like those of env and timeout.
 constexpr int kExitUsage = 2;
 constexpr int kExitNoNode = kExitOwnFailure;
 

@@ -28,23 +28,23 @@ constexpr const char* kDescription =
     "Runs a program in front of a simulated authentication chip on a simulated I2C bus.";
 constexpr const char* kUsage = "Usage: authchip-sim [OPTIONS] -- PROGRAM [ARGS...]\n"
                                "       authchip-sim --usbip [OPTIONS] [-- PROGRAM [ARGS...]]\n";
-constexpr const char* kFooter = R"(Numbers may be written in decimal or, with 0x before them, in hexadecimal.
+constexpr const char* kFooter = R"(Numbers are decimal (42) or hexadecimal (0x2a).
 By default the chip gets a new key and a self-signed certificate.
-PROGRAM must be dynamically linked and not set-user-ID, since libraries are preloaded into
-it. It must open the node itself: a descriptor does not survive exec or dup, and two
+PROGRAM must be dynamically linked and not set-user-ID, because libraries are preloaded
+into it. It must open the node itself: a descriptor does not survive exec or dup, and two
 processes cannot use it at the same time. The node exists while PROGRAM runs.
 
-With --usbip the bus is behind a USB device that Linux's driver i2c-tiny-usb supports.
-authchip-sim prints an address, from which 'usbip attach' fetches the device. With --attach
-this machine's kernel gets the device and makes a real node, whose path is printed.
-PROGRAM, if there is one, finds address or path in AUTHCHIP_USBIP or AUTHCHIP_DEVICE.
-The device exists until PROGRAM ends or a signal arrives.
+With --usbip the bus is behind a USB device for Linux's driver i2c-tiny-usb. authchip-sim
+prints the address for 'usbip attach'. With --attach the kernel of this machine gets the
+device and creates a real node, and authchip-sim prints its path. PROGRAM, if given, finds
+the address in AUTHCHIP_USBIP or the path in AUTHCHIP_DEVICE. The device exists until
+PROGRAM ends or a signal arrives.
 
 Exit status: that of PROGRAM, or 128 + n if signal n killed it; otherwise
-  0    help was asked for
+  0    after --help and --version
   2    the options are wrong, or a key or certificate does not fit
-  125  the node cannot be set up, the log or the capture cannot be written,
-       or a message differs from the replay
+  125  the node cannot be set up, the log cannot be written, or a message
+       differs from the replay
   126  PROGRAM cannot be run
   127  PROGRAM is not found
 
@@ -63,16 +63,16 @@ std::uint32_t requireNumber(const std::string& text, std::uint32_t maximum, cons
     return *number;
 }
 
-/// The number of an error by its name.
+/// The number of an error, from its name.
 int requireError(const std::string& name, const std::string& option)
 {
-    constexpr int kLastError = 4095; // the kernel has no larger ones
+    constexpr int kLastError = 4095; // the kernel's largest
     for (int error = 1; error <= kLastError; ++error) {
         const char* known = strerrorname_np(error);
         if (known != nullptr && name == known)
             return error;
     }
-    throw UsageError(option + ": '" + name + "' is no error's name; EIO, ETIMEDOUT and EREMOTEIO are some");
+    throw UsageError(option + ": '" + name + "' is not the name of an error, such as EIO, ETIMEDOUT or EREMOTEIO");
 }
 
 /// The two sides of the first separator.
@@ -84,14 +84,14 @@ std::pair<std::string, std::string> split(const std::string& text, char separato
     return {text.substr(0, middle), text.substr(middle + 1)};
 }
 
-/// A path below /dev that the kernel and the preload libraries understand alike.
+/// Whether this is a path below /dev that the kernel and the preload libraries treat alike.
 bool isPlainDevicePath(const std::string& path)
 {
     return path.rfind("/dev/", 0) == 0 && path.find("//") == std::string::npos &&
            path.find("/.") == std::string::npos && path.back() != '/';
 }
 
-/// Shows of an option its name and the kind of its value; everything else is in its description.
+/// Shows only an option's name and its placeholder; the description says the rest.
 class HelpFormatter : public CLI::Formatter
 {
 public:
@@ -100,7 +100,7 @@ public:
     std::string make_usage(const CLI::App* /*app*/, std::string /*name*/) const override { return kUsage; }
     std::string make_option_opts(const CLI::Option* option) const override
     {
-        return option->get_type_size() == 0 ? "" : " " + option->get_type_name();
+        return option->get_expected_max() == 0 ? "" : " " + option->get_type_name();
     }
 };
 
@@ -120,9 +120,9 @@ std::string kindsOfCounterfeit()
 struct OptionRow
 {
     const char* name;
-    const char* value; // its placeholder in the help; null: the option has no value
+    const char* value; // the placeholder in the help; null: no value
     const char* description;
-    std::function<void(const std::string&)> set; // once for every time that the option is given
+    std::function<void(const std::string&)> set; // called each time the option is given
 };
 
 constexpr const char* kChipGroup = "The chip";
@@ -148,7 +148,7 @@ const OptionRule kOptionRules[] = {
     {"--counterfeit", "--issuer", {"--certificate-length"}},
     {"--port", "--usbip", {"--attach"}},
     {"--attach", "--usbip", {}},
-    // The kernel's choice, if it makes the node.
+    // The kernel decides these when it creates the node.
     {"--device", nullptr, {"--usbip"}},
     {"--bound-address", nullptr, {"--usbip"}},
     {"--smbus-only", nullptr, {"--usbip"}},
@@ -176,7 +176,7 @@ public:
 
     Options parse(std::vector<std::string> arguments)
     {
-        std::reverse(arguments.begin(), arguments.end()); // as CLI11 takes them
+        std::reverse(arguments.begin(), arguments.end()); // the order that CLI11 expects
         try {
             m_app.parse(arguments);
         } catch (const CLI::CallForHelp&) {
@@ -205,16 +205,15 @@ private:
     void add(const std::string& group, const std::vector<OptionRow>& rows)
     {
         for (const OptionRow& row : rows) {
+            const CLI::callback_t setEach = [set = row.set](const CLI::results_t& values) {
+                std::for_each(values.begin(), values.end(), set);
+                return true;
+            };
+            CLI::Option* const option = m_app.add_option(row.name, setEach, row.description)->group(group)->take_all();
             if (row.value == nullptr)
-                m_app
-                    .add_flag_function(
-                        row.name, [set = row.set](std::int64_t) { set(""); }, row.description)
-                    ->group(group);
+                option->expected(0)->disable_flag_override();
             else
-                m_app.add_option_function<std::vector<std::string>>(row.name, forEach(row.set), row.description)
-                    ->type_name(row.value)
-                    ->allow_extra_args(false)
-                    ->group(group);
+                option->type_name(row.value);
         }
     }
 
@@ -232,12 +231,6 @@ private:
         }
     }
 
-    static std::function<void(const std::vector<std::string>&)>
-    forEach(const std::function<void(const std::string&)>& set)
-    {
-        return [set](const std::vector<std::string>& values) { std::for_each(values.begin(), values.end(), set); };
-    }
-
     static OptionRow textRow(const char* name, const char* value, const char* description, std::string& target)
     {
         return {name, value, description, [&target](const std::string& text) { target = text; }};
@@ -250,7 +243,7 @@ private:
         return {name, value, description, [=](const std::string& text) { set(requireNumber(text, maximum, name)); }};
     }
 
-    /// A number that goes into a variable, or an optional one, as it is.
+    /// A number that is stored in a variable, which may be optional.
     template<typename Target>
     static OptionRow intoRow(const char* name, const char* value, std::uint32_t maximum, const char* description,
                              Target& target)
@@ -263,17 +256,18 @@ private:
     {
         SimulationSettings& bus = m_options.simulation;
         return {
-            {"--device", "PATH", "Path of the node, below /dev (/dev/i2c-7)",
+            {"--device", "PATH", "Path of the node below /dev (/dev/i2c-7)",
              [this](const std::string& path) { setDevice(m_options, path); }},
             intoRow("--address", "ADDRESS", kAddressMaximum, "7-bit address of the chip (0x2a)", bus.address),
             numberRow(
-                "--bound-address", "ADDRESS", kAddressMaximum, "Address that a kernel driver has taken; repeatable",
+                "--bound-address", "ADDRESS", kAddressMaximum, "Address that a kernel driver holds; repeatable",
                 [&bus](std::uint32_t address) { bus.node.boundAddresses.insert(static_cast<unsigned>(address)); }),
-            {"--smbus-only", nullptr, "Be an adapter that moves SMBus transfers only, and no plain messages",
+            {"--smbus-only", nullptr, "Support only SMBus transfers, no plain I2C messages",
              [&bus](const std::string&) { bus.node.smbusOnly = true; }},
-            intoRow("--bus-hz", "HZ", kDoubleWordMaximum, "Clock of the bus; 0 takes no time (0)", bus.bitsPerSecond),
-            textRow("--log", "FILE", "Write every transfer to this file", m_options.logFile),
-            textRow("--capture", "FILE", "Write every transfer to this file as a capture for Wireshark",
+            intoRow("--bus-hz", "HZ", kDoubleWordMaximum, "Clock of the bus; 0: messages take no time (0)",
+                    bus.bitsPerSecond),
+            textRow("--log", "FILE", "Log every message to this file", m_options.logFile),
+            textRow("--capture", "FILE", "Capture every message into this file, for authchip decode and Wireshark",
                     m_options.captureFile),
         };
     }
@@ -281,11 +275,13 @@ private:
     std::vector<OptionRow> usbIpRows()
     {
         return {
-            {"--usbip", nullptr, "Offer the bus as a USB device over USB/IP; the chip is then busy for 3 messages",
+            {"--usbip", nullptr,
+             "Offer the bus as a USB device over USB/IP; the chip then refuses 3 messages while busy",
              [this](const std::string&) { m_options.usbIp = true; }},
-            intoRow("--port", "PORT", kWordMaximum, "TCP port, on the loopback address; 0 takes a free one (3240)",
+            intoRow("--port", "PORT", kWordMaximum, "TCP port on the loopback address; 0: a free one (3240)",
                     m_options.usbIpPort),
-            {"--attach", nullptr, "Attach it to this machine's kernel; needs root, vhci-hcd, i2c-tiny-usb and i2c-dev",
+            {"--attach", nullptr,
+             "Attach it to this kernel; needs root and the modules vhci-hcd, i2c-tiny-usb and i2c-dev",
              [this](const std::string&) { m_options.attach = true; }},
         };
     }
@@ -294,9 +290,9 @@ private:
     {
         return {
             textRow("--replay", "FILE",
-                    "Answer as in this capture, message by message; a message that differs ends the replay",
+                    "Answer as in this capture, message by message; a different message ends the replay",
                     m_options.replayFile),
-            {"--replay-loosely", nullptr, "Answer by register instead, in any order",
+            {"--replay-loosely", nullptr, "Answer each register as in the capture, in any order",
              [this](const std::string&) { m_options.replayLoosely = true; }},
         };
     }
@@ -306,25 +302,24 @@ private:
         ChipSettings& chip = m_options.simulation.chip;
         return {
             intoRow("--device-version", "BYTE", kByteMaximum,
-                    "Device version; up to 6 a chip of protocol 2.0B (RSA-1024), from 7 on of 3.0 (P-256) (7)",
+                    "Device version; up to 6: protocol 2.0B (RSA-1024), from 7: protocol 3.0 (P-256) (7)",
                     chip.deviceVersion),
             intoRow("--firmware-version", "BYTE", kByteMaximum, "Firmware version (1)", chip.firmwareVersion),
-            {"--protocol", "MAJOR.MINOR", "Protocol version that the chip reports (its own)",
+            {"--protocol", "MAJOR.MINOR", "Protocol version that the chip reports (that of the device version)",
              [&chip](const std::string& text) { setProtocol(chip, text); }},
             intoRow("--device-id", "NUMBER", kDoubleWordMaximum, "Device ID (0x200)", chip.deviceId),
             textRow("--key", "FILE", "Private key, PEM or DER", m_options.keyFile),
-            textRow("--certificate", "FILE", "Certificate of the key, bare or in a PKCS #7 container, PEM or DER",
+            textRow("--certificate", "FILE", "Certificate of the key, PEM or DER, bare or in a PKCS #7 container",
                     m_options.certificateFile),
             intoRow("--certificate-length", "BYTES", kWordMaximum, "Length of the self-signed certificate's container",
                     m_options.certificateLength),
             numberRow("--busy-ms", "MS", kDoubleWordMaximum,
                       "How long the chip refuses messages after a start command (30)",
                       [&chip](std::uint32_t time) { chip.busyTime = std::chrono::milliseconds(time); }),
-            intoRow(
-                "--busy-refusals", "N", INT_MAX,
-                "How many messages the chip refuses after a start command; replaces the time unless --busy-ms is given "
-                "(0)",
-                chip.busyRefusals),
+            intoRow("--busy-refusals", "N", INT_MAX,
+                    "How many messages the chip refuses after a start command; replaces the time unless --busy-ms is "
+                    "given (0)",
+                    chip.busyRefusals),
         };
     }
 
@@ -334,7 +329,7 @@ private:
             textRow("--issuer", "FILE", "Certificate of the issuer, PEM or DER; replaces the self-signed certificate",
                     m_options.issuerFile),
             textRow("--issuer-key", "FILE", "Private key of the issuer, PEM or DER", m_options.issuerKeyFile),
-            {"--counterfeit", "KIND", "Be no genuine chip of this issuer; the kinds are below",
+            {"--counterfeit", "KIND", "Be a counterfeit of this issuer's chips; the kinds are below",
              [this](const std::string& name) { setCounterfeit(m_options, name); }},
         };
     }
@@ -371,7 +366,7 @@ private:
     static void setDevice(Options& options, const std::string& path)
     {
         if (!isPlainDevicePath(path))
-            throw UsageError("--device: '" + path + "' is not the plain path of something below /dev");
+            throw UsageError("--device: '" + path + "' is not a plain path below /dev");
         options.device = path;
     }
 
@@ -379,7 +374,7 @@ private:
     {
         options.counterfeit = findCounterfeit(name);
         if (options.counterfeit == nullptr)
-            throw UsageError("--counterfeit: '" + name + "' is no kind of counterfeit");
+            throw UsageError("--counterfeit: '" + name + "' is not a kind of counterfeit; --help lists them");
     }
 
     static void setProtocol(ChipSettings& chip, const std::string& text)
@@ -396,7 +391,7 @@ private:
         const auto [registerText, lengthText] = split(text, '=', kOption);
         const auto reg = static_cast<AL::U8>(requireNumber(registerText, kByteMaximum, kOption));
         if (std::count(std::begin(kLengthRegisters), std::end(kLengthRegisters), reg) == 0)
-            throw UsageError(std::string(kOption) + ": '" + registerText + "' is none of 0x11, 0x20 and 0x30");
+            throw UsageError(std::string(kOption) + ": '" + registerText + "' is not 0x11, 0x20 or 0x30");
         const std::uint32_t length = requireNumber(lengthText, kWordMaximum, kOption);
         faults.answers[reg] = {static_cast<AL::U8>(length >> 8U), static_cast<AL::U8>(length)};
     }
@@ -419,7 +414,7 @@ Options parseOptions(int argc, const char* const* argv)
     if (separator != end)
         options.command.assign(separator + 1, end);
     if (options.command.empty() && !options.usbIp)
-        throw UsageError("there is no program to run; name it after '--'");
+        throw UsageError("no program given; name it after '--'");
     return options;
 }
 

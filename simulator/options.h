@@ -13,29 +13,29 @@ namespace VorelKestrel::Simulator {
 
 constexpr char kDefaultDevice[] = "/dev/i2c-7";
 
-/// What the command line asks for.
+/// The parsed command line.
 struct Options
 {
     SimulationSettings simulation;
     std::string device;                // empty: that of the replay, or kDefaultDevice
     std::string keyFile;               // empty: a new key
     std::string certificateFile;       // empty: a self-signed certificate
-    std::size_t certificateLength = 0; // 0: as it comes
+    std::size_t certificateLength = 0; // 0: the natural length
     std::string issuerFile;            // of the certificate's issuer; empty: self-signed
     std::string issuerKeyFile;
     const Counterfeit* counterfeit = nullptr; // null: an honest chip
     std::string logFile;                      // empty: no log
     std::string captureFile;                  // empty: no capture
     std::string replayFile;                   // empty: a simulated chip
-    bool replayLoosely = false;               // by register
+    bool replayLoosely = false;               // answer by register, in any order
     bool usbIp = false;                       // a USB device instead of the umockdev node
     bool attach = false;                      // to the kernel of this machine
     AL::U16 usbIpPort = UsbIpServer::kDefaultPort;
     std::vector<std::string> command; // empty only with usbIp or if help was asked for
-    std::string help;                 // not empty: to be printed, and nothing else done
+    std::string help;                 // not empty: print this and do nothing else
 };
 
-/// A command line that cannot be understood; what() says what is wrong with it.
+/// An invalid command line; what() says why.
 class UsageError : public std::runtime_error
 {
 public:

@@ -35,14 +35,14 @@ Capture::Recording load(const std::string& path)
         if (!recording.damage.empty())
             throw fail(recording.damage);
         if (recording.messages.empty())
-            throw fail("it holds no message");
+            throw fail("it contains no message");
         return recording;
     } catch (const Capture::RecordingError& error) {
         throw fail(error.what());
     }
 }
 
-/// Of "/dev/i2c-7" 7; 0 without digits at the end.
+/// 7 for "/dev/i2c-7"; 0 without digits at the end.
 unsigned busNumberOf(const std::string& device)
 {
     const std::size_t digits = device.find_last_not_of("0123456789") + 1;
@@ -104,7 +104,7 @@ std::vector<std::string> ServedBus::remarks() const
     std::vector<std::string> remarks;
     if (m_capture && m_capture->error() != 0)
         remarks.push_back("cannot write the capture " + m_captureFile + ": " + std::strerror(m_capture->error()) +
-                          "; what came after that is missing");
+                          "; later messages are missing");
     if (m_hasRandomFaults) {
         const RandomFaultCounts& counts = m_simulation->faults().randomFaults();
         remarks.push_back("at random: " + std::to_string(counts.refused) + " messages refused, " +
@@ -112,15 +112,15 @@ std::vector<std::string> ServedBus::remarks() const
     }
     const std::size_t left = m_orderedReplay == nullptr ? 0 : m_orderedReplay->messagesLeft();
     if (left > 0)
-        remarks.push_back("the program ended before the recording: " + std::to_string(left) + " of " +
-                          std::to_string(m_orderedReplay->messageCount()) + " messages did not come");
+        remarks.push_back("the program ended before the end of the recording: " + std::to_string(left) + " of " +
+                          std::to_string(m_orderedReplay->messageCount()) + " messages are left");
     return remarks;
 }
 
 void ServedBus::requireLog() const
 {
     if (m_loggedBus && !m_log.good())
-        throw FrontError("cannot write the log " + m_logFile + ": it takes no more; look for a full disk");
+        throw FrontError("cannot write the log " + m_logFile + "; look for a full disk");
 }
 
 } // namespace VorelKestrel::Simulator

@@ -20,7 +20,7 @@
 namespace VorelKestrel::Simulator {
 
 /**
- * The bus that the options ask for, with a simulated chip or a replayed one, and the node before it:
+ * The bus that the options describe, with a simulated or a replayed chip, and its node:
  *
  *     node -> [log] -> [capture] -> simulation | replay
  *
@@ -29,18 +29,18 @@ namespace VorelKestrel::Simulator {
 class ServedBus
 {
 public:
-    /// @p report is told what differs from the replay.
+    /// @p report  is called if a message differs from the replay.
     ServedBus(const Options& options, ReplayedBus::Report report);
     ServedBus(const ServedBus&) = delete;
     ServedBus& operator=(const ServedBus&) = delete;
 
     Bus& bus() { return *m_bus; }
     I2cDevNode& node() { return *m_node; }
-    /// The path that the node is to have.
+    /// The path of the node.
     const std::string& device() const { return m_device; }
-    /// What there is to say when the program has ended.
+    /// What to report after the program has ended.
     std::vector<std::string> remarks() const;
-    /// Throws FrontError if the log did not take every line.
+    /// Throws FrontError if the log is incomplete.
     void requireLog() const;
 
 private:

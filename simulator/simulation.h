@@ -24,18 +24,18 @@ struct SimulationSettings
 };
 
 /**
- * A chip, the bus before it with its faults, and the node before the bus, put together:
+ * A chip, its bus with faults, and the node of the bus:
  *
  *     node -> [log] -> faults -> wires -> chip
  *
- * With a kernel that makes the node itself, use bus() instead.
+ * If a kernel creates the node, use bus().
  *
  * Ownership: the clock and the log stay the caller's and outlive the simulation.
  */
 class Simulation
 {
 public:
-    /// Without credentials, new ones are made. @p log may be null.
+    /// Without credentials, creates new ones. @p log may be null.
     Simulation(const SimulationSettings& settings, std::shared_ptr<const Credentials> credentials, Clock& clock,
                std::ostream* log = nullptr);
 

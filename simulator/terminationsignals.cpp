@@ -17,7 +17,7 @@ TerminationSignals::TerminationSignals()
 
 TerminationSignals::~TerminationSignals()
 {
-    // One that has been waited for stays pending until here, and shall not end the process now.
+    // A signal that was waited for is still pending; it must not end the process now.
     signalfd_siginfo taken{};
     pollfd signal{m_signals.get(), POLLIN, 0};
     while (poll(&signal, 1, 0) > 0 && read(m_signals.get(), &taken, sizeof(taken)) > 0) {}

@@ -8,9 +8,9 @@
 namespace VorelKestrel::Simulator {
 
 /**
- * Takes the signals that ask the process to end, so that it can tidy up first.
+ * Blocks the signals that end the process, so that it can clean up first.
  *
- * Requires:  it is made before the first thread of the process, since it takes the signals away from all of them.
+ * Requires:  created before the first thread of the process, because all threads must block the signals.
  */
 class TerminationSignals
 {

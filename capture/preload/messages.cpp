@@ -26,7 +26,7 @@ private:
     const int m_errno;
 };
 
-/// Whether the kernel had read the program's memory before it gave this error; otherwise it may not be readable.
+/// Whether the kernel reads the program's memory before it returns this error. Otherwise the memory may be invalid.
 bool hasSeenMemory(int error)
 {
     switch (error) {
@@ -52,7 +52,7 @@ AL::U32 limited(std::size_t count)
     return static_cast<AL::U32>(count > UINT_MAX ? UINT_MAX : count);
 }
 
-/// What all messages of a system call have in common.
+/// The facts that all messages of a system call share.
 Record startRecord(const OpenNode& node, const EndedCall& call, Call kind)
 {
     Record record;
@@ -79,12 +79,12 @@ void recordTransfer(OpenNode& node, const EndedCall& call, int error, const i2c_
         record.facts.result = call.result < 0 ? -error : i < static_cast<AL::U32>(call.result) ? message.len : 0;
         record.data = message.buf;
         Capture::record(node, record);
-        all.facts.time = call.end; // the call's time counts once
+        all.facts.time = call.end; // the time of the call counts once
         all.facts.duration = 0;
     }
 }
 
-/// An SMBus transfer as messages: what goes out before the data, and how many bytes of data go out and come in.
+/// An SMBus transfer as messages: what is sent before the data, and how many bytes of data are sent and received.
 struct SmbusShape
 {
     bool hasCommand;
@@ -113,7 +113,7 @@ SmbusShape shapeOf(const i2c_smbus_ioctl_data& request)
     case I2C_SMBUS_I2C_BLOCK_DATA:
     case I2C_SMBUS_I2C_BLOCK_BROKEN:
         return simple(blockLength);
-    default: // blocks that begin with their length
+    default: // blocks, which begin with their length
         return simple(1 + blockLength);
     }
 }
@@ -123,7 +123,7 @@ void recordSmbus(OpenNode& node, const EndedCall& call, int error, const i2c_smb
     const bool failed = call.result < 0;
     if (failed && !hasSeenMemory(error))
         return;
-    constexpr std::size_t kRoom = I2C_SMBUS_BLOCK_MAX + 1; // of data; the length of a block comes first
+    constexpr std::size_t kRoom = I2C_SMBUS_BLOCK_MAX + 1; // for data; a block begins with its length
     const SmbusShape shape = shapeOf(request);
     const bool isBlockOfI2c = request.size == I2C_SMBUS_I2C_BLOCK_DATA || request.size == I2C_SMBUS_I2C_BLOCK_BROKEN;
     const AL::U8* data = request.data == nullptr ? nullptr : request.data->block + (isBlockOfI2c ? 1 : 0);
@@ -134,7 +134,7 @@ void recordSmbus(OpenNode& node, const EndedCall& call, int error, const i2c_smb
     Record record = startRecord(node, call, Call::Smbus);
     record.facts.smbusSize = request.size;
     const bool isOnlyRead = !shape.hasCommand && request.read_write == I2C_SMBUS_READ;
-    const bool hasRead = shape.in > 0 && !isOnlyRead && !failed; // either may have failed: take the first
+    const bool hasRead = shape.in > 0 && !isOnlyRead && !failed; // either may have failed: use the first
     record.facts.messageCount = hasRead ? 2 : 1;
     record.facts.isRead = isOnlyRead;
     const std::size_t length =
@@ -162,7 +162,7 @@ void recordSelection(OpenNode& node, const EndedCall& call, int error, unsigned 
     record.facts.result = call.result < 0 ? -error : 0;
     if (call.result >= 0) {
         node.address = record.facts.address;
-        node.conversation = Conversation(); // with another chip
+        node.conversation = Conversation(); // a conversation with another chip
     }
     Capture::record(node, record);
 }
@@ -191,7 +191,7 @@ void recordRead(OpenNode& node, const EndedCall& call, const void* data, std::si
     Capture::record(node, record);
 }
 
-/// The kernel makes a message of every piece and stops at the first that does not get through.
+/// The kernel sends each piece as a message and stops at the first that fails.
 void recordVector(OpenNode& node, const EndedCall& call, bool isRead, const iovec* pieces, int pieceCount)
 {
     const KeptErrno error;
@@ -207,14 +207,14 @@ void recordVector(OpenNode& node, const EndedCall& call, bool isRead, const iove
         left -= length;
         if (left <= 0)
             return;
-        piece.begin = call.end; // the call's time counts once
+        piece.begin = call.end; // the time of the call counts once
     }
 }
 
 void recordIoctl(OpenNode& node, const EndedCall& call, unsigned long request, unsigned long argument)
 {
     const KeptErrno error;
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): the C library's ioctl() hands the argument on as a number.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the C library's ioctl() passes the argument as a number.
     const void* pointer = reinterpret_cast<const void*>(argument);
     switch (static_cast<AL::U32>(request)) {
     case I2C_SLAVE:

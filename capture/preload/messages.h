@@ -11,7 +11,7 @@
 
 namespace VorelKestrel::Capture {
 
-/// A system call that has ended. Its error is in errno; who records it puts errno back.
+/// A system call that has returned. Its error is in errno; whoever records it restores errno.
 struct EndedCall
 {
     std::uint64_t begin;

@@ -21,11 +21,11 @@ constexpr char kNodePrefix[] = "/dev/i2c-";
 constexpr char kDevicesFolder[] = "/dev/";
 constexpr int kInheritedMaximum = 64;
 
-// More than a process may have open as a rule; a descriptor beyond shares the place of another.
+// More than a process usually has open; a larger descriptor shares the place of another one.
 constexpr unsigned kPlaces = 4096;
 constexpr unsigned kNodes = 1024;
 
-std::atomic<std::uint64_t> g_places[kPlaces]; // 0, or the descriptor plus 1, and behind it the number of its node
+std::atomic<std::uint64_t> g_places[kPlaces]; // 0, or the descriptor plus 1 followed by the number of its node
 OpenNode g_nodes[kNodes];
 
 std::atomic<std::uint64_t>& placeOf(int descriptor)
@@ -38,7 +38,7 @@ std::uint64_t entryOf(int descriptor, std::size_t node)
     return std::uint64_t{static_cast<AL::U32>(descriptor) + 1U} << 32U | node;
 }
 
-/// The node that the table has for a descriptor.
+/// The node of a descriptor, from the table.
 OpenNode* registered(int descriptor)
 {
     const std::uint64_t entry = descriptor < 0 ? 0 : placeOf(descriptor).load(std::memory_order_acquire);
@@ -55,7 +55,7 @@ OpenNode* takeNode()
     return nullptr;
 }
 
-/// The number at the end of a name: of "i2c-7", 7.
+/// The number at the end of a name: 7 for "i2c-7".
 AL::U32 numberAtEnd(const char* name)
 {
     const char* digits = name + std::strlen(name);
@@ -72,7 +72,7 @@ bool hasNodeName(const char* path)
     return std::strspn(path + kLength, "0123456789") == std::strlen(path + kLength);
 }
 
-/// Whether umockdev shows the path as an i2c-dev node, under any name.
+/// Whether umockdev provides the path as an i2c-dev node, under any name.
 bool isSimulated(const char* path)
 {
     constexpr std::size_t kLength = sizeof(kDevicesFolder) - 1;
@@ -86,7 +86,7 @@ bool isSimulated(const char* path)
     char* name = entry + start;
     std::memcpy(name, path + kLength, std::strlen(path + kLength) + 1);
     for (; *name != '\0'; ++name)
-        *name = *name == '/' ? '!' : *name; // as the kernel names it
+        *name = *name == '/' ? '!' : *name; // like the kernel
     return syscall(SYS_faccessat, AT_FDCWD, entry, F_OK) == 0;
 }
 
@@ -99,7 +99,7 @@ void noticeOpened(int descriptor, const char* path)
     const bool isNode = isKnown && S_ISCHR(status.st_mode) && major(status.st_rdev) == kI2cMajor;
     const bool isNamed = path != nullptr && (hasNodeName(path) || isSimulated(path));
     if (!isNode && !isNamed)
-        return noticeClosed(descriptor); // what the number meant before
+        return noticeClosed(descriptor); // the earlier meaning of the number
     OpenNode* node = takeNode();
     if (node == nullptr)
         return;
@@ -119,7 +119,7 @@ void noticeDuplicated(int original, int copy)
         return;
     OpenNode* node = registered(original);
     if (node != nullptr)
-        ++node->descriptors; // first: closing the other one must not free it
+        ++node->descriptors; // first, so that closing the other one does not free it
     noticeClosed(copy);
     if (node != nullptr)
         placeOf(copy).store(entryOf(copy, static_cast<std::size_t>(node - g_nodes)), std::memory_order_release);
@@ -155,7 +155,7 @@ OpenNode* findNode(int descriptor)
     OpenNode* node = registered(descriptor);
     if (node == nullptr || !node->hasIdentity)
         return node;
-    // The C library closes descriptors past us, for example in fclose().
+    // The C library closes some descriptors without us, for example in fclose().
     struct stat status = {};
     if (fstat(descriptor, &status) == 0 && status.st_dev == node->device && status.st_ino == node->inode)
         return node;

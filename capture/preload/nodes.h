@@ -11,31 +11,31 @@
 namespace VorelKestrel::Capture {
 
 /**
- * A node that the program has opened. Descriptors that were duplicated share it, as they share its address.
+ * An open node of the program. Duplicated descriptors share it, like its address.
  *
- * Threads: any. Two threads that use one node at the same time can make each other's attempts be counted wrong.
+ * Threads: any. If two threads use one node at the same time, attempts may be miscounted.
  */
 struct OpenNode
 {
-    std::atomic<int> descriptors; // that lead to it; 0: the place is free
+    std::atomic<int> descriptors; // of this node; 0: the place is free
     AL::U32 bus;
-    bool hasIdentity; // the kernel knows the file
+    bool hasIdentity; // the kernel reports the file's identity
     dev_t device;
     ino_t inode;
     std::atomic<AL::U16> address;
     std::atomic<Conversation> conversation;
 };
 
-/// Looks whether the descriptor that open() gave for @p path, which may be null, leads to an i2c-dev node.
+/// Notes whether the descriptor that open() returned for @p path (may be null) is an i2c-dev node.
 void noticeOpened(int descriptor, const char* path);
-/// The copy shares what the original leads to; it may have replaced another one.
+/// Notes that the copy shares the node of the original. It may have replaced another descriptor.
 void noticeDuplicated(int original, int copy);
 void noticeClosed(int descriptor);
 void noticeClosed(unsigned first, unsigned last);
-/// Finds the nodes that the program was started with.
+/// Finds the nodes that the program inherited.
 void noticeInherited();
 
-/// The node that a descriptor leads to; null if it is none, or no longer that one.
+/// The node of a descriptor; null if it is not a node, or no longer this one.
 OpenNode* findNode(int descriptor);
 
 } // namespace VorelKestrel::Capture

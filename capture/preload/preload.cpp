@@ -1,6 +1,5 @@
-// Preloaded into the programs of a capture: hands every call on, and records those on i2c-dev nodes. The C library
-// spells some calls in several ways, for files beyond 2 GiB, for times beyond 2038 and for buffers whose size is
-// checked.
+// Preloaded into the programs of a capture: passes every call on, and records those on i2c-dev nodes. The C library has
+// several names for some calls: for files beyond 2 GiB, for times beyond 2038, and for buffers of known size.
 
 #include <cerrno>
 #include <cstdarg>
@@ -56,10 +55,10 @@ int duplicated(int original, int copy)
     return copy;
 }
 
-// Behind this library another one may make one call out of another, read() out of __read_chk(): it is one message.
+// A later library may turn one call into another, for example __read_chk() into read(): they are one message.
 __thread bool g_isInside __attribute__((tls_model("initial-exec"))) = false;
 
-/// The node to be recorded; null: the call is handed on, and that is all.
+/// The node to be recorded; null: the call is only passed on.
 OpenNode* recordedNode(int descriptor)
 {
     return isRecording() && !g_isInside ? findNode(descriptor) : nullptr;
@@ -119,7 +118,7 @@ int recordedFcntl(Next<FcntlFunction>& next, int descriptor, int command, unsign
     return command == F_DUPFD || command == F_DUPFD_CLOEXEC ? duplicated(descriptor, result) : result;
 }
 
-/// Descriptors that came through a socket.
+/// Descriptors received through a socket.
 void noticeReceived(const msghdr& message)
 {
     for (const cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
@@ -133,7 +132,7 @@ void noticeReceived(const msghdr& message)
     }
 }
 
-/// The optional last argument, which callers give or not.
+/// The optional last argument.
 template<typename Argument>
 Argument optionalArgument(va_list arguments)
 {
@@ -237,11 +236,11 @@ int spelledOpenAt64Checked(int folder, const char* path, int flags)
 int spelledClose(int descriptor)
 {
     static Next<int(int)> next("close");
-    if (isCapture(descriptor)) { // nothing of the program's
+    if (isCapture(descriptor)) { // not a descriptor of the program
         errno = EBADF;
         return -1;
     }
-    noticeClosed(descriptor); // before another thread gets the number
+    noticeClosed(descriptor); // before another thread can get the number
     return next(descriptor);
 }
 

@@ -20,12 +20,12 @@
 namespace VorelKestrel::Capture {
 namespace {
 
-constexpr int kFirstDescriptor = 200; // out of the way of programs that expect the small numbers
+constexpr int kFirstDescriptor = 200; // programs expect the small numbers
 
 struct Settings
 {
     bool redact = false;
-    std::int64_t offset = 0; // of the times
+    std::int64_t offset = 0; // added to times
     char path[PATH_MAX] = "";
 };
 
@@ -34,7 +34,7 @@ Tally g_ownTally; // if the shared one cannot be mapped
 Tally* g_tally = &g_ownTally;
 std::atomic<bool> g_isRecording{false};
 std::atomic<int> g_file{-1};
-dev_t g_device; // of the file, to know it again
+dev_t g_device; // of the file, to recognize it
 ino_t g_inode;
 
 // The capture's own calls bypass other preloaded libraries.
@@ -55,7 +55,7 @@ void giveUp(int error)
     g_tally->error.compare_exchange_strong(none, static_cast<AL::U32>(error));
 }
 
-/// A copy of the descriptor with a large number; the descriptor itself where the limit is small.
+/// A copy of the descriptor with a large number; the descriptor itself if the limit is small.
 int outOfTheWay(int descriptor)
 {
     static Next<int(int, int, ...)> nextFcntl("fcntl");
@@ -66,13 +66,13 @@ int outOfTheWay(int descriptor)
     return copy;
 }
 
-/// Whether the descriptor still leads to the capture file; the program may have closed it past us.
+/// Whether the descriptor still refers to the capture file; the program may have closed it without us.
 bool isIntact(int file, struct stat& status)
 {
     return file != -1 && fstat(file, &status) == 0 && status.st_dev == g_device && status.st_ino == g_inode;
 }
 
-/// Returns a descriptor of the file, and its status; -1 if it cannot be had.
+/// Returns a descriptor of the file, and its status; -1 if it cannot be opened.
 int captureFile(struct stat& status)
 {
     int file = g_file;
@@ -86,11 +86,11 @@ int captureFile(struct stat& status)
     g_inode = status.st_ino;
     if (g_file.compare_exchange_strong(file, opened))
         return opened;
-    rawClose(opened); // another thread was faster
+    rawClose(opened); // another thread has opened it
     return g_file;
 }
 
-/// Writing beyond the limit would raise a signal that ends the program.
+/// Writing beyond the file size limit would kill the program by a signal.
 bool isWithinLimit(const struct stat& status, std::size_t length)
 {
     rlimit limit{};
@@ -98,7 +98,7 @@ bool isWithinLimit(const struct stat& status, std::size_t length)
            static_cast<rlim_t>(status.st_size) + length <= limit.rlim_cur;
 }
 
-/// The memory of the process that watches over the capture.
+/// The memory shared with the process that runs the capture.
 void shareTally(long process, long descriptor)
 {
     char path[64];
@@ -166,7 +166,7 @@ void record(OpenNode& node, Record& record)
     if (written == -1)
         return giveUp(errno);
     if (static_cast<std::size_t>(written) != encoded.length())
-        return giveUp(ENOSPC); // a part was written: there is no more room
+        return giveUp(ENOSPC); // only a part was written: the disk is full
     ++g_tally->messages;
 }
 

@@ -8,7 +8,7 @@
 
 namespace VorelKestrel::Capture {
 
-/// Reads what the environment asks for. Until then, and if it asks for nothing, nothing is recorded.
+/// Reads the settings from the environment. Before this, and without settings, nothing is recorded.
 void startRecorder();
 bool isRecording();
 
@@ -16,16 +16,16 @@ bool isRecording();
 std::uint64_t now();
 
 /**
- * Appends a message to the capture: one system call that writes. A failure ends the capture of this process and is
- * told to the process that watches over the capture, never to the program; errno may change.
+ * Appends a message to the capture with one system call. A failure ends the capture of this process, and is reported to
+ * the process that runs the capture, never to the program. May change errno.
  */
 void record(OpenNode& node, Record& record);
 
-/// Opens the capture file, if that has not been done; the program may lose the right to do it later.
+/// Opens the capture file if it is not open; later the program may have lost the right to open it.
 void openCapture();
-/// Whether the descriptor is the capture's own, which the program must not close.
+/// Whether the descriptor belongs to the capture, so that the program must not close it.
 bool isCapture(int descriptor);
-/// Takes the capture's descriptor out of the way when the program wants that very number.
+/// Moves the capture's descriptor if the program needs its number.
 void makeWay(int descriptor);
 
 } // namespace VorelKestrel::Capture

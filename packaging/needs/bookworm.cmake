@@ -1,4 +1,4 @@
-# What the programs and the library need, by its package and oldest version in Debian 12; dpkg-shlibdeps says the same.
+# The packages that the programs and the library need, with the oldest version in Debian 12; as dpkg-shlibdeps finds them.
 set(libc "libc6 (>= 2.34)")
 set(libgcc "libgcc-s1 (>= 3.5)")
 set(libglib "libglib2.0-0 (>= 2.37.3)")

@@ -1,4 +1,4 @@
-# What the programs and the library need, by its package and oldest version in Debian 13; dpkg-shlibdeps says the same.
+# The packages that the programs and the library need, with the oldest version in Debian 13; as dpkg-shlibdeps finds them.
 set(libc "libc6 (>= 2.38)")
 set(libgcc "libgcc-s1 (>= 3.5)")
 set(libglib "libglib2.0-0t64 (>= 2.37.3)")

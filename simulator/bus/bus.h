@@ -20,17 +20,17 @@ enum class Outcome
 struct Transfer
 {
     Outcome outcome;
-    std::size_t count; // bytes moved, when it is done
-    int error = 0;     // the errno, when it is not done and another than usual
+    std::size_t count; // bytes moved, if done
+    int error = 0;     // the errno, if not done; 0: the usual one
 };
 
 /// The kernel's form of a result: the count, or a negative errno.
 int resultOf(const Transfer& transfer);
 
 /**
- * An I2C bus, message by message. What happens to messages on their way is made of layers, each a Bus before another.
+ * An I2C bus, message by message. Layers that change or record messages are buses in front of another bus.
  *
- * Threads:   one message at a time; the node sees to it.
+ * Threads:   one message at a time; the node ensures this.
  * Units:     addresses are 7 bits without the direction.
  */
 class Bus
@@ -43,9 +43,10 @@ public:
 
     virtual Transfer write(unsigned address, const AL::U8* data, std::size_t length) = 0;
     virtual Transfer read(unsigned address, AL::U8* data, std::size_t length) = 0;
-    /// How long the adapter waits for a message that does not end; only layers on which messages can hang listen.
+    /// Sets how long the adapter waits for a message. Only layers that can hang or record use it.
     virtual void setTimeout(std::chrono::milliseconds /*timeout*/) {}
-    /// A file of the node has selected an address, or was refused with an errno; only layers that write it down listen.
+    /// Reports that a file of the node has selected an address, or why it was refused (errno). Only recording layers
+    /// use it.
     virtual void addressSelected(unsigned /*address*/, int /*error*/) {}
 };
 

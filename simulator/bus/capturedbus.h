@@ -11,14 +11,14 @@
 namespace VorelKestrel::Simulator {
 
 /**
- * The layer that appends every message to a capture file.
+ * Appends every message to a capture file.
  *
  * Ownership: the bus, the clock and the file stay the caller's and outlive the layer.
  */
 class CapturedBus : public Bus
 {
 public:
-    /// @p number is that of the bus, of "/dev/i2c-7" 7.
+    /// @p number  of the bus: 7 for "/dev/i2c-7".
     CapturedBus(Bus& next, const Clock& clock, Capture::CaptureFile& file, unsigned number);
 
     Transfer write(unsigned address, const AL::U8* data, std::size_t length) override;
@@ -34,8 +34,8 @@ private:
     const Clock& m_clock;
     Capture::CaptureFile& m_file;
     const unsigned m_number;
-    const Clock::Duration m_offset;                            // from the clock's times to those since 1970
-    std::map<unsigned, Capture::Conversation> m_conversations; // with each address
+    const Clock::Duration m_offset;                            // between the clock and the time since 1970
+    std::map<unsigned, Capture::Conversation> m_conversations; // by address
 };
 
 } // namespace VorelKestrel::Simulator

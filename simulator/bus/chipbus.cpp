@@ -7,7 +7,7 @@
 namespace VorelKestrel::Simulator {
 namespace {
 
-constexpr std::uint64_t kBitsPerByte = 9; // with the acknowledgement; a long message's time is wider than 32 bits
+constexpr std::uint64_t kBitsPerByte = 9; // with the acknowledge bit; 64 bits for the time of long messages
 constexpr Transfer kRefused = {Outcome::Refused, 0};
 
 } // namespace
@@ -20,7 +20,7 @@ Transfer ChipBus::write(unsigned address, const AL::U8* data, std::size_t length
 {
     if (!acknowledged(address))
         return kRefused;
-    // The time comes first: what a command starts, it starts at the end of its message.
+    // The time passes first, because a command starts at the end of its message.
     clockBytes(length);
     return m_chip.write(data, length) == length ? Transfer{Outcome::Done, length} : kRefused;
 }

@@ -7,11 +7,11 @@
 
 namespace VorelKestrel::Simulator {
 
-/// The wires: one chip at one address, and the time that the bits take.
+/// The wires: one chip at one address, and the time that bits need.
 class ChipBus : public Bus
 {
 public:
-    /// @p bitsPerSecond is the clock of the bus; 0 takes no time.
+    /// @p bitsPerSecond  the clock of the bus; 0: messages take no time.
     ChipBus(SimulatedChip& chip, unsigned chipAddress, Clock& clock, unsigned bitsPerSecond);
 
     Transfer write(unsigned address, const AL::U8* data, std::size_t length) override;

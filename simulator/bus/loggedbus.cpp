@@ -57,7 +57,7 @@ void LoggedBus::setTimeout(std::chrono::milliseconds timeout)
     m_log << "# " << now() << " timeout " << timeout.count() << " ms" << std::endl;
 }
 
-/// Seconds since the making of the layer.
+/// Seconds since the layer was created.
 std::string LoggedBus::now() const
 {
     const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(m_clock.now() - m_start).count();
@@ -77,7 +77,7 @@ void LoggedBus::writeLine(unsigned address, const char* direction, std::size_t l
         line += ' ';
         appendHex(line, bytes[i]);
     }
-    m_log << line << std::endl; // flushed: a log is read when something has gone wrong
+    m_log << line << std::endl; // flushed, so that it is complete after a crash
 }
 
 } // namespace VorelKestrel::Simulator

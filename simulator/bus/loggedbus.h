@@ -10,14 +10,14 @@
 namespace VorelKestrel::Simulator {
 
 /**
- * The layer that writes every message down, a line each, flushed at once:
+ * Logs every message, one line each, flushed at once:
  *
  *     # seconds address direction length outcome [bytes]
  *     0.031274 0x2a write 2 done 10 01
  *     0.031420 0x2a write 1 refused 10
  *
- * and a new timeout of the adapter's as a comment ("# 0.031420 timeout 20 ms"). The time is that of the message's end,
- * counted from the making of the layer. A read shows the bytes that it got, a write those that the host wanted to send.
+ * A new timeout of the adapter is logged as a comment ("# 0.031420 timeout 20 ms"). The time is that of the end of the
+ * message, since the layer was created. A read shows the bytes that it got, a write those that the host sent.
  */
 class LoggedBus : public Bus
 {

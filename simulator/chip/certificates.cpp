@@ -49,7 +49,7 @@ void addFiller(X509* certificate, std::size_t length)
     addExtension(certificate, Extension(X509_EXTENSION_create_by_NID(nullptr, NID_netscape_comment, 0, value.get())));
 }
 
-/// Everything but the issuer's name and signature.
+/// A certificate without the issuer's name and signature.
 Certificate prepare(const Key& key, const CertificateText& text)
 {
     Certificate certificate(X509_new(), X509_free);
@@ -68,8 +68,8 @@ Certificate prepare(const Key& key, const CertificateText& text)
     return certificate;
 }
 
-/// The length of ECDSA signatures varies by a byte or two. This one has the most frequent length, so that certificates
-/// of the same content are equally long.
+/// Signs with the most frequent length, because ECDSA signatures vary by a byte or two: certificates of the same
+/// content then have the same length.
 void sign(X509* certificate, const Key& key)
 {
     constexpr int kAttempts = 200; // every second signature has that length
@@ -131,7 +131,7 @@ bool isCertificateOf(const X509* certificate, const Key& key)
     return isIts;
 }
 
-/// Whether one of the certificates in the container is that of the key.
+/// Whether one of the certificates in the container belongs to the key.
 bool holdsCertificateOf(const PKCS7* container, const Key& key)
 {
     if (PKCS7_type_is_signed(container) == 0 || container->d.sign == nullptr)
@@ -161,9 +161,9 @@ Issuer readIssuer(const std::string& certificateFile, const std::string& keyFile
 {
     Issuer issuer{readKey(keyFile), readBareCertificate(contentOf(certificateFile))};
     if (issuer.certificate == nullptr)
-        throw CredentialsError(certificateFile + " holds no certificate, neither PEM nor DER");
+        throw CredentialsError(certificateFile + " contains no certificate in PEM or DER");
     if (!isCertificateOf(issuer.certificate.get(), issuer.key))
-        throw CredentialsError("the issuer's certificate in " + certificateFile + " is not that of the key in " +
+        throw CredentialsError("the issuer's certificate in " + certificateFile + " does not belong to the key in " +
                                keyFile);
     return issuer;
 }
@@ -180,8 +180,8 @@ Bytes contained(const std::vector<Certificate>& certificates)
     return encoded(container.get());
 }
 
-// The encoding has lengths of lengths, so some sizes are out of the filler's reach alone: a shorter serial number then
-// takes up the difference.
+// DER lengths vary in length themselves, so the filler alone cannot reach every size. A shorter serial number then
+// makes up the difference.
 Bytes makeContained(const Key& key, const Issuer* issuer, std::size_t length)
 {
     CertificateText text;
@@ -198,8 +198,8 @@ Bytes makeContained(const Key& key, const Issuer* issuer, std::size_t length)
             return container;
         text.fillerLength += length - container.size();
     }
-    throw CredentialsError("no certificate container of " + std::to_string(length) +
-                           " bytes can be made; without filler it has " + std::to_string(shortest));
+    throw CredentialsError("cannot create a certificate container of " + std::to_string(length) +
+                           " bytes; without filler it has " + std::to_string(shortest));
 }
 
 Bytes readContained(const std::string& path, const Key& key)
@@ -207,14 +207,14 @@ Bytes readContained(const std::string& path, const Key& key)
     const Bytes content = contentOf(path);
     if (const Container container = readContainer(content)) {
         if (!holdsCertificateOf(container.get(), key))
-            throw CredentialsError(path + " holds no certificate of the private key");
+            throw CredentialsError(path + " contains no certificate of the private key");
         return encoded(container.get());
     }
     const Certificate certificate = readBareCertificate(content);
     if (certificate == nullptr)
-        throw CredentialsError(path + " holds neither a certificate nor a PKCS #7 container, neither PEM nor DER");
+        throw CredentialsError(path + " contains neither a certificate nor a PKCS #7 container in PEM or DER");
     if (!isCertificateOf(certificate.get(), key))
-        throw CredentialsError("the certificate in " + path + " is not that of the private key");
+        throw CredentialsError("the certificate in " + path + " does not belong to the private key");
     return contained({certificate});
 }
 

@@ -17,7 +17,7 @@ public:
     Clock& operator=(const Clock&) = delete;
     virtual ~Clock() = default;
 
-    /// The time since an origin of the clock's own.
+    /// The time since an arbitrary origin.
     virtual Duration now() const = 0;
     virtual void sleep(Duration duration) = 0;
 };
@@ -30,7 +30,7 @@ public:
     void sleep(Duration duration) override;
 };
 
-/// A clock that only sleep() advances, without waiting. For tests and fuzzers.
+/// A clock that only sleep() and advance() move, without waiting. For tests and fuzzers.
 class ManualClock : public Clock
 {
 public:

@@ -8,7 +8,7 @@
 
 namespace VorelKestrel::Simulator {
 
-/// What a counterfeit is made of: an honest key, and the issuer whom the host trusts.
+/// What a counterfeit starts from: a key of its own, and the issuer that the host trusts.
 struct Material
 {
     const Generation& generation;
@@ -16,10 +16,10 @@ struct Material
     Issuer issuer;
 };
 
-/// A way in which a chip can be no genuine one.
+/// A kind of counterfeit chip.
 struct Counterfeit
 {
-    const char* name; // of the option's value
+    const char* name; // the value of the option
     const char* what; // in the help
     Credentials (*make)(const Material& material);
 };

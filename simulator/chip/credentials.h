@@ -14,8 +14,8 @@
 namespace VorelKestrel::Simulator {
 
 /**
- * What a chip proves itself with: a way to sign, and a certificate, X.509 in a DER PKCS #7 container that holds
- * certificates only.
+ * What a chip authenticates with: a signing function, and an X.509 certificate in a DER PKCS #7 container that contains
+ * only certificates.
  *
  * Threads:   const operations may be called from any thread.
  * Errors:    CredentialsError is thrown.
@@ -29,23 +29,22 @@ public:
     /// The signer may be called from any thread.
     Credentials(const Generation& generation, Bytes certificate, Signer signer);
 
-    /// A new key with a self-signed certificate. The container has @p certificateLength bytes; 0 leaves its length
-    /// open.
+    /// A new key with a self-signed certificate, in a container of @p certificateLength bytes (0: any length).
     static Credentials generate(const Generation& generation, std::size_t certificateLength = 0);
 
     /**
-     * Reads a key (PEM or DER) and a certificate (PEM or DER, bare or in a PKCS #7 container) from files. An empty
-     * @p certificateFile stands for a self-signed certificate of @p certificateLength bytes, made here.
-     * A container is kept with all that is in it.
+     * Reads a key (PEM or DER) and a certificate (PEM or DER, bare or in a PKCS #7 container) from files. Without
+     * @p certificateFile, creates a self-signed certificate of @p certificateLength bytes. A container is kept
+     * unchanged.
      */
     static Credentials load(const Generation& generation, const std::string& keyFile,
                             const std::string& certificateFile, std::size_t certificateLength = 0);
 
-    /// A certificate for the key of a chip. @p issuer null: a self-signed one.
+    /// A new certificate for the key. @p issuer null: self-signed.
     static Credentials issue(const Generation& generation, const Key& key, const Issuer* issuer,
                              std::size_t certificateLength = 0);
 
-    /// Signs a challenge of the generation's length as the digest that it is. The result is as long as its response.
+    /// Signs a challenge of the generation's length, which is used as the digest. The result has the response length.
     Bytes sign(const Bytes& challenge) const { return m_signer(challenge); }
 
     /// The DER PKCS #7 container.
@@ -58,9 +57,9 @@ private:
     Signer m_signer;
 };
 
-/// A chip's way to sign with a key.
+/// The signing function of a chip with this key.
 Credentials::Signer signerWith(const Generation& generation, const Key& key);
-/// The key in a file. Throws CredentialsError if it is not of the generation's kind.
+/// Reads a key. Throws CredentialsError if it is not of the generation's kind.
 Key readKeyOf(const Generation& generation, const std::string& keyFile);
 
 } // namespace VorelKestrel::Simulator

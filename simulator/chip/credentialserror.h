@@ -6,16 +6,16 @@
 
 namespace VorelKestrel::Simulator {
 
-/// A key or a certificate that cannot be made, read or used; what() says which and why.
+/// Thrown if a key or certificate cannot be created, read or used; what() says which and why.
 class CredentialsError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// Throws CredentialsError with @p what was tried and OpenSSL's reason, and empties the queue of its errors.
+/// Throws CredentialsError with @p what failed and OpenSSL's reason; clears OpenSSL's error queue.
 [[noreturn]] void failOfOpenssl(const std::string& what);
-/// Fails so unless something has succeeded.
+/// Calls failOfOpenssl() unless @p succeeded.
 void require(bool succeeded, const char* what);
 
 } // namespace VorelKestrel::Simulator

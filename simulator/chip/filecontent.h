@@ -10,14 +10,14 @@
 
 namespace VorelKestrel::Simulator {
 
-/// The whole file. Throws CredentialsError.
+/// Reads the whole file. Throws CredentialsError.
 Bytes contentOf(const std::string& path);
 
-/// Reads from the bytes, which outlive it.
+/// An OpenSSL reader of bytes, which must outlive it.
 using Reader = OpensslPointer<BIO, BIO_free>;
 Reader readerOf(const Bytes& content);
 
-/// For OpenSSL's readers of PEM. It never asks for a password: a file that needs one is refused.
+/// A password callback for OpenSSL that gives none: files with a password are refused.
 int noPassword(char* buffer, int size, int writing, void* user);
 
 } // namespace VorelKestrel::Simulator

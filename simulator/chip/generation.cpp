@@ -1,5 +1,7 @@
 #include "simulator/chip/generation.h"
 
+#include "authchipdriver/registermap.h"
+
 namespace VorelKestrel::Simulator {
 
 const Generation& generationOf(AL::U8 deviceVersion)

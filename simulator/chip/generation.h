@@ -7,8 +7,8 @@
 
 namespace VorelKestrel::Simulator {
 
-/// The generation of a simulated chip. A device version without a driver can be simulated, too: its chip belongs to the
-/// generation of the next lower device version that has a driver, or to the first generation.
+/// The generation of a simulated chip. A device version without a driver gets the generation of the next lower version
+/// with a driver, or the first generation.
 const Generation& generationOf(AL::U8 deviceVersion);
 
 /// The longest certificate that a chip of this generation can hold.

@@ -36,8 +36,8 @@ bool hasGroup(const EVP_PKEY* key, const char* wanted)
            std::strcmp(group.data(), wanted) == 0;
 }
 
-/// Frees what OpenSSL keeps for this thread. A front's thread may still be ending when the process does, and then
-/// nobody else frees it.
+/// Frees OpenSSL's data of this thread. Otherwise it leaks if the thread of a front is still running when the process
+/// exits.
 class ThreadState
 {
 public:
@@ -83,7 +83,7 @@ Key readKey(const std::string& path)
     if (key == nullptr)
         key = d2i_PrivateKey_bio(readerOf(content).get(), nullptr);
     if (key == nullptr)
-        failOfOpenssl(path + " holds no private key, neither PEM nor DER, or a password protects it");
+        failOfOpenssl(path + " contains no private key in PEM or DER, or a password protects it");
     ERR_clear_error();
     return owned(key);
 }

@@ -9,7 +9,7 @@
 namespace VorelKestrel::Simulator {
 namespace {
 
-constexpr AL::U8 kNoRegister = 0xff; // nothing pulls the data line down
+constexpr AL::U8 kNoRegister = 0xff; // an idle data line reads as ones
 constexpr AL::U8 kResultNone = 0;
 constexpr AL::U8 kResultFailed = 7;
 
@@ -72,7 +72,7 @@ void SimulatedChip::fillCertificate()
     const Bytes& certificate = m_credentials->certificate();
     if (certificate.size() > certificateMaximumLength(generation()))
         throw CredentialsError("the certificate container has " + std::to_string(certificate.size()) +
-                               " bytes; a chip of protocol " + generation().protocol + " holds at most " +
+                               " bytes; a chip of protocol " + generation().protocol + " stores at most " +
                                std::to_string(certificateMaximumLength(generation())));
     m_registers[ACD::kRegisterCertificateLength] = bigEndian16(certificate.size());
     for (int page = 1; page <= generation().certificatePages; ++page) {
@@ -164,7 +164,7 @@ void SimulatedChip::writeChallengeLength(const Bytes& value)
 {
     m_announcedChallengeLength = valueOf(value);
     m_registers[ACD::kRegisterChallengeLength] = bigEndian16(m_announcedChallengeLength);
-    m_state = State::Idle; // the challenge is yet to come
+    m_state = State::Idle; // it has no challenge yet
     setResult(kResultNone);
 }
 
@@ -188,7 +188,7 @@ bool SimulatedChip::canGenerate() const
     return m_state == State::Challenged;
 }
 
-// The answer is there at once, and out of reach until the chip answers again.
+// The answer is ready at once, but the chip refuses messages while it is busy.
 void SimulatedChip::generate()
 {
     m_registers[ACD::kRegisterResponse] = m_credentials->sign(m_registers[ACD::kRegisterChallenge]);

@@ -51,7 +51,7 @@ public:
 
     /// The chip sees its address at the start of a message. Returns whether it answers; while it is busy it does not.
     bool acknowledge();
-    /// Takes a message. Returns how many of its bytes the chip acknowledged; after a byte refused it takes no more.
+    /// Receives a message. Returns how many of its bytes the chip acknowledged; it receives none after a refused byte.
     std::size_t write(const AL::U8* data, std::size_t length);
     /// Fills @p data from the register named last.
     void read(AL::U8* data, std::size_t length) const;

@@ -15,15 +15,15 @@
 namespace VorelKestrel::Simulator {
 namespace {
 
-constexpr std::size_t kMessageMaximumLength = 8192; // the kernel's, of one message
+constexpr std::size_t kMessageMaximumLength = 8192; // the kernel's limit for one message
 constexpr unsigned long kSevenBitMaximum = 0x7f;
 constexpr unsigned long kTenBitMaximum = 0x3ff;
 
-/// What an SMBus transfer is made of: whether the command byte goes first, and how many bytes of data follow.
-/// A word travels low byte first, as it lies in the memory of the machines that we run on.
+/// The parts of an SMBus transfer: whether it starts with the command byte, and how many data bytes follow. A word is
+/// sent low byte first, which is its order in memory on our machines.
 struct SmbusShape
 {
-    AL::U32 size; // the kernel's word for the kind of transfer
+    AL::U32 size; // the kernel's code for the kind of transfer
     bool commandBeforeWrite;
     bool commandBeforeRead;
     std::size_t writeLength;
@@ -118,7 +118,7 @@ int I2cDevFile::selectAddress(unsigned long address, bool evenIfBound)
     return 0;
 }
 
-/// Counts for everybody on the bus, also after this file is closed, as the kernel has it.
+/// Applies to all files of the bus, also after this one is closed, as in the kernel.
 int I2cDevFile::setTimeout(unsigned long tensOfMilliseconds)
 {
     if (tensOfMilliseconds > INT_MAX)
@@ -155,7 +155,7 @@ int I2cDevFile::transferMessage(const i2c_msg& message)
     return resultOf(m_node.m_bus.write(message.addr, message.buf, message.len));
 }
 
-/// The SMBus transfers that plain messages can make.
+/// The SMBus transfers that consist of plain messages.
 int I2cDevFile::transferSmbus(const i2c_smbus_ioctl_data& request)
 {
     if (request.read_write != I2C_SMBUS_READ && request.read_write != I2C_SMBUS_WRITE)

@@ -17,21 +17,21 @@ namespace VorelKestrel::Simulator {
 
 class I2cDevFile;
 
-/// What the bus can do, in the bits of I2C_FUNCS.
+/// The functions of the bus, as bits of I2C_FUNCS.
 extern const unsigned long kBusFunctions;
 
-/// What is special about a node.
+/// The special properties of a node.
 struct NodeSettings
 {
-    std::set<unsigned> boundAddresses; // taken by a driver of the kernel
-    bool smbusOnly = false;            // the adapter moves no plain messages
+    std::set<unsigned> boundAddresses; // held by a kernel driver
+    bool smbusOnly = false;            // the adapter supports no plain messages
 };
 
 /**
- * The i2c-dev node of a bus, as the kernel makes it: whoever opens it gets a file with an address of its own, and the
- * messages of all files take turns on the bus. It does not know how the system calls reach it.
+ * The i2c-dev node of a bus, with the kernel's behaviour: each open file has its own address, and the messages of all
+ * files take turns on the bus. It does not know how the system calls reach it.
  *
- * Threads:   any; one transfer at a time is on the bus.
+ * Threads:   any; the bus carries one transfer at a time.
  * Ownership: the bus stays the caller's and outlives the node, the node outlives its files.
  */
 class I2cDevNode
@@ -48,14 +48,14 @@ private:
 
     Bus& m_bus;
     const NodeSettings m_settings;
-    std::mutex m_adapter; // held for one system call's worth of messages
+    std::mutex m_adapter; // held during the messages of one system call
 };
 
 /**
  * The node, opened.
  *
  * Threads:   any.
- * Errors:    results are the kernel's: what the system call returns, or a negative errno.
+ * Errors:    results as in the kernel: the result of the system call, or a negative errno.
  */
 class I2cDevFile
 {
@@ -64,7 +64,7 @@ public:
 
     ssize_t read(void* buffer, std::size_t count);
     ssize_t write(const void* buffer, std::size_t count);
-    /// @p argument is the number or the pointer of the system call; what it points to lies in this process.
+    /// @p argument  the number or pointer of the system call; a pointer is valid in this process.
     int ioctl(unsigned long request, void* argument);
 
 private:
@@ -77,7 +77,7 @@ private:
     int readSmbus(bool hasCommand, AL::U8 command, AL::U8* data, std::size_t length);
 
     I2cDevNode& m_node;
-    unsigned m_address = 0; // until one is selected
+    unsigned m_address = 0; // 0 until one is selected
     bool m_tenBit = false;
 };
 

@@ -6,7 +6,7 @@
 namespace VorelKestrel::Simulator {
 namespace {
 
-/// From the kernel's form of a result to that of the C library.
+/// Converts the kernel's form of a result to the C library's.
 template<typename Result>
 Result delivered(Result result)
 {
@@ -57,7 +57,7 @@ std::size_t InProcessFront::openCount() const
     return m_files.size();
 }
 
-// Shared: another thread may close the descriptor in the middle of a call.
+// Shared, because another thread may close the descriptor during a call.
 std::shared_ptr<I2cDevFile> InProcessFront::find(int descriptor) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);

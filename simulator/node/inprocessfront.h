@@ -14,19 +14,19 @@
 namespace VorelKestrel::Simulator {
 
 /**
- * The way to the node for a program that defines open(), ioctl(), read(), write() and close() itself: each of its
- * fakes asks owns() and hands the call on, here or to the C library.
+ * Connects the node with a program that defines open(), ioctl(), read(), write() and close() itself. Each of these
+ * functions asks owns() and passes the call on, either to this object or to the C library.
  *
  *     ssize_t read(int fd, void* buffer, size_t count)
  *     {
  *         return g_front.owns(fd) ? g_front.read(fd, buffer, count) : realRead(fd, buffer, count);
  *     }
  *
- * The descriptors are numbers that the system does not give out; no system call is made.
+ * The descriptors are numbers that the system never uses. No system call is made.
  *
  * Threads:   any.
  * Ownership: the node stays the caller's and outlives the front.
- * Errors:    as those of the system calls: -1, and errno says why.
+ * Errors:    like the system calls: -1 and errno.
  */
 class InProcessFront
 {
@@ -45,7 +45,7 @@ public:
     std::size_t openCount() const;
 
 private:
-    static constexpr int kFirstDescriptor = 1 << 24; // beyond every limit on open files
+    static constexpr int kFirstDescriptor = 1 << 24; // above every limit on open files
 
     std::shared_ptr<I2cDevFile> find(int descriptor) const;
 

@@ -14,8 +14,7 @@ std::string umockdevLibrary()
 {
     void* library = dlopen(kUmockdevLibrary, RTLD_LAZY | RTLD_LOCAL);
     if (library == nullptr)
-        throw FrontError(std::string("cannot find ") + kUmockdevLibrary +
-                         "; on Debian it comes with the package umockdev");
+        throw FrontError(std::string("cannot find ") + kUmockdevLibrary + "; install Debian's package umockdev");
     dlclose(library);
     return kUmockdevLibrary;
 }

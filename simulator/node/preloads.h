@@ -5,10 +5,11 @@
 
 namespace VorelKestrel::Simulator {
 
-/// The library of ours that a process needs to see the node of a UmockdevFront. Throws PreloadError if it is missing.
+/// The path of our preload library, which a process needs to see the node of a UmockdevFront. Throws PreloadError if it
+/// is missing.
 std::string simulatorsLibrary();
-/// The LD_PRELOAD value with which a process sees the node; @p library is a path of that library. Throws FrontError if
-/// the other one is missing.
+/// The LD_PRELOAD value with which a process sees the node. @p library  the path of our preload library. Throws
+/// FrontError if umockdev's is missing.
 std::string preloads(const std::string& library);
 
 } // namespace VorelKestrel::Simulator

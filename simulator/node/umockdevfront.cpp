@@ -35,7 +35,7 @@ struct Unref
 template<typename T>
 using Object = std::unique_ptr<T, Unref<T>>;
 
-/// What the caller's pointer at an offset points to, brought into this process; null if it cannot be had.
+/// Copies what the client's pointer at an offset points to into this process; null if that fails.
 Object<UMockdevIoctlData> resolve(UMockdevIoctlData* data, std::size_t offset, std::size_t length)
 {
     GError* error = nullptr;
@@ -66,22 +66,22 @@ void complete(UMockdevIoctlClient* client, ssize_t result)
         umockdev_ioctl_client_complete(client, result, 0);
 }
 
-/// What the front and umockdev's thread share. That thread outlives the front, and so do processes that the program
-/// left behind: they find no node then.
+/// Shared by the front and umockdev's thread. That thread outlives the front, and so may processes that the program has
+/// started; they then find no node.
 struct Service
 {
-    std::mutex m_mutex;           // held while the node is in use
-    I2cDevNode* m_node = nullptr; // null once the front has gone
+    std::mutex m_mutex;           // held while the node is used
+    I2cDevNode* m_node = nullptr; // null after the end of the front
 };
 
-/// The node, opened by a process; with its file goes the service that it is of.
+/// The node, opened by a process.
 struct OpenedNode
 {
     std::shared_ptr<Service> m_service;
-    std::unique_ptr<I2cDevFile> m_file; // null: opened when the front had gone
+    std::unique_ptr<I2cDevFile> m_file; // null: opened after the end of the front
 };
 
-/// Lets a call of @p client be answered by the file that it opened.
+/// Answers a call of @p client with the file that it opened.
 template<typename Call>
 void serve(UMockdevIoctlClient* client, Call call)
 {
@@ -100,7 +100,7 @@ Object<UMockdevIoctlData> argumentOf(UMockdevIoctlClient* client)
     return Object<UMockdevIoctlData>(argument);
 }
 
-/// The buffers of a combined transfer. Those that the node refuses for their length stay where they are.
+/// Copies the buffers of a combined transfer, except those that the node refuses because of their length.
 bool resolveMessages(UMockdevIoctlData* transfer, std::vector<Object<UMockdevIoctlData>>& resolved)
 {
     auto* header = reinterpret_cast<i2c_rdwr_ioctl_data*>(transfer->data);
@@ -122,7 +122,7 @@ bool resolveMessages(UMockdevIoctlData* transfer, std::vector<Object<UMockdevIoc
     return true;
 }
 
-/// Brings what the argument of a request points to into this process.
+/// Copies what the argument of a request points to into this process.
 bool resolveArgument(unsigned long request, UMockdevIoctlData* argument,
                      std::vector<Object<UMockdevIoctlData>>& resolved)
 {
@@ -131,7 +131,7 @@ bool resolveArgument(unsigned long request, UMockdevIoctlData* argument,
                         : request == I2C_SMBUS ? sizeof(i2c_smbus_ioctl_data)
                                                : 0;
     if (length == 0 || pointerIn(argument) == nullptr)
-        return true; // a number, or the node's to refuse
+        return true; // a number, or something that the node refuses
     resolved.push_back(resolve(argument, 0, length));
     UMockdevIoctlData* content = resolved.back().get();
     if (content == nullptr)
@@ -149,7 +149,7 @@ gboolean handleIoctl(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client
 {
     const unsigned long request = umockdev_ioctl_client_get_request(client);
     const auto argument = argumentOf(client);
-    std::vector<Object<UMockdevIoctlData>> resolved; // held until the answer has been synchronised
+    std::vector<Object<UMockdevIoctlData>> resolved; // kept until the answer is sent
     if (!resolveArgument(request, argument.get(), resolved))
         complete(client, -EFAULT);
     else
@@ -184,21 +184,21 @@ void handleConnected(UMockdevIoctlBase* /*handler*/, UMockdevIoctlClient* client
                            [](gpointer object) { delete static_cast<OpenedNode*>(object); });
 }
 
-/// umockdev ends the process where it cannot make its folder or the socket in it, so that is tried first.
+/// umockdev aborts the process if it cannot create its folder or socket, so this tries first.
 void checkTemporaryFolder(const std::string& path)
 {
     const std::string folder = g_get_tmp_dir();
     std::string trial = folder + "/umockdev.XXXXXX";
     if ((trial + "/ioctl" + path).size() >= sizeof(sockaddr_un::sun_path))
         throw FrontError("the folder for temporary files, " + folder +
-                         ", has too long a name for a socket in it; set TMPDIR to a shorter one");
+                         ", has a name too long for a socket; set TMPDIR to a shorter one");
     if (mkdtemp(trial.data()) == nullptr)
         throw FrontError("the folder for temporary files, " + folder + ", cannot be written: " + std::strerror(errno) +
-                         "; set TMPDIR to one that can");
+                         "; set TMPDIR to a writable one");
     rmdir(trial.c_str());
 }
 
-/// umockdev reads the bytes of a transfer from the program even if there are none, and GLib finds that strange.
+/// umockdev reads a transfer's bytes from the program even if there are none, and GLib warns about that.
 void silenceEmptyTransfers()
 {
     const auto ignore = [](const char*, GLogLevelFlags, const char*, gpointer) {};
@@ -213,7 +213,7 @@ std::string rootOf(UMockdevTestbed* testbed)
     return folder;
 }
 
-/// The entries in /dev and /sys; i2cdetect lists the bus by the latter.
+/// Creates the entries in /dev and /sys; i2cdetect uses the latter.
 void addDevice(UMockdevTestbed* testbed, const std::string& path)
 {
     const std::string name = path.substr(std::strlen(kDevicesFolder));
@@ -223,7 +223,7 @@ void addDevice(UMockdevTestbed* testbed, const std::string& path)
                                     "\n"
                                     "N: " +
                                     name +
-                                    "=00\n" // with content the node is a file; without, it would be a terminal
+                                    "=00\n" // with content the node is a file; without content, a terminal
                                     "E: SUBSYSTEM=i2c-dev\n"
                                     "E: DEVNAME=" +
                                     path +
@@ -231,7 +231,7 @@ void addDevice(UMockdevTestbed* testbed, const std::string& path)
                                     "A: name=Simulated bus\\n\n";
     GError* error = nullptr;
     if (umockdev_testbed_add_from_string(testbed, description.c_str(), &error) == FALSE)
-        throwError("the node " + path + " cannot be made", error);
+        throwError("cannot create the node " + path, error);
 }
 
 Object<UMockdevIoctlBase> handlerFor(const std::shared_ptr<Service>& service)
@@ -250,7 +250,7 @@ void attach(UMockdevTestbed* testbed, const std::string& path, UMockdevIoctlBase
 {
     GError* error = nullptr;
     if (umockdev_testbed_attach_ioctl(testbed, path.c_str(), handler, &error) == FALSE)
-        throwError("the node " + path + " cannot be served", error);
+        throwError("cannot serve the node " + path, error);
 }
 
 } // namespace
@@ -265,7 +265,7 @@ public:
         m_testbed.reset();
         m_handler.reset();
         std::error_code ignored;
-        std::filesystem::remove_all(m_folder, ignored); // umockdev has been seen to leave some of it behind
+        std::filesystem::remove_all(m_folder, ignored); // umockdev sometimes leaves files behind
     }
     UmockdevFrontPrivate(const UmockdevFrontPrivate&) = delete;
     UmockdevFrontPrivate& operator=(const UmockdevFrontPrivate&) = delete;
@@ -273,10 +273,10 @@ public:
     const std::shared_ptr<Service> m_service = std::make_shared<Service>();
     Object<UMockdevTestbed> m_testbed;
     Object<UMockdevIoctlBase> m_handler;
-    std::filesystem::path m_folder; // umockdev's, under the temporary directory
+    std::filesystem::path m_folder; // of umockdev, in the temporary directory
 
 private:
-    /// Waits for the end of a call that is being answered; later ones find nothing.
+    /// Waits for the current call to end; later ones find no node.
     void withdrawNode()
     {
         const std::lock_guard<std::mutex> lock(m_service->m_mutex);

@@ -11,20 +11,20 @@ namespace VorelKestrel::Simulator {
 class UmockdevFrontPrivate; // defined in the source
 
 /**
- * The way to the node for other processes: those that are started with preloads() find it under its path, and their
- * calls are answered here by a thread of umockdev's.
+ * Connects the node with other processes. Those that start with preloads() find it under its path; a thread of umockdev
+ * in this process answers their calls.
  *
- * The node and the environment variable UMOCKDEV_DIR, through which the preload library finds it, are there from
- * constructor to destructor.
+ * The node, and the environment variable UMOCKDEV_DIR by which the preload library finds it, exist from constructor to
+ * destructor.
  *
- * Requires:  nobody else reads or changes the environment while constructor or destructor runs.
+ * Requires:  no other thread uses the environment while constructor or destructor runs.
  * Ownership: the node stays the caller's and outlives the front.
  * Errors:    the constructor throws FrontError.
  */
 class UmockdevFront
 {
 public:
-    /// Requires: @p path, that of the node, lies below /dev and is plain, like "/dev/i2c-7" and "/dev/bus/a".
+    /// Requires: @p path is a plain path below /dev, like "/dev/i2c-7" or "/dev/bus/a".
     UmockdevFront(I2cDevNode& node, const std::string& path);
     UmockdevFront(const UmockdevFront&) = delete;
     UmockdevFront& operator=(const UmockdevFront&) = delete;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "common/hex.h"
+#include "common/numbers.h"
 
 namespace VorelKestrel::Simulator {
 namespace {
@@ -14,8 +15,8 @@ constexpr std::size_t kShownBytes = 40;
 std::string inWords(unsigned address, bool isRead, std::size_t length, const AL::U8* data, std::size_t dataLength)
 {
     const std::size_t shown = isRead ? 0 : std::min(dataLength, kShownBytes);
-    std::string words = std::string(isRead ? "read " : "write ") + std::to_string(length) +
-                        (length == 1 ? " byte" : " bytes") + (isRead ? " from " : " to ") + toHex(address, 2);
+    std::string words =
+        std::string(isRead ? "read " : "write ") + inBytes(length) + (isRead ? " from " : " to ") + toHex(address, 2);
     if (shown > 0)
         words += ": " + toHex(Bytes(data, data + shown)) + (shown < length ? "..." : "");
     return words;
@@ -110,14 +111,14 @@ Transfer ReplayedBus::differ(const std::string& came)
     if (!m_hasDiffered) {
         m_hasDiffered = true;
         const bool isOver = m_next == m_messages.size();
-        const std::string expected = isOver ? "nothing, since the recording ends there" : inWords(*m_messages[m_next]);
+        const std::string expected = isOver ? "none, the recording ends here" : inWords(*m_messages[m_next]);
         m_report("message " + std::to_string(isOver ? m_next + 1 : m_messages[m_next]->number) +
-                 " differs from the recording\n  expected: " + expected + "\n  came:     " + came);
+                 " differs from the recording\n  expected: " + expected + "\n  actual:   " + came);
     }
     return {Outcome::Failed, 0, ENODEV};
 }
 
-/// Goes on to the next message that will come: of a system call that failed, the others were never sent again.
+/// Moves on to the next message to come. After a failure, the remaining messages of that system call were never sent.
 Transfer ReplayedBus::accept(const Capture::Message& message)
 {
     ++m_next;

@@ -13,10 +13,10 @@
 namespace VorelKestrel::Simulator {
 
 /**
- * A bus on which a recording happens again: message by message, with the same bytes, refusals and short counts, in the
- * same order. The first message that differs ends it: that one and all behind it fail.
+ * A bus that replays a recording: the same messages in the same order, with the same bytes, refusals and short counts.
+ * The first message that differs ends the replay: it and all later ones fail.
  *
- * Where bytes were left out of the recording, any bytes are taken, and zeroes are given.
+ * Where the recording omits bytes, writes may have any bytes, and reads deliver zeros.
  *
  * Threads:   as Bus; messagesLeft() may be called from any thread.
  * Ownership: the recording stays the caller's and outlives the bus.
@@ -24,7 +24,7 @@ namespace VorelKestrel::Simulator {
 class ReplayedBus : public Bus
 {
 public:
-    /// What was expected and what came, in words for people; called once at most, by the thread of the message.
+    /// Receives a text with the expected and the actual message; called at most once, by the thread of the message.
     using Report = std::function<void(const std::string& difference)>;
 
     ReplayedBus(const Capture::Recording& recording, Report report);
@@ -33,7 +33,7 @@ public:
     Transfer read(unsigned address, AL::U8* data, std::size_t length) override;
 
     std::size_t messageCount() const { return m_messages.size(); }
-    /// How many messages of the recording have not come again; 0 if one differed.
+    /// How many messages of the recording are still to come; 0 if one differed.
     std::size_t messagesLeft() const;
 
 private:
@@ -48,14 +48,14 @@ private:
     bool m_hasDiffered = false; // guarded by m_mutex
 };
 
-/// The messages of a recording that were on the wires of its first bus.
+/// The messages on the wires of the recording's first bus.
 std::vector<const Capture::Message*> messagesOf(const Capture::Recording& recording);
-/// The addresses that a driver of the kernel had.
+/// The addresses that a kernel driver held.
 std::set<unsigned> boundAddressesOf(const Capture::Recording& recording);
-/// The path of the node; empty of a recording without messages.
+/// The path of the node; empty for a recording without messages.
 std::string nodeOf(const Capture::Recording& recording);
 
-/// How a message ended, for a bus.
+/// The result of a recorded message, in the form of a bus.
 Transfer transferOf(const Capture::Message& message);
 
 } // namespace VorelKestrel::Simulator

@@ -12,8 +12,8 @@
 namespace VorelKestrel::Simulator {
 
 /**
- * A bus whose chip answers each register as in a recording, in any order: the first access gets the first recorded
- * answer, and so on; the last answer repeats. A register that is not in the recording is refused.
+ * A bus whose chip answers each register as in a recording, in any order. The first access gets the first recorded
+ * answer, and so on; the last answer repeats. Registers that are not in the recording are refused.
  *
  * Threads:   as Bus.
  * Ownership: the recording stays the caller's and outlives the bus.
@@ -27,7 +27,7 @@ public:
     Transfer read(unsigned address, AL::U8* data, std::size_t length) override;
 
 private:
-    /// A register is named, written or read.
+    /// What a message does with a register.
     enum class Access
     {
         Name,

@@ -1,5 +1,5 @@
 // How often each operation tries, how often it pauses, and how long it keeps the bus from the others, when the chip or
-// the bus is at its worst. The tables of docs/worst-cases.md are made here:
+// the bus is at its worst. This program writes the tables of docs/worst-cases.md:
 //     AUTHCHIP_TEST_WRITE=docs/worst-cases.md build/dev/tests/authchipdriver/worstcases_test
 
 #include <algorithm>
@@ -23,6 +23,7 @@
 #include <authchipdriver/authchipfactory.h>
 #include <authchipdriver/i2c.h>
 
+#include "common/patience.h"
 #include "tests/support/consolelog.h"
 #include "tests/support/driverlog.h"
 #include "tests/support/fakebus.h"
@@ -31,11 +32,11 @@
 
 using namespace VorelKestrel::ACD;
 using namespace testsupport;
+using VorelKestrel::kAttempts;
 using VorelKestrel::AL::U8;
 
 namespace {
 
-constexpr int kAttempts = 100; // that the library makes of a message
 constexpr int kAllPages20B = 15 * 128;
 constexpr int kAllPages30 = 10 * 128;
 
@@ -67,7 +68,7 @@ struct Cost
     Microseconds locked = 0; // of it with the lock held
 };
 
-/// Makes the messages fail as one of the chips would, and adds up what it all takes. Nothing really waits.
+/// Makes messages fail like one of the chips, and adds up the costs. Nothing really waits.
 class WorstBus : public FakeBus
 {
 public:
@@ -155,7 +156,7 @@ int readCertificate(AuthChipDriver& driver, int length)
     return driver.getAccessoryCertificateData(buffer.data(), length);
 }
 
-/// By name: what the driver offers, and what there is beside it.
+/// An operation by its name: of the driver, or the factory or a raw transfer.
 std::map<std::string, Call> calls(bool protocol30)
 {
     std::map<std::string, Call> calls = {
@@ -396,7 +397,7 @@ std::string tableOf(std::size_t chip)
     return table.str();
 }
 
-/// For a bus on which every message that is not let through takes the bus controller's timeout.
+/// For a bus on which every failed message takes the bus controller's timeout.
 std::string tableOfAStuckBus(std::size_t chip)
 {
     std::ostringstream table;

@@ -8,12 +8,14 @@
 
 #include <log4cplus/loglevel.h>
 
+#include "common/patience.h"
+
 using namespace testsupport;
 
 namespace campaign {
 namespace {
 
-/// Draws from the standard's generator alone, whose numbers are the same everywhere; the distributions' are not.
+/// Uses only the standard's generator, whose numbers are the same everywhere, unlike those of the distributions.
 class Dice
 {
 public:
@@ -37,8 +39,6 @@ private:
     std::mt19937 m_generator;
 };
 
-constexpr int kAttempts = 100; // of the library, for the runs of failures to lie around
-
 /// Results of one system call after the other: mostly good, now and then a run of a failure.
 std::vector<int> results(Dice& dice, const std::vector<int>& failures)
 {
@@ -50,6 +50,7 @@ std::vector<int> results(Dice& dice, const std::vector<int>& failures)
             continue;
         }
         const int failure = failures[static_cast<std::size_t>(dice.below(static_cast<int>(failures.size())))];
+        using VorelKestrel::kAttempts; // the runs of failures lie around this number
         const int times = dice.oneOf({1, 1, 2, 3, kAttempts - 1, kAttempts, kAttempts, kAttempts + 1});
         all.insert(all.end(), static_cast<std::size_t>(times), failure);
     }
@@ -91,7 +92,7 @@ int someLength(Dice& dice, Function operation)
 {
     switch (operation) {
     case Function::NewSignature:
-        // A negative one stops the process on 2.0B, which takes a process: not so often.
+        // A negative one stops the process on 2.0B, so it needs its own process: rarely.
         return dice.oneOf({32, 32, 32, 32, 32, 32, 20, 5, 0, 31, 33, dice.between(0, 300), INT_MAX,
                            dice.onceIn(4) ? dice.oneOf({-1, -20, INT_MIN}) : 32});
     case Function::GetAccessoryCertificateData:
@@ -114,7 +115,7 @@ int someRegister(Dice& dice, Function operation)
 
 int someValue(Dice& dice, Function operation)
 {
-    // Out of range stops the process, which takes a process: not so often.
+    // A value out of range stops the process, so it needs its own process: rarely.
     const int tooLarge = dice.oneOf({256, 0x1234, 65536, -1, INT_MAX});
     if (operation == Function::WriteDWord)
         return dice.oneOf({0, 1, 255, 0x01020304, tooLarge});

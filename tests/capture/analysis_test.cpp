@@ -26,7 +26,7 @@ Bytes challengeOf(std::size_t length)
     return message;
 }
 
-/// A capture and what is said about it.
+/// A capture and its explanation.
 class AnalysisTest : public testing::Test
 {
 protected:
@@ -101,9 +101,9 @@ TEST_F(AnalysisTest, SaysHowMessagesFail)
 {
     m_capture.select(0x2a, EBUSY).write({0x12}, -ETIMEDOUT).write({0x12}).readShort({1}, 64).readFails(64, EIO);
     m_capture.readFails(64, EAGAIN);
-    EXPECT_THAT(lines(), ElementsAre("select address 0x2a: taken by a kernel driver",
+    EXPECT_THAT(lines(), ElementsAre("select address 0x2a: held by a kernel driver",
                                      "name register 0x12, signature: timed out (1 of 100)",
-                                     "name register 0x12, signature  <- tried again within 10 ms",
+                                     "name register 0x12, signature  <- repeated within 10 ms",
                                      "read signature, 64 bytes: short, 1 of 64 bytes",
                                      "read signature, 64 bytes: failed, EIO (2 of 100)",
                                      "read signature, 64 bytes: arbitration lost (3 of 100)"));
@@ -158,9 +158,9 @@ TEST_F(AnalysisTest, PointsOutIncompleteExchanges)
     EXPECT_THAT(operations(),
                 ElementsAre("signature 4", "incomplete: the signature was not read", "certificate 4",
                             "incomplete: 128 of the certificate's 200 bytes were read", "signature 4",
-                            "the chip did not sign", "identity 1", "incomplete: device ID was named and not read",
+                            "the chip did not sign", "identity 1", "incomplete: device ID was named but not read",
                             "signature 1", "incomplete: no start command follows the challenge", "identity 1",
-                            "ends with a message that did not get through: name register 0x00, device version: "
+                            "ends with a failed message: name register 0x00, device version: "
                             "refused (1 of 100)"));
 }
 
@@ -172,8 +172,8 @@ TEST_F(AnalysisTest, PointsOutWhatNoLibraryOfOursSends)
     const auto lines = this->lines();
     EXPECT_THAT(std::vector<std::string>(lines.begin() + 3, lines.end()),
                 ElementsAre("read device version, 2 bytes  <- this register has 1 byte",
-                            "name register 0x55  <- there is no such register",
-                            "write device ID, 1 byte  <- nothing is ever written there",
+                            "name register 0x55  <- this register does not exist",
+                            "write device ID, 1 byte  <- this register is read-only",
                             "write challenge, 33 bytes  <- a challenge of protocol 3.0 has 32 bytes",
                             "name register 0x3c, certificate page 12  <- a chip of protocol 3.0 has no such page",
                             "write start command", "write start command  <- a command without a challenge",
@@ -188,14 +188,14 @@ TEST_F(AnalysisTest, PointsOutOtherCallsAndReadsOfAnUnknownRegister)
     m_capture.write({0x00});
     EXPECT_THAT(lines(),
                 ElementsAre("read 1 byte of an unknown register  <- sent with ioctl(I2C_RDWR); our library uses "
-                            "write() and read()  <- no register was named before",
+                            "write() and read()  <- no register was named",
                             "name register 0x00, device version  <- sent with ioctl(I2C_SMBUS); our library "
                             "uses write() and read()"));
 }
 
 TEST_F(AnalysisTest, SharesTheTimeBetweenBusChipAndProgram)
 {
-    m_capture.facts.duration = kMillisecond / 2; // and as long a pause behind it
+    m_capture.facts.duration = kMillisecond / 2; // and an equally long pause after it
     m_capture.write(challengeOf(32)).write({0x10, 1});
     m_capture.write({0x10}, -ENXIO).passes(9 * kMillisecond).write({0x10}).read({0x10});
 

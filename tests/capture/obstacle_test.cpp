@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 class ObstacleTest : public testing::Test
 {
 protected:
-    /// This very program. Under an emulator only the link tells which that is.
+    /// This program. Under an emulator only the link shows which one that is.
     void copyThisProgram() const { fs::copy_file(fs::read_symlink("/proc/self/exe"), m_path); }
     /// The same with a byte of it changed.
     std::string copyWith(std::streamoff offset, char value) const

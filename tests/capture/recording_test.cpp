@@ -161,7 +161,7 @@ TEST(Recording, ReadsCapturesOfOtherPrograms)
     TestCapture capture;
     capture.write({0x10, 0x01}).read({0x10});
     Bytes content = capture.content();
-    // Their packets have no option of ours.
+    // Their packets do not have our option.
     for (auto place = content.begin();;) {
         place = std::search(place, content.end(), std::begin(kMagic), std::end(kMagic));
         if (place == content.end())
@@ -218,13 +218,13 @@ TEST(Recording, CutAnywhereItGivesTheMessagesBeforeTheCut)
 
 TEST(Recording, SaysWhatIsNoCapture)
 {
-    EXPECT_EQ("it does not begin like a pcapng file", errorOf({}));
-    EXPECT_EQ("it does not begin like a pcapng file", errorOf(Bytes(100, 'x')));
+    EXPECT_EQ("it is not a pcapng file", errorOf({}));
+    EXPECT_EQ("it is not a pcapng file", errorOf(Bytes(100, 'x')));
     TestCapture capture;
     Bytes content = capture.content();
     const std::size_t interface = lastBlock(content);
     content[interface + 8] = 1; // Ethernet
-    EXPECT_EQ("it holds nothing of an I2C bus (link type 209)", errorOf(content));
+    EXPECT_EQ("it contains nothing from an I2C bus (link type 209)", errorOf(content));
     EXPECT_THROW(loadRecording("/nowhere/at-all"), RecordingError);
     EXPECT_THROW(loadRecording("/"), RecordingError);
 }
@@ -242,12 +242,12 @@ TEST(Recording, SaysWhatContradictsItself)
     };
     EXPECT_THAT(changed(packet + 4, 13), HasSubstr("a block cannot be"));
     EXPECT_THAT(changed(packet + 4, 8), HasSubstr("a block cannot be 8 bytes long"));
-    EXPECT_THAT(changed(content.size() - 4, 4), HasSubstr("a block ends with another length than it begins with"));
-    EXPECT_THAT(changed(packet + 8, 1), HasSubstr("a packet is of interface 1, which there is not"));
-    EXPECT_THAT(changed(packet + 20, 255), HasSubstr("a packet holds more than its block"));
+    EXPECT_THAT(changed(content.size() - 4, 4), HasSubstr("the two lengths of a block differ"));
+    EXPECT_THAT(changed(packet + 8, 1), HasSubstr("a packet belongs to interface 1, which does not exist"));
+    EXPECT_THAT(changed(packet + 20, 255), HasSubstr("a packet is longer than its block"));
     EXPECT_THAT(changed(packet + 20, 5), HasSubstr("a packet is too short for an I2C message"));
     EXPECT_THAT(changed(packet + 25, 255), HasSubstr("a message cannot be"));
-    EXPECT_THAT(changed(packet + 24, 9), HasSubstr("the facts about a message contradict the message"));
+    EXPECT_THAT(changed(packet + 24, 9), HasSubstr("the facts about a message contradict it"));
 }
 
 TEST(Recording, RefusesAnErrorThatNoKernelHas)
@@ -260,5 +260,5 @@ TEST(Recording, RefusesAnErrorThatNoKernelHas)
     ASSERT_NE(content.end(), found);
     const auto result = found + 24; // four bytes, the highest first
     std::copy_n("\x80\0\0\0", 4, result);
-    EXPECT_THAT(damageOf(content), HasSubstr("the facts about a message contradict the message"));
+    EXPECT_THAT(damageOf(content), HasSubstr("the facts about a message contradict it"));
 }

@@ -7,6 +7,7 @@
 
 #include <authchipdriver/authchipfactory.h>
 
+#include "authchipdriver/registermap.h"
 #include "tests/support/drivertest.h"
 
 using namespace testsupport;
@@ -19,7 +20,7 @@ using VorelKestrel::ACD::AuthChipFactory;
 
 constexpr int kLargestDeviceVersion = 0xff;
 
-/// The library's factory in front of a chip of each device version. ctest gives every case a process of its own.
+/// The library's factory in front of a chip of each device version. ctest runs each case in its own process.
 class FactoryAndTable : public BusTest
 {
 protected:

@@ -36,4 +36,11 @@ TEST(NumbersTest, RefusesWhatIsLargerThanAskedFor)
     EXPECT_FALSE(parseNumber("0x100000000", 0xffffffff));
 }
 
+TEST(NumbersTest, CountsOneByteWithoutAnS)
+{
+    EXPECT_EQ("0 bytes", inBytes(0));
+    EXPECT_EQ("1 byte", inBytes(1));
+    EXPECT_EQ("20 bytes", inBytes(20));
+}
+
 } // namespace

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Does what a document tells its reader to do: runs every command in a block of sh, compares what comes with the
+# Follows the instructions of a document: runs every command in a block of sh, compares what comes with the
 # transcripts in blocks of console, looks the lines of cpp up in the examples, and looks for every file that it links to.
 # Usage: tests/documents/document.sh BUILD_FOLDER DOCUMENT
 set -euo pipefail

@@ -22,7 +22,7 @@ const std::string kReadIdentity = "i2ctransfer -y 7 w1@0x2a 0x00 r8";
 // A shell that waits in 'read' never runs a trap whose signal comes just before the system call.
 const std::string kWaitForTraps = "while :; do sleep 0.05; done";
 
-/// authchip-sim, with a folder for temporary files of its own.
+/// authchip-sim, with its own folder for temporary files.
 class AuthChipSimTest : public testing::Test
 {
 protected:

@@ -17,7 +17,7 @@ public:
     };
 
     explicit SpawnedProgram(const std::vector<std::string>& command, Connection connection = Connection::Pipes);
-    /// Kills the process if nobody waited for it.
+    /// Kills the process unless it was waited for.
     ~SpawnedProgram();
     SpawnedProgram(const SpawnedProgram&) = delete;
     SpawnedProgram& operator=(const SpawnedProgram&) = delete;
@@ -27,7 +27,7 @@ public:
     /// Reads output until the text was in it. Returns whether it came before the output's end.
     bool waitFor(const std::string& text);
     void closeInput();
-    /// Waits for the end, with the input still open if nobody closed it, and returns the exit status, or minus the
+    /// Waits for the end without closing the input, and returns the exit status, or minus the
     /// signal that killed the process.
     int wait();
 

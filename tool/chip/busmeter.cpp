@@ -70,7 +70,7 @@ void BusMeter::end(BusClock::duration time)
 void BusMeter::count(const BusMessage& message)
 {
     OperationFigures& call = m_calls.back();
-    // The next message after the last attempt is another one, and so is one the other way round.
+    // After the last attempt, or in the other direction, it is a new message.
     if (m_row == kAttempts || (m_row > 0 && m_isReadRow != message.isRead))
         endRow();
     const bool isRetry = m_row > 0;
@@ -91,7 +91,7 @@ void BusMeter::count(const BusMessage& message)
     tell(describe(message));
 }
 
-/// The message that was tried is taken, or given up.
+/// The message was acknowledged, or given up.
 void BusMeter::endRow()
 {
     if (m_row > 0)

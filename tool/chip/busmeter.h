@@ -12,14 +12,14 @@ namespace VorelKestrel::Tool {
 
 using BusClock = std::chrono::steady_clock;
 
-/// A message that the chip was sent or asked for, once.
+/// One attempt of a message to or from the chip.
 struct BusMessage
 {
     bool isRead;
-    std::size_t length;       // as asked for
-    long result;              // how many bytes went over, or -1
+    std::size_t length;       // as requested
+    long result;              // bytes moved, or -1
     int error;                // errno, if the result is -1
-    const std::uint8_t* data; // of the message, as long as the result says; valid during the call only
+    const std::uint8_t* data; // as many bytes as the result says; valid only during the call
     BusClock::time_point begin;
     BusClock::time_point end;
 
@@ -31,26 +31,25 @@ struct OperationFigures
 {
     std::string operation; // "sign"
     int calls = 0;
-    int messages = 0;                  // each try counts
-    int refused = 0;                   // messages that the chip or the bus did not take or deliver
-    int retries = 0;                   // messages that repeat a refused one
-    int longestRow = 0;                // of refusals of one message; the library gives up after kAttempts
-    BusClock::duration longestWait{0}; // from the first try of a message to its success, or to the last try
+    int messages = 0;                  // each attempt counts
+    int refused = 0;                   // not acknowledged, or failed on the bus
+    int retries = 0;                   // repetitions of a refused message
+    int longestRow = 0;                // of refusals of one message; the library gives up at kAttempts
+    BusClock::duration longestWait{0}; // for one message: from the first attempt to success or to the last attempt
     BusClock::duration time{0};        // of all calls
 };
 
 /**
- * Counts what happens on the bus, operation by operation: how near it is to its hundredth refusal, and where the time
- * goes.
+ * Measures each operation on the bus: messages, refusals (how close to the limit of kAttempts), retries and time.
  *
- * Threads: each operation's messages are those of the thread that began it; one operation at a time.
+ * Threads: one operation at a time; its messages come from the thread that began it.
  */
 class BusMeter
 {
 public:
     using Listener = std::function<void(const std::string& line)>;
 
-    /// @p listener  is told of every message, those that are refused in a row at once; empty for nobody.
+    /// @p listener  receives a line for every message, and one for refusals in a row; empty: none.
     explicit BusMeter(Listener listener = {});
     BusMeter(const BusMeter&) = delete;
     BusMeter& operator=(const BusMeter&) = delete;
@@ -69,12 +68,12 @@ public:
         const BusClock::time_point m_begin;
     };
 
-    /// The meter of the operation that this thread is in; null: it is in none.
+    /// The meter of this thread's operation; null outside of one.
     static BusMeter* current();
 
     void count(const BusMessage& message);
 
-    /// The calls since the last take(), in their order.
+    /// The calls since the last take(), in order.
     std::vector<OperationFigures> take();
 
 private:
@@ -84,8 +83,8 @@ private:
     void tell(const std::string& line) const;
 
     const Listener m_listener;
-    std::vector<OperationFigures> m_calls; // the last is the one that runs, during an operation
-    int m_row = 0;                         // refusals of the message that is tried now
+    std::vector<OperationFigures> m_calls; // during an operation, the last is the current one
+    int m_row = 0;                         // refusals of the current message
     bool m_isReadRow = false;
     int m_rowError = 0;
     BusClock::time_point m_rowBegin;
@@ -95,7 +94,7 @@ private:
 /// "sign: 9 messages, 3 refused (3 of 100 in a row), 3 retries; longest wait 30.4 ms, time 31.2 ms"
 std::string describe(const OperationFigures& figures);
 
-/// Adds the calls of each operation up, in the order of the first of each.
+/// Adds up the calls of each operation, in the order of their first calls.
 std::vector<OperationFigures> sumsOf(const std::vector<OperationFigures>& calls);
 
 } // namespace VorelKestrel::Tool

@@ -1,6 +1,6 @@
-// The library's way to the bus leads past this program: it calls read(), write() and ioctl() by their names, and finds
-// these. They hand every call on, and tell the meter of those that concern the node. The C library spells some calls in
-// several ways, for times beyond 2038 and for buffers whose size is checked.
+// The library calls read(), write() and ioctl(), and finds these definitions in the program. They pass each call on,
+// and tell the meter about those on the node. The C library has several names for some calls: for times beyond 2038,
+// and for buffers of known size.
 
 #include <cerrno>
 #include <cstdarg>
@@ -22,10 +22,10 @@ using ReadFunction = ssize_t(int, void*, std::size_t);
 using ReadCheckedFunction = ssize_t(int, void*, std::size_t, std::size_t);
 using WriteFunction = ssize_t(int, const void*, std::size_t);
 
-thread_local int t_node = -1;         // on which this thread selected an address last
-thread_local bool t_isInside = false; // one call may be made out of another: it is one message
+thread_local int t_node = -1;         // where this thread last selected an address
+thread_local bool t_isInside = false; // one call may make another; they are one message
 
-/// The meter that has to know of a call; null: nobody has.
+/// The meter that counts a call on this descriptor; null: none.
 BusMeter* meterOf(int descriptor)
 {
     return descriptor == t_node && !t_isInside ? BusMeter::current() : nullptr;

@@ -9,7 +9,7 @@
 
 namespace VorelKestrel::Tool {
 
-/// Who the chip is and what it takes.
+/// The chip's versions, ID and limits.
 struct ChipIdentity
 {
     std::uint8_t deviceVersion = 0;
@@ -23,7 +23,7 @@ struct ChipIdentity
 };
 
 /**
- * A chip that was detected, with results as values and every failure explained.
+ * A detected chip. Results are values.
  *
  * Errors: Failure.
  */
@@ -38,14 +38,14 @@ public:
     virtual const Generation& generation() const = 0;
     virtual std::uint8_t deviceVersion() const = 0;
     virtual ChipIdentity identity() = 0;
-    /// The certificate as it is stored.
+    /// The certificate, as the chip stores it.
     virtual Bytes certificate() = 0;
-    /// Requires: a challenge of the generation's length.
+    /// Requires: the challenge has the length of the generation.
     virtual Bytes sign(const Bytes& challenge) = 0;
 };
 
 /**
- * The registers of whatever answers at the address, without detection: for chips that the library refuses.
+ * The registers at the address, without detection; also works with chips that the library refuses.
  *
  * Errors: Failure.
  */

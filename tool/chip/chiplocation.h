@@ -13,7 +13,7 @@ struct ChipLocation
 };
 
 constexpr int kSevenBitMaximum = 0x7f; // of an address
-// The addresses that chips may have; the bus reserves the others.
+// The addresses for devices; the others are reserved.
 constexpr int kLowestAddress = 0x08;
 constexpr int kHighestAddress = 0x77;
 

@@ -17,7 +17,7 @@ namespace VorelKestrel::Tool {
 ScopedDescriptor openNode(const std::string& device)
 {
     return ScopedDescriptor(
-        open(device.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK)); // no pipe of that name makes us wait
+        open(device.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK)); // so that a pipe of that name does not block
 }
 
 bool selectAddress(const ScopedDescriptor& node, int address)
@@ -34,7 +34,7 @@ bool lacksPlainI2c(const ScopedDescriptor& node)
 void setBusTimeout(const std::string& device, int milliseconds)
 {
     constexpr int kMillisecondsPerUnit = 10;
-    const ChipLocation bus = {device, 0}; // of no chip
+    const ChipLocation bus = {device, 0}; // no chip
     const ScopedDescriptor node = openNode(device);
     if (node.get() < 0)
         throw explainRefusal(Step::OpenNode, errno, bus);
@@ -47,7 +47,7 @@ VersionAnswer askVersion(const ScopedDescriptor& node)
 {
     VersionAnswer answer;
     std::uint8_t byte = ACD::kRegisterDeviceVersion;
-    errno = 0; // a transfer that moves nothing leaves it alone
+    errno = 0; // a transfer that moves no byte does not set it
     answer.registerSet = write(node.get(), &byte, sizeof(byte)) == sizeof(byte);
     answer.registerRead = answer.registerSet && read(node.get(), &byte, sizeof(byte)) == sizeof(byte);
     answer.error = errno;

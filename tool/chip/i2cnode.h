@@ -10,33 +10,33 @@
 // The i2c-dev node of a bus, without the library.
 namespace VorelKestrel::Tool {
 
-/// Opens the node. The result is -1, and errno is set, if the system refused.
+/// Opens the node. If the system refuses, the result is -1 and errno is set.
 ScopedDescriptor openNode(const std::string& device);
-/// False, and errno is set, if the system refused.
+/// Returns false and sets errno if the system refuses.
 bool selectAddress(const ScopedDescriptor& node, int address);
 
-/// Whether the adapter says that it moves SMBus transfers only. False for what does not say.
+/// Whether the adapter reports that it supports only SMBus transfers. False if it reports nothing.
 bool lacksPlainI2c(const ScopedDescriptor& node);
 
 /**
- * Sets after how many milliseconds the bus controller aborts a transfer; rounded up to the kernel's unit of 10 ms.
- * Applies to every program on the bus, until it is set again: the kernel keeps it with the controller, not with the
- * file. Throws Failure.
+ * Sets the time after which the bus controller aborts a transfer, rounded up to the kernel's unit of 10 ms. It applies
+ * to every program on the bus until it is set again: the kernel stores it for the controller, not for the open file.
+ * Throws Failure.
  */
 void setBusTimeout(const std::string& device, int milliseconds);
 
-/// What the chip says when it is asked for its device version once.
+/// The result of one attempt to read the device version.
 struct VersionAnswer
 {
-    bool registerSet = false;  // it took the register's number ...
-    bool registerRead = false; // ... and delivered the content
+    bool registerSet = false;  // the chip acknowledged the register number ...
+    bool registerRead = false; // ... and delivered its content
     int error = 0;             // errno, if one of the two is false
     std::uint8_t deviceVersion = 0;
 };
 
-/// Requires: the chip is selected, and nobody else uses the bus.
+/// Requires: the address is selected, and no other process uses the bus.
 VersionAnswer askVersion(const ScopedDescriptor& node);
-/// Returns if the library has a driver for a chip that answers so; otherwise throws the Failure that explains why not.
+/// Throws a Failure unless the library has a driver for a chip with this answer.
 void requireDriver(const VersionAnswer& answer, const ChipLocation& location);
 
 } // namespace VorelKestrel::Tool

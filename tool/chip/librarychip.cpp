@@ -11,8 +11,12 @@
 #include <authchipdriver/i2c.h>
 
 #include "authchipdriver/bustransaction.h"
+#include "authchipdriver/registermap.h"
 #include "common/hex.h"
+#include "common/numbers.h"
+#include "common/patience.h"
 #include "tool/chip/advice.h"
+#include "tool/chip/driverlines.h"
 #include "tool/chip/i2cnode.h"
 
 namespace VorelKestrel::Tool {
@@ -20,8 +24,8 @@ namespace {
 
 using namespace ACD;
 
-constexpr char kRetry[] = "Try again; if it stays so, look at the bus clock, the pull-ups and the chip's supply.";
-constexpr char kSignAgain[] = "Try again; if it stays so, reset the chip. -vv shows every access to it.";
+constexpr char kRetry[] = "Try again. If it fails again, check the bus clock, the pull-ups and the chip's supply.";
+constexpr char kSignAgain[] = "Try again. If it fails again, reset the chip. -vv shows every message to it.";
 
 struct FreeBlock
 {
@@ -37,36 +41,37 @@ std::string describe(const DriverComplaint& complaint, Error error)
 {
     std::string text = complaint.text;
     if (text.empty())
-        text = error == ErrorI2C ? "The bus failed" : "The chip gave a status or length that is not acceptable";
+        text = error == ErrorI2C ? "The bus failed" : "The chip returned an invalid status or length";
     if (error == ErrorI2C && complaint.systemError != 0)
-        text += "; the bus said: " + describeSystemError(complaint.systemError);
+        text += "; the bus reported: " + describeSystemError(complaint.systemError);
     if (error == ErrorI2C && isNoAnswer(Step::SetRegister, complaint.systemError))
-        text += ", to each of 100 attempts: the chip is still busy after a second, or gone";
+        text += ", to each of " + std::to_string(kAttempts) + " attempts: the chip is still busy after " +
+                std::to_string(kPatience.count()) + " ms, or gone";
     return text;
 }
 
-/// For programs.
+/// The cause, for programs.
 const char* causeOf(const DriverComplaint& complaint, Error error)
 {
     if (error != ErrorI2C)
         return "wrong status";
-    if (complaint.text.rfind("Invalid challenge length returned", 0) == 0)
+    if (complaint.text.rfind(kLineOfWrongLength, 0) == 0)
         return "wrong length";
     if (complaint.systemError == 0)
         return "short read";
-    // Deliberate: no message asks whether the chip is busy or gone; a capture has none there to answer from.
+    // Deliberate: no further message finds out whether the chip is busy or gone; a replayed capture could not answer
+    // it.
     if (isNoAnswer(Step::SetRegister, complaint.systemError))
         return "chip busy";
     return causeOfRefusal(Step::SetRegister, complaint.systemError);
 }
 
-/// The page at which a certificate ended. @p received  what the driver reports: the sum of what its reads returned, of
-/// which the last is in its complaint: -1 of a failed read, or what came of the page.
+/// The page that failed. @p received is the sum of what the driver's reads returned; @p complaint has the last of these
+/// results: -1 of a failed read, or the bytes that a short read delivered.
 int failedPage(int received, const std::string& complaint)
 {
-    constexpr char kLast[] = "Read failed: read=";
-    const auto at = complaint.find(kLast);
-    const int last = at == std::string::npos ? 0 : std::atoi(complaint.c_str() + at + sizeof(kLast) - 1);
+    const auto at = complaint.find(kLineOfFailedPage);
+    const int last = at == std::string::npos ? 0 : std::atoi(complaint.c_str() + at + sizeof(kLineOfFailedPage) - 1);
     return (received - last) / kCertificatePageSize + 1;
 }
 
@@ -85,7 +90,7 @@ public:
 
 private:
     void requireFittingCertificate(int length) const;
-    /// What the chip announced and could not deliver is too long or too short to be an answer.
+    /// Refuses the answer length of a failed signing if no answer of the protocol has it.
     void requireFittingAnswer(ACD::Error error, int length) const;
     void check(ACD::Error error, const char* tried, const char* next);
 
@@ -102,7 +107,7 @@ LibraryChip::LibraryChip(ChipLocation location, LibraryLog& log, AuthChipDriver&
     m_log.forget();
     check(m_driver->getDeviceVersion(m_deviceVersion), "read the device version of", kRetry);
     m_generation = findGeneration(m_deviceVersion);
-    if (m_generation == nullptr) // the library knows a device version that the table of generations lacks
+    if (m_generation == nullptr) // the library has a driver, but the table of generations has no row
         throw explainVersion(m_deviceVersion, m_location);
 }
 
@@ -144,7 +149,7 @@ void LibraryChip::requireFittingCertificate(int length) const
     const int longest = m_generation->certificatePages * kCertificatePageSize;
     if (length > longest)
         throw Failure("wrong length", "read the certificate of the chip at " + at(m_location),
-                      "The chip reports " + std::to_string(length) + " bytes (register 0x30); protocol " +
+                      "The chip reports " + inBytes(static_cast<std::size_t>(length)) + " (register 0x30); protocol " +
                           m_generation->protocol + " has room for " + std::to_string(longest),
                       kRetry);
 }
@@ -155,8 +160,8 @@ void LibraryChip::requireFittingAnswer(Error error, int length) const
     if (error != ErrorI2C || length == 0 || length == expected)
         return;
     throw Failure("wrong length", "have a challenge signed by the chip at " + at(m_location),
-                  "The chip reports an answer of " + std::to_string(length) + " bytes (register 0x11); protocol " +
-                      m_generation->protocol + " has " + std::to_string(expected),
+                  "The chip reports an answer of " + inBytes(static_cast<std::size_t>(length)) +
+                      " (register 0x11); protocol " + m_generation->protocol + " has " + std::to_string(expected),
                   kSignAgain);
 }
 
@@ -179,7 +184,7 @@ void LibraryChip::check(Error error, const char* tried, const char* next)
         return;
     DriverComplaint complaint = m_log.complaint();
     if (complaint.text.empty())
-        complaint.systemError = errno; // the version queries say nothing to the drivers' log
+        complaint.systemError = errno; // the version queries do not use the drivers' log
     throw Failure(causeOf(complaint, error), std::string(tried) + " the chip at " + at(m_location),
                   describe(complaint, error), next)
         .withSystemError(complaint.systemError);
@@ -212,16 +217,16 @@ Bytes LibraryRawChip::read(std::uint8_t reg, int length)
     const int error = errno;
     if (result == length)
         return data;
-    // The register number was refused, unless an answer came at all; an answer of 0 bytes looks the same.
+    // 0 means that the register number was refused; an answer of 0 bytes looks the same.
     if (result == 0)
         throw explainRefusal(Step::SetRegister, error, m_location);
     if (result < 0)
         throw explainRefusal(Step::ReadRegister, error, m_location);
     throw Failure("short read",
-                  "read " + std::to_string(length) + " bytes from register " + toHex(reg, 2) + " of the chip at " +
-                      at(m_location),
-                  std::to_string(result) + " bytes came",
-                  "Ask for fewer bytes, or look at the bus controller's limits.");
+                  "read " + inBytes(static_cast<std::size_t>(length)) + " from register " + toHex(reg, 2) +
+                      " of the chip at " + at(m_location),
+                  "It delivered " + inBytes(static_cast<std::size_t>(result)),
+                  "Read fewer bytes, or check the limits of the bus controller.");
 }
 
 void LibraryRawChip::write(std::uint8_t reg, const Bytes& data)
@@ -235,12 +240,12 @@ void LibraryRawChip::write(std::uint8_t reg, const Bytes& data)
     AL::U8 version = 0;
     if (isNoAnswer(Step::SetRegister, error) && i2cRead(kRegisterDeviceVersion, 1, &version) == 1)
         throw Failure("register refused", "write to register " + toHex(reg, 2) + " of the chip at " + at(m_location),
-                      "The chip answers, and refused this message 100 times",
-                      "The register may be read-only, or take another number of bytes.");
+                      "The chip answers, but refused this message " + std::to_string(kAttempts) + " times",
+                      "The register may be read-only, or need another number of bytes.");
     throw explainRefusal(Step::SetRegister, error, m_location);
 }
 
-/// Takes the steps of the factory, one try for each. Throws Failure for the first that is refused.
+/// Repeats the steps of the factory, each once. Throws a Failure for the first that is refused.
 VersionAnswer requireChip(const ChipLocation& location)
 {
     const ScopedDescriptor node = openNode(location.device);
@@ -251,7 +256,7 @@ VersionAnswer requireChip(const ChipLocation& location)
     if (lacksPlainI2c(node))
         throw explainRefusal(Step::SetRegister, EOPNOTSUPP, location);
 
-    AL::GlobalMutex bus; // the one lock of all processes that use the library
+    AL::GlobalMutex bus; // the lock between all processes that use the library
     bus.lock();
     const VersionAnswer answer = askVersion(node);
     bus.unlock();
@@ -266,8 +271,9 @@ Failure diagnose(const ChipLocation& location)
     try {
         const VersionAnswer answer = requireChip(location);
         return {"late answer", "find a driver for the chip at " + at(location),
-                "It did not answer before, and does now (device version " + std::to_string(answer.deviceVersion) + ")",
-                "Try again. If it happens often, look for a loose contact or a slow reset."};
+                "It did not answer at first, but does now (device version " + std::to_string(answer.deviceVersion) +
+                    ")",
+                "Try again. If this happens often, look for a loose contact or a slow reset."};
     } catch (const Failure& failure) {
         return failure;
     }
@@ -279,7 +285,7 @@ LibraryChipAccess::LibraryChipAccess(ChipLocation location, LibraryLog& log)
 
 std::unique_ptr<Chip> LibraryChipAccess::detect()
 {
-    // A factory that fails leaves the node open. It is asked again only once the chip answers: descriptors are few.
+    // Each failed attempt of the factory leaves a descriptor open, so it is called again only when the chip answers.
     if (m_hasFailed)
         requireChip(m_location);
     AuthChipDriver* driver = AuthChipFactory::getAuthChipDriverInstance(m_location.device.c_str(), m_location.address);

@@ -8,7 +8,7 @@
 
 namespace VorelKestrel::Tool {
 
-/// The chip behind the library. @p log stays the caller's and outlives this and its chips.
+/// The chip, through the library. @p log stays the caller's and outlives this object and its chips.
 class LibraryChipAccess : public ChipAccess
 {
 public:
@@ -20,12 +20,12 @@ public:
 private:
     const ChipLocation m_location;
     LibraryLog& m_log;
-    bool m_hasFailed = false; // the factory, the last time
+    bool m_hasFailed = false; // in the last detect()
 };
 
 /**
- * Finds out why the factory returned no driver: takes the same steps, one try for each, and explains the first that is
- * refused. Waits for the bus as the library does.
+ * Finds out why the factory returned no driver: repeats its steps, each once, and explains the first that is refused.
+ * Waits for the bus like the library.
  */
 Failure diagnose(const ChipLocation& location);
 

@@ -15,7 +15,7 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-/// Listens to the drivers' ERROR lines. The first of an operation names the cause, the later ones what came of it.
+/// Collects the drivers' ERROR lines. The first of an operation names the cause, the later ones its effects.
 class ComplaintAppender : public log4cplus::Appender
 {
 public:
@@ -62,12 +62,12 @@ LibraryLog::LibraryLog(int verbosity, const std::string& propertyFile)
     auto logger = log4cplus::Logger::getInstance(ACD::kLoggerName);
     if (propertyFile.empty()) {
         logger.setLogLevel(log4cplus::ERROR_LOG_LEVEL);
-        logger.setAdditivity(false); // the root logger has no appender, and would say so
+        logger.setAdditivity(false); // the root logger has no appender and would warn
     } else {
         log4cplus::PropertyConfigurator(propertyFile).configure();
     }
-    logger.addAppender(
-        log4cplus::SharedAppenderPtr(new ComplaintAppender(m_complaint))); // last: a configuration removes appenders
+    logger.addAppender(log4cplus::SharedAppenderPtr(
+        new ComplaintAppender(m_complaint))); // last, because the configuration removes appenders
 }
 
 void LibraryLog::forget()

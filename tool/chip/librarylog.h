@@ -6,30 +6,30 @@
 
 namespace VorelKestrel::Tool {
 
-/// What the drivers said last at ERROR level, and what the system had answered by then.
+/// The drivers' ERROR lines since forget(), and errno at the first of them.
 struct DriverComplaint
 {
-    std::string text;    // empty: nothing since forget()
-    int systemError = 0; // errno at the first such line; 0 is none
+    std::string text;    // empty: none
+    int systemError = 0; // 0: none
 };
 
 /**
- * The two logs of the library, as the tool wants them: nothing reaches a stream that was not asked for, and a failed
- * operation can be explained in the driver's own words, which its result code does not carry.
+ * Sets up the two logs of the library: nothing is printed that was not asked for, and the drivers' ERROR lines are
+ * kept, because a result code does not say why an operation failed.
  */
 class LibraryLog
 {
 public:
-    /// @p verbosity  how many -v: 0 writes no console line, 1 errors and the version found, 2 and more every access.
-    /// @p propertyFile  of log4cplus; empty writes no line of the drivers' log.
+    /// @p verbosity  number of -v: 0 prints no console line, 1 errors and the device version, 2 and more every access.
+    /// @p propertyFile  of log4cplus; empty: the drivers' log is not printed.
     LibraryLog(int verbosity, const std::string& propertyFile);
 
-    /// Clears errno and the complaint; what is heard from now on belongs to the operation that follows.
+    /// Clears errno and the complaint, before the next operation.
     void forget();
     DriverComplaint complaint() const { return *m_complaint; }
 
 private:
-    const std::shared_ptr<DriverComplaint> m_complaint = std::make_shared<DriverComplaint>(); // the appender writes it
+    const std::shared_ptr<DriverComplaint> m_complaint = std::make_shared<DriverComplaint>(); // written by the appender
 };
 
 } // namespace VorelKestrel::Tool

@@ -5,11 +5,10 @@
 #include <openssl/asn1.h>
 #include <openssl/err.h>
 
+#include "common/numbers.h"
 #include "tool/report/failure.h"
-#include "tool/report/inbytes.h"
 
 namespace VorelKestrel::Tool {
-
 namespace {
 
 /// The length that a DER value says it has, its header included; none if these bytes begin no such value.

@@ -5,7 +5,7 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-/// One call of the library's, from construction to the end of the scope.
+/// One call of the library, from construction to the end of the scope.
 class Call
 {
 public:

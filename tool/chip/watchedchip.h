@@ -7,8 +7,8 @@
 
 namespace VorelKestrel::Tool {
 
-/// A way to the chip whose calls are watched for waiting, and measured. All arguments stay the caller's and outlive
-/// this.
+/// Measures each call of another way to the chip, and reports if it waits for the lock. All arguments stay the caller's
+/// and outlive this object.
 class WatchedChipAccess : public ChipAccess
 {
 public:

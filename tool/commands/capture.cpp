@@ -17,11 +17,11 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-// All other exit statuses are the program's.
+// All other exit statuses come from the program.
 constexpr auto kOwnFailure = static_cast<ExitStatus>(kExitOwnFailure);
 
 constexpr char kTracePoints[] =
-    "Let the kernel record it, as root: 'echo 1 >/sys/kernel/tracing/events/i2c/enable', run the program, then 'cat "
+    "As root, let the kernel record it: 'echo 1 >/sys/kernel/tracing/events/i2c/enable', run the program, then 'cat "
     "/sys/kernel/tracing/trace'.\nSMBus transfers are under events/smbus.";
 
 class CaptureCommand : public Command
@@ -29,15 +29,15 @@ class CaptureCommand : public Command
 public:
     void declare(CLI::App& app) override
     {
-        app.add_option("-o,--output", m_file, "The capture; a file that is there is replaced")
+        app.add_option("-o,--output", m_file, "The capture file; an existing file is replaced")
             ->required()
             ->type_name("FILE");
         app.add_flag("--redact", m_redact,
-                     "Leave out the bytes of challenges, certificates and signatures; lengths stay");
-        app.add_option("PROGRAM", m_command, "The program and its arguments, behind --")->required();
-        app.footer("Challenges, certificates and signatures are in the capture, unless --redact leaves them out.\n"
+                     "Record only the lengths of challenges, certificates and signatures, not their bytes");
+        app.add_option("PROGRAM", m_command, "The program and its arguments, after --")->required();
+        app.footer("The capture contains challenges, certificates and signatures, except with --redact.\n"
                    "Exit status: that of PROGRAM, or 128 + n if signal n killed it; otherwise 2 the command line is\n"
-                   "wrong, 125 there can be no capture, 126 PROGRAM cannot be run, 127 PROGRAM is not found.");
+                   "wrong, 125 the capture failed, 126 PROGRAM cannot be run, 127 PROGRAM is not found.");
     }
 
     ExitStatus run(const CommandContext& /*context*/) override
@@ -55,7 +55,7 @@ public:
                       << '\n';
             return static_cast<ExitStatus>(exitStatusOfNotStarted(-result));
         }
-        remark(session);
+        warnAbout(session);
         return static_cast<ExitStatus>(result);
     }
 
@@ -74,8 +74,8 @@ private:
         }
     }
 
-    /// The program has ended, and that is its own business; but the capture may not be what its reader thinks.
-    void remark(const Capture::Session& session) const
+    /// Warns if the capture is empty or incomplete.
+    void warnAbout(const Capture::Session& session) const
     {
         if (session.error() != 0)
             std::cerr << "authchip: messages are missing in " << escaped(m_file) << ": "

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/numbers.h"
 #include "tool/chip/storedcertificate.h"
 #include "tool/commands/chipreport.h"
 #include "tool/commands/output.h"

@@ -36,7 +36,7 @@ Bytes randomChallenge(const Generation& generation)
 {
     Bytes challenge(generation.challengeLength);
     if (getentropy(challenge.data(), challenge.size()) != 0)
-        throw std::system_error(errno, std::generic_category(), "no random numbers");
+        throw std::system_error(errno, std::generic_category(), "the system has no random numbers");
     return challenge;
 }
 

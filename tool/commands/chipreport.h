@@ -5,10 +5,9 @@
 
 #include "tool/chip/chip.h"
 #include "tool/commands/command.h"
-#include "tool/report/inbytes.h"
 #include "tool/report/report.h"
 
-// What several commands tell about a chip.
+// What several commands report about a chip.
 namespace VorelKestrel::Tool {
 
 /// "/dev/i2c-7, address 0x2a"

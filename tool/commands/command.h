@@ -25,11 +25,11 @@ struct CommonOptions
 {
     ChipLocation location;
     std::optional<int> busTimeout;                   // in milliseconds; none leaves the bus controller's own
-    std::optional<std::chrono::seconds> lockTimeout; // none waits for the lock as long as it takes
+    std::optional<std::chrono::seconds> lockTimeout; // none: without limit
     bool json = false;
-    bool stats = false; // tells what each operation cost on the bus
+    bool stats = false; // show what each operation cost on the bus
     int verbosity = 0;
-    std::string logConfig; // a property file of log4cplus; empty is none
+    std::string logConfig; // a log4cplus property file; empty: none
 };
 
 /// What a command works with.
@@ -38,14 +38,14 @@ struct CommandContext
     const CommonOptions& options;
     std::ostream& answer;
     ChipAccess* chips; // never null for a command that Needs::Library, null for all others
-    BusMeter* meter;   // the same
+    BusMeter* meter;   // like chips
 
-    /// Prints the answer in the way that its reader asked for.
+    /// Prints the answer as text, or as JSON with --json.
     void print(Report& report) const;
 };
 
 /**
- * One command: its own options, and what it does. A command lives in a file of its own and has a row in commandTable().
+ * One command: its options and its work. Each command has its own file and a row in commandTable().
  *
  * Errors: interpret() and run() throw Failure.
  */
@@ -57,14 +57,14 @@ public:
     Command(const Command&) = delete;
     Command& operator=(const Command&) = delete;
 
-    /// Adds the command's own options and arguments. They are stored in this object.
+    /// Adds the command's options and arguments, which this object stores.
     virtual void declare(CLI::App& /*app*/) {}
-    /// Turns what was typed into values. Throws Failure (ExitStatus::Usage) for values that make no sense.
+    /// Parses the values of the options. Throws Failure (ExitStatus::Usage) for invalid ones.
     virtual void interpret() {}
-    /// The largest address that this command takes from the command line.
+    /// The largest address that the command line may name.
     virtual int largestAddress() const { return kSevenBitMaximum; }
 
-    /// Whether it takes the options of RepeatArguments: running it again asks the chip again, and changes nothing.
+    /// Whether it has the options of RepeatArguments. A repeatable command changes nothing.
     virtual bool isRepeatable() const { return false; }
 
     /// Does the work and prints the answer. A repeatable command may be run any number of times.

@@ -17,7 +17,7 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-/// What the exit statuses mean, by the table of causes.
+/// The exit statuses, from the table of causes.
 std::string footer()
 {
     constexpr std::size_t kWidth = 80;
@@ -35,7 +35,7 @@ std::string footer()
     }
     return lines + line +
            ".\n"
-           "Standard output carries the answer only; with --json a failure is an object there, too.\n"
+           "Standard output carries only the answer; with --json also a failure, as an object.\n"
            "Numbers are decimal (42) or hexadecimal (0x2a).";
 }
 
@@ -46,7 +46,7 @@ public:
     {
         addCommonOptions();
         m_app.require_subcommand(1);
-        m_app.fallthrough(); // the common options may stand behind the command, too
+        m_app.fallthrough(); // the common options may also follow the command
         for (const CommandRow& row : commandTable())
             add(row);
         declareConfigFile(m_app, [this] {
@@ -60,13 +60,13 @@ public:
         try {
             m_app.parse(argc, argv);
         } catch (const CLI::Success& request) {      // --help and --version
-            m_app.get_config_ptr()->default_str(""); // the help names the file already
+            m_app.get_config_ptr()->default_str(""); // the help already names the file
             m_app.exit(request, out, err);
             return {};
         } catch (const CLI::ParseError& error) {
             throw explain(error);
         }
-        // A group is a row of its own: its command comes after it.
+        // A group has a row of its own, and its command comes after it.
         const auto chosen =
             std::find_if(m_entries.rbegin(), m_entries.rend(), [](const Entry& entry) { return entry.app->parsed(); });
         requireConfigFile(m_app);
@@ -96,20 +96,20 @@ private:
             ->envname("AUTHCHIP_ADDRESS")
             ->type_name("ADDRESS");
         m_app
-            .add_option(
-                "--bus-timeout", m_busTimeout,
-                "Abort a transfer after this many milliseconds; applies to every program on the bus, and stays set")
+            .add_option("--bus-timeout", m_busTimeout,
+                        "Abort a transfer after this time; applies to every program on the bus until it is set again")
             ->type_name("MILLISECONDS");
         m_app
             .add_option("--lock-timeout", m_lockTimeout,
-                        "Give up after SECONDS if another process holds the lock of the bus")
+                        "Give up if another process holds the lock of the bus for this long")
             ->type_name("SECONDS");
         m_app.add_flag("--json", m_options.json, "Answer with one JSON object");
         m_app.add_flag("--stats", m_options.stats,
-                       "Show refused messages, retries, longest wait and time of each operation on standard error");
+                       "For each operation, show refused messages, retries, longest wait and time on standard error");
         m_app
-            .add_flag("-v,--verbose", m_options.verbosity,
-                      "Show the library's console lines on standard error; -vv: each message, its result and time, too")
+            .add_flag(
+                "-v,--verbose", m_options.verbosity,
+                "Show the library's console lines on standard error; with -vv also each message, its result and time")
             ->default_str(""); // which newer versions of CLI11 show
         m_app.add_option("--log-config", m_options.logConfig, "A log4cplus property file for the drivers' log")
             ->check(existingFile())
@@ -170,7 +170,7 @@ private:
         command.interpret();
     }
 
-    /// CLI11 misses a command before it reports the unknown word in its place.
+    /// Where the command should be, CLI11 reports a missing command and not the unknown word.
     Failure explain(const CLI::ParseError& error) const
     {
         const std::string help = "'authchip --help' lists the commands and options.";
@@ -186,7 +186,7 @@ private:
                 return {kWrongUsage, "", "unknown command '" + word + "'", adviseOn(word, *group, place)};
         }
         return {kWrongUsage, "", "no command given",
-                "Name one: " + inARow(commandsOf(*group)) + ". '" + place + " --help' explains them."};
+                "Name one: " + commaSeparated(commandsOf(*group)) + ". '" + place + " --help' explains them."};
     }
 
     static std::vector<std::string> commandsOf(const CLI::App& group)
@@ -197,7 +197,7 @@ private:
         return names;
     }
 
-    static std::string inARow(const std::vector<std::string>& names)
+    static std::string commaSeparated(const std::vector<std::string>& names)
     {
         std::string row;
         for (const std::string& name : names)
@@ -212,7 +212,7 @@ private:
     }
 
     const std::set<std::string> m_words; // of the command line
-    CLI::App m_app{"Authenticates the accessory coprocessor on an I2C bus, and shows what it does.", "authchip"};
+    CLI::App m_app{"Authenticates the accessory coprocessor on an I2C bus, and finds faults.", "authchip"};
     CommonOptions m_options;
     std::string m_address;
     std::string m_busTimeout;

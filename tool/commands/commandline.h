@@ -12,14 +12,14 @@ namespace VorelKestrel::Tool {
 /// What a command line asks for.
 struct CommandLine
 {
-    const CommandRow* row = nullptr;  // null: nothing is left to do, after --help or --version
+    const CommandRow* row = nullptr;  // null: after --help or --version, when nothing is left to do
     std::unique_ptr<Command> command; // with its options; null if there is no row
     CommonOptions options;
     RepeatOptions repeat;
 };
 
-/// Reads a command line by the table of commands, and prints help and version. Throws Failure
-/// (ExitStatus::Usage) for what makes no sense.
+/// Parses a command line according to the table of commands; prints help and version. Throws Failure
+/// (ExitStatus::Usage) if it is invalid.
 CommandLine parseCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err);
 
 } // namespace VorelKestrel::Tool

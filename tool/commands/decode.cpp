@@ -14,7 +14,7 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-/// One object, whatever there is to say.
+/// Prints one object, also after a failure.
 void printAsJson(const Capture::Recording& recording, const Capture::Analysis& analysis, const Failure* failure,
                  std::ostream& answer)
 {
@@ -32,7 +32,7 @@ class Decode : public Command
 public:
     void declare(CLI::App& app) override
     {
-        app.add_option("FILE", m_file, "A capture of 'authchip capture', 'authchip-sim --capture' or Wireshark")
+        app.add_option("FILE", m_file, "A capture made by 'authchip capture', 'authchip-sim --capture' or Wireshark")
             ->required();
         app.add_option("--svg", m_picture, "Draw a timeline into this file")->type_name("FILE");
     }
@@ -44,7 +44,7 @@ public:
         if (!m_picture.empty())
             draw(recording, analysis);
         Failure damage("capture damaged", "read all of the capture " + m_file, recording.damage,
-                       "The messages before that are shown. If the disk was full, make room and capture again.");
+                       "The messages before the damage are shown. If the disk was full, make room and capture again.");
         const bool isDamaged = !recording.damage.empty();
         if (context.options.json)
             printAsJson(recording, analysis, isDamaged ? &damage : nullptr, context.answer);
@@ -62,7 +62,7 @@ private:
             return Capture::loadRecording(m_file);
         } catch (const Capture::RecordingError& error) {
             throw Failure("file not read", "read the capture " + m_file, error.what(),
-                          "Name a pcapng file of 'authchip capture', 'authchip-sim --capture' or Wireshark.");
+                          "Name a pcapng file made by 'authchip capture', 'authchip-sim --capture' or Wireshark.");
         }
     }
 

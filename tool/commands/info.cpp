@@ -1,6 +1,8 @@
 #include "tool/commands/command.h"
 
+#include "authchipdriver/registermap.h"
 #include "common/hex.h"
+#include "common/numbers.h"
 #include "tool/commands/chipreport.h"
 
 namespace VorelKestrel::Tool {

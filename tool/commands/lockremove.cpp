@@ -15,7 +15,7 @@ public:
         const std::string keyFile = lockKeyFile();
         const bool removed = removeLock(keyFile);
         Report report;
-        report.text("lock", removed ? "removed" : "there was none").json("removed", removed);
+        report.text("lock", removed ? "removed" : "none found").json("removed", removed);
         report.row("key file", "keyFile", keyFile);
         context.print(report);
         return ExitStatus::Success;

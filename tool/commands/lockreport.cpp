@@ -26,7 +26,8 @@ void addText(Report& report, const LockState& state)
         report.text("not safe", state.flaw);
     if (state.semaphore < 0) {
         const std::string reason = reasonOf(state.obstacle);
-        report.text("semaphore", reason.empty() ? describe(state.condition) : "none, and none can be made: " + reason);
+        report.text("semaphore",
+                    reason.empty() ? describe(state.condition) : "none, and none can be created: " + reason);
         return;
     }
     report
@@ -38,7 +39,7 @@ void addText(Report& report, const LockState& state)
         report.text("last user", describeProcess(state.lastUser)).text("waiting", std::to_string(state.waiting));
 }
 
-/// Every key is there, whatever there is to say.
+/// Always adds every key.
 void addJson(Report& report, const LockState& state)
 {
     using Json = nlohmann::ordered_json;

@@ -6,7 +6,7 @@
 
 namespace VorelKestrel::Tool {
 
-/// Adds everything that is known about the lock, for people and for programs.
+/// Adds everything that is known about the lock, as text and as JSON.
 void addLock(Report& report, const LockState& state);
 
 } // namespace VorelKestrel::Tool

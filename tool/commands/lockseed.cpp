@@ -13,7 +13,7 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-/// A name, or a number of which no name is needed.
+/// Accepts a name or a number.
 gid_t groupNamed(const std::string& name)
 {
     // cppcheck-suppress getgrnamCalled ; authchip has one thread
@@ -22,14 +22,14 @@ gid_t groupNamed(const std::string& name)
         return entry->gr_gid;
     gid_t number = 0;
     const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
-    constexpr auto kNoGroup = static_cast<gid_t>(-1); // what the kernel takes it for
+    constexpr auto kNoGroup = static_cast<gid_t>(-1); // to the kernel
     if (!name.empty() && error == std::errc() && end == name.data() + name.size() && number != kNoGroup)
         return number;
-    throw Failure(kWrongUsage, "make the lock for the group '" + name + "'", "There is no such group",
-                  "'getent group' lists the groups; take the one that owns the bus's node ('ls -l /dev/i2c-*').");
+    throw Failure(kWrongUsage, "create the lock for the group '" + name + "'", "There is no such group",
+                  "'getent group' lists the groups. Use the one that owns the node of the bus ('ls -l /dev/i2c-*').");
 }
 
-/// Whoever may do one of the two, look or change, cannot use the lock.
+/// A user needs both rights, read and write, to use the lock.
 unsigned parseMode(const std::string& text)
 {
     constexpr const char* kModes[] = {"0600", "0660", "0606", "0666"};
@@ -38,8 +38,8 @@ unsigned parseMode(const std::string& text)
             return static_cast<unsigned>(std::stoul(text, nullptr, 8));
     }
     throw Failure(kWrongUsage, "give the lock the mode '" + text + "'",
-                  "Each digit is 6 (may use the lock) or 0 (may not); the first is 6",
-                  "Give 0600, 0660 or 0666; without --mode it is 0660.");
+                  "Each digit is 6 (may use the lock) or 0 (may not), and the first is 6",
+                  "Give 0600, 0660 or 0666, or omit --mode for 0660.");
 }
 
 struct SeedRow
@@ -50,10 +50,10 @@ struct SeedRow
 };
 
 constexpr SeedRow kSeedResults[] = {
-    {SeedResult::Made, "made", "made"},
-    {SeedResult::TakenUp, "taken up", "taken up: an earlier seed made it, and its key file was lost"},
+    {SeedResult::Made, "made", "created"},
+    {SeedResult::TakenUp, "taken up", "reused: an earlier seed created it, and its key file was lost"},
     {SeedResult::RightsChanged, "rights changed", "rights changed"},
-    {SeedResult::Unchanged, "unchanged", "was there already; nothing is changed"},
+    {SeedResult::Unchanged, "unchanged", "already there; nothing changed"},
 };
 
 const SeedRow& rowOf(SeedResult result)
@@ -70,9 +70,9 @@ class LockSeed : public Command
 public:
     void declare(CLI::App& app) override
     {
-        app.add_option("--group", m_group, "The group whose users may use it, too (the caller's own)")
-            ->type_name("NAME");
-        app.add_option("--mode", m_modeText, "Who may use it, written as for a file: 0600, 0660 or 0666 (0660)")
+        app.add_option("--group", m_group, "The group whose users may also use the lock (the caller's own)")
+            ->type_name("GROUP");
+        app.add_option("--mode", m_modeText, "Who may use the lock, as for a file: 0600, 0660 or 0666 (0660)")
             ->type_name("MODE");
     }
 

@@ -7,7 +7,7 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-/// Row by row of the table of distances between the beginnings of the two words.
+/// The number of letters to add, remove or replace; computed row by row for the prefixes of both words.
 std::size_t distance(const std::string& one, const std::string& other)
 {
     std::vector<std::size_t> row(other.size() + 1);

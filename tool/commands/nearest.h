@@ -6,8 +6,7 @@
 
 namespace VorelKestrel::Tool {
 
-/// The word of @p words that takes the fewest letters to add, leave out or replace; the first of several.
-/// Requires: there is one.
+/// The first of the @p words with the smallest edit distance to @p word. Requires: @p words is not empty.
 std::string nearestWord(const std::string& word, const std::vector<std::string>& words);
 
 } // namespace VorelKestrel::Tool

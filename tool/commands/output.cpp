@@ -33,8 +33,8 @@ void OutputOption::declare(CLI::App& app, const char* description)
 void OutputOption::requirePlace(bool json) const
 {
     if (json && m_file == kStandardOutput)
-        throw Failure(kWrongUsage, "put the bytes on standard output", "--json puts an object there",
-                      "Leave out one of the two, or name a file behind -o.");
+        throw Failure(kWrongUsage, "write the bytes to standard output", "--json writes an object there",
+                      "Omit one of the two, or name a file after -o.");
 }
 
 bool OutputOption::store(const std::string& content, std::ostream& answer) const

@@ -12,7 +12,7 @@ class App;
 
 namespace VorelKestrel::Tool {
 
-/// The option -o of a command: where the bytes go that the command is about.
+/// The option -o of a command: where its bytes go.
 class OutputOption
 {
 public:
@@ -21,13 +21,13 @@ public:
     void requirePlace(bool json) const;
     bool isGiven() const { return !m_file.empty(); }
 
-    /// Puts @p content where -o says. Returns whether the report is still wanted: not if the content took its place on
-    /// standard output. Throws Failure.
+    /// Writes @p content to the place that -o names. Returns false if that is standard output, where no report may
+    /// follow. Throws Failure.
     bool store(const std::string& content, std::ostream& answer) const;
     bool store(const Bytes& content, std::ostream& answer) const;
 
 private:
-    std::string m_file; // empty is none, "-" is standard output
+    std::string m_file; // empty: none; "-": standard output
 };
 
 } // namespace VorelKestrel::Tool

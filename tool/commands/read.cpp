@@ -41,8 +41,8 @@ class Read : public Command
 public:
     void declare(CLI::App& app) override
     {
-        app.add_option("REGISTER", m_regText, "Its number, 0 to 0xff");
-        app.add_option("LENGTH", m_lengthText, "How many bytes; the register's own length if none is given");
+        app.add_option("REGISTER", m_regText, "The register's number, 0 to 0xff");
+        app.add_option("LENGTH", m_lengthText, "How many bytes (the register's own length)");
     }
 
     void interpret() override
@@ -76,13 +76,13 @@ private:
         if (reg != nullptr && reg->width > 0)
             return reg->width;
         throw Failure(kWrongUsage, "read register " + toHex(static_cast<std::uint32_t>(*m_reg), 2),
-                      "Its length is not known", "Give the number of bytes after it.");
+                      "Its length is unknown", "Give the number of bytes after the register.");
     }
 
     std::string m_regText;
     std::string m_lengthText;
-    std::optional<int> m_reg;    // none lists the registers
-    std::optional<int> m_length; // none is the register's own
+    std::optional<int> m_reg;    // none: list the registers
+    std::optional<int> m_length; // none: the register's own
 };
 
 } // namespace

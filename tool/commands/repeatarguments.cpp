@@ -15,12 +15,13 @@ constexpr std::uint32_t kMostAttempts = 1000000000;
 
 void RepeatArguments::declare(CLI::App& app)
 {
-    app.add_option("--repeat", m_attempts, "Repeat N times, also after failures; end with a summary")->type_name("N");
-    app.add_option("--for", m_time, "Repeat for this long: 90s, 30m, 8h or 2d")->type_name("TIME");
-    app.add_flag("--json-lines", m_options.jsonLines, "With --repeat or --for: one line of JSON for each attempt");
+    app.add_option("--repeat", m_attempts, "Repeat N times, even after failures, and print a summary")->type_name("N");
+    app.add_option("--for", m_time, "Repeat for this long, for example 90s, 30m, 8h or 2d")->type_name("TIME");
+    app.add_flag("--json-lines", m_options.jsonLines,
+                 "With --repeat or --for: print one line of JSON for each attempt");
     app.add_option("--report", m_options.page, "With --repeat or --for: write an HTML page with plots")
         ->type_name("FILE");
-    app.add_option("--wait", m_wait, "Wait up to this long for a chip that is not there yet")->type_name("SECONDS");
+    app.add_option("--wait", m_wait, "Wait up to this long for a chip to answer")->type_name("SECONDS");
 }
 
 void RepeatArguments::interpret()
@@ -28,7 +29,7 @@ void RepeatArguments::interpret()
     if (!m_attempts.empty()) {
         m_options.attempts = parseNumber(m_attempts, kMostAttempts);
         if (!m_options.attempts || *m_options.attempts == 0)
-            throw Failure(kWrongUsage, "repeat '" + m_attempts + "' times", "That is no number of attempts",
+            throw Failure(kWrongUsage, "repeat '" + m_attempts + "' times", "That is not a number of attempts",
                           "Give a number from 1 to " + std::to_string(kMostAttempts) + ".");
     }
     if (!m_time.empty())
@@ -36,8 +37,8 @@ void RepeatArguments::interpret()
     if (!m_wait.empty())
         m_options.wait = std::chrono::seconds(parseWait(m_wait));
     if (!m_options.isWanted() && (m_options.jsonLines || !m_options.page.empty()))
-        throw Failure(kWrongUsage, "report on many attempts", "Only one attempt is asked for",
-                      "Give --repeat or --for, too.");
+        throw Failure(kWrongUsage, "report on many attempts", "--json-lines and --report need --repeat or --for",
+                      "Add --repeat or --for.");
 }
 
 } // namespace VorelKestrel::Tool

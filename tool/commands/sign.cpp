@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/numbers.h"
 #include "tool/commands/chipreport.h"
 #include "tool/commands/output.h"
 #include "tool/commands/values.h"
@@ -15,7 +16,7 @@ namespace {
 
 Bytes readFile(const std::string& path)
 {
-    constexpr std::size_t kLongest = 4096; // longer than any chip's challenge; a device such as /dev/zero has no end
+    constexpr std::size_t kLongest = 4096; // longer than any challenge; a device such as /dev/zero has no end
     const std::string tried = "read a challenge from " + path;
     Bytes content(kLongest + 1);
     errno = 0;
@@ -26,7 +27,7 @@ Bytes readFile(const std::string& path)
     content.resize(static_cast<std::size_t>(file.gcount()));
     if (content.size() > kLongest)
         throw Failure(kWrongUsage, tried, "It has more than " + inBytes(kLongest),
-                      "Name a file with the challenge alone.");
+                      "Name a file that contains only the challenge.");
     return content;
 }
 
@@ -39,10 +40,10 @@ void requireLength(const Bytes& challenge, const Generation& generation)
                       inBytes(generation.challengeLength) + ", the length of a " + generation.digest + " digest",
                   "Give " + inBytes(generation.challengeLength) + " (" +
                       std::to_string(2 * generation.challengeLength) +
-                      " hexadecimal digits), or none for a random challenge.");
+                      " hexadecimal digits), or omit the challenge for a random one.");
 }
 
-/// The library takes any length for an answer.
+/// The library accepts an answer of any length.
 void requireAnswer(const Bytes& signature, const Generation& generation, const ChipLocation& location)
 {
     if (signature.size() == generation.responseLength)
@@ -50,7 +51,7 @@ void requireAnswer(const Bytes& signature, const Generation& generation, const C
     throw Failure("wrong length", "have a challenge signed by the chip on " + describe(location),
                   "The chip reports an answer of " + inBytes(signature.size()) + " (register 0x11); protocol " +
                       generation.protocol + " has " + std::to_string(generation.responseLength),
-                  "Try again; if it stays so, reset the chip. -vv shows every message to it.");
+                  "Try again. If it fails again, reset the chip. -vv shows every message to it.");
 }
 
 class Sign : public Command
@@ -60,11 +61,11 @@ public:
     {
         auto* challenge =
             app.add_option("--challenge", m_challengeText, "The challenge in hexadecimal")->type_name("HEX");
-        app.add_option("--challenge-file", m_challengeFile, "A file that holds the challenge's bytes")
+        app.add_option("--challenge-file", m_challengeFile, "A file with the bytes of the challenge")
             ->check(existingFile())
             ->excludes(challenge)
             ->type_name("FILE");
-        m_output.declare(app, "Store the signature's bytes; - is standard output");
+        m_output.declare(app, "Store the bytes of the signature; - is standard output");
     }
 
     void interpret() override
@@ -99,7 +100,7 @@ private:
     OutputOption m_output;
     std::string m_challengeText;
     std::string m_challengeFile;
-    std::optional<Bytes> m_challenge; // none is a random one
+    std::optional<Bytes> m_challenge; // none: a random one
 };
 
 } // namespace

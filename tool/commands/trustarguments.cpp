@@ -10,7 +10,7 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-/// "2026-01-31T12:00:00Z" or a number of seconds since 1970; none for anything else.
+/// Parses "2026-01-31T12:00:00Z" or "2026-01-31".
 std::optional<std::time_t> parseTime(const std::string& text)
 {
     std::tm parts{};
@@ -28,16 +28,19 @@ std::optional<std::time_t> parseTime(const std::string& text)
 
 void TrustArguments::declare(CLI::App& app)
 {
-    app.add_option("--issuer", m_options.issuers, "A file or folder with certificates of trusted issuers; repeatable")
+    app.add_option("--issuer", m_options.issuers,
+                   "Trusted issuers: a file or folder with their certificates; repeatable")
         ->envname("AUTHCHIP_ISSUER")
         ->type_name("PATH")
         ->allow_extra_args(false);
-    app.add_option("--crl", m_options.revocationLists, "A file with revocation lists of the issuers; repeatable")
+    app.add_option("--crl", m_options.revocationLists, "A file with revocation lists of these issuers; repeatable")
         ->type_name("FILE")
         ->allow_extra_args(false);
-    auto* at = app.add_option("--at", m_at, "Check the dates at this time, for example 2026-01-31T12:00:00Z (now)")
+    auto* at = app.add_option("--at", m_at,
+                              "Check the dates of certificates at this time, for example 2026-01-31T12:00:00Z (now)")
                    ->type_name("TIME");
-    app.add_flag("--no-time-check", m_skipsTime, "Do not check the dates, on a board without a clock")->excludes(at);
+    app.add_flag("--no-time-check", m_skipsTime, "Do not check the dates of certificates, on a board without a clock")
+        ->excludes(at);
 }
 
 void TrustArguments::interpret()
@@ -45,7 +48,7 @@ void TrustArguments::interpret()
     m_options.checksTime = !m_skipsTime;
     if (!m_options.revocationLists.empty() && m_options.issuers.empty())
         throw Failure(kWrongUsage, "check the revocation lists", "No issuer is given",
-                      "Name the issuers of the chips with --issuer.");
+                      "Name the issuers with --issuer.");
     if (m_at.empty())
         return;
     m_options.at = parseTime(m_at);

@@ -11,12 +11,12 @@ class App;
 
 namespace VorelKestrel::Tool {
 
-/// The options that say whom to trust, for every command that verifies.
+/// The options about trust, for every command that verifies.
 class TrustArguments
 {
 public:
     void declare(CLI::App& app);
-    /// Throws Failure (ExitStatus::Usage) for a time that is none.
+    /// Throws Failure (ExitStatus::Usage) for an invalid time.
     void interpret();
 
     const TrustOptions& options() const { return m_options; }

@@ -27,11 +27,11 @@ int parseAddress(const std::string& text, int maximum)
     const std::string tried = "use the address '" + text + "'";
     const auto address = parseNumber(text, kLargestNumber);
     if (!address)
-        throw usageFailure(tried, "That is no number", "Give the chip's 7-bit address, for example 0x2a.");
+        throw usageFailure(tried, "That is not a number", "Give the chip's 7-bit address, for example 0x2a.");
     if (*address <= static_cast<std::uint32_t>(maximum))
         return static_cast<int>(*address);
     if (*address <= kEightBitMaximum)
-        throw usageFailure(tried, "An I2C address has 7 bits; this one has 8, the lowest being the read/write bit",
+        throw usageFailure(tried, "An I2C address has 7 bits; this one has 8, including the read/write bit",
                            "Leave that bit out: --address " + toHex(*address / 2, 2));
     throw usageFailure(tried, "An I2C address has 7 bits", "Give an address from 0x08 to 0x77.");
 }
@@ -42,7 +42,7 @@ int parseBusTimeout(const std::string& text)
     if (!milliseconds || *milliseconds == 0)
         throw usageFailure("set the timeout of the bus to '" + text + "'",
                            "A timeout is a number of milliseconds from 1 to 65535",
-                           "Give a number, or leave --bus-timeout out to keep the bus controller's own.");
+                           "Give a number, or omit --bus-timeout to keep the bus controller's own.");
     return static_cast<int>(*milliseconds);
 }
 
@@ -51,7 +51,7 @@ int parseLockTimeout(const std::string& text)
     const auto seconds = parseNumber(text, kLargestNumber);
     if (!seconds)
         throw usageFailure("wait '" + text + "' seconds for the lock", "A time limit is a number from 0 to 65535",
-                           "Give a number, or leave --lock-timeout out to wait as long as it takes.");
+                           "Give a number, or omit --lock-timeout to wait without limit.");
     return static_cast<int>(*seconds);
 }
 
@@ -73,7 +73,7 @@ std::chrono::seconds parseSpan(const std::string& text)
         if (number && *number > 0)
             return std::chrono::seconds(static_cast<std::int64_t>(*number) * seconds);
     }
-    throw usageFailure("go on for '" + text + "'", "That is no time",
+    throw usageFailure("repeat for '" + text + "'", "That is not a duration",
                        "Give a number and its unit: 90s, 30m, 8h or 2d.");
 }
 
@@ -82,7 +82,7 @@ int parseRegister(const std::string& text)
     const auto reg = parseNumber(text, kLargestRegister);
     if (!reg)
         throw usageFailure("use the register '" + text + "'", "A register is a number from 0 to 0xff",
-                           "'authchip read' without a register lists those with a name.");
+                           "'authchip read' without a register lists the known ones.");
     return static_cast<int>(*reg);
 }
 
@@ -91,7 +91,7 @@ int parseLength(const std::string& text)
     const auto length = parseNumber(text, kLargestNumber);
     if (!length || *length == 0)
         throw usageFailure("read '" + text + "' bytes", "A length is a number from 1 to 65535",
-                           "Give a number, or none for the register's own length.");
+                           "Give a number, or omit it for the register's own length.");
     return static_cast<int>(*length);
 }
 
@@ -99,8 +99,8 @@ Bytes parseBytes(const std::string& text, const std::string& tried)
 {
     const auto bytes = fromHex(text);
     if (!bytes)
-        throw usageFailure(tried, "'" + text + "' is no sequence of bytes in hexadecimal",
-                           "Give two digits a byte, for example 00ff10.");
+        throw usageFailure(tried, "'" + text + "' is not a sequence of hexadecimal bytes",
+                           "Give two digits for each byte, for example 00ff10.");
     return *bytes;
 }
 
@@ -114,7 +114,7 @@ void requireProperties(const std::string& path)
         if (isEmpty || line.find('=') != std::string::npos || line.compare(begin, 7, "include") == 0)
             continue;
         throw usageFailure("configure the log from " + path,
-                           "Line " + std::to_string(number) + " is no setting: '" + line + "'",
+                           "Line " + std::to_string(number) + " is not a setting: '" + line + "'",
                            "Give lines such as log4cplus.rootLogger=WARN, STDERR.");
     }
 }

@@ -12,9 +12,10 @@ class Validator;
 
 namespace VorelKestrel::Tool {
 
-// Values of the command line. Each throws Failure (ExitStatus::Usage), which says what is allowed, for anything else.
+// Parsers for values of the command line. For an invalid value each throws Failure (ExitStatus::Usage), which says
+// what is allowed.
 
-/// An address up to @p maximum. For a larger one that can only be an 8-bit address, the 7-bit address is named.
+/// An address up to @p maximum. If a larger one can be an 8-bit address, the Failure names its 7-bit address.
 int parseAddress(const std::string& text, int maximum);
 /// A timeout in milliseconds.
 int parseBusTimeout(const std::string& text);
@@ -25,13 +26,13 @@ int parseWait(const std::string& text);
 /// "90s", "30m", "8h" or "2d".
 std::chrono::seconds parseSpan(const std::string& text);
 int parseRegister(const std::string& text);
-/// A length of data in a register; bytes.
+/// The length of a register, in bytes.
 int parseLength(const std::string& text);
 /// @p tried  what the bytes are for: "sign a challenge".
 Bytes parseBytes(const std::string& text, const std::string& tried);
-/// Checks that a file has the form of a log4cplus property file, which log4cplus itself does not do.
+/// Checks the form of a log4cplus property file, because log4cplus does not.
 void requireProperties(const std::string& path);
-/// CLI11's check that a file exists, without the type that CLI11 would show a second time.
+/// CLI11's check that a file exists, without a second placeholder in the help.
 CLI::Validator existingFile();
 
 } // namespace VorelKestrel::Tool

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/numbers.h"
 #include "tool/chip/chip.h"
 #include "tool/commands/values.h"
 #include "tool/report/failure.h"
@@ -10,15 +11,15 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-constexpr std::size_t kLongestMessage = 8192; // the kernel cuts off what is longer
+constexpr std::size_t kLongestMessage = 8192; // the kernel cuts longer ones
 
 class Write : public Command
 {
 public:
     void declare(CLI::App& app) override
     {
-        app.add_option("REGISTER", m_regText, "Its number, 0 to 0xff")->required();
-        app.add_option("HEX", m_dataText, "The bytes in hexadecimal; \"\" sends the register number alone")->required();
+        app.add_option("REGISTER", m_regText, "The register's number, 0 to 0xff")->required();
+        app.add_option("HEX", m_dataText, "The bytes in hexadecimal; \"\" sends only the register number")->required();
     }
 
     void interpret() override
@@ -26,16 +27,16 @@ public:
         m_reg = parseRegister(m_regText);
         m_data = parseBytes(m_dataText, "write to a register");
         if (m_data.size() >= kLongestMessage)
-            throw Failure(kWrongUsage, "write " + std::to_string(m_data.size()) + " bytes to a register",
+            throw Failure(kWrongUsage, "write " + inBytes(m_data.size()) + " to a register",
                           "i2c-dev takes messages of at most " + std::to_string(kLongestMessage) +
-                              " bytes, and the register's number is one of them",
-                          "Give " + std::to_string(kLongestMessage - 1) + " bytes at most.");
+                              " bytes, including the register number",
+                          "Give at most " + std::to_string(kLongestMessage - 1) + " bytes.");
     }
 
     ExitStatus run(const CommandContext& context) override
     {
         context.chips->open()->write(static_cast<std::uint8_t>(m_reg), m_data);
-        Report report; // nothing for people: silence means success
+        Report report; // no text: silence means success
         report.json("register", m_reg).json("length", m_data.size());
         context.print(report);
         return ExitStatus::Success;

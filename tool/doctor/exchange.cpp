@@ -4,9 +4,9 @@
 
 #include "authchipdriver/registermap.h"
 #include "common/hex.h"
+#include "common/numbers.h"
 #include "common/patience.h"
 #include "tool/chip/advice.h"
-#include "tool/report/inbytes.h"
 
 namespace VorelKestrel::Tool {
 namespace {

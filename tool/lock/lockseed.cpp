@@ -19,7 +19,7 @@ namespace VorelKestrel::Tool {
 namespace {
 
 constexpr int kLongestWaitForOthers = 10000; // milliseconds
-constexpr int kAttempts = 10;                // to find a key that is free, or a place that stays so
+constexpr int kAttempts = 10;                // to find a free key, or to put the key file in place
 constexpr char kSeeding[] = "seed the lock";
 constexpr char kRemoving[] = "remove the lock";
 
@@ -34,7 +34,7 @@ constexpr char kRemoving[] = "remove the lock";
     throw Failure("lock not changed", tried, describeSystemError(error), next).withSystemError(error);
 }
 
-/// Lets signals wait until the end of the scope.
+/// Blocks signals until the end of the scope.
 class SignalsBlocked
 {
 public:
@@ -52,18 +52,19 @@ private:
     sigset_t m_before{};
 };
 
-/// The folder, with every other seed kept out until the end of the scope.
+/// The folder; no other seed can use it until the end of the scope.
 class OwnFolder
 {
 public:
     OwnFolder(const std::string& keyFile, const char* tried) : m_folder(keyFile)
     {
         if (!m_folder.exists())
-            failWithSystemError(std::string(tried) + " in " + m_folder.path(),
-                                "TMPDIR names the folder; without it, it is /tmp. Make it, or name another.");
+            failWithSystemError(
+                std::string(tried) + " in " + m_folder.path(),
+                "TMPDIR names the folder; the default is /tmp. Create it, or set TMPDIR to another one.");
         if (!m_folder.keepOthersOut(kLongestWaitForOthers))
             refuse(tried, "Another process keeps " + m_folder.path() + " locked",
-                   "'lslocks' names it. If it is another 'authchip lock', wait for its end; then run this again.");
+                   "'lslocks' shows which. If it is another 'authchip lock', wait until it ends. Then run this again.");
     }
 
     const KeyFolder* operator->() const { return &m_folder; }
@@ -86,7 +87,7 @@ bool isOfSeed(const SemaphoreSet& set)
     return set.size == kSemaphoresOfSeed;
 }
 
-/// The set of a draft that its seed did not live to put in place: it has no identity yet.
+/// Removes the set of a draft whose seed died before putting it in place: it has no identity yet.
 void removeUnfinishedSet(key_t key)
 {
     const int number = semget(key, 0, 0);
@@ -97,12 +98,12 @@ void removeUnfinishedSet(key_t key)
         controlSemaphore(number, 0, IPC_RMID);
 }
 
-/// Requires: no other seed is at work in the folder.
+/// Requires: no other seed is running in the folder.
 void tidyUpAfterDeadSeeds(const KeyFolder& folder)
 {
     for (const std::string& draft : folder.drafts()) {
         const KeyFile file = folder.look(draft);
-        const bool isInPlace = file.status.st_ino == folder.keyFile().status.st_ino; // under both names
+        const bool isInPlace = file.status.st_ino == folder.keyFile().status.st_ino; // still has both names
         if (!isInPlace)
             removeUnfinishedSet(file.key);
         folder.remove(draft);
@@ -134,7 +135,7 @@ std::string usersOf(const KeyFolder& folder)
     return text;
 }
 
-/// Removes the orphans that nobody can be using; a process that uses one would make another lock when it is gone.
+/// Removes the orphans that no process can be using. A process that uses one would create another lock afterwards.
 void removeUnusedOrphans(const KeyFolder& folder)
 {
     constexpr unsigned kForOthers = 0066;
@@ -145,7 +146,7 @@ void removeUnusedOrphans(const KeyFolder& folder)
     }
 }
 
-/// A new lock, complete, that nobody can find yet. Whatever is not put in place goes at the end of the scope.
+/// A new, complete lock that no process can find yet. The end of the scope removes what was not put in place.
 class Draft
 {
 public:
@@ -153,7 +154,7 @@ public:
     {
         try {
             makeSemaphore();
-            setRights(m_semaphore, rights); // before there is a token to be taken
+            setRights(m_semaphore, rights); // before there is a token to take
             if (!m_isTakenUp)
                 giveToken();
         } catch (const Failure&) {
@@ -168,7 +169,7 @@ public:
     bool isTakenUp() const { return m_isTakenUp; }
     int semaphore() const { return m_semaphore; }
 
-    /// False if somebody has put something there meanwhile.
+    /// False if another process has put something there meanwhile.
     bool place(const KeyFile& found)
     {
         const bool isFree = found.kind == KeyFileKind::Missing;
@@ -177,48 +178,48 @@ public:
             m_names.pop_back();
             m_isPlaced = true;
             writeIdentity(m_semaphore, m_folder.identity());
-            discard(); // the other files: the sets of their keys are no drafts'
+            discard(); // the other files; the sets of their keys belong to others
             return true;
         }
         if (errno == EEXIST)
             return false;
-        failWithSystemError("put the key file in place in " + m_folder.path(), "What stands there belongs to " +
+        failWithSystemError("put the key file in place in " + m_folder.path(), "The present one belongs to " +
                                                                                    nameOfUser(found.status.st_uid) +
                                                                                    "; remove it, or run this as root.");
     }
 
 private:
-    /// A key can be another's already, being made of a part of the file's number. The files of the earlier attempts
-    /// stay until the end, so that the next one gets another number.
+    /// A key can already be taken, because it contains only a part of the file's inode number. The files of earlier
+    /// attempts stay until the end, so that the next file gets another number.
     void makeSemaphore()
     {
         for (int attempt = 0; attempt < kAttempts && m_semaphore < 0; ++attempt) {
             const key_t key = makeFile();
-            constexpr int kForTheOwner = 0600; // until it has its rights
+            constexpr int kForTheOwner = 0600; // until setRights()
             m_semaphore = semget(key, kSemaphoresOfSeed, IPC_CREAT | IPC_EXCL | kForTheOwner);
             if (m_semaphore < 0 && errno != EEXIST)
-                failWithSystemError("make a semaphore",
-                                    "'ipcs -ls' shows the system's limits, 'ipcs -s' who has how many.");
+                failWithSystemError("create a semaphore",
+                                    "'ipcs -ls' shows the system's limits, 'ipcs -s' who owns how many.");
             if (m_semaphore < 0)
                 takeUp(key);
         }
         if (m_semaphore < 0)
-            refuse(kSeeding, "Other programs have the semaphores of " + std::to_string(kAttempts) + " keys in a row",
-                   "'ipcs -s' lists them; stop the program that makes so many.");
+            refuse(kSeeding, "Other programs use the semaphores of " + std::to_string(kAttempts) + " keys in a row",
+                   "'ipcs -s' lists them. Stop the program that creates so many.");
     }
 
     key_t makeFile()
     {
         const auto draft = m_folder.makeDraft();
         if (!draft)
-            failWithSystemError("make a key file in " + m_folder.path(),
-                                "Run as root, and see that the folder can be written and its disk is not full.");
+            failWithSystemError("create a key file in " + m_folder.path(),
+                                "Run as root; make sure that the folder can be written and its disk is not full.");
         m_names.push_back(draft->name);
         return draft->key;
     }
 
-    /// Takes the set of an earlier seed whose key file was lost: its users go on with it. Its one token is there, or
-    /// with a process that lives.
+    /// Reuses the set of an earlier seed whose key file was lost, if its token is free or a live process holds it: its
+    /// users keep using it.
     void takeUp(key_t key)
     {
         for (const SemaphoreSet& set : semaphoreSets()) {
@@ -242,7 +243,7 @@ private:
         argument.values = values.data();
         if (controlSemaphore(m_semaphore, 0, SETALL, argument) < 0)
             failWithSystemError("give semaphore " + std::to_string(m_semaphore) + " its token",
-                                "See the kernel's messages ('dmesg').");
+                                "The kernel's messages ('dmesg') may say why.");
     }
 
     void discard()
@@ -261,7 +262,7 @@ private:
     bool m_isPlaced = false;
 };
 
-/// Throws the Failure that says why there is no seed to be put where a lock stands.
+/// Throws a Failure if the present lock is broken, or is not one of a seed.
 void requireHealthy(const LockState& state)
 {
     const LockProblem problem = problemForSeed(state);
@@ -274,8 +275,8 @@ void requireHealthy(const LockState& state)
     if (!state.stays)
         refuse(kSeeding,
                "Semaphore " + std::to_string(state.semaphore) +
-                   " is there already, and goes away with the process of the library that has made it",
-               std::string(kBeginAnew) + " A seed comes before the first of those programs.");
+                   " exists already, and the process that created it will remove it when it exits",
+               std::string(kBeginAnew) + " Seed before the first of these programs starts.");
 }
 
 LockRights rightsWanted(LockRights present, const WantedRights& wanted)
@@ -288,7 +289,7 @@ LockRights rightsWanted(LockRights present, const WantedRights& wanted)
 SeedResult agree(const KeyFolder& folder, const LockState& state, const WantedRights& wanted)
 {
     requireHealthy(state);
-    writeIdentity(state.semaphore, folder.identity()); // its seed may have died before
+    writeIdentity(state.semaphore, folder.identity()); // its seed may have died before that
     removeUnusedOrphans(folder);
     const LockRights rights = rightsWanted(state.rights, wanted);
     if (rights == state.rights)
@@ -297,7 +298,7 @@ SeedResult agree(const KeyFolder& folder, const LockState& state, const WantedRi
     return SeedResult::RightsChanged;
 }
 
-/// An orphan that is in use stays the lock of those who use it: another one beside it would let two get in at once.
+/// Processes may still use an orphan as their lock. A second lock would let two processes use the bus at once.
 void requireNoUsedOrphan(const KeyFolder& folder, const Draft& draft)
 {
     for (const SemaphoreSet& orphan : findOrphans(folder)) {
@@ -330,7 +331,7 @@ SeedResult seedLock(const std::string& keyFile, const WantedRights& wanted)
         removeUnusedOrphans(*folder);
         return draft.isTakenUp() ? SeedResult::TakenUp : SeedResult::Made;
     }
-    refuse(kSeeding, "Somebody makes the key file again and again",
+    refuse(kSeeding, "Another process keeps recreating the key file",
            "Stop the programs that use the library, and run this again.");
 }
 
@@ -340,7 +341,7 @@ bool removeLock(const std::string& keyFile)
     const OwnFolder folder(keyFile, kRemoving);
     const std::string users = usersOf(*folder);
     if (!users.empty())
-        refuse(kRemoving, users + " uses the library: it would make another lock for itself", "Stop it first.");
+        refuse(kRemoving, users + " uses the library and would create another lock", "Stop it first.");
     tidyUpAfterDeadSeeds(*folder);
     const LockState state = lookAtLock(*folder, keyFile);
     if (state.condition == LockCondition::Held)
@@ -350,13 +351,13 @@ bool removeLock(const std::string& keyFile)
         semaphores.push_back(state.semaphore);
     for (const SemaphoreSet& orphan : findOrphans(*folder))
         semaphores.push_back(orphan.number);
-    for (const int semaphore : semaphores) { // before the file: one without the other is nobody's
+    for (const int semaphore : semaphores) { // before the file: without its semaphore, the file is harmless
         if (controlSemaphore(semaphore, 0, IPC_RMID) < 0 && errno != EIDRM && errno != EINVAL)
             failWithSystemError("remove semaphore " + std::to_string(semaphore), "Run as its owner or as root.");
     }
     if (!folder->removeKeyFile())
         failWithSystemError("remove the key file " + keyFile,
-                            "Run as its owner or as root; empty it if it is a folder.");
+                            "Run as its owner or as root. If it is a folder, empty it first.");
     return !semaphores.empty() || state.keyFileExists;
 }
 

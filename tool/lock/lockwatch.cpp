@@ -17,7 +17,7 @@ namespace VorelKestrel::Tool {
 namespace {
 
 constexpr auto kPause = std::chrono::milliseconds(100);
-constexpr auto kPatience = std::chrono::seconds(2); // before somebody who waits wants to know why
+constexpr auto kPatience = std::chrono::seconds(2); // of a user, before a wait is explained
 
 void say(const std::string& text, const std::string& next)
 {
@@ -25,7 +25,7 @@ void say(const std::string& text, const std::string& next)
     std::cerr << "authchip: " + escapedLines(text) + "\n" + lead + indented(escapedLines(next), lead.size()) + "\n";
 }
 
-/// Somebody waits, and the token is not with this process.
+/// Whether a process waits for a token that another process than this one holds.
 bool isWaitedFor(const LockState& state)
 {
     const bool isTaken = state.condition == LockCondition::Held || state.condition == LockCondition::Lost;
@@ -45,18 +45,19 @@ WithoutLock findWithoutLock(const LockState& state, const std::string& device)
 {
     if (state.condition == LockCondition::Unreadable)
         return {"semaphore " + std::to_string(state.semaphore) + " belongs to " + describe(state.rights),
-                "As root, run 'authchip lock seed --group NAME' at boot, with a group of all who use the bus."};
+                "As root, run 'authchip lock seed --group NAME' at boot, with a group of all users of the bus."};
     if (state.semaphore < 0 && state.obstacle != LockObstacle::None)
-        return {"no lock can be made: " + reasonOf(state.obstacle), adviceAbout(state.obstacle)};
+        return {"no lock can be created: " + reasonOf(state.obstacle), adviceAbout(state.obstacle)};
     struct stat node = {};
     if (stat(device.c_str(), &node) != 0 || !mayBeI2cNode(device, node))
-        return {}; // any process may have such a file open
+        return {}; // unrelated processes may have such a file open
     const KeyFolder folder(state.keyFile);
     for (const BusUser& user : findBusUsers(device)) {
         const std::string place = user.keyFile.substr(0, user.keyFile.rfind('/'));
         if (user.process != getpid() && !(user.sharesSemaphores && folder.isSameAs(place)))
-            return {"process " + describeProcess(user.process) + " uses the bus, too, and has another lock",
-                    "Start all with the same TMPDIR, and without systemd's PrivateTmp=; 'authchip doctor' tells more."};
+            return {"process " + describeProcess(user.process) + " also uses the bus, but has another lock",
+                    "Start all programs with the same TMPDIR, and without systemd's PrivateTmp=. 'authchip doctor' "
+                    "tells more."};
     }
     return {};
 }
@@ -66,7 +67,7 @@ LockWatch::LockWatch(const std::string& device, std::optional<std::chrono::secon
 {
     const WithoutLock without = findWithoutLock(lookAtLock(m_keyFile), device);
     if (!without.reason.empty())
-        say("warning: nothing keeps other processes off the bus meanwhile: " + without.reason, without.next);
+        say("warning: other processes can use the bus at the same time: " + without.reason, without.next);
 }
 
 LockWatch::~LockWatch()
@@ -97,7 +98,7 @@ void LockWatch::watch()
             m_waitingSince.reset();
             continue;
         }
-        look(); // with the mutex: the call does not end, and nothing is printed after it, meanwhile
+        look(); // under the mutex, so that the call cannot end before this has printed
     }
 }
 
@@ -111,14 +112,14 @@ void LockWatch::look()
     const auto waited = now - *m_waitingSince;
     if (!m_hasTold && waited >= kPatience) {
         m_hasTold = true;
-        say("waiting for " + describeHolder(state),
-            "'authchip doctor' tells what is wrong with the lock; Ctrl-C ends the waiting, --lock-timeout limits it.");
+        say("waiting for " + describeHolder(state), "'authchip doctor' shows what is wrong with the lock. Ctrl-C stops "
+                                                    "waiting; --lock-timeout limits the wait.");
     }
     if (!m_limit || waited < *m_limit || !isWaitedFor(lookAtLock(m_keyFile)))
         return;
     const Failure failure(state.condition == LockCondition::Lost ? "token lost" : "lock held", "use the bus",
                           "Waited " + std::to_string(m_limit->count()) + " seconds for " + describeHolder(state),
-                          "If that process hangs, end it: the system then gives the lock back. 'authchip doctor' tells "
+                          "If that process hangs, end it: the system then releases the lock. 'authchip doctor' tells "
                           "more.");
     std::_Exit(static_cast<int>(m_giveUp(failure)));
 }

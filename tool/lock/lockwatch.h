@@ -16,12 +16,12 @@
 namespace VorelKestrel::Tool {
 
 /**
- * Says on standard error what the library keeps to itself: that it waits for the lock between processes, and for whom,
- * and that it does without the lock.
+ * Reports on standard error what the library does not: that it waits for the lock between processes, which process
+ * holds it, or that there is no common lock.
  *
- * Threads: a thread of its own looks at the lock while a call of the library's runs; it takes no part in it.
- * Errors:  when the time limit has passed, the process says so and ends, without its destructors: the call that waits
- *          cannot be aborted.
+ * Threads: a thread of its own checks the lock while a call of the library runs, without taking it.
+ * Errors:  after the time limit the process explains the failure and exits without running destructors, because the
+ *          waiting call cannot be aborted.
  */
 class LockWatch
 {
@@ -30,13 +30,13 @@ public:
     /// library does not come out of its Call meanwhile.
     using GiveUp = std::function<ExitStatus(const Failure&)>;
 
-    /// Requires: the library is loaded, and has made or found the lock. Without @p limit it waits as long as it takes.
+    /// Requires: the library is loaded, and has created or found the lock. Without @p limit it waits without limit.
     LockWatch(const std::string& device, std::optional<std::chrono::seconds> limit, GiveUp giveUp);
     LockWatch(const LockWatch&) = delete;
     LockWatch& operator=(const LockWatch&) = delete;
     ~LockWatch();
 
-    /// A call of the library's, from construction to the end of the scope.
+    /// A call of the library, from construction to the end of the scope.
     class Call
     {
     public:
@@ -63,12 +63,12 @@ private:
     std::condition_variable m_changed;
     bool m_isInCall = false; // guarded by m_mutex, as is m_ends
     bool m_ends = false;
-    std::optional<Clock::time_point> m_waitingSince; // only the thread touches it, and m_hasTold
+    std::optional<Clock::time_point> m_waitingSince; // used only by the thread, like m_hasTold
     bool m_hasTold = false;
     std::thread m_thread; // last: it uses all the others
 };
 
-/// Why the library's processes of this user do without the lock that those on the bus have; empty: they have it.
+/// Why this user's processes do not share the lock of the others on the bus; empty: they share it.
 struct WithoutLock
 {
     std::string reason;

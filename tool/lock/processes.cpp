@@ -20,7 +20,7 @@ bool isSame(const struct stat& node, const struct stat& file)
 {
     const bool isSameFile = node.st_dev == file.st_dev && node.st_ino == file.st_ino;
     const bool isSameBus = S_ISCHR(node.st_mode) && S_ISCHR(file.st_mode) && node.st_rdev == file.st_rdev;
-    return isSameFile || isSameBus; // a container has nodes of its own for the same bus
+    return isSameFile || isSameBus; // a container has its own nodes for the same bus
 }
 
 bool hasOpen(const fs::path& process, const struct stat& node)
@@ -44,7 +44,7 @@ bool hasLibrary(const fs::path& process)
     return false;
 }
 
-/// What the process was started with.
+/// The TMPDIR with which the process was started.
 std::string temporaryDirectoryOf(const fs::path& process)
 {
     const std::string name = "TMPDIR=";
@@ -67,7 +67,7 @@ bool sharesSemaphores(const fs::path& process)
     std::error_code error;
     const auto theirs = fs::read_symlink(process / "ns/ipc", error);
     const auto ours = fs::read_symlink(fs::path(kProcesses) / "self/ns/ipc", error);
-    return error || theirs == ours; // a kernel without containers names none
+    return error || theirs == ours; // a kernel without containers has no such link
 }
 
 void readCredentials(BusUser& user, const fs::path& process)
@@ -134,7 +134,7 @@ bool isThere(const BusUser& user)
 {
     std::error_code error;
     const auto root = fs::read_symlink(fs::path(kProcesses) / std::to_string(user.process) / "root", error);
-    return !error && !root.empty(); // what has ended has none, also while its number is in use
+    return !error && !root.empty(); // a dead process has none, even if its number is still used
 }
 
 std::vector<BusUser> findBusUsers(const std::string& device)

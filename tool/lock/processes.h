@@ -15,11 +15,11 @@ namespace VorelKestrel::Tool {
 struct BusUser
 {
     pid_t process = 0;
-    std::string keyFile;          // of its lock, as this process can look at it
-    bool sharesSemaphores = true; // false: it lives in a container that has its own
+    std::string keyFile;          // of its lock, as a path that this process can open
+    bool sharesSemaphores = true; // false: it runs in a container with its own semaphores
     uid_t user = 0;
     std::set<gid_t> groups;
-    bool mayUseAnySemaphore = false; // a right that root has
+    bool mayUseAnySemaphore = false; // as root may
 
     /// Whether the system lets it take a token.
     bool mayUse(const LockRights& rights) const;
@@ -28,9 +28,9 @@ struct BusUser
 /// Whether the process has not ended yet.
 bool isThere(const BusUser& user);
 
-/// Finds them among the processes that this one may look into: root sees all, others see their own user's.
+/// Searches the processes that this one may inspect: as root all, otherwise those of the same user.
 std::vector<BusUser> findBusUsers(const std::string& device);
-/// The other processes that have loaded the library and keep its key file in this folder, among the same.
+/// The other processes that have loaded the library and have its key file in this folder. Searches the same processes.
 std::vector<pid_t> findLibraryUsers(const KeyFolder& folder);
 
 } // namespace VorelKestrel::Tool

@@ -11,7 +11,7 @@ namespace {
 
 constexpr char kList[] = "/proc/sysvipc/sem";
 
-/// Without /proc: what the kernel tells those who may read the set.
+/// Without /proc: asks the kernel, which answers only if this user may read the set.
 std::optional<SemaphoreSet> askForSet(int number)
 {
     semid_ds status = {};
@@ -34,7 +34,7 @@ std::vector<SemaphoreSet> semaphoreSets()
 {
     std::ifstream list(kList);
     constexpr auto kRestOfLine = std::numeric_limits<std::streamsize>::max();
-    list.ignore(kRestOfLine, '\n'); // the names of the columns
+    list.ignore(kRestOfLine, '\n'); // the column names
     std::vector<SemaphoreSet> sets;
     SemaphoreSet set;
     gid_t creatorsGroup = 0;

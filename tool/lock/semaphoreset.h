@@ -29,9 +29,9 @@ struct SemaphoreSet
 {
     key_t key = -1;
     int number = -1;
-    unsigned size = 0; // how many semaphores are in it; never changes
+    unsigned size = 0; // number of semaphores; never changes
     LockRights rights;
-    uid_t creator = 0; // never changes, whoever the owner is; the creator can always remove it
+    uid_t creator = 0; // never changes, unlike the owner; can always remove the set
 };
 
 /// All sets of this IPC namespace.
@@ -39,7 +39,7 @@ std::vector<SemaphoreSet> semaphoreSets();
 /// The set of this number; none if it is gone.
 std::optional<SemaphoreSet> findSemaphoreSet(int number);
 
-/// What semctl() takes; the C library leaves the definition to its callers.
+/// The argument of semctl(). The C library leaves its definition to callers.
 union SemaphoreArgument
 {
     int value;
@@ -52,7 +52,7 @@ union SemaphoreArgument
 int controlSemaphore(int set, int index, int command, SemaphoreArgument argument = {});
 /// Gives the set other rights. False and errno if refused.
 bool changeRights(int set, const LockRights& rights);
-/// Whether the system has neither a set nor a semaphore left to give.
+/// Whether the system has no set or no semaphore left.
 bool areSemaphoresExhausted();
 
 } // namespace VorelKestrel::Tool

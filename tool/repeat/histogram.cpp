@@ -5,7 +5,7 @@
 
 namespace VorelKestrel::Tool {
 
-// The first buckets hold one value each. Of a larger value the leading seven bits name the bucket.
+// The first buckets hold one value each. The bucket of a larger value depends on its seven leading bits.
 std::size_t Histogram::bucketOf(Duration duration)
 {
     auto value = static_cast<std::uint64_t>(std::max<Duration::rep>(duration.count(), 0));
@@ -23,7 +23,8 @@ Histogram::Duration Histogram::endOf(std::size_t bucket)
     if (bucket < 2 * kBucketsOfAnOctave)
         return Duration(bucket);
     const std::size_t octave = bucket / kBucketsOfAnOctave - 1;
-    const std::uint64_t leading = bucket - octave * kBucketsOfAnOctave; // a size_t of 32 bits ends at four seconds
+    const std::uint64_t leading =
+        bucket - octave * kBucketsOfAnOctave; // 64 bits: a size_t of 32 bits ends at four seconds
     return Duration(static_cast<Duration::rep>(((leading + 1) << octave) - 1));
 }
 

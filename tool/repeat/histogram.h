@@ -9,8 +9,8 @@
 namespace VorelKestrel::Tool {
 
 /**
- * How often durations have come, in buckets: as large after a night as after a minute. A quantile is exact to a bucket,
- * which is at most 1.6 % wide; the longest duration is exact.
+ * Counts durations in buckets, so that its size does not grow. A quantile is exact to a bucket, which is at most 1.6 %
+ * wide; the longest duration is exact.
  */
 class Histogram
 {
@@ -21,14 +21,14 @@ public:
 
     std::uint64_t count() const { return m_count; }
     Duration longest() const { return m_longest; }
-    /// The duration that this share of all does not exceed, from 0 to 1. 0 if there is none.
+    /// The duration that this share (0 to 1) of all durations does not exceed; 0 if there are none.
     Duration quantile(double share) const;
-    /// How many lie above @p from, up to and with @p to, as far as the buckets tell.
+    /// How many are longer than @p from and at most @p to, to the precision of the buckets.
     std::uint64_t countBetween(Duration from, Duration to) const;
 
 private:
     static constexpr std::size_t kBucketsOfAnOctave = 64; // up to 127 ns, each nanosecond has its own
-    static constexpr std::size_t kOctaves = 40;           // the last ends after nine hours
+    static constexpr std::size_t kOctaves = 40;           // the last ends at nine hours
 
     static std::size_t bucketOf(Duration duration);
     static Duration endOf(std::size_t bucket);

@@ -4,8 +4,8 @@
 namespace VorelKestrel::Tool {
 
 /**
- * Takes the first SIGINT or SIGTERM for a wish to come to an end; the second ends the process as ever. One at a time in
- * a process.
+ * Records the first SIGINT or SIGTERM, so that the run can end in order; the second one ends the process. At most one
+ * object at a time.
  */
 class Interruption
 {

@@ -8,13 +8,13 @@
 
 namespace VorelKestrel::Tool {
 
-/// How often a command runs, and what is told about it.
+/// How often a command runs, and what is reported about it.
 struct RepeatOptions
 {
-    std::optional<std::uint64_t> attempts;    // none, and no time: once, without a summary
-    std::optional<std::chrono::seconds> time; // no attempt begins after it
+    std::optional<std::uint64_t> attempts;    // neither this nor time: once, without a summary
+    std::optional<std::chrono::seconds> time; // no attempt begins after this time
     bool jsonLines = false;
-    std::string page;             // a file of HTML; empty is none
+    std::string page;             // an HTML file; empty: none
     std::chrono::seconds wait{0}; // for the chip, before the first attempt
 
     bool isWanted() const { return attempts || time; }

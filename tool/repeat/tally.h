@@ -13,7 +13,7 @@
 
 namespace VorelKestrel::Tool {
 
-/// One attempt, as it went.
+/// One attempt and its result.
 struct Attempt
 {
     std::string cause;              // of its failure; empty: it succeeded
@@ -22,10 +22,10 @@ struct Attempt
     std::vector<OperationFigures> operations;
 };
 
-/// What a step of the attempts took, and met on the bus.
+/// Times and bus figures of one step, over all attempts.
 struct Step
 {
-    std::string name; // an operation's; kRest is what the tool did itself, kWhole the whole attempt
+    std::string name; // an operation, kRest (the tool itself) or kWhole (the whole attempt)
     std::uint64_t calls = 0;
     std::uint64_t refused = 0;
     std::uint64_t retries = 0;
@@ -36,7 +36,7 @@ struct Step
 constexpr char kRest[] = "rest";
 constexpr char kWhole[] = "whole";
 
-/// Adds attempts up. It grows with the kinds of steps and causes, not with the attempts.
+/// Adds up attempts. Its size depends on the number of different steps and causes, not on the number of attempts.
 class Tally
 {
 public:

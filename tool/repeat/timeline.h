@@ -7,7 +7,7 @@
 
 namespace VorelKestrel::Tool {
 
-/// How many attempts succeeded and failed when: in up to 120 slots, which grow longer with the run.
+/// Successes and failures over time, in at most 120 slots. The slots become longer as the run does.
 class Timeline
 {
 public:

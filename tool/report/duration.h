@@ -6,9 +6,9 @@
 
 namespace VorelKestrel::Tool {
 
-/// A number of milliseconds, for programs.
+/// The duration in milliseconds.
 double milliseconds(std::chrono::nanoseconds duration);
-/// "12.3 ms", for people.
+/// The duration as text: "12.3 ms".
 std::string inMilliseconds(std::chrono::nanoseconds duration);
 
 } // namespace VorelKestrel::Tool

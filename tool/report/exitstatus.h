@@ -3,15 +3,15 @@
 
 namespace VorelKestrel::Tool {
 
-/// What the program tells its caller: the class of what went wrong. The numbers are part of the interface.
+/// The exit status: the kind of failure. The numbers are part of the interface.
 enum class ExitStatus
 {
     Success = 0,
-    Bus = 1,          ///< nobody answers, or the bus failed
-    Usage = 2,        ///< the command line asks for something that cannot be
-    NotAuthentic = 3, ///< an answer or a certificate proves false
-    Environment = 4,  ///< the system does not let the program at the bus or a file
-    Chip = 5,         ///< the chip answers, and does not do it
+    Bus = 1,          ///< no device answers, or the bus failed
+    Usage = 2,        ///< the command line is wrong
+    NotAuthentic = 3, ///< a signature or certificate failed verification
+    Environment = 4,  ///< the system refused access to the bus or a file
+    Chip = 5,         ///< the chip answers, but failed the operation
     Lock = 6          ///< the lock between processes
 };
 

@@ -12,33 +12,33 @@
 
 namespace VorelKestrel::Tool {
 
-/// Why a command ended without its answer: a cause for programs, and the three sentences that its user needs.
+/// Why a command failed: a cause for programs, and three sentences for people.
 class Failure : public std::exception
 {
 public:
-    /// @p cause  one of causes(), which decides the exit status.
+    /// @p cause  one of causes(); decides the exit status.
     Failure(const char* cause, std::string tried, std::string answer, std::string next);
 
-    /// The same with what the system said; 0 is nothing.
+    /// Adds the errno of the system; 0: none.
     Failure& withSystemError(int error);
-    /// The same with an exit status of its own.
+    /// Replaces the exit status.
     Failure& withStatus(ExitStatus status);
-    /// The same for one whose object is part of an answer that is printed already.
+    /// Marks a failure whose object is part of the printed answer.
     Failure& afterAnswer();
 
     const char* cause() const { return m_cause; }
     ExitStatus status() const { return m_status; }
     bool isAfterAnswer() const { return m_isAfterAnswer; }
-    /// What was tried: "open /dev/i2c-9". Empty: the answer says it all.
+    /// What was tried, for example "open /dev/i2c-9"; may be empty.
     const std::string& tried() const { return m_tried; }
-    /// What the system, the chip or the tool said to it: "No such file or directory (ENOENT)".
+    /// Why it failed, for example "No such file or directory (ENOENT)".
     const std::string& answer() const { return m_answer; }
-    /// What to do about it. Several lines are allowed.
+    /// What to do next; may have several lines.
     const std::string& next() const { return m_next; }
 
     const char* what() const noexcept override { return m_answer.c_str(); }
 
-    /// For programs: cause, tried, answer, errno and next; null for what there is not.
+    /// For programs: cause, tried, answer, errno and next; null for what is missing.
     nlohmann::ordered_json json() const;
 
 private:
@@ -51,12 +51,12 @@ private:
     std::string m_next;
 };
 
-/// Tells people what failed, and what to do next: each on lines of its own.
+/// Prints what failed and what to do next, for people.
 void explain(const Failure& failure, std::ostream& out);
-/// Tells programs: {"failure": ...}
+/// Prints {"failure": ...}, for programs.
 void printJson(const Failure& failure, std::ostream& out);
 
-/// A system error as its text and its name: "Permission denied (EACCES)".
+/// Text and name of a system error: "Permission denied (EACCES)".
 std::string describeSystemError(int error);
 
 } // namespace VorelKestrel::Tool

@@ -2,8 +2,8 @@
 
 #include <dlfcn.h>
 
-/// The next library's function of the name. Looked up once and kept in @p known; two threads may look it up at once and
-/// find the same.
+/// The next library's function with this name, cached in @p known. Two threads may look it up at the same time and find
+/// the same.
 template<typename Function>
 Function nextOf(const char* name, Function& known)
 {

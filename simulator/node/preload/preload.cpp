@@ -1,6 +1,6 @@
-// Preloaded into the programs in front of the simulated chip, before umockdev's library: calls that umockdev cannot
-// carry go to the kernel instead, which answers them as it answers them on any file, and calls by names that umockdev
-// does not know go to it by the names that it does.
+// Preloaded into programs in front of the simulated chip, before umockdev's library. Passes calls that umockdev cannot
+// handle to the kernel, which answers them as for any file, and passes calls by names that umockdev does not know to
+// umockdev by names that it knows.
 
 #include <climits>
 #include <cstddef>
@@ -17,11 +17,11 @@ using Read = ssize_t (*)(int, void*, size_t);
 using CheckedRead = ssize_t (*)(int, void*, size_t, size_t);
 using Write = ssize_t (*)(int, const void*, size_t);
 
-Read g_read = nullptr; // umockdev's; two threads may look it up at once and find the same
+Read g_read = nullptr; // umockdev's
 Write g_write = nullptr;
 CheckedRead g_checkedRead = nullptr; // the C library's
 
-/// Whether the kernel refuses this count on every file; umockdev would have to allocate memory for it.
+/// Whether the kernel refuses this count for every file; umockdev would allocate memory for it.
 bool isRefused(size_t count)
 {
     return count > SSIZE_MAX;
@@ -37,7 +37,7 @@ ssize_t read(int descriptor, void* buffer, size_t count)
                             : nextOf("read", g_read)(descriptor, buffer, count);
 }
 
-/// What read is in programs whose compiler checks the room in the buffer.
+/// The name of read in programs compiled with checks of buffer sizes.
 ssize_t __read_chk(int descriptor, void* buffer, size_t count, size_t room) // NOLINT(*-reserved-identifier): its name
 {
     return count > room ? nextOf("__read_chk", g_checkedRead)(descriptor, buffer, count, room)

@@ -1,5 +1,5 @@
-// What a 32-bit program with 64-bit times calls: the C library has other names for ioctl and stat there, and
-// umockdev answers to the other ones. Compiled with 64-bit times itself, so that struct stat is that program's.
+// For 32-bit programs with 64-bit times: the C library has other names for ioctl and stat there, which umockdev does
+// not know. Compiled with 64-bit times, so that struct stat is the same as in the program.
 
 #include <cstdarg>
 
@@ -45,7 +45,7 @@ struct stat statusOf(const struct statx& file)
     return status;
 }
 
-/// By statx, which has one form on every machine.
+/// Uses statx, which is the same on every machine.
 int statAt(int folder, const char* path, struct stat* status, int flags)
 {
     struct statx file
@@ -71,7 +71,7 @@ int ioctlTime64(int descriptor, unsigned long request, ...)
     va_start(arguments, request);
     void* const argument = va_arg(arguments, void*);
     va_end(arguments);
-    return nextOf("ioctl", g_ioctl)(descriptor, request, argument); // requests that carry times are none of a bus
+    return nextOf("ioctl", g_ioctl)(descriptor, request, argument); // no request of a bus carries times
 }
 
 int statTime64(const char* path, struct stat* status)

@@ -113,7 +113,7 @@ int ioctlNode(int descriptor, unsigned long request, void* argument)
     return 0;
 }
 
-/// What fstat() tells; the structure of either spelling.
+/// The result of fstat(), for the structures of both names.
 template<typename Status>
 int statusOf(const char* symbol, int descriptor, Status* status)
 {

@@ -37,7 +37,7 @@ void* __libc_malloc(size_t length);
 
 static std::atomic<int> g_allocations;
 
-/// Counts what this process allocates, whoever asks for it.
+/// Counts all allocations of this process.
 extern "C" void* malloc(size_t length)
 {
     ++g_allocations;
@@ -122,7 +122,7 @@ void failures()
 
 void badMemory()
 {
-    // As large as a page, so that what lies behind it is no memory at all.
+    // As large as a page, so that no memory follows it.
     auto* page =
         static_cast<unsigned char*>(mmap(nullptr, 8192, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     REQUIRE(munmap(page + 4096, 4096) == 0);
@@ -218,7 +218,7 @@ void closesAll()
     name(node, 0x04);
     for (int descriptor = 3; descriptor < 1024; ++descriptor)
         syscall(SYS_close, descriptor);
-    // What gets the numbers now is the program's, whatever had them before.
+    // The next descriptors with these numbers belong to the program.
     const int node2 = open("/dev/zero", O_RDWR);
     for (int descriptor = node2 + 1; descriptor < 300; ++descriptor)
         REQUIRE(dup2(node2, descriptor) == descriptor);

@@ -9,7 +9,7 @@
 #include "common/bytes.h"
 #include "simulator/bus/bus.h"
 
-/// A bus that writes down what it is asked, and answers as it is told.
+/// A bus that records the messages, and answers as the test has set.
 class RecordingBus : public VorelKestrel::Simulator::Bus
 {
 public:

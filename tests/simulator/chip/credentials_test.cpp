@@ -177,7 +177,7 @@ protected:
         EXPECT_TRUE(isAuthentic(credentials.certificate(), challenge, credentials.sign(challenge)));
     }
 
-    /// What load() says against the files; empty if it likes them.
+    /// The error of load() for the files; empty if there is none.
     static std::string complaint(const Generation& generation, const std::string& key, const std::string& certificate)
     {
         try {

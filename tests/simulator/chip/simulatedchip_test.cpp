@@ -43,7 +43,7 @@ public:
         : m_chip(settings, testCredentials(generationOf(settings.deviceVersion)), m_clock)
     {}
 
-    /// Whether the chip takes the message in full.
+    /// Whether the chip acknowledges the whole message.
     bool write(U8 reg, const Bytes& value)
     {
         Bytes message{reg};

@@ -5,7 +5,7 @@
 
 #include "simulator/chip/credentials.h"
 
-/// One set of credentials per generation for all cases of a process: making a key takes its time.
+/// One set of credentials per generation for all cases of a process: creating a key takes long.
 inline std::shared_ptr<const VorelKestrel::Simulator::Credentials>
 testCredentials(const VorelKestrel::Generation& generation)
 {

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Captures the tool in front of a simulated chip, plays the capture back, and compares what the tool says: output, errors
+# Captures the tool in front of a simulated chip, plays the capture back, and compares the tool's output, errors
 # and exit status, the same but for the times. Then lets a message differ, and breaks the capture.
 # Usage: tests/simulator/replay/replay.sh BUILD_FOLDER
 set -euo pipefail
@@ -14,7 +14,7 @@ cd "$scratch"
 readonly challenge20=000102030405060708090a0b0c0d0e0f10111213
 readonly challenge32=${challenge20}1415161718191a1b1c1d1e1f
 
-# run NAME OPTION... -- COMMAND...: keeps what the tool says.
+# run NAME OPTION... -- COMMAND...: stores what the tool prints.
 run() {
     local name=$1 status=0
     shift
@@ -58,17 +58,17 @@ again -- i2cget -y 9 0x2a 0x01
 
 run differs --replay chip.pcapng -- i2cget -y 9 0x2a 0x02
 [ "$(cat differs.status)" = 125 ]
-# i2cget may tell that it failed before the signal ends it.
+# i2cget may report its failure before the signal ends it.
 diff <(grep -vx "Error: Read failed" differs.errors) - <<'END'
 authchip-sim: message 2 differs from the recording
   expected: write 1 byte to 0x2a: 01
-  came:     write 1 byte to 0x2a: 02
-  next: Give the program what it had then, or let --replay-loosely answer by register.
+  actual:   write 1 byte to 0x2a: 02
+  next: Give the program the same input as then, or use --replay-loosely.
 END
 run loosely --replay chip.pcapng --replay-loosely -- i2cget -y 9 0x2a 0x01
 [ "$(cat loosely.status loosely.output)" = $'0\n0x01' ]
 run stops --replay chip.pcapng -- true
-grep -qx "authchip-sim: the program ended before the recording: 2 of 2 messages did not come" stops.errors
+grep -qx "authchip-sim: the program ended before the end of the recording: 2 of 2 messages are left" stops.errors
 [ "$(cat stops.status)" = 0 ]
 
 head -c -1 chip.pcapng >cut.pcapng
@@ -76,7 +76,7 @@ run cut --replay cut.pcapng -- true
 [ "$(cat cut.status)" = 125 ]
 grep -q "^authchip-sim: cannot replay cut.pcapng: byte .*: the file ends in the middle of a block" cut.errors
 run nothing --replay /dev/null -- true
-grep -qx "authchip-sim: cannot replay /dev/null: it does not begin like a pcapng file" nothing.errors
+grep -qx "authchip-sim: cannot replay /dev/null: it is not a pcapng file" nothing.errors
 run unwritable --capture no/such/file -- true
 [ "$(cat unwritable.status)" = 125 ]
 grep -qx "authchip-sim: cannot write the capture no/such/file: No such file or directory" unwritable.errors

@@ -74,7 +74,7 @@ TEST_F(ReplayTest, EndsWithTheFirstMessageThatDiffers)
     EXPECT_EQ(-ENODEV, write(bus, {0x21, 1, 2})); // also what would have been right
     ASSERT_EQ(1U, m_differences.size());
     EXPECT_EQ("message 2 differs from the recording\n  expected: write 3 bytes to 0x2a: 210102\n"
-              "  came:     write 3 bytes to 0x2a: 210103",
+              "  actual:   write 3 bytes to 0x2a: 210103",
               m_differences[0]);
     EXPECT_EQ(0U, bus.messagesLeft());
 }
@@ -87,15 +87,15 @@ TEST_F(ReplayTest, SeesEveryKindOfDifference)
         return m_differences.empty() ? "" : m_differences[0];
     };
     m_capture.write({0x10});
-    EXPECT_THAT(differenceOf([&](Bus& bus) { write(bus, {0x10, 1}); }), HasSubstr("came:     write 2 bytes"));
+    EXPECT_THAT(differenceOf([&](Bus& bus) { write(bus, {0x10, 1}); }), HasSubstr("actual:   write 2 bytes"));
     EXPECT_THAT(differenceOf([&](Bus& bus) { write(bus, {0x10}, 0x2b); }), HasSubstr("to 0x2b"));
-    EXPECT_THAT(differenceOf([&](Bus& bus) { read(bus, 1); }), HasSubstr("came:     read 1 byte from 0x2a"));
+    EXPECT_THAT(differenceOf([&](Bus& bus) { read(bus, 1); }), HasSubstr("actual:   read 1 byte from 0x2a"));
     EXPECT_EQ("", differenceOf([&](Bus& bus) { write(bus, {0x10}); }));
     EXPECT_THAT(differenceOf([&](Bus& bus) {
                     write(bus, {0x10});
                     read(bus, 1);
                 }),
-                HasSubstr("message 2 differs from the recording\n  expected: nothing, since the recording ends there"));
+                HasSubstr("message 2 differs from the recording\n  expected: none, the recording ends here"));
 }
 
 TEST_F(ReplayTest, OfAReadTheLengthCounts)
@@ -104,7 +104,7 @@ TEST_F(ReplayTest, OfAReadTheLengthCounts)
     ReplayedBus& bus = replayed();
     EXPECT_EQ(1, write(bus, {0x10}));
     EXPECT_EQ(-ENODEV, read(bus, 1));
-    EXPECT_THAT(m_differences.at(0), HasSubstr("expected: read 2 bytes from 0x2a\n  came:     read 1 byte from 0x2a"));
+    EXPECT_THAT(m_differences.at(0), HasSubstr("expected: read 2 bytes from 0x2a\n  actual:   read 1 byte from 0x2a"));
 }
 
 TEST_F(ReplayTest, OfARedactedRecordingOnlyTheLengthsCount)

@@ -26,7 +26,7 @@ std::string contentOf(const std::string& file)
     return content;
 }
 
-/// The manual page's list: a status, what it stands for, and its causes.
+/// The manual page's list: each status, its meaning and its causes.
 std::map<int, std::string> statusesOfManual()
 {
     std::string page = contentOf("packaging/man/authchip.1");

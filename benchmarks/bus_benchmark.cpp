@@ -1,6 +1,6 @@
 // Where the time of an operation goes on a bus: wire, chip, pauses between retries, and the library.
 //
-// The bus and the chip are simulated and pass their time on a clock that nobody waits for, so it is exact. The
+// The bus and the chip are simulated on a clock that only counts, so their time is exact. The
 // library's time is real: all that passes between the system calls of one operation. It holds half of what looking at
 // the clock costs at each of them, so it is rather too long than too short.
 

@@ -1,4 +1,4 @@
-// Counts the system calls and the allocations of each operation, with logging off, and writes them as JSON beside the
+// Counts the system calls and the allocations of each operation, with logging off, and writes them as JSON next to the
 // least that the exchange needs: a lock, its messages, an unlock; the block of the answer.
 
 #include <cstring>

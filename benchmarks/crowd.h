@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-/// What a member of a crowd repeats when it is told to.
+/// The work that each member of a crowd repeats.
 using Work = std::function<void(int times)>;
 
 /// Makes the work of one member, in the member's own thread or process.

@@ -1,4 +1,4 @@
-// The driver's operations beside the bare system calls that they cannot do without, and how both grow.
+// The driver's operations compared with the bare system calls that they need, and how both grow.
 
 #include <algorithm>
 #include <cstdlib>
@@ -29,7 +29,7 @@ namespace {
 
 constexpr int kRounds = 512; // of a crowd, shared by its members
 
-/// The device of the process with a descriptor for who does without the library, and a driver of either generation.
+/// The device of the process, a descriptor for code without the library, and a driver of either generation.
 struct Bench
 {
     Bench()
@@ -65,7 +65,7 @@ void BM_Operation(benchmark::State& state, const DriverOperation& operation, boo
     besideFloor(state, [&] { operation.call(driver); });
 }
 
-/// Beside a loop that makes the buffers which the library's interface asks for, as well.
+/// Compared with a loop that also allocates the buffers that the library's interface needs.
 void BM_SigningWithBuffers(benchmark::State& state, const DriverOperation& operation, bool protocol30)
 {
     arrangeHealthyChip(g_bench->device, protocol30);
@@ -127,7 +127,7 @@ void BM_ResponseLength(benchmark::State& state)
     besideFloor(state, [&] { sign(g_bench->driver20B, challenge); });
 }
 
-/// Version queries by a crowd that shares the bus: nanoseconds per query, whoever makes it.
+/// Version queries by a crowd that shares the bus: nanoseconds per query of any member.
 void BM_Crowd(benchmark::State& state, Crowd::Kind kind)
 {
     arrangeHealthyChip(g_bench->device, true);

@@ -1,4 +1,4 @@
-// Loading the library into a process that has nothing yet, beside loading what it needs (Qt Core and log4cplus) alone.
+// Loading the library into a new process, compared with loading only what it needs (Qt Core and log4cplus).
 // The program exports the hook and is linked with none of them. loadtime does the same where google-benchmark is not to
 // be had (another architecture).
 

@@ -12,7 +12,7 @@ struct Loading
     long privateDirtyOfLast; ///< those of them that the last library's own file is mapped to
 };
 
-/// Loads @p libraries in their order in a process that is made for it. Throws std::runtime_error if one does not load.
+/// Loads @p libraries in this order in a new process. Throws std::runtime_error if one does not load.
 Loading loadInNewProcess(const std::vector<std::string>& libraries);
 
 /// Nanoseconds from the first dlopen call in such a process to the process's orderly end.

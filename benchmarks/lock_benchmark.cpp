@@ -1,4 +1,4 @@
-// The system-wide lock beside the other locks that processes can share: free, fought over, and after a holder's death.
+// The system-wide lock compared with other locks between processes: free, contended, and after a holder's death.
 
 #include <cerrno>
 #include <csignal>
@@ -35,7 +35,7 @@ std::string uniqueName(const char* kind)
     return "authchipdriver-bench-" + std::string(kind) + '-' + std::to_string(getpid()) + '-' + std::to_string(++count);
 }
 
-// Each lock is made once and inherited by the processes that share it; lock() and unlock() are called there.
+// Each lock is created once and inherited by the processes that share it, which call lock() and unlock().
 
 using OurLock = VorelKestrel::AL::GlobalMutex;
 
@@ -151,7 +151,7 @@ private:
     boost::interprocess::named_mutex m_mutex;
 };
 
-/// True if the lock can still be had after a process was killed while it held it.
+/// True if the lock still works after its holder was killed.
 template<typename Lock>
 bool survivesAKilledHolder()
 {

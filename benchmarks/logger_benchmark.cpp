@@ -1,4 +1,4 @@
-// Log statements with their gate closed and open, beside a bare integer test and beside spdlog. Lines go to /dev/null.
+// Log statements with their gate closed and open, compared with an integer test and with spdlog. Lines go to /dev/null.
 
 #include <atomic>
 #include <fstream>

@@ -67,7 +67,7 @@ void measureInTurns(benchmark::State& state, Ours&& measureOurs, Peer&& measureP
     times.report(state);
 }
 
-/// A thing of which one measurement makes as many calls as last long enough for the clock.
+/// Something to measure, with as many calls in one measurement as the precision of the clock needs.
 template<typename Action>
 class Batch
 {
@@ -88,7 +88,7 @@ public:
     }
 
 private:
-    // Long beside the clock's own cost, short beside what disturbs a machine.
+    // Long compared with the cost of reading the clock, short compared with disturbances of the machine.
     static constexpr double kLeastNanoseconds = 50000;
     static constexpr int kMostCalls = 1 << 20;
 

@@ -1,4 +1,4 @@
-// Integers over a loopback connection: the sockets beside bare send and recv.
+// Integers over a loopback connection: the sockets compared with bare send and recv.
 
 #include <arpa/inet.h>
 #include <memory>

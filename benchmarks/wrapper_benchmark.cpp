@@ -1,4 +1,5 @@
-// The wrappers beside the bare Qt class, the standard library and POCO: alone, handed between two threads, in a crowd.
+// The wrappers compared with the bare Qt classes, the standard library and POCO: alone, between two threads, in a
+// crowd.
 
 #include <condition_variable>
 #include <deque>
@@ -32,7 +33,7 @@ namespace {
 constexpr int kRounds = 2048; // of two threads or a crowd
 int g_something;              // what the pointers point to
 
-// Events: set() returns false while the slot is full; wait() takes what is in it.
+// Events: set() returns false while the slot is full; wait() takes its value.
 
 class OurEvent
 {
@@ -98,7 +99,7 @@ private:
     void* m_value = nullptr;
 };
 
-/// Poco's event carries no value; a slot that is guarded stands beside it.
+/// Poco's event carries no value, so a guarded slot is added.
 class PocoEvent
 {
 public:

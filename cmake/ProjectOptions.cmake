@@ -1,4 +1,4 @@
-# What every target of ours is compiled with, and no target of anyone else's.
+# Compile options for all our targets, and only for these.
 add_library(authchipdriver_options INTERFACE)
 target_compile_features(authchipdriver_options INTERFACE cxx_std_17)
 if(PROJECT_IS_TOP_LEVEL)
@@ -30,14 +30,14 @@ if(AUTHCHIPDRIVER_FUZZ) # the fuzzer sees which branches its input takes, also t
     target_compile_options(authchipdriver_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
-# Beside authchipdriver_options, for the targets whose lines and branches are counted.
+# In addition to authchipdriver_options, for targets whose lines and branches are counted.
 add_library(authchipdriver_coverage INTERFACE)
 if(AUTHCHIPDRIVER_COVERAGE)
     target_compile_options(authchipdriver_coverage INTERFACE --coverage -fprofile-update=atomic -O0)
     target_link_options(authchipdriver_coverage INTERFACE --coverage)
 endif()
 
-# What the compiler adds to a build makes system calls, allocations and symbols of its own.
+# Instrumented builds make additional system calls and allocations, and have additional symbols.
 set(AUTHCHIPDRIVER_INSTRUMENTED OFF)
 if(AUTHCHIPDRIVER_SANITIZE OR AUTHCHIPDRIVER_COVERAGE)
     set(AUTHCHIPDRIVER_INSTRUMENTED ON)

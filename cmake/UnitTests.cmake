@@ -22,8 +22,8 @@ function(add_test_support name)
 endfunction()
 
 # add_apart_test(NAME name [SHARES_LOCKS] [ENVIRONMENT VARIABLE=value...] COMMAND command...): add_test() for one that
-# runs apart. It sees of the environment what is named here, and what apart sets.
-#   SHARES_LOCKS  what it is about is the lock between processes
+# runs apart. Its environment contains what is named here, and what apart sets.
+#   SHARES_LOCKS  it tests the lock between processes
 function(add_apart_test)
     cmake_parse_arguments(PARSE_ARGV 0 arg "SHARES_LOCKS" "NAME" "ENVIRONMENT;COMMAND")
     set(apart ${APART})

@@ -1,4 +1,4 @@
-// The fuzzer is a capture that somebody sent: the tool reads it, tells and draws what it holds, and the simulator plays
+// The fuzzer plays a received capture: the tool reads, explains and draws it, and the simulator plays
 // it back. Nothing but plain text may come out, so that no terminal obeys it.
 
 #include "capture/recording.h"
@@ -36,7 +36,7 @@ void tell(const Capture::Recording& recording)
     requirePlain(out.str() + recording.damage);
 }
 
-/// Asks as the recording says, and then once more.
+/// Sends the recorded messages, and then one more.
 void play(Simulator::Bus& bus, const std::vector<const Capture::Message*>& messages)
 {
     for (const Capture::Message* message : messages) {
@@ -68,7 +68,7 @@ void replay(const Capture::Recording& recording)
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t length)
 {
-    // In a block of its own: the fuzzer's may be longer.
+    // A separate block, because the fuzzer's may be longer.
     const Bytes bytes(data, data + length);
     try {
         const Capture::Recording recording = Capture::parseRecording(bytes.data(), bytes.size());

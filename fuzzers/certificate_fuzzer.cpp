@@ -1,4 +1,4 @@
-// The fuzzer is the certificate of a chip that nobody has vouched for yet: the tool parses it, shows all of it, and
+// The fuzzer plays the certificate of an unverified chip: the tool parses it, shows all of it, and
 // tries a signature with its key.
 
 #include "tool/chip/certificate.h"
@@ -32,14 +32,14 @@ void tryKey(const Certificate& certificate)
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t length)
 {
-    // In a block of its own: the fuzzer's may be longer.
+    // A separate block, because the fuzzer's may be longer.
     const Bytes bytes(data, data + length);
     try {
         const Certificate certificate(bytes.data(), bytes.size());
         show(certificate);
         tryKey(certificate);
     } catch (const CertificateError&) {
-        // The answer to what is no certificate.
+        // The answer to an invalid certificate.
     }
     return 0;
 }

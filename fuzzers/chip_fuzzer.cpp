@@ -132,7 +132,7 @@ void requireBlock(const U8* block, int length)
         return; // nothing is read, and a refusal of the register is not told apart from that
     require(g_chip->lastRead().size() == size, "the answer is as long as the chip said");
     require(std::equal(block, block + size, g_chip->lastRead().begin()), "the answer is the chip's");
-    // A sanitizer knows the size that was asked for; the C library rounds it up.
+    // A sanitizer knows the requested size; the C library rounds it up.
     if (__sanitizer_get_allocated_size != nullptr)
         require(__sanitizer_get_allocated_size(block) == std::max<std::size_t>(1, size),
                 "the block is as long as that");
@@ -228,7 +228,7 @@ void readCertificate(AuthChipDriver& driver, Input& input)
     readCertificateOf(driver, lengthFrom(input));
 }
 
-/// As hosts do: the chip says how long the buffer will be.
+/// Like hosts do: the chip decides the length of the buffer.
 void readCertificateAsLongAsTheChipSays(AuthChipDriver& driver, Input& /*input*/)
 {
     int length = 0;
@@ -403,7 +403,7 @@ void operateWithoutTransaction(AuthChipDriver& driver, Input& input)
     kOperations[input.byte() % kTransactions](driver, input);
 }
 
-/// Every line is built, so that what the chip says goes through the logs as well, and goes nowhere.
+/// Every log line is formatted, so that the chip's data also goes through the logs, and then dropped.
 void setLogs(bool speak)
 {
     DebugStdioLogger::getInstance("Wexfordmallow")->setLogLevel(speak ? 6 : 0);

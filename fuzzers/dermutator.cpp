@@ -86,7 +86,7 @@ Bytes encode(const std::vector<Element>& elements)
     return bytes;
 }
 
-/// Where an element stands, for all of them.
+/// The positions of all elements.
 struct ElementPosition
 {
     std::vector<Element>* siblings;

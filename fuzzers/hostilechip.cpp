@@ -20,7 +20,7 @@ constexpr unsigned char kRefusedForGood = 0xff;
 
 constexpr int kRetries = VorelKestrel::kAttempts - 1;
 
-/// What a bus, its driver and the system can say.
+/// The errors of a bus, its driver and the system.
 constexpr int kErrors[] = {EREMOTEIO, ENXIO,  EIO,    ETIMEDOUT,  EAGAIN, EINTR,  EBUSY,  ENODEV,
                            EINVAL,    ENOMEM, EFAULT, EOPNOTSUPP, EPROTO, ENOENT, EACCES, ESHUTDOWN};
 

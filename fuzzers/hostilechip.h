@@ -32,7 +32,7 @@ public:
     HostileChip(const HostileChip&) = delete;
     HostileChip& operator=(const HostileChip&) = delete;
 
-    /// From now on the chip does what @p input says, which is not owned; null when there will be no more operations.
+    /// From now on the chip follows @p input, which is not owned; null: no more operations follow.
     void obeys(Input* input) { m_input = input; }
     /// Between two operations.
     void operationIsOver();

@@ -1,4 +1,4 @@
-// Our library in a host program beside other programs that make the same exchange on the same node, in turns.
+// Our library in a host program, in turns with other programs that make the same exchange on the same node.
 
 #include <cstdio>
 #include <cstdlib>
@@ -15,7 +15,7 @@
 
 namespace {
 
-/// A program with the instant node before it that makes exchanges when it is told to, and says how long they took.
+/// A program in front of the instant node that makes exchanges on request, and reports how long they took.
 class Peer
 {
 public:
@@ -92,7 +92,7 @@ void BM_Peer(benchmark::State& state, const std::vector<std::string>& command, c
         state, [&] { return ours.run(exchange, ourTimes); }, [&] { return peer.run(exchange, peerTimes); });
 }
 
-/// The same host with and without a capture of what it does; a version query is two messages.
+/// The same host with and without a capture; a version query is two messages.
 void BM_Capture(benchmark::State& state)
 {
     constexpr int kTimes = 500;

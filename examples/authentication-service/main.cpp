@@ -35,7 +35,7 @@ std::string dbglog_scopedFunction(const std::string& prettyFunction, const std::
 
 namespace {
 
-constexpr char kLoopback[] = "127.0.0.1"; // whoever can connect can have anything signed
+constexpr char kLoopback[] = "127.0.0.1"; // any client that can connect can have anything signed
 
 /// Owns a descriptor that the system has just made; throws if it was refused.
 class Descriptor
@@ -84,7 +84,7 @@ sockaddr_in addressOf(const char* interface, int port)
     return address;
 }
 
-/// Prints where it listens, so that whoever let the system choose the port learns of it.
+/// Prints where it listens, because the system may have chosen the port.
 void listenOn(int socket, sockaddr_in address)
 {
     const int yes = 1; // a service that is started again does not wait for its old connections
@@ -144,7 +144,7 @@ try {
     }
     const sockaddr_in address = addressOf(argc == 5 ? argv[4] : kLoopback, number(argv[3], 0xffff));
     sendLogToStandardError();
-    // The first call is made before there are other threads.
+    // The first call comes before other threads exist.
     ACD::AuthChipDriver* chip = ACD::AuthChipFactory::getAuthChipDriverInstance(argv[1], number(argv[2], 0x7f));
     if (chip == nullptr) {
         std::fprintf(stderr, "authentication-service: there is no chip\n"); // standard output has the reason

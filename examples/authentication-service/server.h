@@ -15,7 +15,7 @@
 struct Limits
 {
     std::size_t clients = 64;     // at once; the one that has been asking the longest makes room for a new one
-    std::size_t requests = 8;     // that wait for the chip; whoever comes then is told to come later
+    std::size_t requests = 8;     // that wait for the chip; further clients are told to try later
     std::chrono::seconds time{5}; // for a client, from its connection to its whole answer
 };
 

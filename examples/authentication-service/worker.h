@@ -23,7 +23,7 @@ class Worker : public VorelKestrel::AL::Thread
 public:
     /// A byte is written to @p wakes for each job that is done.
     Worker(VorelKestrel::ACD::AuthChipDriver& chip, int wakes) : m_chip(chip), m_wakes(wakes) {}
-    /// Waits until every job is done, and drops the answers that nobody has fetched.
+    /// Waits until every job is done, and drops answers that were not fetched.
     ~Worker() override;
 
     /// Takes over the job; its answer comes from takeDone(). Never waits.

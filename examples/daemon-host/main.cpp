@@ -39,7 +39,7 @@ void sendLogToStandardError()
 bool becomeDaemon()
 {
     // log4cplus has worker threads since it was loaded, and waits for them at exit. A fork does not copy threads:
-    // without this line the child would wait for ever.
+    // without this line the child would wait forever.
     log4cplus::deinitialize();
     // The parent ends in _exit(), as it has to: exit() would remove the lock between processes.
     if (daemon(1, 1) != 0)

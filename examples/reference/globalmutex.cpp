@@ -29,7 +29,7 @@ private:
 
 void resetChip()
 {
-    const BusReservation reservation; // call no driver operation in here: it would wait for ever
+    const BusReservation reservation; // call no driver operation in here: it would wait forever
     switchPower();
 }
 //! [example]

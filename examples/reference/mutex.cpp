@@ -60,6 +60,6 @@ int main()
     second.start();
     first.join();
     second.join();
-    counter.addUnlessBusy(); // nobody else is left
+    counter.addUnlessBusy(); // no other thread is left
     std::printf("%d\n", counter.count());
 }

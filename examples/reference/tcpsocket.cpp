@@ -1,4 +1,4 @@
-// A server that adds two numbers, and ends when it is told to.
+// A server that adds two numbers, and ends on request.
 
 #include <cstdio>
 #include <cstdlib>

@@ -34,7 +34,7 @@ protected:
     GlobalMutex m_mutex;
 };
 
-/// True if a lock() on an object of its own does not return; leaves the count as it was.
+/// True if lock() on another object does not return; does not change the count.
 bool isTaken()
 {
     GlobalMutex mutex;

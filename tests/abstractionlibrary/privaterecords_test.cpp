@@ -281,7 +281,7 @@ TEST_P(ConstructionTest, PassesTheAllocatorsExceptionOnAndKeepsNothing)
     for (int failing = 1; failing <= GetParam().allocations; ++failing) {
         const ObjectAllocations allocations(failing);
         EXPECT_THROW(GetParam().construct(), std::bad_alloc);
-        // The exception object and what GoogleTest holds are not of this thread's `new`, or freed by now.
+        // The exception object and GoogleTest's data do not come from this thread's `new`, or are freed by now.
         EXPECT_EQ(0, allocations.outstanding()) << "when allocation " << failing << " fails";
     }
 }

@@ -1,4 +1,4 @@
-// What the wrappers ask of Qt, call by call: which of their two locks they take and let go, in which order, with which
+// The calls of the wrappers to Qt: which of their two locks they take and release, in which order, with which
 // limits, and what has been done to the values by then.
 
 #include <limits>

@@ -169,7 +169,7 @@ const Remainder kRemainders[] = {
     {"MoreThanAllTimePasses", 1000, kNoon, kNoon + 1001, 0},
     {"TimePassesAlthoughThereWasNone", 0, kNoon, kNoon + 5, 0},
     {"AnotherTimePassesWithoutALimit", -700, kNoon, kNoon + 300, -1000},
-    // The differences of times of day are wrong here, and so is what is left.
+    // The differences of times of day are wrong here, and so is the remaining time.
     {"AcrossMidnight", 1000, kDay - 100, kDay + 50, 1000 + static_cast<int>(kDay) - 150},
     {"AcrossMidnightWithoutALimit", -1, kDay - 100, kDay + 50, -1 + static_cast<int>(kDay) - 150},
     {"TheClockIsPutForward", 1000, kNoon, kNoon + kHour, 0},

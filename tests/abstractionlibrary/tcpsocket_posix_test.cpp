@@ -637,7 +637,7 @@ TEST(TCPServerTest, AcceptClosesTheConnectionWhenNoMemoryIsLeftForTheSocket)
 
 // --- what reaches the system ---
 
-/// Counts how often each descriptor is closed, for as long as it lives; the system closes it all the same.
+/// Counts during its lifetime how often each descriptor is closed; the system still closes it.
 class ClosedDescriptors : public SystemCallHandler
 {
 public:

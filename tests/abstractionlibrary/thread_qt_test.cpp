@@ -35,7 +35,7 @@ public:
     std::thread::id m_id;
 };
 
-/// Runs until it is told to end; has begun when it says so.
+/// Runs until it is ended from outside; reports when it has begun.
 class BlockedThread : public Thread
 {
 public:

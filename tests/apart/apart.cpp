@@ -2,7 +2,7 @@
 // Usage: apart [--shares-locks] [NAME=VALUE...] COMMAND [ARGUMENT...]
 //
 // The command gets
-//   - a folder of its own: TMPDIR is in it, HOME is it, and it is removed with all that is in it;
+//   - its own folder: HOME is this folder, TMPDIR is inside, and it is removed with its contents;
 //   - an environment in which nothing is anybody's: PATH with the folders for root's programs, what the lists below
 //     let pass, and the values that are named before the command;
 //   - every signal as the system delivers it by default, umask 022, no standard input, no other open file;
@@ -88,7 +88,7 @@ std::string makeFolder()
     return folder;
 }
 
-/// Without the folders that this user may not enter: for want of another, a missing program is a forbidden one then.
+/// Without folders that this user may not enter: with these, a missing program is reported as forbidden.
 std::string programFolders()
 {
     const char* const path = std::getenv("PATH");
@@ -188,7 +188,7 @@ void forward(int signal)
         kill(-g_command, signal);
 }
 
-/// The status of the command; what it left behind has ended too, and so has what that had left.
+/// The status of the command, after it and all processes that it left running have ended.
 int statusOf(pid_t command)
 {
     int result = 0;

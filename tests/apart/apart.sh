@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs commands apart from a machine that is as odd as may be, and looks what they get, and what is left of them.
+# Runs commands apart on a machine that is as odd as possible, and checks what they get and what they leave behind.
 # Usage: tests/apart/apart.sh APART
 set -euo pipefail
 case ${1:-} in --help) sed -n '2,3s/^# \?//p' "$0"; exit 0 ;; esac

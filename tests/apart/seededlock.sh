@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Seeds the lock of a folder for temporary files, and has every test program list its tests there as the build does: the
-# lock stays as it is, and nobody has used it.
+# lock stays as it is, and no process has used it.
 # Usage: tests/apart/seededlock.sh BUILD_FOLDER
 set -euo pipefail
 case ${1:-} in --help) sed -n '2,4s/^# \?//p' "$0"; exit 0 ;; esac

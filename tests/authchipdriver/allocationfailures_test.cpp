@@ -76,7 +76,7 @@ struct Attempt
     int unlocks;
 };
 
-/// What a process had to tell: a run with an allocation refused, one without, and what is left after both.
+/// The report of a process: a run with a refused allocation, one without, and the leftovers of both.
 struct Report
 {
     bool wasFelt; // an allocation was refused
@@ -87,7 +87,7 @@ struct Report
     int busDescriptors;
 };
 
-/// A thread that has been joined takes a moment until it has given back all that it had.
+/// A joined thread needs a moment to free everything.
 void waitForThreadsToEnd(int threadsBefore)
 {
     while (threadCount() > threadsBefore)
@@ -111,7 +111,7 @@ protected:
         i2cInit(FakeBus::kDevice, FakeBus::kAddress);
     }
 
-    /// Refuses the allocations of @p call one after another, until one run gets through without a refusal.
+    /// Refuses the allocations of @p call one after another, until a run has no refusal.
     void refuseEachAllocation(const Call& call, int resultWithoutBlock = 0)
     {
         for (const auto logging : {Logging::Silent, Logging::Everything}) {
@@ -138,7 +138,7 @@ private:
     {
         m_console.setLevel(logging == Logging::Silent ? 0 : 9);
         m_log.setLevel(logging == Logging::Silent ? log4cplus::OFF_LOG_LEVEL : log4cplus::TRACE_LOG_LEVEL);
-        // Longer than what a string holds without an allocation.
+        // Longer than a string without an allocation.
         m_log.answerHookWith([](const std::string& prettyFunction) { return prettyFunction; });
     }
 
@@ -178,7 +178,7 @@ private:
         }
     }
 
-    /// Runs @p call twice in a process of its own, the first time with the refusal; nothing if the process died.
+    /// Runs @p call twice in a child process, the first time with the refusal; nothing if the process died.
     std::optional<Report> report(const Call& call, int number, Shortage::Extent extent)
     {
         auto* const shared = static_cast<Report*>(
@@ -298,7 +298,7 @@ protected:
     AuthChipDriver30 m_driver;
 };
 
-/// The streams of the C++ library keep a missing block to themselves. The line is then cut, and the operation goes on.
+/// The streams of the C++ library do not report a missing block. The line is then cut, and the operation continues.
 TEST_F(LineWithoutMemoryTest, ALineOfTheDriversIsCutWhereTheStreamHasNoRoomLeftAndTheCallSucceeds)
 {
     U32 id = 0;
@@ -372,7 +372,7 @@ INSTANTIATE_TEST_SUITE_P(Failures, AllocationFailureInAFailure30Test, ::testing:
 
 // --- where the bus is given back -------------------------------------------------------------------------------------
 
-/// A bus whose lock says that it could not be given back; Qt then makes a text that nobody reads.
+/// A bus whose lock reports that it could not be released; Qt then formats a text that is not read.
 class ComplainingBus : public UncountedBus
 {
 public:
@@ -498,7 +498,7 @@ TEST_F(AllocationFailureOutsideOfADriverTest, ConstructingADriverLosesNothing)
 class AllocationFailureOfAWrapperTest : public AllocationFailureTest
 {};
 
-/// Closes what is open by then, however the scope ends.
+/// Closes open descriptors at the end of the scope.
 template<typename Socket>
 class CloseAtEnd
 {

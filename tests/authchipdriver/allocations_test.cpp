@@ -126,7 +126,7 @@ TEST_F(MessageBufferTest, TakesTheDataInOneCopy)
     EXPECT_EQ(1, copies.count());
 }
 
-/// A signature whose block malloc does not have; the kernel then refuses to read into it.
+/// A signature whose block malloc refuses; the kernel then refuses to read into null.
 class MissingBlockTest : public OpenBusTest
 {
 protected:

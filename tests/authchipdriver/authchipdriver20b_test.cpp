@@ -118,7 +118,7 @@ TEST_F(Signature20BDeathTest, ANegativeChallengeLengthReachesWriteWordWhoseRange
                              "(value&0xffff0000) == 0"));
 }
 
-// None of the three pointers is checked: the exchange goes on up to the point where one is needed.
+// None of the three pointers is checked: the exchange continues until one is needed.
 TEST_F(Signature20BDeathTest, ANullSignaturePointerFaultsWhenTheBlockIsStored)
 {
     const Bytes challenge = counting(20);
@@ -356,7 +356,7 @@ TEST_F(Signature20BTest, WithTraceDisabledNoCallOfTheHookIsMade)
 
 // --- register helpers of a host --------------------------------------------------------------------------------------
 
-/// A driver whose register helpers are the host's, on a bus that signs.
+/// A driver with the host's register helpers, on a bus that signs.
 class Signature20BHelpersTest : public Signature20BTest
 {
 protected:

@@ -322,7 +322,7 @@ TEST_F(ChallengeResponse30DeathTest, ANullChallengeResponseLengthIsNotCaughtAndF
 
 // --- register helpers of a host --------------------------------------------------------------------------------------
 
-/// A driver whose register helpers are the host's, on a bus that signs.
+/// A driver with the host's register helpers, on a bus that signs.
 class ChallengeResponse30HelpersTest : public ChallengeResponse30Test
 {
 protected:

@@ -75,7 +75,7 @@ TEST_P(VersionQueryTest, ThatFailsReturnsErrorI2CReleasesTheTransactionAndLeaves
     EXPECT_THAT(lines(), ElementsAre(error("unable to read byte from register 0x" + reg + " - i2cRead returns -1")));
 }
 
-/// A driver whose readByte is its own.
+/// A driver that overrides readByte.
 class OverridingDriver : public AuthChipDriver30
 {
 public:
@@ -233,7 +233,7 @@ TEST_F(AuthChipDriverTest, TheLineOfAFailedReadShowsTheRegisterInHexadecimalAndT
                                      error("unable to read dword from register 0x3c - i2cRead returns 12")));
 }
 
-/// A bus that sees what is in the buffer into which a byte shall be read, and says that one came.
+/// A bus that records the content of the buffer for a byte, and reports that one byte was read.
 class LookingBus : public FakeBus
 {
 public:

@@ -31,7 +31,7 @@ std::string error(const std::string& message)
     return consoleLine("DbgError", "authchipfactory", message);
 }
 
-/// The factory of a new process: ctest gives every case one of its own.
+/// The factory of a new process: ctest runs each case in its own process.
 class AuthChipFactoryTest : public BusTest
 {
 protected:
@@ -284,7 +284,7 @@ TEST_F(AuthChipFactoryTest, AnExceptionWhileTheDriverIsMadeReleasesTheTransactio
 
 // --- two first calls at once -----------------------------------------------------------------------------------------
 
-/// Two first calls, of which the other one is over before this one takes the bus.
+/// Two first calls; the other one ends before this one takes the bus.
 class SimultaneousDetectionTest : public ::testing::Test
 {
 protected:

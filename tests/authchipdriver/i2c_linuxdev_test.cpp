@@ -377,7 +377,7 @@ TEST_F(I2cTransactionTest, ClosingClosesTheDeviceAndNothingElse)
     EXPECT_THAT(m_bus.openDescriptors(), IsEmpty());
 }
 
-/// A bus whose node is closed, and says that it failed.
+/// A bus whose close() reports a failure.
 class ComplainingBus : public FakeBus
 {
 public:

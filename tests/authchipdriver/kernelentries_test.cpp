@@ -14,7 +14,7 @@ using namespace testsupport;
 
 namespace {
 
-/// A bus whose transfers and locks enter the kernel, each once, as on a real device.
+/// A bus whose transfers and locks each enter the kernel once, as on a real device.
 class KernelBus : public FakeBus
 {
 public:

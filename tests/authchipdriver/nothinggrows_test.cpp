@@ -90,7 +90,7 @@ int repetitions()
     return wanted != nullptr ? std::atoi(wanted) : 1000;
 }
 
-/// A bus that keeps no journal and whose lock may be refused.
+/// A bus without a journal, whose lock may be refused.
 class ForgetfulBus : public UncountedBus
 {
 public:
@@ -107,7 +107,7 @@ public:
     int m_lockError = 0;
 };
 
-/// Every line of both logs is made, and none kept.
+/// Every line of both logs is formatted, and none stored.
 class NothingGrowsTest : public ::testing::Test
 {
 protected:
@@ -183,7 +183,7 @@ INSTANTIATE_TEST_SUITE_P(Failures, NothingGrowsInAFailure30Test, ::testing::Valu
 
 // --- what throws -----------------------------------------------------------------------------------------------------
 
-/// True if @p call ends with an exception, or gets through without having met what throws.
+/// True if @p call throws, or succeeds without reaching what throws.
 template<typename Exception, typename Call>
 bool throws(const Call& call)
 {
@@ -205,7 +205,7 @@ protected:
         Driver driver;
         const auto call = [&] { GetParam().call(driver); };
 
-        // Not every operation has lines of its own.
+        // Some operations log nothing themselves.
         m_log.answerHookWith([](const std::string&) -> std::string { throw std::runtime_error("hook"); });
         const bool isTraced = throws<std::runtime_error>(call);
         repeat([&] { return throws<std::runtime_error>(call) == isTraced; });

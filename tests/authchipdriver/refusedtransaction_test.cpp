@@ -1,4 +1,4 @@
-// What every operation does when the bus is not to be had. The library's own i2cStartTransaction() waits for ever
+// What every operation does when the bus is not available. The library's own i2cStartTransaction() waits forever
 // instead, so this program puts its own in its place: the shared library calls the I2C layer through its exported
 // functions, and the program's definition comes first.
 

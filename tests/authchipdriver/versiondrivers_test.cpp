@@ -458,7 +458,7 @@ TYPED_TEST(VersionDriverTest, ANegativeLengthIsNotRejectedButHandedToTheTranspor
                             "ERROR Incomplete read: expected=-5, actual=-1", "TRACE Leave label: result=ErrorI2C"));
 }
 
-// The transport's failure, -1, is what was asked for.
+// The transport's failure, -1, was the requested length.
 TYPED_TEST(VersionDriverTest, ALengthOfMinus1EndsInSuccess)
 {
     int length = -1;
@@ -617,7 +617,7 @@ TYPED_TEST(VersionDriverTest, ACertificateLengthReturnsTheVeryErrorOfItsRegister
                                              "TRACE Leave label: result=2", "unlock"));
 }
 
-/// A driver of a host whose register helpers report success and store nothing but what was told.
+/// A driver of a host whose register helpers report success and store only what the test has set.
 template<typename Driver>
 class ForgetfulDriver : public Driver
 {
@@ -640,7 +640,7 @@ private:
     }
 };
 
-/// What comes of a signature: the result, the length, and the last line of the log but the exit line.
+/// The outcome of a signature: the result, the length, and the last log line before the exit line.
 std::string outcomeOfSignature(const Journal& journal, AuthChipDriver& driver)
 {
     const Bytes challenge = counting(32);

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Looks the shared object over as a distribution would: what it needs, how it is protected, how large it is.
+# Checks the shared object as a distribution would: its needs, its protections, its size.
 # Usage: tests/binaryinterface/elf.sh READELF STRIP LIBRARY [sized]
-#   sized  its size when stripped, too; not looked at by default, since a build for debugging may be larger
+#   sized  its size when stripped, too; skipped by default, since a build for debugging may be larger
 set -euo pipefail
 case ${1:-} in --help) sed -n '2,4s/^# \?//p' "$0"; exit 0 ;; esac
 [ $# -ge 3 ] || { echo "usage: tests/binaryinterface/elf.sh READELF STRIP LIBRARY [sized]" >&2; exit 2; }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Compares what the library exports with the list of what it promises: not one symbol more, not one less.
+# Compares the exported symbols with the promised ones: exactly the same.
 # Usage: tests/binaryinterface/exports.sh NM LIBRARY EXPORT_LIST
 set -euo pipefail
 case ${1:-} in --help) sed -n '2,3s/^# \?//p' "$0"; exit 0 ;; esac

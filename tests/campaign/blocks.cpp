@@ -9,7 +9,7 @@ namespace campaign {
 
 long blocksLeftBy(const Script& script)
 {
-    perform(script); // what is made once stays
+    perform(script); // allocates what is allocated only once
     const long before = allocations::living().blocks;
     perform(script);
     return allocations::living().blocks - before;

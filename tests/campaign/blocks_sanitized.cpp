@@ -2,7 +2,7 @@
 
 namespace campaign {
 
-/// Nothing is counted: the sanitizer tells of what is lost.
+/// Counts nothing: the sanitizer reports leaks.
 long blocksLeftBy(const Script& /*script*/)
 {
     return 0;

@@ -69,7 +69,7 @@ std::string disagreement(const Behaviour& library, const Behaviour& oracle)
     return text;
 }
 
-/// Plays one script on both sides. Returns what was to come of it.
+/// Plays one script to both sides. Returns the expected behaviour.
 Behaviour play(std::uint32_t seed, std::uint32_t number)
 {
     const Script script = makeScript(seed, number);

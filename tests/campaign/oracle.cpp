@@ -43,7 +43,7 @@ std::string hexOf(int number)
     return text.str();
 }
 
-/// Steps of a signature. What a step has found out, or what is wrong, is the number at the end of its line.
+/// Steps of a signature. The number at the end of a step's line is its result or error.
 enum class Step
 {
     RequirePlace,
@@ -231,7 +231,7 @@ int Oracle::writeRegister(U8 reg, int count, const Bytes& data)
     Bytes message(data.size() + 1);
     message[0] = reg;
     std::copy(data.begin(), data.end(), message.begin() + 1);
-    // The system's count has no sign: beyond the most negative number it goes on with the largest.
+    // The system's count is unsigned: the most negative number wraps to the largest.
     return send(message, static_cast<int>(static_cast<unsigned>(count) + 1U)) - 1;
 }
 
@@ -587,7 +587,7 @@ int Oracle::moveBytes()
     }
 }
 
-/// What a host asks a driver for.
+/// An operation of a host.
 int Oracle::askDriver()
 {
     switch (m_script.operation) {
@@ -638,7 +638,7 @@ Behaviour Oracle::predict()
         m_behaviour.result = "exception";
     } catch (const Stopped& stopped) {
         m_behaviour.result = "stopped: " + stopped.assertion;
-        m_behaviour.outputs = "?"; // nobody is left to look at them
+        m_behaviour.outputs = "?"; // no process is left to check them
     }
     const bool isSignature = m_script.operation == Function::NewSignature;
     if (m_behaviour.result.rfind("stopped", 0) == 0 || (isSignature && m_behaviour.result != "0"))

@@ -68,7 +68,7 @@ struct Script
     int recordThrowsAt = 0; // the how-manieth record that reaches the appender
 };
 
-/// What is written or signed: as many bytes as the script says, and none for a negative length.
+/// The bytes that are written or signed: as many as the script says, none for a negative length.
 Bytes dataOf(const Script& script);
 
 const char* nameOf(Function operation);

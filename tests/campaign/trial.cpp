@@ -193,7 +193,7 @@ int Trial::moveBytes()
     }
 }
 
-/// What a host asks a driver for.
+/// An operation of a host.
 int Trial::askDriver()
 {
     AuthChipDriver& driver = *m_driver;
@@ -265,7 +265,7 @@ Behaviour Trial::run()
     return std::move(m_behaviour);
 }
 
-// What a stopped process tells its parent, on standard error and behind the assertion.
+// The report of a stopped process to its parent, on standard error after the assertion.
 const Trial* g_stopping = nullptr;
 
 void tellEvents(int /*signal*/)

@@ -8,7 +8,7 @@ namespace campaign {
 /// What the library makes of a script on the fake bus, in this process.
 Behaviour perform(const Script& script);
 
-/// The same in a process of its own, which an assertion is expected to stop.
+/// The same in a child process that an assertion is expected to stop.
 Behaviour performToTheEnd(const Script& script);
 
 } // namespace campaign

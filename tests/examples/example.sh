@@ -15,7 +15,7 @@ expect_no_words_on_the_node() { # HOST ARGUMENT...    NODE stands for the file
 build_example() { # NAME BUILD_FOLDER COMPILER COMPILER_FLAGS
     scratch=$(mktemp -d)
     trap 'rm -r "$scratch"' EXIT
-    # A copy: nothing of ours is beside it by chance.
+    # A copy, so that nothing of this tree is near it.
     cp -r "$(dirname "${BASH_SOURCE[0]}")/../../examples/$1" "$scratch/source"
     for component in runtime development; do
         quietly "$(dirname "${BASH_SOURCE[0]}")/../support/install" "$2" --prefix "$scratch/prefix" --component "$component"

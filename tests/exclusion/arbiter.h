@@ -25,7 +25,7 @@ struct Turn
     friend bool operator!=(const Turn& left, const Turn& right) { return !(left == right); }
 };
 
-/// How long it took, so many times. Any process may add.
+/// A histogram of durations. Any process may add one.
 class Waits
 {
 public:
@@ -64,7 +64,7 @@ public:
     /// The process will be killed now; it may leave an operation unfinished, and must not go on with it.
     void condemn(int process);
 
-    /// The test is over when so many operations have ended.
+    /// The number of operations after which the test ends.
     void setGoal(std::int64_t operations) { m_goal = operations; }
     /// True if the goal is reached, or the test was stopped.
     bool isOver() const { return m_hasStopped || m_operations >= m_goal; }

@@ -1,6 +1,6 @@
-// Processes that share a chip: nobody gets in between the transfers of another's operation. The environment variable
-// AUTHCHIP_TEST_OPERATIONS says how many operations a case is made of, and AUTHCHIP_TEST_SEED what they are ("random"
-// draws one); both are printed.
+// Processes that share a chip: no process gets in between the transfers of another's operation. The environment
+// variable AUTHCHIP_TEST_OPERATIONS says how many operations a case is made of, and AUTHCHIP_TEST_SEED what they are
+// ("random" draws one); both are printed.
 
 #include <algorithm>
 #include <chrono>
@@ -88,7 +88,7 @@ TEST_P(ExclusionTest, TheOthersGoOnWhenAProcessIsKilled)
     m_workers.startAll();
 
     int kills = 0;
-    std::int64_t nextKill = 0; // not before so many operations: where processes start slowly, they get to work as well
+    std::int64_t nextKill = 0; // not before this many operations, so that slowly starting processes also get to work
     while (!arbiter().hasStopped() && (kills < wantedKills || arbiter().operations() < m_operations)) {
         std::this_thread::sleep_for(std::chrono::microseconds(1000 + random() % 4000)); // the pace, and nothing more
         if (arbiter().operations() < nextKill || !m_workers.replaceOne(random))

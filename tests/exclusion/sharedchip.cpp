@@ -128,7 +128,7 @@ ssize_t SharedChipNode::read(int /*descriptor*/, void* data, std::size_t count)
 {
     g_user->transferBegins();
     const std::size_t delivered = m_chip.read(static_cast<U8*>(data), count);
-    sched_yield(); // a transfer takes its time, and whoever is not kept out of it comes in
+    sched_yield(); // like a slow transfer, so that a process that is not locked out gets in
     g_user->transferEnds();
     return static_cast<ssize_t>(delivered);
 }

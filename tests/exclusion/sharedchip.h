@@ -24,7 +24,7 @@ public:
     std::size_t read(U8* data, std::size_t count) const;
     void write(const U8* message, std::size_t count);
 
-    /// The answer to a challenge of which that byte stands at that place.
+    /// The answer to a challenge with this byte at this position.
     static U8 answerTo(U8 challengeByte) { return static_cast<U8>(challengeByte ^ 0xa5U); }
 
     Arbiter arbiter;
@@ -59,13 +59,13 @@ private:
     SharedChip* m_chip; // owned, in the mapped memory
 };
 
-/// One thread of a process that uses the chip: tells the arbiter whose transfers arrive.
+/// One thread of a process that uses the chip. Tells the arbiter which thread's transfers arrive.
 class ChipUser
 {
 public:
     ChipUser(SharedChip& chip, int process, int thread);
 
-    /// The operation that this thread calls next, and the transfers it is made of.
+    /// The next operation of this thread, and its transfers.
     void begins(int kind, int transfers);
     void ends(bool answerIsRight);
 

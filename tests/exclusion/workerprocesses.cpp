@@ -33,7 +33,7 @@ void WorkerProcesses::start(int place, const char* lock, const std::string& temp
         throw std::system_error(errno, std::generic_category(), "fork");
     if (member.id != 0)
         return;
-    prctl(PR_SET_PDEATHSIG, SIGKILL); // nobody works on when the test is gone
+    prctl(PR_SET_PDEATHSIG, SIGKILL); // ends with the test
     if (!temporaryFolder.empty())
         setenv("TMPDIR", temporaryFolder.c_str(), 1);
     execl(EXCLUSION_WORKER, EXCLUSION_WORKER, descriptor.c_str(), process.c_str(), seed.c_str(), lock, nullptr);

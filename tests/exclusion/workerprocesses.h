@@ -9,15 +9,15 @@
 
 #include "tests/exclusion/sharedchip.h"
 
-/// The processes that share a chip. Each is a program of its own that loads the library.
+/// The processes that share a chip. Each runs its own program, which loads the library.
 class WorkerProcesses
 {
 public:
     static constexpr int kSize = 8;
 
-    /// What each does follows from @p seed; who comes first does not.
+    /// @p seed determines what each does, but not which comes first.
     WorkerProcesses(const SharedChipMemory& memory, unsigned seed);
-    /// Kills whoever still works.
+    /// Kills those that still run.
     ~WorkerProcesses();
     WorkerProcesses(const WorkerProcesses&) = delete;
     WorkerProcesses& operator=(const WorkerProcesses&) = delete;

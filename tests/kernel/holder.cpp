@@ -1,4 +1,4 @@
-// Holds the bus until somebody kills it.
+// Holds the bus until it is killed.
 // Usage: holder DEVICE ADDRESS      writes "held" when it has it
 
 #include <iostream>
@@ -15,7 +15,7 @@ int main(int argc, char** argv)
     if (argc != 3 || i2cInit(argv[1], std::stoi(argv[2], nullptr, 0)) != 0)
         return 2;
     i2cStartTransaction();
-    std::cout << "held" << std::endl; // whoever reads it waits for it
+    std::cout << "held" << std::endl; // at once: scripts wait for this line
     for (;;)
         pause();
 }

@@ -26,7 +26,7 @@ using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
 Clock::duration g_elsewhere{}; // in the node's calls, and asleep
-int g_depth = 0;               // a preloaded library makes calls of its own inside of ours
+int g_depth = 0;               // a preloaded library makes calls inside ours
 
 template<typename Call>
 auto timed(Call call)

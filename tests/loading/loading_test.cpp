@@ -14,7 +14,7 @@ using namespace testsupport;
 
 namespace {
 
-/// A process that has loaded the library; the journal has what it did meanwhile.
+/// A process that has loaded the library; the journal shows what happened meanwhile.
 class LoadingTest : public ::testing::Test
 {
 protected:

@@ -1,4 +1,4 @@
-// Loads the library named by the argument, lazily, and says whether the system did it.
+// Loads the library named by the argument, lazily, and reports whether that succeeded.
 
 #include <dlfcn.h>
 #include <iostream>

@@ -23,7 +23,7 @@ namespace {
 
 constexpr char kName[] = "Wexfordmallow";
 
-// Without constructors of their own: the library is loaded before this program's objects are made.
+// Without constructors, because the library is loaded before this program's objects are constructed.
 int g_consoleLookups = 0;
 int g_driverLookups = 0;
 

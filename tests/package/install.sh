@@ -102,6 +102,6 @@ foreign() {
 
 run=native
 [ "$architecture" = "$(dpkg --print-architecture)" ] || run=foreign
-# In a shell of its own, or a failing line would not end it.
+# In its own shell, or a failing line would not end it.
 (set -e; $run) >"$scratch/log" 2>&1 &
 wait $! || { cat "$scratch/log" >&2; exit 1; }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Configures this project without tests and without tools: it asks for nothing that only those need, and has no test.
+# Configures this project without tests and tools: it needs nothing that only those need, and has no test.
 # Usage: tests/package/libraryalone.sh
 set -euo pipefail
 case ${1:-} in --help) sed -n '2,3s/^# \?//p' "$0"; exit 0 ;; esac

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Lets no error that lintian knows through, and no missing hardening, which it counts among its warnings and hints. Of
-# packages with debug symbols it wants what Debian's own have not.
+# packages with debug symbols it reports what Debian's own packages also lack.
 # Usage: tests/package/lintian.sh PACKAGE...
 set -euo pipefail
 case ${1:-} in --help) sed -n '2,4s/^# \?//p' "$0"; exit 0 ;; esac

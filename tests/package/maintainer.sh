@@ -50,13 +50,13 @@ expect postrm upgrade 'unit options' ''
 expect postrm remove options 'systemctl --system daemon-reload'
 expect postrm purge '' 'systemctl --system daemon-reload'
 
-# A lock that is in use stays, and the package goes all the same.
+# A lock in use stays; the package is still removed.
 export STATUS=6
 expect prerm remove 'unit options' "$stops"
 grep -q 'the lock between processes stays' "$scratch/errors" || failed "prerm does not say that the lock stays"
 unset STATUS
 
-# Without systemd nobody is told.
+# Without systemd nothing is notified.
 rm -r /run/systemd
 expect prerm remove 'unit options' 'authchip lock remove'
 expect postrm purge '' ''

@@ -12,7 +12,7 @@ described=$(awk '/^\.TP/ { getline; print }' "$2" | sed 's/\\-/-/g; s/\\f[A-Z]//
     LC_ALL=C sort -u)
 diff <(echo "$listed") <(echo "$described") || { echo "$2 does not describe what --help lists (<)" >&2; exit 1; }
 
-# As bash asks for them: the cursor behind "--".
+# As bash calls it: with the cursor after "--".
 COMP_WORDS=("$1" --) COMP_CWORD=1
 source "$3"
 function=$(complete -p "$(basename "$1")" | sed 's/.*-F \([^ ]*\).*/\1/')

@@ -15,7 +15,7 @@ quietly() { "$@" >"$scratch/log" 2>&1 || { cat "$scratch/log" >&2; exit 1; }; }
 for component in runtime development; do
     quietly "$(dirname "$0")/../support/install" "$build" --prefix "$scratch/prefix" --component "$component"
 done
-# Moved, since an installed copy may stand anywhere.
+# Moved, because an installed copy may be in any folder.
 mv "$scratch/prefix" "$scratch/moved"
 cp -r "$(dirname "$0")/outside" "$scratch/source"
 

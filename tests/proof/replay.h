@@ -10,7 +10,7 @@
 #include "tests/proof/tracedprocess.h"
 #include "tests/support/temporarydirectory.h"
 
-/// A file that scripts/prove-lock has written: who makes which call after whom, and what comes of it.
+/// A file that scripts/prove-lock has written: which process makes which call in which order, with results.
 struct Steps
 {
     explicit Steps(const std::string& file);

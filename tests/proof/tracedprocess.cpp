@@ -23,7 +23,7 @@ using namespace testsupport;
 namespace {
 
 constexpr long kMarker = SYS_getppid;
-constexpr std::uint64_t kEntryMark = 0x656e746572; // the argument that nobody else gives
+constexpr std::uint64_t kEntryMark = 0x656e746572; // an argument that is not used otherwise
 constexpr std::uint64_t kExitMark = 0x6c65617665;
 constexpr int kNotTraceable = 77;
 #ifdef SYS_renameat
@@ -232,7 +232,7 @@ bool TracedProcess::isSemaphoreCall(std::uint64_t number)
     }
 }
 
-/// Which number a new file gets is up to the file system; here it is up to the model.
+/// Normally the file system chooses the number of a new file; here the model does.
 void TracedProcess::answerStat(long number, long result) const
 {
     if (result != 0)

@@ -32,7 +32,7 @@ enum class LockCall
 
 const char* nameOf(LockCall call);
 
-/// What a host does where it comes in and goes out: calls that the system knows and nobody else makes.
+/// A host's marks for entering and leaving: valid system calls that it does not make otherwise.
 void markEntry();
 void markExit();
 
@@ -48,7 +48,7 @@ public:
     /// After each stat() of a file: may give it another inode number, which is what the process then sees.
     using InodeOfFile = std::function<std::uint64_t(std::uint64_t)>;
 
-    /// @p body runs in a process of its own, until it returns or executes a program.
+    /// @p body runs in a child process, until it returns or executes a program.
     TracedProcess(const std::function<void()>& body, const std::string& keyFile, InodeOfFile inodeOf);
     ~TracedProcess();
     TracedProcess(const TracedProcess&) = delete;

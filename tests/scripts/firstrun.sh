@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs the demo as somebody does who has just got the source, with stand-ins for what would install and build: missing
+# Runs the demo as with a fresh copy of the source. Fake programs replace what would install and build: missing
 # packages are installed, by root or with sudo, then exactly what the demo shows is built, and it is shown.
 # Usage: tests/scripts/firstrun.sh BUILD_FOLDER
 set -euo pipefail
@@ -23,14 +23,14 @@ stand_in() { # PROGRAM LINE_OF_SHELL
 for program in cmake apt-get sudo; do
     stand_in "$program" 'echo "${0##*/} $*" >>"$calls"'
 done
-# As the real one: asked only, it ends with a failure.
+# Like the real one: a simulated installation ends with a failure.
 stand_in apt-get 'echo "${0##*/} $*" >>"$calls"
 case "$*" in *--assume-no*) echo "Need to get 169 MB of archives."; exit 1 ;; esac'
 stand_in id 'echo "$user"'
 stand_in dpkg-query 'for last; do :; done; case " $absent " in *" $last "*) exit 1 ;; *) echo installed ;; esac'
 PATH=$scratch/bin:$PATH
 
-# Runs a command of the checkout and compares what it has called.
+# Runs a command of the checkout and compares its calls.
 expect_calls() { # EXPECTED COMMAND...
     local expected=$1
     shift

@@ -19,7 +19,7 @@ constexpr std::size_t kNoSize = std::numeric_limits<std::size_t>::max();
 thread_local std::size_t t_refusedSize = kNoSize;
 
 constexpr int kNone = 0;
-thread_local int t_refusedNumber = kNone; // counts down to the allocation that is refused
+thread_local int t_refusedNumber = kNone; // counts down to the refused allocation
 thread_local bool t_refusesOnwards = false;
 thread_local bool t_refused = false;
 
@@ -54,7 +54,7 @@ bool isRefused(std::size_t size)
     return size == t_refusedSize;
 }
 
-/// Makes a block, unless it is refused.
+/// Allocates a block, unless it is refused.
 template<typename Allocate>
 void* allocate(std::size_t size, Allocate makeBlock)
 {
@@ -69,7 +69,7 @@ void* allocate(std::size_t size, Allocate makeBlock)
 
 } // namespace
 
-// The C library's own definitions, under the names that it keeps for replacements like these.
+// The C library's definitions, under the names that it provides for such replacements.
 // NOLINTBEGIN(*-reserved-identifier)
 extern "C" {
 
@@ -131,7 +131,7 @@ __attribute__((visibility("default"))) void free(void* block)
 } // extern "C"
 // NOLINTEND(*-reserved-identifier)
 
-// As the C++ library's own: valgrind would put others in their place, which do not come through here.
+// The same as in the C++ library; valgrind would replace those, and its versions do not call these.
 void* operator new(std::size_t size)
 {
     void* const block = malloc(size != 0 ? size : 1);

@@ -9,9 +9,9 @@
 #include "tests/support/journal.h"
 
 /**
- * The allocations of this thread. A program that links allocations.cpp defines malloc and its kin itself, so that the
- * shared library under test and the libraries below it are counted, too. Not for sanitizer builds, which bring an
- * allocator of their own.
+ * The allocations of this thread. A program that links allocations.cpp defines malloc and related functions itself, so
+ * that allocations of the library under test and of the libraries below it are counted. Not for sanitizer builds, which
+ * have their own allocator.
  */
 namespace testsupport::allocations {
 
@@ -27,7 +27,7 @@ public:
     int count() const;
 };
 
-/// While it lives, malloc has no block of exactly this size for this thread: the result is null.
+/// During its lifetime, malloc returns null to this thread for blocks of exactly this size.
 class Refusal
 {
 public:
@@ -37,14 +37,14 @@ public:
     Refusal& operator=(const Refusal&) = delete;
 };
 
-/// While it lives, this thread's allocation of that number fails, whoever makes it; the first is 1.
+/// During its lifetime, this thread's allocation with this number fails; the first is 1.
 class Shortage
 {
 public:
     enum class Extent
     {
-        One,         ///< the allocations after it succeed again
-        AllFromThere ///< none succeeds any more
+        One,         ///< later allocations succeed
+        AllFromThere ///< all later ones fail, too
     };
 
     Shortage(int number, Extent extent);
@@ -56,8 +56,7 @@ public:
     bool wasFelt() const;
 };
 
-/// While it lives, writes down what becomes of this thread's blocks from malloc of exactly one size: "malloc 97",
-/// "free 97".
+/// During its lifetime, writes this thread's blocks of exactly one size into the journal: "malloc 97", "free 97".
 class Watch
 {
 public:
@@ -78,7 +77,7 @@ private:
     std::set<void*> m_blocks;
 };
 
-/// The blocks of the whole process that were allocated and not freed.
+/// The number of blocks of the whole process that are not freed.
 struct Living
 {
     long blocks;
@@ -92,8 +91,7 @@ std::ostream& operator<<(std::ostream& stream, const Living& living);
 
 Living living();
 
-/// To the end of the scope nothing that this thread allocates or frees is counted or refused: what a fake does for
-/// itself.
+/// Until the end of the scope, this thread's allocations are neither counted nor refused. For a fake's own allocations.
 class Pause
 {
 public:

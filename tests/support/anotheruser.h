@@ -9,11 +9,11 @@ namespace testsupport {
 constexpr uid_t kNobody = 65534;
 constexpr gid_t kNogroup = 65534;
 
-/// Makes this process one of another user, for good. Only root can, and not in every container.
+/// Turns this process into one of another user, permanently. Only root can do this, and not in every container.
 bool becomeNobody();
-/// Whether a process of ours could.
+/// Whether this would succeed.
 bool canBecomeNobody();
-/// Whether this process has the right (CAP_...). In a container, root does without some.
+/// Whether this process has the right (CAP_...). In a container, root lacks some.
 bool hasRight(int capability);
 
 } // namespace testsupport

@@ -7,7 +7,7 @@
 
 namespace testsupport {
 
-/// Matches the last words of a process that an assertion stops, with the whole of its text:
+/// Matches the message of a process that an assertion stops, with the full text of the assertion:
 /// EXPECT_DEATH(i2cClose(), assertionFailed("g_file != -1")).
 inline auto assertionFailed(const std::string& text)
 {

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t kRoom = 4096; // for the longest answer
 
-/// With SEM_UNDO, as the library's lock does it: the kernel has the same to do.
+/// With SEM_UNDO, like the library's lock, so that the kernel does the same work.
 void change(int semaphores, short delta)
 {
     sembuf operation = {0, delta, SEM_UNDO};

@@ -8,8 +8,8 @@
 
 namespace testsupport {
 
-/// The floor under an operation of the library: the same system calls in the same order with the same bytes (lock,
-/// transfers, unlock) from a loop that does nothing else.
+/// The floor for the cost of an operation: a loop that only makes the same system calls with the same bytes (lock,
+/// transfers, unlock).
 class BareExchange
 {
 public:
@@ -21,10 +21,10 @@ public:
 
     const std::vector<RecordedMessage>& messages() const { return m_messages; }
 
-    /// Makes the exchange on @p descriptor, an open node with the address selected. Threads: any.
+    /// Runs the exchange on @p descriptor, an open node with a selected address. Threads: any.
     void run(int descriptor) const;
-    /// The same with the buffers that the library's interface asks for: a new one for each message that carries data,
-    /// and one for the answer, which is the last message.
+    /// The same with the buffers that the library's interface needs: a new one for each message with data, and one for
+    /// the answer, which is the last message.
     void runWithBuffers(int descriptor) const;
 
 private:

@@ -16,7 +16,7 @@
 
 namespace testsupport {
 
-/// Words of one byte between two processes.
+/// Messages of one byte between two processes.
 class Channel
 {
 public:
@@ -35,13 +35,13 @@ public:
         EXPECT_EQ(1, read(m_reading.get(), &word, 1));
         return word;
     }
-    /// Lets what this process writes to standard output and error go in here.
+    /// Redirects this process's standard output and error to this channel.
     void takeOutputs() const
     {
         EXPECT_NE(-1, dup2(m_writing.get(), STDOUT_FILENO));
         EXPECT_NE(-1, dup2(m_writing.get(), STDERR_FILENO));
     }
-    /// True if hear() would not have to wait.
+    /// True if hear() would not wait.
     bool hasWord() const
     {
         pollfd reading = {m_reading.get(), POLLIN, 0};
@@ -53,7 +53,7 @@ private:
     VorelKestrel::ScopedDescriptor m_writing;
 };
 
-/// Another process that runs @p body and ends, without the clean-up that a process does at its end.
+/// A child process that runs @p body and exits without the usual clean-up.
 class ChildProcess
 {
 public:
@@ -71,7 +71,7 @@ public:
     void waitUntilItSleeps() const { waitUntilProcessSleeps(m_id); }
     bool isAsleep() const { return isProcessAsleep(m_id); }
 
-    /// Does not wait for it. Once it has ended, there is nothing to join.
+    /// Checks without waiting whether it has ended; then there is nothing to join.
     bool hasEnded()
     {
         int status = -1;

@@ -10,9 +10,9 @@
 namespace testsupport {
 
 /**
- * Takes what is written to std::cout, for as long as it lives, and writes it into the journal line by line. The line
- * number of a log statement stands there as "#": "VorelKestrelDbgTrace(authchipdriver/i2c_linuxdev.cpp:#) i2cClose()";
- * lines() has the lines as they were written. Starts and ends with the console level of a new process, 3.
+ * During its lifetime, writes everything from std::cout into the journal, line by line. The journal shows the line
+ * number of a log statement as "#": "VorelKestrelDbgTrace(authchipdriver/i2c_linuxdev.cpp:#) i2cClose()"; lines()
+ * returns the unchanged lines. Starts and ends with the console level of a new process, 3.
  */
 class ConsoleLog : private std::streambuf
 {
@@ -34,7 +34,7 @@ private:
     std::vector<std::string> m_lines;
 };
 
-/// A console line of one source file as the journal has it, for example
+/// A console line of one source file in the form of the journal, for example
 /// consoleLine("DbgError", "i2c_linuxdev", "Unable to open /dev/i2c-7").
 std::string consoleLine(const std::string& kind, const std::string& source, const std::string& message);
 

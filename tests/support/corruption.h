@@ -6,8 +6,8 @@
 
 namespace testsupport {
 
-/// The pointer-sized slots of an object. Writing one does what a stray write of the host does: nothing but that can
-/// make the states which the library's assertions look for.
+/// The pointer-sized slots of an object. Writing one is like a stray write of the host, the only way to reach the
+/// states that the library's assertions check.
 template<typename Object>
 void overwriteSlot(Object& object, std::size_t slot, void* value)
 {

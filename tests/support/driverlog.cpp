@@ -8,7 +8,7 @@ namespace testsupport {
 
 namespace {
 
-DriverLog* g_current = nullptr; // the one that answers the hook
+DriverLog* g_current = nullptr; // answers the hook
 
 std::string nameOf(log4cplus::LogLevel level)
 {
@@ -88,7 +88,7 @@ void DriverLog::take(const log4cplus::spi::InternalLoggingEvent& event)
 
 } // namespace testsupport
 
-// The hook that the library asks of its host.
+// The hook that the library needs from its host.
 std::string dbglog_scopedFunction(const std::string& prettyFunction, const std::string& component)
 {
     using testsupport::g_current;

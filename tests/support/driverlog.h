@@ -13,8 +13,8 @@
 namespace testsupport {
 
 /**
- * The host's side of the drivers' log: takes the records of the log4cplus logger "Wexfordmallow", for as long as it
- * lives, and writes them into the journal as "TRACE Enter label: ", and answers the hook.
+ * The host's side of the drivers' log. During its lifetime, writes the records of the log4cplus logger "Wexfordmallow"
+ * into the journal as "TRACE Enter label: ", and answers the hook.
  */
 class DriverLog
 {
@@ -40,14 +40,14 @@ public:
     DriverLog& operator=(const DriverLog&) = delete;
 
     void setLevel(log4cplus::LogLevel level);
-    /// From now on records and hook calls are answered and then forgotten: nothing grows.
+    /// From now on answers records and hook calls without storing them, so that no memory grows.
     void keepNothing() { m_keepsRecords = false; }
-    /// What is done with every record before it is recorded, for example throw.
+    /// Runs @p action before each record is stored; it may throw.
     void beforeEachRecord(std::function<void(const std::string& message)> action);
-    /// What the hook answers; "label" where nothing else was set.
+    /// Sets the answer of the hook; "label" by default.
     void answerHookWith(std::function<std::string(const std::string& prettyFunction)> answer);
 
-    /// The hook overwrites the strings that it is given, once it has noted them.
+    /// The hook then overwrites its arguments after it has stored them.
     void spoilHookArguments() { m_spoilsHookArguments = true; }
 
     const std::vector<Record>& records() const { return m_records; }

@@ -15,7 +15,7 @@ namespace testsupport {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// A process with the fake bus and its console in the journal; no device is open yet.
+/// The fake bus, with the console lines in its journal; no device is open yet.
 class BusTest : public ::testing::Test
 {
 protected:
@@ -24,7 +24,7 @@ protected:
     ConsoleLog m_console{m_journal};
 };
 
-/// The device is open and the journal begins after that; the drivers' log is recorded from DEBUG on.
+/// The same with an open device; the journal begins after the opening, and has the drivers' log from DEBUG up.
 class OpenBusTest : public BusTest
 {
 protected:

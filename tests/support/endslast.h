@@ -3,9 +3,8 @@
 
 namespace testsupport {
 
-/// Calls @p action at the very end of the process, when the static objects of the library under test have been
-/// destroyed. It is called by the finaliser of a shared library that ends later; whoever relies on that lets @p action
-/// look whether it is so.
+/// Calls @p action at the very end of the process, after the static objects of the library under test are destroyed:
+/// from the finaliser of a shared library that ends later. @p action must check that order if it matters.
 __attribute__((visibility("default"))) void atTheVeryEnd(void (*action)());
 
 } // namespace testsupport

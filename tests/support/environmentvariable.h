@@ -7,7 +7,7 @@
 
 namespace testsupport {
 
-/// Another value of a variable, for as long as it lives; then it is as it was. In between, a test may set it at will.
+/// Sets an environment variable and restores it at the end of the scope. Meanwhile the test may change it.
 class EnvironmentVariable
 {
 public:

@@ -50,7 +50,7 @@ constexpr Access writes(U8 reg)
 
 using Accesses = std::map<std::string, std::vector<Access>>;
 
-/// What each operation accesses; of the certificate the first and the last page.
+/// The registers that each operation accesses; for the certificate only the first and the last page.
 Accesses accesses(bool protocol30)
 {
     Accesses accesses = {
@@ -118,7 +118,7 @@ int rawReadOfANegativeLength(AuthChipDriver& driver)
     return driver.rawRead(0x31, &byte, -5) - (-5);
 }
 
-/// What is wrong with the chip's answers, or with the caller's arguments, while every transfer succeeds.
+/// Wrong answers of the chip, or wrong arguments of the caller, while every transfer succeeds.
 std::vector<FailingCall> refusedContents(bool protocol30)
 {
     const auto holds = [](U8 reg, const Bytes& content) -> Arrange {

@@ -12,17 +12,17 @@
 
 namespace testsupport {
 
-/// One way in which an operation of a driver fails, on a chip that does all the rest.
+/// One way in which an operation of a driver fails on an otherwise healthy chip.
 struct FailingCall
 {
     std::string name;                                       ///< "newSignatureWithRegister10Refused"
-    int (*call)(VorelKestrel::ACD::AuthChipDriver& driver); ///< not 0: it fails
+    int (*call)(VorelKestrel::ACD::AuthChipDriver& driver); ///< not 0: failed
     std::function<void(FakeBus&)> arrange;
 };
 
 std::ostream& operator<<(std::ostream& stream, const FailingCall& failure);
 
-/// Every failure of every operation that a chip of protocol 2.0B, or its caller, can bring about.
+/// Every failure of every operation that a chip of protocol 2.0B or the caller can cause.
 const std::vector<FailingCall>& failures20B();
 
 /// The same for protocol 3.0.

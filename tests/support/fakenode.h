@@ -7,7 +7,7 @@
 
 namespace testsupport {
 
-/// An i2c-dev node that opens, accepts every address and closes. What its chip answers is for the fakes derived from
+/// An i2c-dev node that opens, accepts every address and closes. The chip's answers come from the fakes derived from
 /// it.
 class FakeNode : public SystemCallHandler
 {
@@ -23,7 +23,7 @@ public:
     int close(int /*descriptor*/) override { return 0; }
 
 protected:
-    static constexpr int kDescriptor = 1 << 20; // far above what a process really opens
+    static constexpr int kDescriptor = 1 << 20; // above the descriptors of a process
 };
 
 } // namespace testsupport

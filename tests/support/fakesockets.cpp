@@ -46,7 +46,7 @@ std::string transferText(std::size_t count, int flags)
     return std::to_string(count) + (flags == 0 ? "" : " flags " + std::to_string(flags));
 }
 
-/// Answers one call as the test wants it, or makes the system answer it.
+/// Answers one call as the test has set, or calls the system.
 template<typename Result, typename Function, typename... Arguments>
 Result answer(const char* call, const std::string& details, Arguments... arguments)
 {

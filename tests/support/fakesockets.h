@@ -9,12 +9,12 @@
 namespace testsupport {
 
 /**
- * Writes down the socket calls of the process, for as long as it lives, and answers those that a test chooses. All
- * others go on to the system. The conversation reads
+ * During its lifetime, records the socket calls of the process, and answers those that a test chooses. All others go to
+ * the system. Example of a conversation:
  *
  *     socket tcp | connect 127.0.0.1:80 | bind 0.0.0.0:80 | listen 10 | accept | send 4 | recv 4 | setsockopt
  *
- * with what is out of the ordinary behind it: an address length other than 16 bytes, padding or flags other than 0.
+ * Unusual arguments follow: an address length other than 16 bytes, padding or flags other than 0.
  */
 class FakeSockets
 {
@@ -24,19 +24,19 @@ public:
     FakeSockets(const FakeSockets&) = delete;
     FakeSockets& operator=(const FakeSockets&) = delete;
 
-    /// Every call of that name ("bind") returns @p result and does nothing; errno is @p error then.
+    /// Every call with this name ("bind") only returns @p result and sets errno to @p error.
     FakeSockets& answers(const std::string& call, long result, int error = 0);
-    /// Every call of that name fails with @p error.
+    /// Every call with this name fails with @p error.
     FakeSockets& fails(const std::string& call, int error) { return answers(call, -1, error); }
-    /// Calls of that name go on to the system again.
+    /// Calls with this name go to the system again.
     FakeSockets& passesOn(const std::string& call);
 
-    /// From now on each call is also written to standard error, a line each.
+    /// From now on each call is also printed to standard error, one per line.
     void echo() { m_journal.echo(); }
 
     /// The calls so far, separated by "; ".
     std::string conversation() const { return join(m_journal.all(), "; "); }
-    /// The descriptor that the system's last socket() or accept() made; -1 before that.
+    /// The descriptor from the system's last socket() or accept(); -1 before the first.
     int newestDescriptor() const { return m_newestDescriptor; }
 
     struct Answer
@@ -44,10 +44,10 @@ public:
         long result;
         int error;
     };
-    /// Where the last recv() was asked to put what it receives.
+    /// The buffer of the last recv().
     const void* newestBuffer() const { return m_newestBuffer; }
 
-    /// For the faked calls: writes one down and returns the answer to it, or null if it goes on to the system.
+    /// For the faked calls: records one and returns its answer, or null if it goes to the system.
     const Answer* take(const std::string& call, const std::string& details);
     void made(int descriptor) { m_newestDescriptor = descriptor; }
     void receivesInto(const void* buffer) { m_newestBuffer = buffer; }

@@ -10,20 +10,20 @@
 namespace testsupport {
 
 /**
- * The clock on the wall, for as long as it lives: every reading of the time of day, by whichever thread, takes the next
- * of the given ones; the last stays. The clocks that timeouts run on are not touched.
+ * Replaces the time of day during its lifetime: each reading, by any thread, returns the next of the given ones; the
+ * last repeats. The clocks of timeouts do not change.
  */
 class FakeTimeOfDay
 {
 public:
-    using Milliseconds = std::int64_t; // since midnight, UTC, which is the local time then
+    using Milliseconds = std::int64_t; // since midnight UTC, which is then also the local time
 
     explicit FakeTimeOfDay(std::vector<Milliseconds> readings);
     ~FakeTimeOfDay();
     FakeTimeOfDay(const FakeTimeOfDay&) = delete;
     FakeTimeOfDay& operator=(const FakeTimeOfDay&) = delete;
 
-    /// Calls @p action in the thread that reads the time first, before it goes on.
+    /// Calls @p action in the thread of the first reading, before it returns.
     FakeTimeOfDay& atTheFirstReading(std::function<void()> action);
 
     /// For the faked call: the next reading.

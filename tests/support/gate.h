@@ -6,8 +6,7 @@
 
 namespace testsupport {
 
-/// A door between the threads of a test, closed at first. Who passes has seen everything that was done before it
-/// opened.
+/// A gate between the threads of a test, closed at first. A thread that passes sees everything done before it opened.
 class Gate
 {
 public:

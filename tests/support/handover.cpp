@@ -13,7 +13,7 @@ struct Value
 {
     int producer = 0;
     int number = 0;                // counts up per producer, from 1
-    int receptions = 0;            // written by the consumers, on purpose without any protection but the hand-over's
+    int receptions = 0;            // written by the consumers; only the hand-over protects it, on purpose
     static constexpr int kEnd = 0; // the number of the last word to a consumer
 };
 
@@ -71,7 +71,7 @@ HandOver handOver(const std::function<void(void*)>& give, const std::function<vo
     producers.reserve(HandOver::kProducers);
     for (int producer = 0; producer < HandOver::kProducers; ++producer) {
         producers.emplace_back([&give, &mine = values.at(static_cast<std::size_t>(producer)), producer] {
-            mine = numberedValues(producer); // here: what was written before give() is seen after take()
+            mine = numberedValues(producer); // here, because what is written before give() must be seen after take()
             for (Value& value : mine)
                 give(&value);
         });

@@ -6,18 +6,18 @@
 
 namespace testsupport {
 
-/// What became of very many values that producers handed to consumers through something that carries pointers.
+/// The result of passing many values from producers to consumers through something that carries pointers.
 struct HandOver
 {
     static constexpr int kProducers = 8;
     static constexpr int kConsumers = 8;
 
-    /// How many values there are: what AUTHCHIP_TEST_VALUES says, which the soak tests set to a million, or 80,000.
+    /// The number of values: AUTHCHIP_TEST_VALUES, which the soak tests set to a million, or 80,000.
     static int values();
 
     int received = 0;      ///< values that reached a consumer
-    int receivedTwice = 0; ///< of them, the ones that had been received before
-    int outOfOrder = 0;    ///< of them, the ones that a consumer got after a later one of the same producer
+    int receivedTwice = 0; ///< values that were received more than once
+    int outOfOrder = 0;    ///< values that a consumer got after a later one of the same producer
 
     static HandOver everythingOnce()
     {
@@ -39,9 +39,8 @@ struct HandOver
     }
 };
 
-/// Hands HandOver::values() values over, in as many threads as there are producers and consumers: @p give takes a value
-/// in, and
-/// @p take waits for one. Both are called by several threads at once.
+/// Passes HandOver::values() values, with one thread for each producer and consumer. @p give stores a value, @p take
+/// waits for one. Several threads call both at once.
 HandOver handOver(const std::function<void(void*)>& give, const std::function<void*()>& take);
 
 } // namespace testsupport

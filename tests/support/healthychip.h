@@ -10,12 +10,11 @@ namespace testsupport {
 
 constexpr int kCertificateLength = 907; // of the healthy chip
 
-/// What every operation reads from a chip that does all it is asked, for either generation: the content of its
-/// registers.
+/// The registers of a healthy chip of either generation, as all operations read them.
 std::map<VorelKestrel::AL::U8, Bytes> healthyChip(bool protocol30);
-/// Puts that into the bus.
+/// Stores these registers in the bus.
 void arrangeHealthyChip(FakeBus& bus, bool protocol30);
-/// The same for a device that is measured.
+/// Stores these registers in a device for measurements.
 void arrangeHealthyChip(InstantDevice& device, bool protocol30);
 
 } // namespace testsupport

@@ -12,17 +12,17 @@ struct i2c_msg;
 
 namespace testsupport {
 
-/// One message of an exchange, as the device saw it.
+/// One message of an exchange.
 struct RecordedMessage
 {
     bool isWrite;
-    std::vector<VorelKestrel::AL::U8> bytes; ///< what was written, or as many zeroes as were asked for
+    std::vector<VorelKestrel::AL::U8> bytes; ///< the bytes written, or as many zeros as requested
 };
 
 /**
  * An i2c-dev node for measurements: a chip that answers at once. Each transfer enters the kernel once, on /dev/zero,
- * and then gets the bytes of the register that was named last; locks and pauses are the system's own. Unlike FakeBus
- * it writes nothing down, so that what it costs is small and the same for whoever calls.
+ * and then gets the bytes of the last named register. Locks and pauses are those of the system. Unlike FakeBus it
+ * records nothing, so that its cost is small and the same for every caller.
  */
 class InstantDevice : public FakeNode
 {
@@ -34,9 +34,9 @@ public:
     InstantDevice(const InstantDevice&) = delete;
     InstantDevice& operator=(const InstantDevice&) = delete;
 
-    /// What reads of a register deliver, from now on.
+    /// Sets what reads of a register deliver from now on.
     void holds(U8 reg, std::vector<U8> content) { m_content[reg] = std::move(content); }
-    /// All messages go to @p messages as well; to nowhere if it is null.
+    /// Also stores all messages in @p messages; null: stops this.
     void recordTo(std::vector<RecordedMessage>* messages) { m_recording = messages; }
 
     using FakeNode::answersFor;

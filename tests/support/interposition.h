@@ -14,8 +14,8 @@ Function* nextDefinition(const char* symbol)
 
 } // namespace testsupport
 
-/// Gives a function of this program the C library's name as its symbol, under a name of its own in the source, so that
-/// no header of the C library can redirect it. What the shared library calls by that name then arrives there.
+/// Declares a function with the symbol of a C library function but another name in the source, so that no header of the
+/// C library can redirect it. The shared library's calls by that name then arrive here.
 #define SPELLING(symbol) __asm__(symbol) __attribute__((visibility("default")))
 
 #endif

@@ -7,7 +7,7 @@
 
 namespace testsupport {
 
-/// What happened, in its order: system calls of the library and lines of its logs. Threads may write concurrently.
+/// The library's system calls and log lines, in order. Threads may write concurrently.
 class Journal
 {
 public:
@@ -19,7 +19,7 @@ public:
 
     void add(Kind kind, const std::string& text);
     void clear();
-    /// From now on each entry is also written to standard error, a line each: what a process that dies leaves behind.
+    /// From now on each entry is also printed to standard error, one per line, so that it remains if the process dies.
     void echo();
 
     std::vector<std::string> all() const;
@@ -37,10 +37,10 @@ private:
     bool m_echoes = false;
 };
 
-/// The parts with @p separator between them.
+/// Joins the parts with @p separator between them.
 std::string join(const std::vector<std::string>& parts, const std::string& separator);
 
-/// @p part so many times, with "; " between: an expected conversation.
+/// An expected conversation: @p part repeated, with "; " between.
 std::string repeated(int times, const std::string& part);
 
 } // namespace testsupport

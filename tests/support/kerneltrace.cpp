@@ -11,7 +11,7 @@ namespace testsupport {
 
 namespace {
 
-constexpr long kMarker = SYS_getppid; // what the traced child calls for a mark
+constexpr long kMarker = SYS_getppid; // the call that the traced child uses as a mark
 constexpr int kNotTraceable = 77;     // exit statuses of the child
 constexpr int kFailed = 1;
 

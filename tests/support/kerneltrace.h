@@ -8,13 +8,13 @@
 
 namespace testsupport {
 
-/// What is traced: it calls @p mark before and after the part that counts, and returns whether it went well.
+/// The traced action: calls @p mark before and after the part that counts, and returns whether it succeeded.
 using TracedAction = std::function<bool(const std::function<void()>& mark)>;
 
 /**
- * The names of the system calls that a process makes between its two marks, seen from outside: @p action runs in a
- * child. Calls other than those of an exchange are named by their number. Returns nothing where the system does not let
- * a process be traced; throws std::runtime_error if the action did not go well.
+ * The names of the system calls of a process between its two marks. @p action runs in a traced child process. Calls
+ * that are not part of an exchange are named by their number. Returns nothing if the system allows no tracing; throws
+ * std::runtime_error if the action failed.
  */
 std::optional<std::vector<std::string>> tracedSystemCalls(const TracedAction& action);
 

@@ -37,7 +37,7 @@ void makeKeyFileOfItsOwn(const std::string& keyFile)
         errno = 0;
         if (semaphoreOf(keyFile) == -1 && errno == ENOENT)
             return;
-        // Somebody's: under another name the file keeps its number, so that the next one has another.
+        // The key is taken. Renamed, the file keeps its inode number, so the next file gets another one.
         std::rename(keyFile.c_str(), (keyFile + ".taken" + std::to_string(tries)).c_str());
     }
     throw std::runtime_error("every key has a semaphore already");

@@ -5,14 +5,14 @@
 
 namespace testsupport {
 
-/// The file of a folder for temporary files from which Qt makes the key of the lock between processes.
+/// The key file of the lock between processes, in a folder for temporary files.
 std::string keyFileIn(const std::string& folder);
 
-/// The system's number of the semaphore that has the key of that file, or -1.
+/// The number of the semaphore with the key of that file, or -1.
 int semaphoreOf(const std::string& keyFile);
 
-/// Makes the file, so that nobody has a semaphore of its key yet: the key has 16 bits of the file's number, and what
-/// others have left on the machine may have the same.
+/// Creates the file so that no semaphore has its key yet. The key contains only 16 bits of the file's inode number, so
+/// an old semaphore on the machine may have the same key.
 void makeKeyFileOfItsOwn(const std::string& keyFile);
 
 } // namespace testsupport

@@ -13,8 +13,7 @@
 namespace testsupport {
 
 /**
- * What a process leaves behind on standard error that echoes its journal and then dies. Nothing may have happened
- * before that but these entries.
+ * Matches the standard error of a process that prints its journal and then dies. Exactly these entries must come first.
  *
  *     EXPECT_DEATH({ m_journal.echo(); sign(-1); }, assertionFailedAfter({"lock", "write 11 00 80"}, "value > 0"));
  *     EXPECT_EXIT({ m_journal.echo(); sign(nullptr); }, diedOfTheAccess, lastWords({"lock", "write 11 00 80"}));
@@ -26,7 +25,7 @@ MATCHER_P2(LastWords, entries, assertion, "the entries \"" + join(entries, "; ")
     if (text.compare(0, before.size(), before) != 0)
         return false;
     const std::string after = text.substr(before.size());
-    if (assertion.empty()) // what follows is the report of a sanitizer or of the emulator, if anything
+    if (assertion.empty()) // a report of a sanitizer or of the emulator may follow
         return after.empty() || after.front() == '=' || after.find("Sanitizer") != std::string::npos ||
                after.rfind("qemu: uncaught target signal 11 ", 0) == 0 ||
                after.find("runtime error") != std::string::npos;
@@ -43,10 +42,11 @@ inline auto lastWords(const std::vector<std::string>& entries)
     return LastWords(entries, std::string());
 }
 
-/// True for the exit status of a process that touched memory which it does not have.
+/// True for the exit status of a process that accessed invalid memory.
 inline bool diedOfTheAccess(int status)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) // it reports the access and ends the process itself
+#if defined(__SANITIZE_ADDRESS__) ||                                                                                   \
+    defined(__SANITIZE_THREAD__) // the sanitizer reports the access and ends the process
     return !WIFEXITED(status) || WEXITSTATUS(status) != 0;
 #else
     return WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV;

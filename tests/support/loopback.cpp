@@ -31,9 +31,9 @@ U16 UnheardPort::number() const
 
 U16 listenAtAFreePort(TCPServer& server)
 {
-    constexpr int kTries = 100; // other programs take ports too
+    constexpr int kTries = 100; // other programs also take ports
     for (int tries = 0; tries < kTries; ++tries) {
-        const U16 port = UnheardPort().number(); // given back here, for the server to take
+        const U16 port = UnheardPort().number(); // released here for the server
         if (server.listen(port))
             return port;
     }

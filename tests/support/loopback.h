@@ -9,7 +9,8 @@ namespace testsupport {
 
 constexpr char kLoopback[] = "127.0.0.1";
 
-/// A TCP port at which nobody listens, nor can while this lives: it is bound, and refuses who connects.
+/// A TCP port that refuses connections, and that no other program can use during the lifetime of this object: it is
+/// bound, but nothing listens.
 class UnheardPort
 {
 public:
@@ -20,7 +21,7 @@ private:
     VorelKestrel::ScopedDescriptor m_socket;
 };
 
-/// Opens @p server at some free port and returns the port; throws if the machine seems to have none.
+/// Opens @p server at a free port and returns the port; throws if there seems to be none.
 VorelKestrel::AL::U16 listenAtAFreePort(VorelKestrel::AL::TCPServer& server);
 
 } // namespace testsupport

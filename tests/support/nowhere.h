@@ -6,7 +6,7 @@
 
 namespace testsupport {
 
-/// Takes all that is written to std::cout, for as long as it lives, and keeps nothing of it.
+/// Discards everything written to std::cout during its lifetime.
 class Nowhere : private std::streambuf
 {
 public:

@@ -14,7 +14,7 @@ struct WatchedBlock
     const void* address;
     bool wasDeleted;
 };
-WatchedBlock g_watched[2]; // filled from the front; without a destructor, as they outlive every object
+WatchedBlock g_watched[2]; // filled from the front; no destructor, because they outlive every object
 
 void noteDeletion(const void* block)
 {

@@ -12,7 +12,7 @@ namespace {
 
 constexpr char kAsleep = 'S';
 
-/// The state letter of a thread or process follows its name, which stands in parentheses.
+/// The state letter of a thread or process follows its name in parentheses.
 bool isAsleep(const std::string& directory)
 {
     std::ifstream file(directory + "/stat");

@@ -9,10 +9,10 @@
 namespace testsupport {
 
 /**
- * A thread of a test that can be seen to block: a test that needs "the other thread waits inside lock() now" starts
- * one with `lock()` as its body and calls waitUntilItSleeps().
+ * A thread whose blocking can be observed. A test that needs "the other thread now waits inside lock()" starts one with
+ * `lock()` as its body and calls waitUntilItSleeps().
  *
- * Threads: the operations are for the thread that made the object; the destructor joins.
+ * Threads: for use by the thread that created the object; the destructor joins.
  */
 class ObservedThread
 {

@@ -42,7 +42,7 @@ int readCertificate(AuthChipDriver& driver)
 
 int sign(AuthChipDriver& driver)
 {
-    constexpr int kChallengeLength = 32; // what protocol 3.0 wants; 2.0B cuts it
+    constexpr int kChallengeLength = 32; // for protocol 3.0; 2.0B cuts it
     U8* response = nullptr;
     int responseLength = 0;
     const Error error = driver.newSignature(g_buffer, kChallengeLength, &response, &responseLength);
@@ -65,7 +65,7 @@ int rawRead(AuthChipDriver& driver)
 template<typename Value, Error (AuthChipDriver::*read)(int, Value&), int reg>
 int readInTransaction(AuthChipDriver& driver)
 {
-    const BusTransaction transaction; // the helper leaves it to its caller
+    const BusTransaction transaction; // the caller's part
     Value value = 0;
     return (driver.*read)(reg, value);
 }

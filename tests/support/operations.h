@@ -10,7 +10,7 @@
 
 namespace testsupport {
 
-/// One operation of a driver on a chip that answers everything, and what it costs at least.
+/// One operation of a driver on a healthy chip, and its minimum cost.
 struct DriverOperation
 {
     const char* name;
@@ -27,8 +27,8 @@ const std::vector<DriverOperation>& operations20B();
 /// The same for protocol 3.0.
 const std::vector<DriverOperation>& operations30();
 
-/// The operations of the interface that hold no transaction of their own: the six register helpers, each inside a
-/// transaction here as its caller has to see to, and the two limits, which do not touch the bus.
+/// The operations without a transaction of their own: the six register helpers, which run inside a transaction of the
+/// caller here, and the two limits, which do not use the bus.
 const std::vector<DriverOperation>& operationsWithoutTransaction();
 
 } // namespace testsupport

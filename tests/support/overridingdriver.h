@@ -11,8 +11,8 @@
 
 namespace testsupport {
 
-/// A driver of a host that has register helpers of its own: each call is written into the journal ("readWord 11",
-/// "writeByte 10 1") and touches no bus. A register that nothing was said about holds 0.
+/// A driver of a host that overrides the register helpers. Each call goes into the journal ("readWord 11", "writeByte
+/// 10 1") and not to the bus. Registers contain 0 by default.
 template<typename Driver>
 class OverridingDriver : public Driver
 {
@@ -29,7 +29,7 @@ public:
         m_values[reg] = value;
         return *this;
     }
-    /// That call has this result; as it stands in the journal.
+    /// Sets the result of a call, which is named as in the journal.
     OverridingDriver& answers(const std::string& call, Error result)
     {
         m_results[call] = result;

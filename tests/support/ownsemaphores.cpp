@@ -25,7 +25,7 @@ namespace {
 
 using SemgetFunction = int(key_t, int, int);
 
-int g_error = 0; // the system's, while it refuses
+int g_error = 0; // with which the system refuses; 0: none
 
 bool isThere(int semaphore)
 {
@@ -33,7 +33,7 @@ bool isThere(int semaphore)
     return semctl(semaphore, 0, IPC_STAT, &state) == 0;
 }
 
-/// Which semaphore stands for which key: in memory that a process and its children share.
+/// Which semaphore belongs to which key; in memory that a process and its children share.
 class Semaphores
 {
 public:
@@ -46,13 +46,13 @@ public:
         return -1;
     }
 
-    /// In the place of one that has been removed, if there is any.
+    /// Reuses the place of a removed one, if any.
     void add(key_t key, int semaphore)
     {
         auto* const place = std::find_if(m_entries.begin(), m_entries.end(),
                                          [](const Entry& entry) { return !entry.isUsed || !isThere(entry.semaphore); });
         if (place == m_entries.end())
-            std::abort(); // more than a test can mean to have
+            std::abort(); // more than any test needs
         *place = {true, key, semaphore};
     }
 
@@ -74,7 +74,7 @@ private:
     std::array<Entry, 64> m_entries = {};
 };
 
-/// Made at the first use: the library makes its lock before this program's objects are constructed.
+/// Created at the first use, because the library creates its lock before this program's objects are constructed.
 Semaphores& semaphores()
 {
     static auto* const semaphores =
@@ -82,8 +82,7 @@ Semaphores& semaphores()
     return *semaphores;
 }
 
-/// For apart, which removes what a process leaves that does not end in the ordinary way. Past the fake bus, which this
-/// is none of the business of.
+/// For apart, which removes the leftovers of a process that did not end normally. Bypasses the fake bus.
 void writeDown(int semaphore)
 {
     const char* const folder = std::getenv("AUTHCHIP_TEST_APART");
@@ -128,7 +127,7 @@ int ownSemget(key_t key, int count, int flags) SPELLING("semget");
 
 int ownSemget(key_t key, int count, int flags)
 {
-    static std::mutex mutex; // threads make locks too
+    static std::mutex mutex; // threads also create locks
     const std::lock_guard<std::mutex> guard(mutex);
     if (g_error != 0) {
         errno = g_error;

@@ -2,16 +2,16 @@
 #define TESTS_SUPPORT_OWNSEMAPHORES_H
 
 /**
- * A program that links ownsemaphores.cpp has no semaphore that others on the machine could find: what the library asks
- * for by a key is one without a key, known to this process and to the children that it forks. So no test meets a
- * semaphore of anybody's, and none that another test removes.
+ * In a program that links ownsemaphores.cpp, other programs cannot find the semaphores: instead of one with a key, the
+ * library gets one without a key, known only to this process and its forked children. So tests do not meet semaphores
+ * of other programs, and do not remove each other's.
  */
 namespace testsupport::ownsemaphores {
 
-/// How many there are.
+/// The number of these semaphores.
 int count();
 
-/// From now on the system gives none and says @p error; 0: it gives them again.
+/// From now on the system refuses new ones with @p error; 0: it creates them again.
 void refuse(int error);
 
 } // namespace testsupport::ownsemaphores

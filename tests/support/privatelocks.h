@@ -11,11 +11,11 @@
 namespace testsupport {
 
 /**
- * Gives this process, and the ones that it starts, a system-wide lock of their own, unlocked: the key of a semaphore is
- * made from a file in the directory for temporary files. Tests that run at the same time then do not wait for each
- * other. Ends with the semaphore gone, also if processes died that had it.
+ * Gives this process and its children a system-wide lock of their own, unlocked, by means of a key file in another
+ * temporary directory. Tests that run at the same time then do not wait for each other. The destructor removes the
+ * semaphore, also if processes that used it have died.
  *
- * Counts for locks that are constructed while it lives; the library's own transaction lock is older.
+ * Applies to locks constructed during its lifetime; the library's own transaction lock is older.
  */
 class PrivateLocks
 {
@@ -26,12 +26,12 @@ public:
     PrivateLocks& operator=(const PrivateLocks&) = delete;
 
 private:
-    /// The system's number of it.
+    /// The number of its semaphore.
     int semaphore() const;
 
     const TemporaryDirectory m_directory;
     const EnvironmentVariable m_folder;
-    std::unique_ptr<VorelKestrel::AL::GlobalMutex> m_keeper; // makes the semaphore, and keeps it until the end
+    std::unique_ptr<VorelKestrel::AL::GlobalMutex> m_keeper; // creates the semaphore and keeps it
 };
 
 } // namespace testsupport

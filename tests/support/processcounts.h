@@ -3,7 +3,7 @@
 
 namespace testsupport {
 
-/// What this process has. The counting itself is no allocation of the thread's.
+/// The resources of this process. Counting them is not counted as an allocation.
 int descriptorCount();
 int threadCount();
 

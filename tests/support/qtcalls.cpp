@@ -10,7 +10,7 @@ namespace testsupport {
 namespace {
 
 thread_local QtCalls* t_calls = nullptr;
-thread_local int t_depth = 0; // of Qt's functions: only the calls from outside are written down
+thread_local int t_depth = 0; // in Qt's functions: only calls from outside are recorded
 
 constexpr char kMutex[] = "mutex";
 constexpr char kSemaphore[] = "semaphore";
@@ -26,8 +26,8 @@ public:
     InsideQt& operator=(const InsideQt&) = delete;
 };
 
-/// Writes a call down and lets Qt do it. Constructors and destructors are called like any function of the object; on
-/// some machines they return it.
+/// Records a call and lets Qt execute it. Constructors and destructors are called like other member functions; on some
+/// machines they return the object.
 template<typename Result = void*, typename... Arguments>
 Result pass(const char* symbol, const char* kind, const std::string& what, const void* object, Arguments... arguments)
 {

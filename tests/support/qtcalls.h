@@ -10,15 +10,15 @@
 namespace testsupport {
 
 /**
- * Writes down what the thread that makes it asks of Qt's locks and threads, for as long as it lives; Qt does it all the
- * same. Each object has the number in which it was made, so that the journal reads
+ * During its lifetime, records the calls of its thread to Qt's locks and threads; Qt still executes them. Objects are
+ * numbered in the order of creation. Examples:
  *
  *     mutex 1 made | mutex 1 lock | mutex 1 tryLock 0 | mutex 1 unlock | mutex 1 destroyed
  *     semaphore 1 made with 0 | semaphore 1 tryAcquire 1 100 | semaphore 1 release 1 | semaphore 1 destroyed
  *     system semaphore 1 made Wexfordmallow 1 open | system semaphore 1 acquire | system semaphore 1 release 1
  *     thread 1 made | thread 1 start 7 | thread 1 isRunning | thread 1 wait 5000 | thread 1 destroyed
  *
- * with what is out of the ordinary behind it: "recursive", "with a parent". For programs that link qtcalls.cpp.
+ * Unusual arguments follow: "recursive", "with a parent". For programs that link qtcalls.cpp.
  */
 class QtCalls
 {
@@ -28,10 +28,10 @@ public:
     QtCalls(const QtCalls&) = delete;
     QtCalls& operator=(const QtCalls&) = delete;
 
-    /// What happens once, before the next call of that name is done.
+    /// Runs @p action once, before the next call with this name.
     void during(const std::string& call, std::function<void()> action) { m_actions[call] = std::move(action); }
 
-    /// For the calls: one is about to be done.
+    /// For the calls: one is about to run.
     void take(const char* kind, const void* object, const std::string& what);
 
 private:

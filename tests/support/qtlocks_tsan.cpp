@@ -1,7 +1,6 @@
-// Qt's locks are built on the kernel's futex and not instrumented: ThreadSanitizer does not see that they order
-// anything. Programs that link this file define the operations that the shared library under test uses; each goes on
-// to Qt and tells the sanitizer what it did. Accesses that the locks do not order are still reported, as they would not
-// be if the reports were suppressed.
+// Qt's locks use futexes and are not instrumented, so ThreadSanitizer does not see the order that they create. Programs
+// that link this file define the operations that the library under test uses; each calls Qt and tells the sanitizer
+// what it did. Unlike with suppressions, accesses that the locks do not order are still reported.
 
 #include <pthread.h>
 #include <sanitizer/tsan_interface.h>
@@ -12,7 +11,7 @@ namespace testsupport {
 
 namespace {
 
-char g_threadEnd = 0; // its address stands for the end of every Qt thread
+char g_threadEnd = 0; // its address represents the end of every Qt thread
 
 } // namespace
 
@@ -66,7 +65,7 @@ void annotatedRelease(void* semaphore, int tokens)
     next(semaphore, tokens);
 }
 
-/// A Qt thread ends with a broadcast, under a mutex that who waits for it takes.
+/// A Qt thread ends with a broadcast, under a mutex that the waiting thread also takes.
 int annotatedBroadcast(pthread_cond_t* condition)
 {
     static auto* const next = nextDefinition<int(pthread_cond_t*)>("pthread_cond_broadcast");

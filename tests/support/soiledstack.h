@@ -5,8 +5,8 @@
 
 namespace testsupport {
 
-/// Leaves bytes other than 0 where the stack of the next call is, so that a variable that is not initialised shows. As
-/// much of it as a function takes that holds a hundred changed copies of its body (scripts/mutate).
+/// Fills the stack of the next call with bytes other than 0, so that an uninitialised variable shows. Enough even for a
+/// function with a hundred changed copies of its body (scripts/mutate).
 [[gnu::noinline]] inline void soilStack()
 {
     volatile VorelKestrel::AL::U8 bytes[262144];

@@ -16,7 +16,7 @@ TemporaryDirectory::TemporaryDirectory()
 
 TemporaryDirectory::~TemporaryDirectory()
 {
-    std::error_code ignored; // what cannot be removed stays behind: no reason to fail a test
+    std::error_code ignored; // leftovers are no reason to fail a test
     std::filesystem::remove_all(m_path, ignored);
 }
 

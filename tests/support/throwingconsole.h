@@ -7,7 +7,7 @@
 
 namespace testsupport {
 
-/// A console that throws std::bad_alloc at the end of one of its lines, of a host that wants to hear of it; the first
+/// A console of a host with exceptions enabled that throws std::bad_alloc at the end of one of its lines; the first
 /// line is 1.
 class ThrowingConsole : private std::streambuf
 {

@@ -6,7 +6,7 @@
 
 namespace testsupport {
 
-/// A bus whose own allocations do not count and are never refused. For programs that link allocations.cpp.
+/// A fake bus whose own allocations are neither counted nor refused. For programs that link allocations.cpp.
 class UncountedBus : public FakeBus
 {
 public:

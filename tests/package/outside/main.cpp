@@ -1,4 +1,4 @@
-// A host outside of this project that has no hook of its own.
+// A host outside this project without its own hook.
 
 #include <iostream>
 

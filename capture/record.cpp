@@ -61,7 +61,7 @@ struct ErrorWord
 
 constexpr ErrorWord kErrorWords[] = {
     {ENXIO, "not acknowledged"},   {EREMOTEIO, "not acknowledged"}, {ETIMEDOUT, "timed out"},
-    {EAGAIN, "arbitration lost"},  {EBUSY, "taken by a driver"},     {EIO, "failed"},
+    {EAGAIN, "arbitration lost"},  {EBUSY, "taken by a driver"},    {EIO, "failed"},
     {EOPNOTSUPP, "not supported"},
 };
 

@@ -116,6 +116,8 @@ std::string kindsOfCounterfeit()
     return text + "\n";
 }
 
+constexpr const char* kGiven = "true"; // what CLI11 stores for an option without a value
+
 /// One row of the tables below.
 struct OptionRow
 {
@@ -205,13 +207,15 @@ private:
     void add(const std::string& group, const std::vector<OptionRow>& rows)
     {
         for (const OptionRow& row : rows) {
-            const CLI::callback_t setEach = [set = row.set](const CLI::results_t& values) {
-                std::for_each(values.begin(), values.end(), set);
+            const CLI::callback_t setEach = [row](const CLI::results_t& values) {
+                if (row.value == nullptr && values.back() != kGiven)
+                    throw UsageError(std::string(row.name) + " takes no value");
+                std::for_each(values.begin(), values.end(), row.set);
                 return true;
             };
             CLI::Option* const option = m_app.add_option(row.name, setEach, row.description)->group(group)->take_all();
             if (row.value == nullptr)
-                option->expected(0)->disable_flag_override();
+                option->expected(0);
             else
                 option->type_name(row.value);
         }

@@ -104,6 +104,7 @@ TEST_F(AuthChipSimTest, RefusesWrongUsageWithStatus2)
         {{"--device-version", "256", "--", "true"}, "256"},
         {{"--busy-ms", "12x", "--", "true"}, "12x"},
         {{"--busy-ms", "-1", "--", "true"}, "-1"},
+        {{"--smbus-only=no", "--", "true"}, "--smbus-only takes no value"},
         {{"--refuse", "99999999999999999999", "--", "true"}, "99999999999999999999"},
         {{"--protocol", "3", "--", "true"}, "'.'"},
         {{"--wrong-length", "0x12=1", "--", "true"}, "0x12"},

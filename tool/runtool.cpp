@@ -3,6 +3,7 @@
 #include <cstring>
 #include <iostream>
 
+#include "tool/commands/configfile.h"
 #include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
@@ -18,11 +19,21 @@ bool asksForJson(int argc, const char* const* argv)
     return false;
 }
 
+/// A file that an option names may turn out wrong only when it is used.
+ExitStatus runWithOrigin(const CommandLine& line, std::ostream& answer, const RunCommand& runCommand)
+{
+    try {
+        return runCommand(line, answer);
+    } catch (const Failure& failure) {
+        throw withOrigin(failure, line.settings);
+    }
+}
+
 ExitStatus run(int argc, const char* const* argv, std::ostream& answer, bool& json, const RunCommand& runCommand)
 {
     const CommandLine line = parseCommandLine(argc, argv, answer, std::cerr);
     json = line.options.json;
-    const ExitStatus status = line.row == nullptr ? ExitStatus::Success : runCommand(line, answer);
+    const ExitStatus status = line.row == nullptr ? ExitStatus::Success : runWithOrigin(line, answer, runCommand);
     answer.flush();
     if (!answer)
         throw Failure("file not written", "write the answer", "Standard output takes no more",

@@ -58,6 +58,24 @@ public:
     CommandLine parse(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     {
         try {
+            return read(argc, argv, out, err);
+        } catch (const Failure& failure) {
+            throw withOrigin(failure, settingsOf(m_app));
+        }
+    }
+
+private:
+    struct Entry
+    {
+        const CommandRow* row;
+        CLI::App* app;
+        std::unique_ptr<Command> command;        // null until it is needed
+        std::unique_ptr<RepeatArguments> repeat; // the same
+    };
+
+    CommandLine read(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
+    {
+        try {
             m_app.parse(argc, argv);
         } catch (const CLI::Success& request) {      // --help and --version
             m_app.get_config_ptr()->default_str(""); // the help already names the file
@@ -74,17 +92,8 @@ public:
             requireLocation();
         interpret(*chosen->command);
         chosen->repeat->interpret();
-        return {chosen->row, std::move(chosen->command), m_options, chosen->repeat->options()};
+        return {chosen->row, std::move(chosen->command), m_options, chosen->repeat->options(), settingsOf(m_app)};
     }
-
-private:
-    struct Entry
-    {
-        const CommandRow* row;
-        CLI::App* app;
-        std::unique_ptr<Command> command;        // null until it is needed
-        std::unique_ptr<RepeatArguments> repeat; // the same
-    };
 
     void addCommonOptions()
     {

@@ -3,8 +3,10 @@
 
 #include <iosfwd>
 #include <memory>
+#include <vector>
 
 #include "tool/commands/command.h"
+#include "tool/commands/configfile.h"
 #include "tool/repeat/repeatoptions.h"
 
 namespace VorelKestrel::Tool {
@@ -16,6 +18,7 @@ struct CommandLine
     std::unique_ptr<Command> command; // with its options; null if there is no row
     CommonOptions options;
     RepeatOptions repeat;
+    std::vector<Setting> settings; // of the file of options
 };
 
 /// Parses a command line according to the table of commands; prints help and version. Throws Failure

@@ -1,15 +1,15 @@
 #include "tool/commands/configfile.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
+#include <sstream>
 #include <utility>
-#include <vector>
 
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-
-#include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -29,6 +29,51 @@ std::string chosenFile()
 
 using Items = std::vector<CLI::ConfigItem>;
 
+std::string pathOf(const CLI::App& app)
+{
+    return app.get_config_ptr()->as<std::string>();
+}
+
+bool isNamed(const std::string& line, const std::string& name)
+{
+    const auto begin = line.find_first_not_of(" \t");
+    if (begin == std::string::npos || line.compare(begin, name.size(), name) != 0)
+        return false;
+    const auto end = line.find_first_not_of(" \t\r", begin + name.size());
+    return end == std::string::npos || line[end] == '=';
+}
+
+/// "line 2 of FILE": the first line that names the item, and its value if there is such a line.
+std::string placeOf(const CLI::ConfigItem& item, const std::string& value, const std::string& text,
+                    const std::string& path)
+{
+    std::istringstream lines(text);
+    std::string line;
+    int first = 0;
+    for (int number = 1; std::getline(lines, line); ++number) {
+        if (!isNamed(line, item.name))
+            continue;
+        first = first == 0 ? number : first;
+        if (line.find(value) != std::string::npos)
+            return "line " + std::to_string(number) + " of " + path;
+    }
+    return (first == 0 ? "" : "line " + std::to_string(first) + " of ") + path;
+}
+
+/// Whether the text has the word, as a whole.
+bool hasWord(const std::string& text, const std::string& word)
+{
+    const auto isPart = [&](std::size_t at) {
+        return at < text.size() && (std::isalnum(static_cast<unsigned char>(text[at])) != 0 ||
+                                    std::string("/_-").find(text[at]) != std::string::npos);
+    };
+    for (auto at = text.find(word); at != std::string::npos && !word.empty(); at = text.find(word, at + 1)) {
+        if ((at == 0 || !isPart(at - 1)) && !isPart(at + word.size()))
+            return true;
+    }
+    return false;
+}
+
 /// Hands each line to the commands whose option it names. To CLI11 alone, it would be one of the program's own options.
 class OptionsFile : public CLI::ConfigBase
 {
@@ -38,23 +83,30 @@ public:
 
     Items from_config(std::istream& input) const override
     {
+        std::ostringstream text;
+        text << input.rdbuf();
+        std::istringstream again(text.str());
         Items found;
-        for (const CLI::ConfigItem& line : CLI::ConfigBase::from_config(input)) {
-            if (addFor(m_app, line, {}, found))
+        m_settings.clear();
+        for (const CLI::ConfigItem& line : CLI::ConfigBase::from_config(again)) {
+            const std::string value = line.inputs.empty() ? "" : line.inputs.front();
+            const std::string place = placeOf(line, value, text.str(), pathOf(m_app));
+            if (addFor(m_app, line, {}, found, place))
                 continue;
             m_declareAll();
-            if (!addFor(m_app, line, {}, found))
-                throw Failure(kWrongUsage, "use the file of options",
-                              "'" + line.fullname() + "' is no option of any command",
+            if (!addFor(m_app, line, {}, found, place))
+                throw Failure(kWrongUsage, "use " + place, "'" + line.fullname() + "' is no option of any command",
                               "Write options without their dashes, one a line: issuer = /etc/authchip/issuers");
         }
         return found;
     }
 
+    const std::vector<Setting>& settings() const { return m_settings; }
+
 private:
     /// Returns whether the app, or a command of it, has the option.
-    static bool addFor(const CLI::App& app, const CLI::ConfigItem& line, const std::vector<std::string>& parents,
-                       Items& found)
+    bool addFor(const CLI::App& app, const CLI::ConfigItem& line, const std::vector<std::string>& parents, Items& found,
+                const std::string& place) const
     {
         const CLI::Option* option = line.parents.empty() ? app.get_option_no_throw("--" + line.name) : nullptr;
         bool isKnown = option != nullptr && option->get_configurable();
@@ -62,16 +114,21 @@ private:
             found.push_back(line);
             found.back().parents = parents;
         }
+        if (isKnown && !isSet(option->get_envname()) && option->count() == 0) { // not on the command line
+            for (const std::string& value : line.inputs)
+                m_settings.push_back({"--" + line.name, value, place});
+        }
         for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
             std::vector<std::string> path = parents;
             path.push_back(command->get_name());
-            isKnown = addFor(*command, line, path, found) || isKnown;
+            isKnown = addFor(*command, line, path, found, place) || isKnown;
         }
         return isKnown;
     }
 
     const CLI::App& m_app;
     const std::function<void()> m_declareAll;
+    mutable std::vector<Setting> m_settings; // found by the last from_config(), which CLI11 calls on a constant
 };
 
 } // namespace
@@ -84,9 +141,28 @@ void declareConfigFile(CLI::App& app, std::function<void()> declareAll)
     app.config_formatter(std::make_shared<OptionsFile>(app, std::move(declareAll)));
 }
 
+std::vector<Setting> settingsOf(const CLI::App& app)
+{
+    const auto file = std::dynamic_pointer_cast<const OptionsFile>(app.get_config_formatter());
+    return file == nullptr ? std::vector<Setting>() : file->settings();
+}
+
+Failure withOrigin(const Failure& failure, const std::vector<Setting>& settings)
+{
+    Failure told = failure;
+    const std::string text = failure.tried() + " " + failure.answer();
+    const auto isMeant = [&](const Setting& setting) {
+        return hasWord(text, setting.value) || hasWord(text, setting.option);
+    };
+    const auto setting = std::find_if(settings.begin(), settings.end(), isMeant);
+    if (failure.status() == ExitStatus::Usage && setting != settings.end())
+        told.withPlace(setting->place);
+    return told;
+}
+
 void requireConfigFile(const CLI::App& app)
 {
-    const auto path = app.get_config_ptr()->as<std::string>();
+    const std::string path = pathOf(app);
     errno = 0;
     if (access(path.c_str(), R_OK) != 0 && (errno != ENOENT || path != kConfigFile))
         throw Failure(kWrongUsage, "read the options in " + path, describeSystemError(errno),

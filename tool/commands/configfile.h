@@ -3,12 +3,23 @@
 
 #include <functional>
 #include <string>
+#include <vector>
+
+#include "tool/report/failure.h"
 
 namespace CLI {
 class App;
 }
 
 namespace VorelKestrel::Tool {
+
+/// A line of the file of options that counts: nothing on the command line or in the environment is in its place.
+struct Setting
+{
+    std::string option; // "--address"
+    std::string value;
+    std::string place; // "line 2 of /etc/authchip.conf"
+};
 
 constexpr char kConfigFile[] = "/etc/authchip.conf"; // read if it is there
 
@@ -22,6 +33,10 @@ constexpr char kConfigFile[] = "/etc/authchip.conf"; // read if it is there
  * what is no option.
  */
 void declareConfigFile(CLI::App& app, std::function<void()> declareAll);
+/// The lines of the file that count in this command line. Requires: the command line has been parsed, or failed so.
+std::vector<Setting> settingsOf(const CLI::App& app);
+/// The same failure, with file and line if it is about what one of the settings says.
+Failure withOrigin(const Failure& failure, const std::vector<Setting>& settings);
 /// Throws Failure (ExitStatus::Usage) if there is a file of options that cannot be read.
 /// Requires: the command line has been parsed.
 void requireConfigFile(const CLI::App& app);

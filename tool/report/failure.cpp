@@ -21,6 +21,12 @@ Failure& Failure::withSystemError(int error)
     return *this;
 }
 
+Failure& Failure::withPlace(const std::string& place)
+{
+    m_answer += " (" + place + ")";
+    return *this;
+}
+
 Failure& Failure::withStatus(ExitStatus status)
 {
     m_status = status;

@@ -21,6 +21,8 @@ public:
 
     /// Adds the errno of the system; 0: none.
     Failure& withSystemError(int error);
+    /// Adds the place where the mistake is written: "line 2 of /etc/authchip.conf".
+    Failure& withPlace(const std::string& place);
     /// Replaces the exit status.
     Failure& withStatus(ExitStatus status);
     /// Marks a failure whose object is part of the printed answer.

@@ -1,15 +1,22 @@
 #include "tool/chip/storedcertificate.h"
 
+#include <algorithm>
 #include <optional>
+#include <string_view>
 
 #include <openssl/asn1.h>
+#include <openssl/bio.h>
 #include <openssl/err.h>
+#include <openssl/pem.h>
 
 #include "common/numbers.h"
+#include "common/opensslpointer.h"
 #include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
 namespace {
+
+using BioPointer = OpensslPointer<BIO, BIO_free_all>;
 
 /// The length that a DER value says it has, its header included; none if these bytes begin no such value.
 std::optional<std::size_t> derLength(const Bytes& bytes)
@@ -44,8 +51,32 @@ Certificate parseCertificate(const Bytes& stored)
     } catch (const CertificateError& error) {
         throw Failure(stored.empty() ? "no certificate" : "unreadable certificate",
                       "parse the " + inBytes(stored.size()) + " of the chip's certificate", explain(stored, error),
-                      "Read it again to rule the bus out; 'authchip certificate -o FILE' stores what the chip holds.");
+                      "'authchip certificate -o FILE' stores what the chip holds. If these bytes come from a file, "
+                      "name the right one.");
     }
+}
+
+Bytes fromPem(const Bytes& content)
+{
+    constexpr std::string_view kKinds[] = {PEM_STRING_X509, PEM_STRING_X509_OLD, PEM_STRING_PKCS7,
+                                           PEM_STRING_PKCS7_SIGNED, PEM_STRING_CMS};
+    const BioPointer text(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
+    Bytes found = content;
+    bool isFound = false;
+    char* name = nullptr;
+    char* header = nullptr;
+    unsigned char* data = nullptr;
+    long length = 0;
+    while (!isFound && PEM_read_bio(text.get(), &name, &header, &data, &length) == 1) {
+        isFound = std::count(std::begin(kKinds), std::end(kKinds), name) > 0;
+        if (isFound)
+            found.assign(data, data + length);
+        OPENSSL_free(name);
+        OPENSSL_free(header);
+        OPENSSL_free(data);
+    }
+    ERR_clear_error(); // the end of the text is an error to OpenSSL
+    return found;
 }
 
 } // namespace VorelKestrel::Tool

@@ -8,6 +8,8 @@ namespace VorelKestrel::Tool {
 
 /// The certificate that a chip stores, parsed. Throws Failure.
 Certificate parseCertificate(const Bytes& stored);
+/// What the bytes of a file hold in PEM, in DER; bytes that are no certificate in PEM come back as they are.
+Bytes fromPem(const Bytes& content);
 
 } // namespace VorelKestrel::Tool
 

@@ -27,8 +27,8 @@ Bytes readCertificateFile(const std::string& path)
     if (file.bad() || content.empty() || content.size() > kLongestFile)
         throw Failure(kWrongUsage, "read the certificate in " + path,
                       "It is empty, cannot be read, or is longer than " + std::to_string(kLongestFile) + " bytes",
-                      "Name what 'authchip certificate -o FILE' has stored, or an X.509 certificate in DER.");
-    return content;
+                      "Name what 'authchip certificate' has stored, in DER or PEM.");
+    return fromPem(content);
 }
 
 /// The two generations have keys of different kinds.
@@ -43,7 +43,8 @@ class Verify : public Command
 public:
     void declare(CLI::App& app) override
     {
-        app.add_option("--certificate", m_file, "The chip's certificate, as 'authchip certificate -o FILE' stores it")
+        app.add_option("--certificate", m_file,
+                       "The chip's certificate, as 'authchip certificate' stores it, in DER or PEM")
             ->check(existingFile())
             ->required()
             ->type_name("FILE");

@@ -10,6 +10,7 @@
 #include <CLI/CLI.hpp>
 
 #include "authchipdriver/registermap.h"
+#include "common/generations.h"
 #include "common/numbers.h"
 
 namespace VorelKestrel::Simulator {
@@ -21,6 +22,8 @@ constexpr std::uint32_t kDoubleWordMaximum = 0xffffffff;
 constexpr std::uint32_t kAddressMaximum = 0x7f;
 // A count, because timing is unreliable on a loaded machine.
 constexpr int kUsbIpBusyRefusals = 3;
+constexpr std::uint32_t kLastBitOfCertificates =
+    kGeneration20B.certificatePages * ACD::kCertificatePageSize * 8 - 1; // of the longest
 constexpr AL::U8 kLengthRegisters[] = {ACD::kRegisterResponseLength, ACD::kRegisterChallengeLength,
                                        ACD::kRegisterCertificateLength};
 
@@ -359,6 +362,9 @@ private:
              [&faults](const std::string& text) { setWrongLength(faults, text); }},
             intoRow("--random-faults", "N", kDoubleWordMaximum,
                     "Refuse one message in N, or cut the read, at random; say at the end how many", faults.oneIn),
+            intoRow("--flip-bit", "BIT", kLastBitOfCertificates,
+                    "Flip this bit of the certificate, counted from 0, the first time that it is read",
+                    faults.flippedBit),
             {"--corrupt-signature", nullptr, "Flip a bit in every signature",
              [&faults](const std::string&) { faults.corruptSignature = true; }},
             numberRow("--stuck-bus", "MS", kDoubleWordMaximum,

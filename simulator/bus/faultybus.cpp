@@ -104,6 +104,22 @@ void FaultyBus::falsify(AL::U8* data, std::size_t length)
         std::copy_n(answer->second.begin(), std::min(answer->second.size(), length), data);
     if (m_faults.corruptSignature && *m_register == ACD::kRegisterResponse && length > 0)
         data[length - 1] ^= 1U;
+    flipBit(data, length);
+}
+
+/// Requires: m_mutex is held, and m_register is set.
+void FaultyBus::flipBit(AL::U8* data, std::size_t length)
+{
+    constexpr unsigned kBits = 8; // of a byte
+    if (!m_faults.flippedBit)
+        return;
+    const unsigned byte = *m_faults.flippedBit / kBits;
+    const unsigned place = byte % ACD::kCertificatePageSize; // in its page
+    const unsigned page = byte / ACD::kCertificatePageSize + 1;
+    if (*m_register != ACD::certificatePageRegister(static_cast<int>(page)) || place >= length)
+        return;
+    data[place] ^= static_cast<AL::U8>(0x80U >> *m_faults.flippedBit % kBits);
+    m_faults.flippedBit.reset();
 }
 
 } // namespace VorelKestrel::Simulator

@@ -29,6 +29,8 @@ struct Faults
     int error = 0;
     /// Wrong answers of registers (a status, a length); each replaces as many bytes as it has.
     std::map<AL::U8, Bytes> answers;
+    /// A bit of the certificate, counted from its first byte's highest, that is flipped the first time it is read.
+    std::optional<unsigned> flippedBit;
     bool corruptSignature = false; // one bit in the last byte of the response is flipped
     /// Set: nothing gets through, and every message times out after this time, the adapter's own timeout.
     std::optional<std::chrono::milliseconds> stuckTime;
@@ -71,6 +73,7 @@ private:
     };
     Strike strikeAtRandom(bool isRead);
     void falsify(AL::U8* data, std::size_t length);
+    void flipBit(AL::U8* data, std::size_t length);
 
     Bus& m_next;
     Clock& m_clock;

@@ -18,7 +18,7 @@ says() { # NAME COMMAND...
     local name=$1 status=0
     shift
     "$@" >"$scratch/$name.output" 2>"$scratch/$name.errors" </dev/null || status=$?
-    sed -i 's/([0-9.]* ms, /(/' "$scratch/$name.output"
+    sed -i -e 's/([0-9.]* ms, /(/' -e '/ note: the bus is slow/{N;d}' "$scratch/$name.output" # a replay takes no time
     sed -i '/^authchip-sim: at random: /d' "$scratch/$name.errors" # a replay has nothing of its own
     echo "$status" >"$scratch/$name.status"
 }

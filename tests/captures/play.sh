@@ -16,7 +16,7 @@ fact() { authchip decode --json "$2" 2>/dev/null | grep -oP "$1" | head -n 1 || 
 
 # What differs from run to run, and what is not of the bus.
 normalised() {
-    perl -0777 -pe 's/^lock  .*\n//m; s/^check validity .*\n//m; s/^((?:challenge|signature) +)([0-9a-f]+(?:\n +[0-9a-f]+)*)$/$1<bytes>/gm; s/(\.cpp:)\d+/$1LINE/g; s/\(\d+\.\d ms, /(TIME, /g' "$1"
+    perl -0777 -pe 's/^lock  .*\n(?: +.*\n)*//gm; s/^check validity .*\n//m; s/^((?:challenge|signature) +)([0-9a-f]+(?:\n +[0-9a-f]+)*)$/$1<bytes>/gm; s/(\.cpp:)\d+/$1LINE/g; s/\(\d+\.\d ms, /(TIME, /g' "$1"
 }
 
 # section COMMAND...: the command, what it says, and how it ends.
@@ -37,7 +37,7 @@ for name in "$@"; do
         sign) options=(--challenge "$(fact '"read":false,"register":33,[^}]*"data":"21\K[0-9a-f]+' "$capture")") ;;
         authenticate) loosely=(--replay-loosely) ;;
     esac
-    location=(-d "/dev/i2c-$(fact '"bus":\K\d+' "$capture")" -a "$(fact '"address":\K\d+' "$capture")")
+    location=(-d "/dev/i2c-$(fact '"bus":\K\d+' "$capture")" -a "$(printf 0x%02x "$(fact '"address":\K\d+' "$capture")")")
     {
         section authchip decode "$capture"
         section authchip-sim --replay "$capture" "${loosely[@]}" -- authchip "${location[@]}" "$command" "${options[@]}"

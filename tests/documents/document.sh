@@ -35,6 +35,7 @@ normalised() {
         s/^(owner +).*/$1<user>/gm;
         s/^(last user +)\d.*/$1<process>/gm;
         s/\(\d+\.\d ms, /(<time>, /g;
+        s/^lock +note: .*\n(?: +.*\n)*//gm; # of the machine, or the container, that this runs on
     '
 }
 

@@ -12,9 +12,9 @@ while IFS='|' read -r doctor guide; do
     grep -qF -- "$doctor" tool/doctor/lockcheck.cpp || { echo "doctor does not say '$doctor'" >&2; status=1; }
     [[ $text == *"$guide"* ]] || { echo "$page does not say '$guide'" >&2; status=1; }
 done <<'END'
-any local user can take its place|Before the lock is seeded, any local user can create it first.
-members of group |A member can hold the lock for as long as it likes, and can spoil it.
-any local user can hold or spoil it|`--mode 0666` trusts every local user.
+user can make it instead|Before the lock is seeded, any local user can create it first.
+every member of group |A member can hold the lock for as long as it likes, and can spoil it.
+every local user can block or break it|`--mode 0666` trusts every local user.
 RemoveIPC=no|`RemoveIPC=yes` in `logind.conf` removes the semaphores of a user at the user's logout.
 END
 exit $status

@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include <sys/statvfs.h>
+
 #include "common/generations.h"
 #include "common/hex.h"
 #include "tool/report/filledin.h"
@@ -32,6 +34,10 @@ constexpr char kLoadTheDriver[] =
 constexpr char kNameANode[] = "{device} is no I2C bus. Name a node such as /dev/i2c-1.";
 constexpr char kCheckTheChip[] =
     "No chip answers there. Check address, supply, reset line and pull-ups; 'i2cdetect -y {bus}' shows who answers.";
+constexpr char kUseAnotherController[] =
+    "The bus controller refuses messages of this length: a limit of the controller or its driver, which 'dmesg' names\n"
+    "('adapter quirk'). The library reads a certificate in pages of up to 128 bytes and cannot split them. Use\n"
+    "another bus, or the pins of this one with the driver i2c-gpio.";
 
 // The first row that fits counts.
 constexpr Refusal kRefusals[] = {
@@ -84,9 +90,17 @@ constexpr Refusal kRefusals[] = {
     {Step::ReadRegister, ETIMEDOUT, "bus stuck",
      "The chip holds the clock for longer than the bus controller waits. Check the bus clock and the controller's\n"
      "support for clock stretching."},
+    {Step::ReadRegister, EOPNOTSUPP, "message too long", kUseAnotherController},
     {Step::ReadRegister, kAnyError, "nothing delivered",
      "The chip took the register number and delivered nothing. Try a slower bus clock and check the pull-ups."},
+
+    {Step::WriteRegister, EOPNOTSUPP, "message too long", kUseAnotherController},
+    {Step::WriteRegister, kAnyError, "bus fails", "See the kernel's messages ('dmesg') for the bus controller."},
 };
+
+constexpr char kMountedWithoutNodes[] =
+    "{device} is on a file system mounted with 'nodev': no node opens there, not even for root ('findmnt -T {device}'\n"
+    "shows the options). Name a node below /dev, or mount the file system without that option.";
 
 /// "7" of "/dev/i2c-7"; "N" of another name, a symbolic link for example.
 std::string busNumber(const std::string& device)
@@ -117,6 +131,8 @@ std::string describe(Step step)
         return "select address {address} on {device}";
     case Step::SetRegister:
         return "address the chip at {address} on {device}";
+    case Step::WriteRegister:
+        return "write to the chip at {address} on {device}";
     case Step::ReadRegister:
         break;
     }
@@ -128,6 +144,24 @@ const Refusal& findRefusal(Step step, int error)
     return *std::find_if(std::begin(kRefusals), std::end(kRefusals), [=](const Refusal& row) {
         return row.step == step && (row.error == error || row.error == kAnyError); // each step has a row for any error
     });
+}
+
+bool isMountedWithoutNodes(const std::string& device)
+{
+    struct statvfs status = {};
+    return statvfs(device.c_str(), &status) == 0 && (status.f_flag & ST_NODEV) != 0;
+}
+
+/// What else there is to say to a chip that does not answer: how its address may have been meant.
+std::string adviceAboutAddress(const ChipLocation& location)
+{
+    std::string advice;
+    if (mayBeEightBits(location.address))
+        advice += "\nIf {address} is the address with the read/write bit, the 7-bit address is {halved}.";
+    if (location.inHexadecimal)
+        advice += "\nIf you mean " + toHex(static_cast<std::uint32_t>(*location.inHexadecimal), 2) +
+                  ", write it so: without 0x a number is decimal.";
+    return advice;
 }
 
 Failure versionFailure(const ChipLocation& location, const std::string& answer, const std::string& next)
@@ -151,8 +185,10 @@ bool mayBeEightBits(int address)
 Failure explainRefusal(Step step, int error, const ChipLocation& location)
 {
     std::string next = findRefusal(step, error).next;
-    if (isNoAnswer(step, error) && mayBeEightBits(location.address))
-        next += "\nIf {address} is the address with the read/write bit, the 7-bit address is {halved}.";
+    if (isNoAnswer(step, error))
+        next += adviceAboutAddress(location);
+    if (step == Step::OpenNode && error == EACCES && isMountedWithoutNodes(location.device))
+        next = kMountedWithoutNodes;
     const std::string answer = error != 0 ? describeSystemError(error) : "0 of 1 bytes came";
     return Failure(causeOfRefusal(step, error), fillIn(describe(step), location), answer, fillIn(next, location))
         .withSystemError(error);
@@ -171,7 +207,7 @@ Failure explainVersion(std::uint8_t deviceVersion, const ChipLocation& location)
         return versionFailure(location, answer + ": protocol " + known->protocol + ", which is not supported",
                               "A chip of protocol " + supportedProtocols() + " is needed.");
     if (deviceVersion == kNobodyPullsDown)
-        return versionFailure(location, answer + ": a bus at rest reads so",
+        return versionFailure(location, answer + ", which is what an idle bus reads",
                               "Check the data line, the chip's supply and its reset line.");
     return versionFailure(
         location, answer + ", which is unknown",

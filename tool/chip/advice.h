@@ -14,8 +14,9 @@ enum class Step
     OpenNode,
     SetTimeout, // of the bus; only if it is asked for
     SelectAddress,
-    SetRegister, // the chip takes the number of a register
-    ReadRegister // the chip delivers the register's content
+    SetRegister,  // the chip takes the number of a register
+    ReadRegister, // the chip delivers the register's content
+    WriteRegister // the chip takes more bytes than the number
 };
 
 /// The cause of what is no node of an I2C bus.

@@ -1,6 +1,7 @@
 #ifndef TOOL_CHIP_CHIPLOCATION_H
 #define TOOL_CHIP_CHIPLOCATION_H
 
+#include <optional>
 #include <string>
 
 namespace VorelKestrel::Tool {
@@ -10,6 +11,8 @@ struct ChipLocation
 {
     std::string device; // the i2c-dev node
     int address = 0;    // 7 bits
+    /// Another address, which the same digits have in hexadecimal: for an address that was typed in decimal.
+    std::optional<int> inHexadecimal = std::nullopt;
 };
 
 constexpr int kSevenBitMaximum = 0x7f; // of an address

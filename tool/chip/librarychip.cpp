@@ -50,6 +50,13 @@ std::string describe(const DriverComplaint& complaint, Error error)
     return text;
 }
 
+/// The step that failed at a chip that was detected before. Its adapter moves plain messages, so EOPNOTSUPP is about
+/// this message's length.
+Step stepOf(int error)
+{
+    return error == EOPNOTSUPP ? Step::ReadRegister : Step::SetRegister;
+}
+
 /// The cause, for programs.
 const char* causeOf(const DriverComplaint& complaint, Error error)
 {
@@ -63,7 +70,7 @@ const char* causeOf(const DriverComplaint& complaint, Error error)
     // it.
     if (isNoAnswer(Step::SetRegister, complaint.systemError))
         return "chip busy";
-    return causeOfRefusal(Step::SetRegister, complaint.systemError);
+    return causeOfRefusal(stepOf(complaint.systemError), complaint.systemError);
 }
 
 /// The page that failed. @p received is the sum of what the driver's reads returned; @p complaint has the last of these
@@ -185,8 +192,10 @@ void LibraryChip::check(Error error, const char* tried, const char* next)
     DriverComplaint complaint = m_log.complaint();
     if (complaint.text.empty())
         complaint.systemError = errno; // the version queries do not use the drivers' log
+    const bool isTooLong = error == ErrorI2C && complaint.systemError == EOPNOTSUPP;
     throw Failure(causeOf(complaint, error), std::string(tried) + " the chip at " + at(m_location),
-                  describe(complaint, error), next)
+                  describe(complaint, error),
+                  isTooLong ? explainRefusal(Step::ReadRegister, EOPNOTSUPP, m_location).next() : next)
         .withSystemError(complaint.systemError);
 }
 
@@ -242,7 +251,8 @@ void LibraryRawChip::write(std::uint8_t reg, const Bytes& data)
         throw Failure("register refused", "write to register " + toHex(reg, 2) + " of the chip at " + at(m_location),
                       "The chip answers, but refused this message " + std::to_string(kAttempts) + " times",
                       "The register may be read-only, or need another number of bytes.");
-    throw explainRefusal(Step::SetRegister, error, m_location);
+    const bool isTooLong = error == EOPNOTSUPP && !lacksPlainI2c(openNode(m_location.device));
+    throw explainRefusal(isTooLong ? Step::WriteRegister : Step::SetRegister, error, m_location);
 }
 
 /// Repeats the steps of the factory, each once. Throws a Failure for the first that is refused.

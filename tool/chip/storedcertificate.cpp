@@ -9,6 +9,7 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
+#include "common/hex.h"
 #include "common/numbers.h"
 #include "common/opensslpointer.h"
 #include "tool/report/failure.h"
@@ -77,6 +78,19 @@ Bytes fromPem(const Bytes& content)
     }
     ERR_clear_error(); // the end of the text is an error to OpenSSL
     return found;
+}
+
+std::optional<std::string> findDifference(const Bytes& first, const Bytes& second)
+{
+    if (first == second)
+        return std::nullopt;
+    if (first.size() != second.size())
+        return "the chip's certificate had " + inBytes(first.size()) + ", and " + std::to_string(second.size()) +
+               " when read again";
+    const auto differing = std::mismatch(first.begin(), first.end(), second.begin());
+    return "the chip's certificate reads differently each time: byte " +
+           std::to_string(differing.first - first.begin()) + " was " + toHex(*differing.first, 2) + ", then " +
+           toHex(*differing.second, 2);
 }
 
 } // namespace VorelKestrel::Tool

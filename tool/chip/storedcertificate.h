@@ -1,6 +1,9 @@
 #ifndef TOOL_CHIP_STOREDCERTIFICATE_H
 #define TOOL_CHIP_STOREDCERTIFICATE_H
 
+#include <optional>
+#include <string>
+
 #include "common/bytes.h"
 #include "tool/chip/certificate.h"
 
@@ -10,6 +13,14 @@ namespace VorelKestrel::Tool {
 Certificate parseCertificate(const Bytes& stored);
 /// What the bytes of a file hold in PEM, in DER; bytes that are no certificate in PEM come back as they are.
 Bytes fromPem(const Bytes& content);
+
+/// The cause of what comes over the bus differently each time.
+inline constexpr char kBitErrors[] = "bit errors";
+inline constexpr char kHowToMendTheBus[] =
+    "Bits change on the bus: try a slower bus clock, and check the pull-ups, the length of the lines and the chip's\n"
+    "supply.";
+/// How two readings of one certificate differ; none if they are the same.
+std::optional<std::string> findDifference(const Bytes& first, const Bytes& second);
 
 } // namespace VorelKestrel::Tool
 

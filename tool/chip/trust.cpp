@@ -42,7 +42,9 @@ struct Fault
     const char* next;
 };
 
-constexpr char kReadAgain[] = "Try again to rule the bus out; if it stays so, do not trust this accessory.";
+constexpr char kCompareTheIssuer[] =
+    "If --issuer names a certificate of the same name with another key, name the right one ('openssl x509 -noout\n"
+    "-fingerprint' tells them apart). Otherwise do not trust this accessory.";
 constexpr char kDoNotTrust[] = "Do not trust this accessory, unless --issuer names the wrong issuers.";
 constexpr char kSetTheClock[] = "If this board's clock is wrong, set it, or give the time with --at. Without a clock, "
                                 "--no-time-check leaves the dates unchecked.";
@@ -50,11 +52,12 @@ constexpr char kRevoked[] = "Do not trust this accessory: its issuer has withdra
 constexpr char kFetchTheList[] = "Fetch the current revocation list of that issuer, and name it with --crl.";
 
 constexpr Fault kFaults[] = {
-    {X509_V_ERR_CERT_SIGNATURE_FAILURE, kCertificate, "altered", "does not match its issuer's signature", kReadAgain},
+    {X509_V_ERR_CERT_SIGNATURE_FAILURE, kCertificate, "altered", "does not match its issuer's signature",
+     kCompareTheIssuer},
     {X509_V_ERR_UNABLE_TO_DECRYPT_CERT_SIGNATURE, kCertificate, "altered", "does not match its issuer's signature",
-     kReadAgain},
+     kCompareTheIssuer},
     {X509_V_ERR_UNABLE_TO_DECODE_ISSUER_PUBLIC_KEY, kCertificate, "altered", "has an issuer whose key is unusable",
-     kReadAgain},
+     kCompareTheIssuer},
     {X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT, kIssuer, "self-made", "is signed by its own key, not by an issuer",
      kDoNotTrust},
     {X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN, kIssuer, "unknown issuer", "is none of the given issuers", kDoNotTrust},

@@ -12,6 +12,7 @@
 #include <openssl/rsa.h>
 
 #include "common/opensslpointer.h"
+#include "tool/chip/storedcertificate.h"
 
 namespace VorelKestrel::Tool {
 
@@ -24,6 +25,7 @@ using NumberPointer = OpensslPointer<BIGNUM, BN_free>;
 using EcdsaPointer = OpensslPointer<ECDSA_SIG, ECDSA_SIG_free>;
 
 constexpr char kWrongSignature[] = "wrong signature";
+constexpr char kAnotherChallenge[] = "another challenge";
 
 bool hasGroup(EVP_PKEY* key, const char* group)
 {
@@ -123,6 +125,20 @@ bool isOutOfRange(const Generation& generation, const EVP_PKEY* key, const Bytes
     return false;
 }
 
+/// Whether the RSA key has signed something: what it was shows only to its public key.
+bool isOverAnyChallenge(const Generation& generation, EVP_PKEY* key, const Bytes& signature)
+{
+    const ContextPointer context(EVP_PKEY_CTX_new(key, nullptr));
+    const DigestPointer digest(EVP_MD_fetch(nullptr, generation.digest, nullptr));
+    if (!context || !digest)
+        throw std::bad_alloc();
+    Bytes recovered(signature.size());
+    std::size_t length = recovered.size();
+    return EVP_PKEY_verify_recover_init(context.get()) == 1 &&
+           EVP_PKEY_CTX_set_signature_md(context.get(), digest.get()) == 1 &&
+           EVP_PKEY_verify_recover(context.get(), recovered.data(), &length, signature.data(), signature.size()) == 1;
+}
+
 /// Of a signature that does not match.
 SignatureFlaw explainMismatch(const Generation& generation, EVP_PKEY* key, const Bytes& challenge,
                               const Bytes& signature)
@@ -131,7 +147,11 @@ SignatureFlaw explainMismatch(const Generation& generation, EVP_PKEY* key, const
         return {"signature out of range", "the signature is no signature of any key: a number in it is out of range"};
     if (generation.keyGroup != nullptr && matches(generation, key, challenge, exchanged(signature)))
         return {"r and s exchanged", "the signature has s before r"};
-    return {kWrongSignature, "the signature does not match the challenge and the certificate's key"};
+    if (generation.keyGroup != nullptr) // ECDSA does not tell the two apart
+        return {kWrongSignature, "the signature is of another key than the certificate's, or over another challenge"};
+    if (isOverAnyChallenge(generation, key, signature))
+        return {kAnotherChallenge, "the signature is of the certificate's key, but over another challenge"};
+    return {kWrongSignature, "the signature is not of the certificate's key"};
 }
 
 } // namespace
@@ -158,6 +178,22 @@ std::optional<SignatureFlaw> findFlaw(const Generation& generation, EVP_PKEY* ke
         flaw = explainMismatch(generation, key, challenge, signature);
     ERR_clear_error();
     return flaw;
+}
+
+bool mayBeToldApart(const SignatureFlaw& flaw)
+{
+    const std::string cause = flaw.cause;
+    return cause == kWrongSignature || cause == kAnotherChallenge;
+}
+
+SignatureFlaw tellApart(const Generation& generation, EVP_PKEY* key, const SignatureFlaw& first,
+                        const Bytes& firstSignature, const SignedChallenge& second)
+{
+    if (second.signature == firstSignature)
+        return {"recorded signature", "the chip answers two challenges with the same signature: it is a recorded one"};
+    if (!findFlaw(generation, key, second.challenge, second.signature))
+        return {kBitErrors, "the first signature does not match, and one over another challenge does"};
+    return first;
 }
 
 } // namespace VorelKestrel::Tool

@@ -23,6 +23,19 @@ struct SignatureFlaw
 std::optional<SignatureFlaw> findFlaw(const Generation& generation, EVP_PKEY* key, const Bytes& challenge,
                                       const Bytes& signature);
 
+/// A signature, and what was to be signed.
+struct SignedChallenge
+{
+    Bytes challenge;
+    Bytes signature;
+};
+
+/// Whether a second signature, over another challenge, tells more about a flaw of the first.
+bool mayBeToldApart(const SignatureFlaw& flaw);
+/// What the second one tells: that the first is a recorded one, or that bits changed on its way.
+SignatureFlaw tellApart(const Generation& generation, EVP_PKEY* key, const SignatureFlaw& first,
+                        const Bytes& firstSignature, const SignedChallenge& second);
+
 } // namespace VorelKestrel::Tool
 
 #endif

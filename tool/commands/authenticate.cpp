@@ -1,12 +1,40 @@
 #include "tool/commands/command.h"
 
 #include "tool/chip/storedcertificate.h"
+#include "tool/chip/verification.h"
 #include "tool/commands/chipreport.h"
 #include "tool/commands/trustarguments.h"
 #include "tool/commands/verdict.h"
+#include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
 namespace {
+
+/// Rules the bus out before a certificate is called unreadable.
+Certificate parse(Chip& chip, const Bytes& stored, const ChipLocation& location)
+{
+    try {
+        return parseCertificate(stored);
+    } catch (const Failure&) {
+        requireSameCertificate(chip, stored, location);
+        throw;
+    }
+}
+
+/// Has another challenge signed if that tells more about a signature that does not match.
+void examineFlaw(Chip& chip, const Evidence& evidence, TrustReport& examination, const ChipLocation& location)
+{
+    EVP_PKEY* key = evidence.certificate.publicKey();
+    const auto flaw = findFlaw(evidence.generation, key, evidence.challenge, evidence.signature);
+    if (!flaw || !mayBeToldApart(*flaw))
+        return;
+    const Bytes challenge = randomChallenge(evidence.generation);
+    const SignatureFlaw told =
+        tellApart(evidence.generation, key, *flaw, evidence.signature, {challenge, chip.sign(challenge)});
+    if (std::string(told.cause) == kBitErrors)
+        throw Failure(kBitErrors, "verify the chip on " + describe(location), told.found, kHowToMendTheBus);
+    examination.checks.front() = failedCheck(told);
+}
 
 class Authenticate : public Command
 {
@@ -20,14 +48,19 @@ public:
     {
         const Trust trust(m_trust.options());
         const auto chip = context.chips->detect();
-        const Certificate certificate = parseCertificate(chip->certificate());
+        const Bytes stored = chip->certificate();
+        const Certificate certificate = parse(*chip, stored, context.options.location);
         const Bytes challenge = randomChallenge(chip->generation());
-        const Bytes signature = chip->sign(challenge);
+        const Evidence evidence = {chip->generation(), certificate, challenge, chip->sign(challenge)};
+        TrustReport examination = examine(evidence, trust);
+        if (examination.failure() != nullptr) {
+            requireSameCertificate(*chip, stored, context.options.location);
+            examineFlaw(*chip, evidence, examination, context.options.location);
+        }
 
         auto report = startReport(context.options);
         addProtocol(report, *chip);
-        const TrustReport examination =
-            addVerdict(report, {chip->generation(), certificate, challenge, signature}, trust);
+        addVerdict(report, evidence, examination);
         answer(context, report, examination, "verify the chip on " + describe(context.options.location));
         return ExitStatus::Success;
     }

@@ -6,6 +6,7 @@
 #include "tool/chip/storedcertificate.h"
 #include "tool/commands/chipreport.h"
 #include "tool/commands/output.h"
+#include "tool/commands/verdict.h"
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -35,7 +36,9 @@ public:
     ExitStatus run(const CommandContext& context) override
     {
         m_output.requirePlace(context.options.json);
-        const Bytes stored = context.chips->detect()->certificate();
+        const auto chip = context.chips->detect();
+        const Bytes stored = chip->certificate();
+        requireSameCertificate(*chip, stored, context.options.location); // not every changed bit shows otherwise
         if (!m_pem && !m_output.store(stored, context.answer))
             return ExitStatus::Success;
 

@@ -169,7 +169,7 @@ private:
     void interpret(Command& command)
     {
         if (!m_address.empty() || m_app.get_option("--address")->count() > 0)
-            m_options.location.address = parseAddress(m_address, command.largestAddress());
+            setAddress(command);
         if (!m_busTimeout.empty())
             m_options.busTimeout = parseBusTimeout(m_busTimeout);
         if (!m_lockTimeout.empty())
@@ -177,6 +177,12 @@ private:
         if (!m_options.logConfig.empty())
             requireProperties(m_options.logConfig);
         command.interpret();
+    }
+
+    void setAddress(const Command& command)
+    {
+        m_options.location.address = parseAddress(m_address, command.largestAddress());
+        m_options.location.inHexadecimal = addressInHexadecimal(m_address);
     }
 
     /// Where the command should be, CLI11 reports a missing command and not the unknown word.

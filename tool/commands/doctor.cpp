@@ -12,15 +12,6 @@ namespace {
 
 constexpr int kEightBitMaximum = 0xff; // of an address
 
-std::string textOf(const Finding& finding)
-{
-    if (finding.isSkipped())
-        return "not looked at";
-    if (finding.cause == nullptr)
-        return "ok: " + finding.found;
-    return std::string(finding.cause) + ": " + finding.found + "\nnext: " + finding.next;
-}
-
 /// What a check of the chip cost.
 std::string costOf(const CheckResult& result)
 {
@@ -29,6 +20,15 @@ std::string costOf(const CheckResult& result)
     const int retries = result.effort.retries;
     return " (" + inMilliseconds(result.time) + ", " + std::to_string(retries) +
            (retries == 1 ? " retry)" : " retries)");
+}
+
+std::string textOf(const CheckResult& result, const Finding& finding)
+{
+    if (finding.isSkipped())
+        return "skipped";
+    if (finding.isHealthy() && !finding.isNote())
+        return "ok: " + finding.found + costOf(result);
+    return std::string(finding.isNote() ? "note" : finding.cause) + ": " + finding.found + "\nnext: " + finding.next;
 }
 
 nlohmann::ordered_json jsonOf(const CheckResult& result, const Finding& finding)
@@ -48,7 +48,7 @@ void addChecks(Report& report, const std::vector<CheckResult>& results)
     auto checks = nlohmann::ordered_json::array();
     for (const auto& result : results) {
         for (const auto& finding : result.findings) {
-            report.text(result.name, textOf(finding) + (finding.isHealthy() ? costOf(result) : ""));
+            report.text(result.name, textOf(result, finding));
             checks.push_back(jsonOf(result, finding));
         }
     }

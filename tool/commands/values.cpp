@@ -6,6 +6,7 @@
 
 #include "common/hex.h"
 #include "common/numbers.h"
+#include "tool/chip/chiplocation.h"
 #include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
@@ -26,6 +27,8 @@ int parseAddress(const std::string& text, int maximum)
 {
     const std::string tried = "use the address '" + text + "'";
     const auto address = parseNumber(text, kLargestNumber);
+    if (!address && parseNumber("0x" + text, kEightBitMaximum))
+        throw usageFailure(tried, "Without 0x, a number is decimal", "Give the address as 0x" + text + ".");
     if (!address)
         throw usageFailure(tried, "That is not a number", "Give the chip's 7-bit address, for example 0x2a.");
     if (*address <= static_cast<std::uint32_t>(maximum))
@@ -34,6 +37,15 @@ int parseAddress(const std::string& text, int maximum)
         throw usageFailure(tried, "An I2C address has 7 bits; this one has 8, including the read/write bit",
                            "Leave that bit out: --address " + toHex(*address / 2, 2));
     throw usageFailure(tried, "An I2C address has 7 bits", "Give an address from 0x08 to 0x77.");
+}
+
+std::optional<int> addressInHexadecimal(const std::string& text)
+{
+    const auto decimal = parseNumber(text, kLargestNumber);
+    const auto number = parseNumber("0x" + text, static_cast<std::uint32_t>(kHighestAddress)); // none for "0x54"
+    if (!decimal || !number || *number < static_cast<std::uint32_t>(kLowestAddress) || *number == *decimal)
+        return std::nullopt;
+    return static_cast<int>(*number);
 }
 
 int parseBusTimeout(const std::string& text)

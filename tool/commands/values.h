@@ -2,6 +2,7 @@
 #define TOOL_COMMANDS_VALUES_H
 
 #include <chrono>
+#include <optional>
 #include <string>
 
 #include "common/bytes.h"
@@ -17,6 +18,9 @@ namespace VorelKestrel::Tool {
 
 /// An address up to @p maximum. If a larger one can be an 8-bit address, the Failure names its 7-bit address.
 int parseAddress(const std::string& text, int maximum);
+/// The other address that a decimal number can mean if somebody has forgotten the 0x: 0x54 for "54". None if no chip
+/// can have it.
+std::optional<int> addressInHexadecimal(const std::string& text);
 /// A timeout in milliseconds.
 int parseBusTimeout(const std::string& text);
 /// In seconds.

@@ -1,6 +1,7 @@
 #include "tool/commands/verdict.h"
 
-#include "tool/chip/verification.h"
+#include "tool/chip/storedcertificate.h"
+#include "tool/commands/chipreport.h"
 #include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
@@ -38,8 +39,7 @@ TrustCheck checkSignature(const Evidence& evidence)
         findFlaw(evidence.generation, evidence.certificate.publicKey(), evidence.challenge, evidence.signature);
     if (!flaw)
         return {"signature", TrustCheck::Result::Passed, nullptr, "made with the certificate's key", nullptr};
-    return {"signature", TrustCheck::Result::Failed, flaw->cause, flaw->found,
-            "Try again to rule the bus out; if it stays so, do not trust this accessory."};
+    return failedCheck(*flaw);
 }
 
 void addChecks(Report& report, const TrustReport& examination)
@@ -65,10 +65,28 @@ std::string resultOf(const TrustReport& examination)
 
 } // namespace
 
-TrustReport addVerdict(Report& report, const Evidence& evidence, const Trust& trust)
+TrustReport examine(const Evidence& evidence, const Trust& trust)
 {
     TrustReport examination = trust.examine(evidence.certificate);
     examination.checks.insert(examination.checks.begin(), checkSignature(evidence));
+    return examination;
+}
+
+TrustCheck failedCheck(const SignatureFlaw& flaw)
+{
+    return {"signature", TrustCheck::Result::Failed, flaw.cause, flaw.found,
+            "Try again. If it fails again, do not trust this accessory."};
+}
+
+void requireSameCertificate(Chip& chip, const Bytes& stored, const ChipLocation& location)
+{
+    if (const auto difference = findDifference(stored, chip.certificate()))
+        throw Failure(kBitErrors, "read the certificate of the chip on " + describe(location), *difference,
+                      kHowToMendTheBus);
+}
+
+void addVerdict(Report& report, const Evidence& evidence, const TrustReport& examination)
+{
     report.row("subject", "subject", evidence.certificate.subject())
         .row("issuer", "issuer", evidence.certificate.issuer())
         .row("serial", "serial", evidence.certificate.serial())
@@ -77,7 +95,6 @@ TrustReport addVerdict(Report& report, const Evidence& evidence, const Trust& tr
         .hexRow("signature", "signature", evidence.signature);
     addChecks(report, examination);
     report.text("result", resultOf(examination)).json("authentic", examination.failure() == nullptr);
-    return examination;
 }
 
 void answer(const CommandContext& context, Report& report, const TrustReport& examination, const std::string& tried)

@@ -70,7 +70,9 @@ public:
 
         Report report;
         report.row("protocol", "protocol", generation.protocol);
-        const TrustReport examination = addVerdict(report, {generation, certificate, m_challenge, m_signature}, trust);
+        const Evidence evidence = {generation, certificate, m_challenge, m_signature};
+        const TrustReport examination = examine(evidence, trust);
+        addVerdict(report, evidence, examination);
         answer(context, report, examination, "verify the answer to the challenge");
         return ExitStatus::Success;
     }

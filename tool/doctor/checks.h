@@ -1,6 +1,8 @@
 #ifndef TOOL_DOCTOR_CHECKS_H
 #define TOOL_DOCTOR_CHECKS_H
 
+#include <chrono>
+#include <string>
 #include <vector>
 
 #include "tool/doctor/examination.h"
@@ -28,6 +30,9 @@ std::vector<Finding> checkSignature(Examination& examination);
 
 /// An address that includes the read/write bit. @p found says how that shows.
 Finding eightBitAddress(const ChipLocation& location, const std::string& found);
+/// What to know about a bus that refused messages, and about one that is slow; empty if there is nothing to know.
+std::vector<Finding> notesOnRefusals(int retries);
+std::vector<Finding> notesOnSpeed(std::chrono::nanoseconds timeOfAByte);
 
 } // namespace VorelKestrel::Tool
 

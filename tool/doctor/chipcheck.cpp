@@ -1,5 +1,7 @@
 #include <thread>
 
+#include <unistd.h>
+
 #include "common/generations.h"
 #include "common/hex.h"
 #include "common/patience.h"
@@ -44,21 +46,39 @@ std::string afterRefusals(int refusals)
            ": it was busy or waking up";
 }
 
-bool chipAnswersAtHalfTheAddress(const Examination& examination)
+/// Whether there is a device. Deliberate: it is read from only, one byte. A write could change what it does, and whose
+/// it is, nobody knows.
+bool deviceAnswersAt(const Examination& examination, int address)
 {
-    if (!selectAddress(examination.node, examination.location.address / 2))
-        return false;
-    const VersionAnswer answer = askVersion(examination.node);
-    return answer.registerRead && findGeneration(answer.deviceVersion) != nullptr;
+    std::uint8_t byte = 0;
+    return selectAddress(examination.node, address) && read(examination.node.get(), &byte, sizeof(byte)) == 1;
 }
 
+std::string inHex(int address)
+{
+    return toHex(static_cast<std::uint32_t>(address), 2);
+}
+
+Finding decimalAddress(const ChipLocation& location)
+{
+    const std::string meant = inHex(*location.inHexadecimal);
+    return {"decimal address",
+            "no chip answers at " + inHex(location.address) + ", and one answers at " + meant + ": the address " +
+                std::to_string(location.address) + " was read as decimal",
+            "Write it in hexadecimal: --address " + meant + "."};
+}
+
+/// Looks for the chip at the addresses that may be meant by the one that was typed; at no others.
 Finding explainSilence(const Examination& examination)
 {
     const ChipLocation& location = examination.location;
     const VersionAnswer& answer = examination.answer;
-    if (isUnanswered(answer) && mayBeEightBits(location.address) && chipAnswersAtHalfTheAddress(examination))
-        return eightBitAddress(location, "nobody answers at " + toHex(static_cast<std::uint32_t>(location.address), 2) +
-                                             ", and the chip does at half of it: it is an address of 8 bits");
+    const int half = location.address / 2;
+    if (isUnanswered(answer) && location.inHexadecimal && deviceAnswersAt(examination, *location.inHexadecimal))
+        return decimalAddress(location);
+    if (isUnanswered(answer) && mayBeEightBits(location.address) && deviceAnswersAt(examination, half))
+        return eightBitAddress(location,
+                               "no chip answers at " + inHex(location.address) + ", and one answers at " + inHex(half));
     const Step step = answer.registerSet ? Step::ReadRegister : Step::SetRegister;
     return refused(causeOfRefusal(step, answer.error), explainRefusal(step, answer.error, location));
 }
@@ -68,7 +88,11 @@ Finding explainSilence(const Examination& examination)
 std::vector<Finding> checkChip(Examination& examination)
 {
     const int refusals = askPatiently(examination);
-    return {examination.answer.registerRead ? healthy(afterRefusals(refusals)) : explainSilence(examination)};
+    if (!examination.answer.registerRead)
+        return {explainSilence(examination)};
+    std::vector<Finding> findings = notesOnRefusals(refusals);
+    findings.insert(findings.begin(), healthy(afterRefusals(refusals)));
+    return findings;
 }
 
 std::vector<Finding> checkGeneration(Examination& examination)

@@ -31,6 +31,11 @@ Finding skipped()
     return {nullptr, "", ""};
 }
 
+Finding note(const std::string& found, const std::string& next)
+{
+    return {nullptr, found, next};
+}
+
 Finding refused(const char* cause, const Failure& failure)
 {
     return {cause, "cannot " + failure.tried() + ": " + failure.answer(), inOneLine(failure.next())};

@@ -22,14 +22,17 @@ struct Finding
 {
     const char* cause; // for programs; null: nothing is wrong
     std::string found; // empty: the check was skipped
-    std::string next;  // what to do about the cause
+    std::string next;  // what to do about it; without a cause this is a note
 
     bool isSkipped() const { return found.empty(); }
     bool isHealthy() const { return cause == nullptr && !isSkipped(); }
+    bool isNote() const { return isHealthy() && !next.empty(); }
 };
 
 Finding healthy(const std::string& found);
 Finding skipped();
+/// What is not wrong, and better known. It stands behind the finding of its check.
+Finding note(const std::string& found, const std::string& next);
 /// What a step towards the chip was refused with.
 Finding refused(const char* cause, const Failure& failure);
 
@@ -41,13 +44,14 @@ struct Examination
     std::string lockFile;          // the lock's key file
     bool signs = true;             // a challenge, on request of the user
 
-    ScopedDescriptor node;                  // -1: it does not open
-    bool isBus = false;                     // nothing yet speaks against it
-    std::optional<LockToken> token;         // held to the end, if there is a lock
-    VersionAnswer answer;                   // the chip's
-    const Generation* generation = nullptr; // null: the library has no driver for the chip
-    std::optional<Certificate> certificate; // none: it cannot be read
-    Effort effort;                          // of all checks so far
+    ScopedDescriptor node;                   // -1: it does not open
+    bool isBus = false;                      // nothing yet speaks against it
+    std::optional<LockToken> token;          // held to the end, if there is a lock
+    VersionAnswer answer;                    // the chip's
+    const Generation* generation = nullptr;  // null: the library has no driver for the chip
+    std::optional<Certificate> certificate;  // none: it cannot be read
+    std::chrono::nanoseconds timeOfAByte{0}; // the shortest, of long messages; 0: there was none
+    Effort effort;                           // of all checks so far
 };
 
 /// One row of the list of checks.

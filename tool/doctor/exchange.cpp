@@ -1,6 +1,7 @@
 #include "tool/doctor/exchange.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "authchipdriver/registermap.h"
 #include "common/hex.h"
@@ -14,14 +15,25 @@ namespace {
 using namespace ACD;
 
 constexpr char kLookAtTheBus[] =
-    "Run this again; if it stays so, look at the bus clock, the pull-ups and the chip's supply.";
-constexpr char kResetTheChip[] = "Reset the chip and run this again; if it stays so, the chip is defective.";
+    "Run this again. If it fails again, check the bus clock, the pull-ups and the chip's supply.";
+constexpr char kResetTheChip[] = "Reset the chip and run this again. If it fails again, the chip is defective.";
 constexpr char kAskTheMaker[] =
     "Reset the chip and run this again; ask its maker for the longest time that it takes to sign.";
+
+/// Long enough for the time of a byte: what each message costs besides counts little. Bytes.
+constexpr std::size_t kLongMessage = 64;
 
 std::string named(std::uint8_t reg)
 {
     return "register " + toHex(reg, 2);
+}
+
+/// Requires: the access failed.
+Step failedStep(const Access& access)
+{
+    if (access.registerTaken)
+        return Step::ReadRegister;
+    return access.error == EOPNOTSUPP ? Step::WriteRegister : Step::SetRegister; // the adapter took shorter messages
 }
 
 /// How lengths are written: two bytes, the first of which is 0.
@@ -32,8 +44,7 @@ Bytes lengthOf(std::size_t length)
 
 } // namespace
 
-Exchange::Exchange(Examination& examination)
-    : m_location(examination.location), m_bus(examination.node, examination.effort)
+Exchange::Exchange(Examination& examination) : m_examination(examination), m_bus(examination.node, examination.effort)
 {}
 
 Bytes Exchange::certificate(const Generation& generation)
@@ -107,6 +118,10 @@ Bytes Exchange::read(std::uint8_t reg, std::size_t length, const std::string& wh
     Access access = m_bus.read(reg, length);
     if (!access.isDone(length))
         stop(access, reg, length, "read " + what);
+    const auto timeOfAByte = access.time / static_cast<int>(length + 1); // the address is one, too
+    auto& shortest = m_examination.timeOfAByte;
+    if (length >= kLongMessage && (shortest.count() == 0 || timeOfAByte < shortest))
+        shortest = timeOfAByte;
     return std::move(access.data);
 }
 
@@ -134,9 +149,9 @@ void Exchange::stop(const Access& access, std::uint8_t reg, std::size_t length, 
     if (access.registerTaken && access.received >= 0)
         throw ExchangeStopped({"short read",
                                "cannot " + place + std::to_string(access.received) + " of " + inBytes(length) + " came",
-                               "Look at the bus controller's limits, the bus clock and the pull-ups."});
-    const Step step = access.registerTaken ? Step::ReadRegister : Step::SetRegister;
-    const Failure failure = explainRefusal(step, access.error, m_location);
+                               "Check the bus controller's limits, the bus clock and the pull-ups."});
+    const Step step = failedStep(access);
+    const Failure failure = explainRefusal(step, access.error, m_examination.location);
     throw ExchangeStopped({causeOfRefusal(step, access.error), "cannot " + place + failure.answer(), failure.next()});
 }
 

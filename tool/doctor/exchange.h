@@ -48,7 +48,7 @@ private:
     void requireSigned();
     [[noreturn]] void stop(const Access& access, std::uint8_t reg, std::size_t length, const std::string& tried);
 
-    const ChipLocation& m_location;
+    Examination& m_examination;
     PatientBus m_bus;
 };
 

@@ -6,6 +6,7 @@
 #include "tool/doctor/checks.h"
 #include "tool/lock/conditions.h"
 #include "tool/lock/inwords.h"
+#include "tool/lock/otherlocks.h"
 #include "tool/lock/processes.h"
 
 namespace VorelKestrel::Tool {
@@ -13,15 +14,15 @@ namespace {
 
 constexpr int kLongestWait = 2000; // milliseconds
 
-/// Who can hold the lock for ever, or spoil it: whoever may use it.
+/// Who can hold the lock for ever, or break it: whoever may use it.
 std::string describeTrust(const LockRights& rights)
 {
     constexpr unsigned kForGroup = 0060;
     constexpr unsigned kForOthers = 0006;
     if ((rights.mode & kForOthers) != 0)
-        return "; any local user can hold or spoil it";
+        return "; every local user can block or break it";
     if ((rights.mode & kForGroup) != 0)
-        return "; members of group " + nameOfGroup(rights.group) + " can hold or spoil it";
+        return "; every member of group " + nameOfGroup(rights.group) + " can block or break it";
     return "";
 }
 
@@ -74,7 +75,7 @@ std::vector<Finding> checkUser(const BusUser& user, const LockState& state)
                  "Start all with the same TMPDIR, and without systemd's PrivateTmp=."}};
     if (state.semaphore >= 0 && !user.mayUse(state.rights))
         return {{"lock of another user",
-                 process + " of user " + nameOfUser(user.user) + " goes on without the lock, which belongs to " +
+                 process + " of user " + nameOfUser(user.user) + " continues without the lock, which belongs to " +
                      describe(state.rights),
                  "As root, run 'authchip lock seed --group NAME' at boot, with a group of all who use the bus."}};
     return {};
@@ -102,13 +103,23 @@ std::vector<Finding> checkPlace(const LockState& state)
     else if (!state.flaw.empty())
         findings.push_back({"lock not safe", state.flaw, std::string("As root: ") + kBeginAnew});
     if (state.semaphore < 0 && state.obstacle != LockObstacle::None)
+        findings.push_back({"no lock possible",
+                            "none can be made, and programs use the bus without one: " + reasonOf(state.obstacle),
+                            adviceAbout(state.obstacle)});
+    if (lacksSemaphoreOfSeed(state))
         findings.push_back(
-            {"no lock possible", "none can be made: " + reasonOf(state.obstacle), adviceAbout(state.obstacle)});
+            {"second lock",
+             "'authchip lock seed' made the key file, and its semaphore is not here: either this process "
+             "has semaphores of its own (a container), and others another lock, or the semaphore was "
+             "removed",
+             "In a container, use the machine's semaphores ('--ipc=host'); on the machine, run "
+             "'authchip lock seed' again."});
     for (const SemaphoreSet& orphan : findOrphans(folder))
-        findings.push_back({"lock orphaned",
-                            "semaphore " + std::to_string(orphan.number) +
-                                ", of an earlier seed, has lost its key file: whoever uses it does not keep others out",
-                            kBeginAnew});
+        findings.push_back(
+            {"lock orphaned",
+             "semaphore " + std::to_string(orphan.number) +
+                 ", of an earlier seed, has lost its key file: programs that still use it do not keep others out",
+             kBeginAnew});
     return findings;
 }
 
@@ -116,8 +127,8 @@ std::vector<Finding> checkPlace(const LockState& state)
 std::string describeFuture(const LockState& state)
 {
     constexpr uid_t kFirstOfPeople = 1000; // users below are the system's
-    std::string text = state.stays ? "it stays, as it was seeded" + describeTrust(state.rights)
-                                   : "it goes away with the process that has made it";
+    std::string text = state.stays ? "it stays, since it was seeded" + describeTrust(state.rights)
+                                   : "it is removed when the process that made it exits";
     if (state.rights.owner >= kFirstOfPeople)
         text += "; systemd removes it when " + nameOfUser(state.rights.owner) + " logs out, unless it has RemoveIPC=no";
     return text;
@@ -135,6 +146,26 @@ Finding acquire(Examination& examination, const LockState& state)
     return asFinding(problemOf(now));        // its holder may have died on the way
 }
 
+/// Which other lock others may have.
+std::vector<Finding> notesOnOtherLocks(const LockState& state)
+{
+    std::vector<Finding> notes;
+    const KeyFolder folder(state.keyFile);
+    if (!state.isSeeded) {
+        for (const SemaphoreSet& set : findSeedsElsewhere(folder, state))
+            notes.push_back(note("semaphore " + std::to_string(set.number) + " of " + nameOfUser(set.creator) +
+                                     " is a seeded lock of another folder than " + folder.path() +
+                                     ": programs that use it are not kept off the bus by this one",
+                                 "Start all with the same TMPDIR, as the seed was; without it, it is /tmp."));
+    }
+    if (hasSemaphoresOfItsOwn())
+        notes.push_back(
+            note("this process has semaphores of its own (a container): processes outside have another lock",
+                 "Have one container alone use the bus, or run all with the machine's semaphores "
+                 "('--ipc=host')."));
+    return notes;
+}
+
 } // namespace
 
 std::vector<Finding> checkLock(Examination& examination)
@@ -147,10 +178,15 @@ std::vector<Finding> checkLock(Examination& examination)
         findings.insert(findings.end(), more.begin(), more.end());
     if (!findings.empty())
         return findings;
-    if (state.semaphore < 0)
-        return {healthy("there is none; the next process that uses the library makes it, and until 'authchip lock "
-                        "seed' has, any local user can take its place")};
-    return {acquire(examination, state)};
+    findings.push_back(state.semaphore < 0
+                           ? healthy("no lock yet; the next process makes one. Run 'authchip lock seed' first, or any "
+                                     "local user can make it instead")
+                           : acquire(examination, state));
+    if (!findings.front().isHealthy())
+        return findings;
+    const std::vector<Finding> notes = notesOnOtherLocks(state);
+    findings.insert(findings.end(), notes.begin(), notes.end());
+    return findings;
 }
 
 } // namespace VorelKestrel::Tool

@@ -43,7 +43,7 @@ std::vector<Finding> checkAddress(Examination& examination)
     const ChipLocation& location = examination.location;
     const std::string address = toHex(static_cast<std::uint32_t>(location.address), 2);
     if (location.address > kSevenBitMaximum)
-        return {eightBitAddress(location, address + " has 8 bits")};
+        return {eightBitAddress(location, "an I2C address has 7 bits")};
     if (location.address < kLowestAddress || location.address > kHighestAddress)
         return {{"reserved address", address + " is outside 0x08 to 0x77, the addresses that chips may have",
                  "Look the chip's 7-bit address up in the schematic; 'i2cdetect -y' shows who answers."}};
@@ -62,8 +62,9 @@ std::vector<Finding> checkAddress(Examination& examination)
 
 Finding eightBitAddress(const ChipLocation& location, const std::string& found)
 {
-    return {"8-bit address", found + ", the lowest being the read/write bit",
-            "Leave that bit out: --address " + toHex(static_cast<std::uint32_t>(location.address / 2), 2) + "."};
+    const auto address = static_cast<std::uint32_t>(location.address);
+    return {"8-bit address", found + ": " + toHex(address, 2) + " includes the read/write bit",
+            "Leave that bit out: --address " + toHex(address / 2, 2) + "."};
 }
 
 } // namespace VorelKestrel::Tool

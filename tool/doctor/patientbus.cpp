@@ -16,7 +16,7 @@ Access PatientBus::read(std::uint8_t reg, std::size_t length)
     access.registerTaken = send({reg});
     if (access.registerTaken) {
         access.data.resize(length);
-        access.received = receive(access.data);
+        receive(access);
         access.data.resize(access.received > 0 ? static_cast<std::size_t>(access.received) : 0);
     }
     access.error = errno;
@@ -48,16 +48,18 @@ bool PatientBus::send(const Bytes& message)
     return false;
 }
 
-long PatientBus::receive(Bytes& data)
+void PatientBus::receive(Access& access)
 {
-    ssize_t received = -1;
-    for (int attempt = 0; attempt < kAttempts && received == -1; ++attempt) {
+    for (int attempt = 0; attempt < kAttempts && access.received == -1; ++attempt) {
         m_effort.retries += attempt > 0 ? 1 : 0;
         ++m_effort.messages;
+        const auto begin = std::chrono::steady_clock::now();
         errno = 0;
-        received = ::read(m_node.get(), data.data(), data.size());
+        access.received = ::read(m_node.get(), access.data.data(), access.data.size());
+        const int error = errno;
+        access.time = std::chrono::steady_clock::now() - begin;
+        errno = error;
     }
-    return received;
 }
 
 } // namespace VorelKestrel::Tool

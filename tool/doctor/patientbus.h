@@ -1,6 +1,7 @@
 #ifndef TOOL_DOCTOR_PATIENTBUS_H
 #define TOOL_DOCTOR_PATIENTBUS_H
 
+#include <chrono>
 #include <cstdint>
 
 #include "common/bytes.h"
@@ -18,10 +19,11 @@ struct Effort
 /// How an access ended.
 struct Access
 {
-    bool registerTaken = false; // the chip took the register's number, and what is written there
-    long received = -1;         // bytes; -1: the read failed
-    int error = 0;              // errno of the last message, if it was refused
-    Bytes data;                 // what was received
+    bool registerTaken = false;       // the chip took the register's number, and what is written there
+    long received = -1;               // bytes; -1: the read failed
+    int error = 0;                    // errno of the last message, if it was refused
+    Bytes data;                       // what was received
+    std::chrono::nanoseconds time{0}; // which the last message took
 
     bool isDone(std::size_t length) const { return registerTaken && received == static_cast<long>(length); }
 };
@@ -44,7 +46,7 @@ public:
 private:
     /// False, and errno is set, if the chip refused each try.
     bool send(const Bytes& message);
-    long receive(Bytes& data);
+    void receive(Access& access);
 
     const ScopedDescriptor& m_node;
     Effort& m_effort;

@@ -22,6 +22,8 @@ constexpr char kLookAtTheClock[] = "If this board's clock is wrong, set it; othe
                                    "authenticate --at TIME' checks\n"
                                    "the dates at another time.";
 
+constexpr char kReplaceTheChip[] = "Run this again. If it fails again, replace the chip.";
+
 Finding examine(const Certificate& certificate)
 {
     const TrustReport examined = Trust(TrustOptions()).examine(certificate);
@@ -32,14 +34,41 @@ Finding examine(const Certificate& certificate)
     return healthy(certificate.subject() + ", " + certificate.keyDescription() + ", until " + certificate.notAfter());
 }
 
+/// What is known of a certificate that could be read, and of the bus that it came over.
+std::vector<Finding> examineAll(Examination& examination, const Bytes& stored, int retries)
+{
+    examination.certificate.emplace(parseCertificate(stored));
+    std::vector<Finding> findings = {examine(*examination.certificate)};
+    for (const auto& notes : {notesOnRefusals(retries), notesOnSpeed(examination.timeOfAByte)})
+        findings.insert(findings.end(), notes.begin(), notes.end());
+    return findings;
+}
+
+Finding explainFlaw(Exchange& exchange, const Examination& examination, const SignatureFlaw& flaw,
+                    const SignedChallenge& first)
+{
+    SignatureFlaw told = flaw;
+    if (mayBeToldApart(flaw)) {
+        const Bytes challenge(first.challenge.rbegin(), first.challenge.rend());
+        const Bytes signature = exchange.signature(*examination.generation, challenge);
+        told = tellApart(*examination.generation, examination.certificate->publicKey(), flaw, first.signature,
+                         {challenge, signature});
+    }
+    return {told.cause, told.found, std::string(told.cause) == kBitErrors ? kHowToMendTheBus : kReplaceTheChip};
+}
+
 } // namespace
 
 std::vector<Finding> checkCertificate(Examination& examination)
 {
+    const int retriesBefore = examination.effort.retries;
     try {
-        const Bytes stored = Exchange(examination).certificate(*examination.generation);
-        examination.certificate.emplace(parseCertificate(stored));
-        return {examine(*examination.certificate)};
+        Exchange exchange(examination);
+        const Bytes stored = exchange.certificate(*examination.generation);
+        const Bytes again = exchange.certificate(*examination.generation); // not every changed bit shows otherwise
+        if (const auto difference = findDifference(stored, again))
+            return {{kBitErrors, *difference, kHowToMendTheBus}};
+        return examineAll(examination, stored, examination.effort.retries - retriesBefore);
     } catch (const ExchangeStopped& stopped) {
         return {stopped.finding()};
     } catch (const Failure& failure) {
@@ -54,13 +83,14 @@ std::vector<Finding> checkSignature(Examination& examination)
     const Generation& generation = *examination.generation;
     const Bytes challenge = challengeOfDoctor(generation);
     try {
-        const Bytes signature = Exchange(examination).signature(generation, challenge);
+        Exchange exchange(examination);
+        const Bytes signature = exchange.signature(generation, challenge);
         if (!examination.certificate)
             return {healthy("the chip signs; not verified, since its certificate is not known")};
         const auto flaw = findFlaw(generation, examination.certificate->publicKey(), challenge, signature);
         if (!flaw)
             return {healthy("made with the certificate's key")};
-        return {{flaw->cause, flaw->found, "Run this again to rule the bus out; if it stays so, replace the chip."}};
+        return {explainFlaw(exchange, examination, *flaw, {challenge, signature})};
     } catch (const ExchangeStopped& stopped) {
         return {stopped.finding()};
     }

@@ -22,10 +22,20 @@ constexpr ObstacleRow kObstacles[] = {
     {LockObstacle::None, "", ""},
     {LockObstacle::NoFolder, "the folder for the key file does not exist",
      "Set TMPDIR to a folder that exists, the same for all who use the bus, or leave it out (/tmp)."},
+    {LockObstacle::NoDescriptorLeft, "this process has no descriptor left to open the folder for the key file",
+     "Raise 'ulimit -n', or close what the shell has open; 'cat /proc/sys/fs/file-nr' shows the system's."},
     {LockObstacle::FolderNotWritable, "this user cannot make the key file in its folder",
      "Run 'authchip lock seed' as root, or have the folder of all who use the bus writable (TMPDIR, or /tmp)."},
-    {LockObstacle::BrokenLink, "the key file is a symbolic link to nothing",
+    {LockObstacle::FolderReadOnly, "the folder for the key file is on a read-only file system",
+     "Mount a writable file system there (a tmpfs on /tmp), or name another folder in TMPDIR, the same for all who "
+     "use\n"
+     "the bus."},
+    {LockObstacle::FolderFull, "the folder for the key file is full: no file can be made there",
+     "Remove files there ('df' and 'df -i' show what is used), or raise the user's quota."},
+    {LockObstacle::BrokenLink, "the key file is a symbolic link that cannot be followed",
      "Run 'authchip lock remove' as root, and then 'authchip lock seed'."},
+    {LockObstacle::NoSemaphores, "the system gives this process no System V semaphores",
+     "Use a kernel with CONFIG_SYSVIPC, or let the container's or service's filter of system calls pass semget()."},
     {LockObstacle::NoSemaphoreLeft, "the system has no semaphore left",
      "'ipcs -s' lists the semaphores; remove those that nobody uses ('ipcrm -s'), or raise the limit\n"
      "('sysctl kernel.sem')."},

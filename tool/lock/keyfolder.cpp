@@ -93,11 +93,18 @@ KeyFolder::KeyFolder(const std::string& keyFile) : m_path(std::filesystem::path(
     if (m_path.empty())
         m_path = ".";
     m_folder = ScopedDescriptor(open(m_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    m_error = m_folder.get() < 0 ? errno : 0;
 }
 
-bool KeyFolder::isWritable() const
+int KeyFolder::obstacleToFiles() const
 {
-    return faccessat(m_folder.get(), ".", W_OK | X_OK, AT_EACCESS) == 0;
+    if (m_error != 0)
+        return m_error;
+    if (faccessat(m_folder.get(), ".", W_OK | X_OK, AT_EACCESS) != 0)
+        return errno;
+    constexpr int kWithoutAName = O_TMPFILE | O_WRONLY | O_CLOEXEC; // not every file system has such files
+    const ScopedDescriptor file(openat(m_folder.get(), ".", kWithoutAName, S_IRUSR | S_IWUSR));
+    return file.get() < 0 && (errno == ENOSPC || errno == EDQUOT) ? errno : 0;
 }
 
 std::string KeyFolder::flaw() const

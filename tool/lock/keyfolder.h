@@ -51,8 +51,9 @@ public:
 
     bool exists() const { return m_folder.get() >= 0; }
     const std::string& path() const { return m_path; }
-    /// Whether this user may make files in it.
-    bool isWritable() const;
+    /// The errno with which this user cannot make a file in it; 0: nothing is known to keep it from that. Leaves no
+    /// file.
+    int obstacleToFiles() const;
     /// Who else can replace the key file: "belongs to mallory"; empty if nobody but root and this user.
     std::string flaw() const;
     FolderIdentity identity() const;
@@ -89,6 +90,7 @@ private:
 
     std::string m_path;
     ScopedDescriptor m_folder;
+    int m_error = 0; // of opening it
 };
 
 } // namespace VorelKestrel::Tool

@@ -58,10 +58,15 @@ class OwnFolder
 public:
     OwnFolder(const std::string& keyFile, const char* tried) : m_folder(keyFile)
     {
-        if (!m_folder.exists())
+        if (!m_folder.exists()) {
+            errno = m_folder.obstacleToFiles();
+            const LockObstacle obstacle = obstacleOf(errno);
             failWithSystemError(
                 std::string(tried) + " in " + m_folder.path(),
-                "TMPDIR names the folder; the default is /tmp. Create it, or set TMPDIR to another one.");
+                obstacle == LockObstacle::NoDescriptorLeft
+                    ? adviceAbout(obstacle)
+                    : "TMPDIR names the folder; the default is /tmp. Create it, or set TMPDIR to another one.");
+        }
         if (!m_folder.keepOthersOut(kLongestWaitForOthers))
             refuse(tried, "Another process keeps " + m_folder.path() + " locked",
                    "'lslocks' shows which. If it is another 'authchip lock', wait until it ends. Then run this again.");
@@ -199,7 +204,9 @@ private:
             m_semaphore = semget(key, kSemaphoresOfSeed, IPC_CREAT | IPC_EXCL | kForTheOwner);
             if (m_semaphore < 0 && errno != EEXIST)
                 failWithSystemError("create a semaphore",
-                                    "'ipcs -ls' shows the system's limits, 'ipcs -s' who owns how many.");
+                                    errno == ENOSYS
+                                        ? adviceAbout(LockObstacle::NoSemaphores)
+                                        : "'ipcs -ls' shows the system's limits, 'ipcs -s' who owns how many.");
             if (m_semaphore < 0)
                 takeUp(key);
         }

@@ -10,6 +10,7 @@
 #include "common/escaped.h"
 #include "common/i2cdevice.h"
 #include "tool/lock/inwords.h"
+#include "tool/lock/otherlocks.h"
 #include "tool/lock/processes.h"
 #include "tool/report/indented.h"
 
@@ -48,6 +49,8 @@ WithoutLock findWithoutLock(const LockState& state, const std::string& device)
                 "As root, run 'authchip lock seed --group NAME' at boot, with a group of all users of the bus."};
     if (state.semaphore < 0 && state.obstacle != LockObstacle::None)
         return {"no lock can be created: " + reasonOf(state.obstacle), adviceAbout(state.obstacle)};
+    if (lacksSemaphoreOfSeed(state))
+        return {"the semaphore of 'authchip lock seed' is not here", "'authchip doctor' tells more."};
     struct stat node = {};
     if (stat(device.c_str(), &node) != 0 || !mayBeI2cNode(device, node))
         return {}; // unrelated processes may have such a file open

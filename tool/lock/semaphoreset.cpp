@@ -1,5 +1,6 @@
 #include "tool/lock/semaphoreset.h"
 
+#include <cerrno>
 #include <fstream>
 #include <limits>
 
@@ -71,6 +72,12 @@ bool changeRights(int set, const LockRights& rights)
     status.sem_perm.gid = rights.group;
     status.sem_perm.mode = static_cast<unsigned short>(rights.mode);
     return controlSemaphore(set, 0, IPC_SET, argument) == 0;
+}
+
+bool hasSemaphores()
+{
+    constexpr int kNone = 0; // a set that no system makes
+    return semget(IPC_PRIVATE, kNone, 0) >= 0 || (errno != ENOSYS && errno != EPERM);
 }
 
 bool areSemaphoresExhausted()

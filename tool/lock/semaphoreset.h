@@ -52,6 +52,8 @@ union SemaphoreArgument
 int controlSemaphore(int set, int index, int command, SemaphoreArgument argument = {});
 /// Gives the set other rights. False and errno if refused.
 bool changeRights(int set, const LockRights& rights);
+/// Whether this process may ask the kernel for semaphores at all.
+bool hasSemaphores();
 /// Whether the system has no set or no semaphore left.
 bool areSemaphoresExhausted();
 

@@ -97,12 +97,13 @@ std::string flawOf(const KeyFolder& folder, const LockState& state)
 
 LockObstacle obstacleTo(const KeyFolder& folder, const KeyFile& file)
 {
-    if (!folder.exists())
-        return LockObstacle::NoFolder;
-    if (file.kind == KeyFileKind::Missing && !folder.isWritable())
-        return LockObstacle::FolderNotWritable;
+    const int error = file.kind == KeyFileKind::Missing ? folder.obstacleToFiles() : 0;
+    if (error != 0)
+        return obstacleOf(error);
     if (file.kind != KeyFileKind::Missing && file.key == -1)
         return LockObstacle::BrokenLink;
+    if (!hasSemaphores())
+        return LockObstacle::NoSemaphores;
     return areSemaphoresExhausted() ? LockObstacle::NoSemaphoreLeft : LockObstacle::None;
 }
 
@@ -141,6 +142,25 @@ timespec fromMilliseconds(int milliseconds)
 }
 
 } // namespace
+
+LockObstacle obstacleOf(int error)
+{
+    switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+        return LockObstacle::NoFolder;
+    case EMFILE:
+    case ENFILE:
+        return LockObstacle::NoDescriptorLeft;
+    case EROFS:
+        return LockObstacle::FolderReadOnly;
+    case ENOSPC:
+    case EDQUOT:
+        return LockObstacle::FolderFull;
+    default:
+        return LockObstacle::FolderNotWritable;
+    }
+}
 
 LockState lookAtLock(const std::string& keyFile)
 {

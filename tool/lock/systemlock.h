@@ -27,10 +27,16 @@ enum class LockObstacle
 {
     None,
     NoFolder,          // TMPDIR names no folder
-    FolderNotWritable, // nor can this user make a key file in it
+    NoDescriptorLeft,  // to open it with
+    FolderNotWritable, // this user cannot make a key file in it
+    FolderReadOnly,    // nobody can
+    FolderFull,        // nor here
     BrokenLink,        // the key file is a symbolic link to nothing
+    NoSemaphores,      // the kernel has none, or they are kept from this process
     NoSemaphoreLeft    // the system's limit is reached
 };
+/// What the error of a folder, or of a file that is made in it, means.
+LockObstacle obstacleOf(int error);
 
 /// How many semaphores a set has, by which a seed's differs from the library's.
 constexpr unsigned kSemaphoresOfLibrary = 1;

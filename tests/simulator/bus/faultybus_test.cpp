@@ -179,6 +179,23 @@ TEST_F(FaultyBusTest, TurnsOneBitOfTheSignatureOver)
     EXPECT_EQ((Bytes{0xa0, 0xb0}), m_read);
 }
 
+TEST_F(FaultyBusTest, FlipsABitOfTheCertificateTheFirstTimeItIsReadAndNoOther)
+{
+    m_next.m_content = {0, 0, 0};
+    Faults faults;
+    faults.flippedBit = 128 * 8 + 9; // the second page begins with byte 128
+    m_bus.inject(faults);
+
+    read(0x31, 3);
+    EXPECT_EQ((Bytes{0, 0, 0}), m_read);
+    read(0x32, 1); // which ends before it
+    EXPECT_EQ((Bytes{0}), m_read);
+    read(0x32, 3);
+    EXPECT_EQ((Bytes{0, 0x40, 0}), m_read);
+    read(0x32, 3);
+    EXPECT_EQ((Bytes{0, 0, 0}), m_read);
+}
+
 TEST_F(FaultyBusTest, TimesOutOnAStuckBusAfterItsTimeAndLetsNothingThrough)
 {
     Faults faults;

@@ -14,8 +14,8 @@ namespace {
 using namespace VorelKestrel;
 using namespace VorelKestrel::Tool;
 
-constexpr Step kSteps[] = {Step::OpenNode, Step::SetTimeout, Step::SelectAddress, Step::SetRegister,
-                           Step::ReadRegister};
+constexpr Step kSteps[] = {Step::OpenNode,    Step::SetTimeout,   Step::SelectAddress,
+                           Step::SetRegister, Step::ReadRegister, Step::WriteRegister};
 const ChipLocation kLocation = {"/dev/i2c-1", 0x2a};
 
 struct Refusal
@@ -35,11 +35,10 @@ std::ostream& operator<<(std::ostream& stream, const Refusal& refusal)
 /// "OpenNodeENOENT".
 std::string nameOf(const testing::TestParamInfo<Refusal>& refusal)
 {
-    static const std::map<Step, std::string> names = {{Step::OpenNode, "OpenNode"},
-                                                      {Step::SetTimeout, "SetTimeout"},
-                                                      {Step::SelectAddress, "SelectAddress"},
-                                                      {Step::SetRegister, "SetRegister"},
-                                                      {Step::ReadRegister, "ReadRegister"}};
+    static const std::map<Step, std::string> names = {
+        {Step::OpenNode, "OpenNode"},           {Step::SetTimeout, "SetTimeout"},
+        {Step::SelectAddress, "SelectAddress"}, {Step::SetRegister, "SetRegister"},
+        {Step::ReadRegister, "ReadRegister"},   {Step::WriteRegister, "WriteRegister"}};
     const int error = refusal.param.error;
     return names.at(refusal.param.step) + (error == 0 ? "WithoutAnError" : strerrorname_np(error));
 }
@@ -74,6 +73,12 @@ INSTANTIATE_TEST_SUITE_P(
                 "Some adapters report a missing acknowledgement so"},
         Refusal{Step::SetRegister, EOPNOTSUPP, "address the chip at 0x2a on /dev/i2c-1",
                 "Operation not supported (EOPNOTSUPP)", "SMBus only"},
+        Refusal{Step::ReadRegister, EOPNOTSUPP, "read from the chip at 0x2a on /dev/i2c-1",
+                "Operation not supported (EOPNOTSUPP)", "refuses messages of this length"},
+        Refusal{Step::WriteRegister, EOPNOTSUPP, "write to the chip at 0x2a on /dev/i2c-1",
+                "Operation not supported (EOPNOTSUPP)", "refuses messages of this length"},
+        Refusal{Step::WriteRegister, EIO, "write to the chip at 0x2a on /dev/i2c-1", "Input/output error (EIO)",
+                "dmesg"},
         Refusal{Step::ReadRegister, 0, "read from the chip at 0x2a on /dev/i2c-1", "0 of 1 bytes came",
                 "Try a slower bus clock"},
         Refusal{Step::SetTimeout, ENOTTY, "set the timeout of /dev/i2c-1", "Inappropriate ioctl for device (ENOTTY)",
@@ -128,12 +133,20 @@ TEST(AdviceTest, SuggestsTheHalvedAddressOnlyForNoAnswerAtAnEvenAddressOfAChip)
     EXPECT_FALSE(suggestsHalf(Step::OpenNode, 0x54));
 }
 
+TEST(AdviceTest, SuggestsTheHexadecimalAddressOfOneTypedInDecimalThatDoesNotAnswer)
+{
+    const ChipLocation decimal = {"/dev/i2c-1", 54, 0x54};
+    EXPECT_NE(std::string::npos, explainRefusal(Step::SetRegister, ENXIO, decimal).next().find("If you mean 0x54"));
+    EXPECT_EQ(std::string::npos, explainRefusal(Step::SetRegister, ETIMEDOUT, decimal).next().find("0x54"));
+    EXPECT_EQ(std::string::npos, explainRefusal(Step::SetRegister, ENXIO, kLocation).next().find("If you mean"));
+}
+
 TEST(AdviceTest, NamesTheProtocolOfAVersionWithoutDriver)
 {
     EXPECT_EQ("Its device version is 1: protocol 1.0, which is not supported", explainVersion(1, kLocation).answer());
     EXPECT_EQ("Its device version is 2: protocol 2.0A, which is not supported", explainVersion(2, kLocation).answer());
     EXPECT_EQ("Its device version is 6, which is unknown", explainVersion(6, kLocation).answer());
-    EXPECT_EQ("Its device version is 255: a bus at rest reads so", explainVersion(255, kLocation).answer());
+    EXPECT_EQ("Its device version is 255, which is what an idle bus reads", explainVersion(255, kLocation).answer());
 }
 
 TEST(AdviceTest, NamesAnErrorThatHasNoName)

@@ -27,6 +27,14 @@ TEST(StoredCertificateTest, IsMissingOrUnreadable)
     EXPECT_EQ("unreadable certificate", causeOf({0x30, 0x03, 0x02, 0x01, 0x00}));
 }
 
+TEST(StoredCertificateTest, IsTheSameIfEveryByteIs)
+{
+    EXPECT_EQ(std::nullopt, findDifference({1, 2, 3}, {1, 2, 3}));
+    EXPECT_EQ("the chip's certificate reads differently each time: byte 1 was 0x02, then 0x0a",
+              findDifference({1, 2, 3}, {1, 0x0a, 0x0b}));
+    EXPECT_EQ("the chip's certificate had 3 bytes, and 2 when read again", findDifference({1, 2, 3}, {1, 2}));
+}
+
 Bytes bytesOf(const std::string& text)
 {
     return {text.begin(), text.end()};

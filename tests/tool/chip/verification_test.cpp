@@ -55,7 +55,15 @@ protected:
 };
 
 const char kOutOfRange[] = "the signature is no signature of any key: a number in it is out of range";
-const char kMismatch[] = "the signature does not match the challenge and the certificate's key";
+const char kAnotherChallenge[] = "the signature is of the certificate's key, but over another challenge";
+
+/// RSA shows its public key what was signed; ECDSA does not.
+std::string mismatchOf(const Generation& generation)
+{
+    return generation.keyGroup == nullptr
+               ? "the signature is not of the certificate's key"
+               : "the signature is of another key than the certificate's, or over another challenge";
+}
 
 TEST_P(VerificationTest, FindsNothingInAGoodSignature)
 {
@@ -67,7 +75,7 @@ TEST_P(VerificationTest, FindsEveryChangedByteOfTheSignature)
     for (std::size_t at = 0; at < m_signature.size(); ++at) {
         auto changed = m_signature;
         changed[at] ^= 1U;
-        EXPECT_EQ(kMismatch, flawOf(m_challenge, changed)) << "byte " << at;
+        EXPECT_EQ(mismatchOf(m_generation), flawOf(m_challenge, changed)) << "byte " << at;
     }
 }
 
@@ -76,8 +84,51 @@ TEST_P(VerificationTest, FindsEveryChangedByteOfTheChallenge)
     for (std::size_t at = 0; at < m_challenge.size(); ++at) {
         auto changed = m_challenge;
         changed[at] ^= 0x80U;
-        EXPECT_EQ(kMismatch, flawOf(changed, m_signature)) << "byte " << at;
+        EXPECT_EQ(m_generation.keyGroup == nullptr ? kAnotherChallenge : mismatchOf(m_generation),
+                  flawOf(changed, m_signature))
+            << "byte " << at;
     }
+}
+
+class SecondSignatureTest : public VerificationTest
+{
+protected:
+    /// Of a first signature that does not match, and a second one.
+    std::string causeOf(const Bytes& firstSignature, const Bytes& secondSignature)
+    {
+        const auto first = findFlaw(m_generation, m_key.get(), m_challenge, firstSignature);
+        EXPECT_TRUE(first && mayBeToldApart(*first));
+        const SignedChallenge second = {m_secondChallenge, secondSignature};
+        return tellApart(m_generation, m_key.get(), *first, firstSignature, second).cause;
+    }
+
+    const Bytes m_secondChallenge = Bytes(m_generation.challengeLength, 0xa5);
+    const Bytes m_elsewhere = signAs(m_generation, m_key.get(), Bytes(m_generation.challengeLength, 0x11));
+};
+
+TEST_P(SecondSignatureTest, ThatIsTheFirstOneShowsARecording)
+{
+    EXPECT_EQ("recorded signature", causeOf(m_elsewhere, m_elsewhere));
+}
+
+TEST_P(SecondSignatureTest, ThatMatchesShowsThatBitsChangedInTheFirst)
+{
+    auto changed = m_signature;
+    changed.back() ^= 1U;
+    EXPECT_EQ("bit errors", causeOf(changed, signAs(m_generation, m_key.get(), m_secondChallenge)));
+}
+
+TEST_P(SecondSignatureTest, ThatDoesNotMatchEitherTellsNoMoreThanTheFirst)
+{
+    const auto other = signAs(m_generation, m_key.get(), Bytes(m_generation.challengeLength, 0x22));
+    EXPECT_EQ(m_generation.keyGroup == nullptr ? "another challenge" : "wrong signature", causeOf(m_elsewhere, other));
+}
+
+TEST_P(SecondSignatureTest, IsNotAskedForWhereTheFirstTellsAll)
+{
+    const auto flaw = findFlaw(m_generation, m_key.get(), m_challenge, Bytes(m_generation.responseLength, 0x00));
+    ASSERT_TRUE(flaw);
+    EXPECT_FALSE(mayBeToldApart(*flaw));
 }
 
 TEST_P(VerificationTest, FindsASignatureOfZerosOrOnes)
@@ -90,7 +141,7 @@ TEST_P(VerificationTest, CallsAnRsaSignatureAboveTheModulusOneThatAnotherKeyMayH
 {
     Bytes large(m_generation.responseLength, 0xff);
     large.back() = 0xfe;
-    EXPECT_EQ(m_generation.keyGroup == nullptr ? kMismatch : kOutOfRange, flawOf(m_challenge, large));
+    EXPECT_EQ(m_generation.keyGroup == nullptr ? mismatchOf(m_generation) : kOutOfRange, flawOf(m_challenge, large));
 }
 
 TEST_P(VerificationTest, FindsAWrongLengthOfTheSignature)
@@ -119,12 +170,16 @@ TEST_P(VerificationTest, FindsAKeyThatCannotBeUsed)
     EXPECT_NE(std::string::npos, found(m_generation, nullptr, m_challenge, m_signature).find("not of the kind"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Generations, VerificationTest,
-                         testing::Values(Keys{&kGeneration20B, "chip20b.key", "chip30.key"},
-                                         Keys{&kGeneration30, "chip30.key", "chip20b.key"}),
-                         [](const auto& keys) {
-                             return keys.param.generation == &kGeneration20B ? "Protocol20B" : "Protocol30";
-                         });
+const auto kBothGenerations = testing::Values(Keys{&kGeneration20B, "chip20b.key", "chip30.key"},
+                                              Keys{&kGeneration30, "chip30.key", "chip20b.key"});
+
+std::string nameOf(const testing::TestParamInfo<Keys>& keys)
+{
+    return keys.param.generation == &kGeneration20B ? "Protocol20B" : "Protocol30";
+}
+
+INSTANTIATE_TEST_SUITE_P(Generations, VerificationTest, kBothGenerations, nameOf);
+INSTANTIATE_TEST_SUITE_P(Generations, SecondSignatureTest, kBothGenerations, nameOf);
 
 TEST(VerificationCurveTest, FindsAKeyOnAnotherCurve)
 {

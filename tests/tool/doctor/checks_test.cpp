@@ -84,6 +84,7 @@ TEST(AddressCheckTest, FindsAnAddressOfEightBitsWithoutANode)
     examination.location = {"/dev/i2c-1", 0x84};
     const Finding finding = checkAddress(examination).front();
     EXPECT_STREQ("8-bit address", finding.cause);
+    EXPECT_EQ("an I2C address has 7 bits: 0x84 includes the read/write bit", finding.found);
     EXPECT_EQ("Leave that bit out: --address 0x42.", finding.next);
 }
 
@@ -166,10 +167,10 @@ TEST_F(LockCheckTest, FindsALockWithTooManyTokens)
     EXPECT_FALSE(m_examination.token);
 }
 
-TEST_F(LockCheckTest, SaysUntilWhenAnybodyCanTakeThePlaceOfTheLock)
+TEST_F(LockCheckTest, SaysHowToKeepOthersFromMakingTheLock)
 {
-    EXPECT_EQ("there is none; the next process that uses the library makes it, and until 'authchip lock seed' has, any "
-              "local user can take its place",
+    EXPECT_EQ("no lock yet; the next process makes one. Run 'authchip lock seed' first, or any local user can make it "
+              "instead",
               checkLock(m_examination).front().found);
 }
 
@@ -182,16 +183,16 @@ TEST_F(LockCheckTest, SaysWhoElseHasPowerOverALockThatWasSeeded)
         std::string power;
     } rows[] = {
         {{kSystemUser, kGroup, 0600}, ""},
-        {{kSystemUser, kGroup, 0660}, "; members of group 70000 can hold or spoil it"},
-        {{kSystemUser, kGroup, 0606}, "; any local user can hold or spoil it"},
-        {{kSystemUser, kGroup, 0666}, "; any local user can hold or spoil it"},
-        {{kPerson, kGroup, 0666}, "; any local user can hold or spoil it" + systemd},
+        {{kSystemUser, kGroup, 0660}, "; every member of group 70000 can block or break it"},
+        {{kSystemUser, kGroup, 0606}, "; every local user can block or break it"},
+        {{kSystemUser, kGroup, 0666}, "; every local user can block or break it"},
+        {{kPerson, kGroup, 0666}, "; every local user can block or break it" + systemd},
     };
     m_lock.seed();
     for (const auto& row : rows) {
         const int semaphore = m_lock.look().semaphore;
         ASSERT_TRUE(changeRights(semaphore, row.rights)); // its creator may use it all the same
-        EXPECT_EQ("semaphore " + std::to_string(semaphore) + ", free; it stays, as it was seeded" + row.power,
+        EXPECT_EQ("semaphore " + std::to_string(semaphore) + ", free; it stays, since it was seeded" + row.power,
                   checkLock(m_examination).front().found);
         m_examination.token.reset();
     }
@@ -206,11 +207,38 @@ TEST_F(LockCheckTest, SaysWhatRemovesALockThatTheLibraryHasMade)
          {std::pair{kSystemUser, ""},
           {kPerson, "; systemd removes it when 70001 logs out, unless it has RemoveIPC=no"}}) {
         ASSERT_TRUE(changeRights(semaphore, {owner, getegid(), 0666}));
-        EXPECT_EQ("semaphore " + std::to_string(semaphore) + ", free; it goes away with the process that has made it" +
-                      more,
+        EXPECT_EQ("semaphore " + std::to_string(semaphore) +
+                      ", free; it is removed when the process that made it exits" + more,
                   checkLock(m_examination).front().found);
         m_examination.token.reset();
     }
+}
+
+TEST_F(LockCheckTest, FindsThatTheSemaphoreOfASeedIsNotHere)
+{
+    m_lock.seed();
+    const int semaphore = m_lock.look().semaphore;
+    semctl(semaphore, 0, IPC_RMID);
+    EXPECT_STREQ("second lock", checkLock(m_examination).front().cause);
+}
+
+TEST(NotesTest, CountTheMessagesThatWereRefused)
+{
+    EXPECT_TRUE(notesOnRefusals(0).empty());
+    EXPECT_EQ("1 message was refused, and repeated", notesOnRefusals(1).front().found);
+    EXPECT_EQ("2 messages were refused, and repeated", notesOnRefusals(2).front().found);
+    EXPECT_TRUE(notesOnRefusals(2).front().isNote());
+}
+
+TEST(NotesTest, CallABusSlowOnWhichAByteTakesMoreThanTwiceTheTimeOfTheSlowestUsualClock)
+{
+    using namespace std::chrono_literals;
+    EXPECT_TRUE(notesOnSpeed(0us).empty()); // nothing was measured
+    EXPECT_TRUE(notesOnSpeed(90us).empty());
+    EXPECT_TRUE(notesOnSpeed(199us).empty());
+    EXPECT_EQ("the bus is slow: a byte takes 0.2 ms, as at 45 kHz", notesOnSpeed(200us).front().found);
+    EXPECT_EQ("the bus is slow: a byte takes 0.9 ms, as at 10 kHz", notesOnSpeed(900us).front().found);
+    EXPECT_TRUE(notesOnSpeed(900us).front().isNote());
 }
 
 TEST(GenerationCheckTest, TellsTheProtocolOrThatThereIsNoDriver)

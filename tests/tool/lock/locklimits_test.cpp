@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/sem.h>
 #include <unistd.h>
 
@@ -47,6 +48,7 @@ struct Counts
 };
 
 Counts* g_counts = nullptr;      // what a visitor counts in
+int g_refusal = 0;               // errno, if the system gives no semaphores
 bool g_losesWhatItFinds = false; // this process, each time that it opens a semaphore of another's
 
 } // namespace
@@ -58,6 +60,10 @@ int spelledSemget(key_t key, int count, int flags) SPELLING("semget");
 int spelledSemget(key_t key, int count, int flags)
 {
     static auto* const next = nextDefinition<int(key_t, int, int)>("semget");
+    if (g_refusal != 0) {
+        errno = g_refusal;
+        return -1;
+    }
     const int semaphore = next(key, count, flags);
     if (semaphore < 0 && errno == EEXIST && g_losesWhatItFinds) {
         semctl(next(key, 0, 0), 0, IPC_RMID); // as if its creator exited now
@@ -302,6 +308,53 @@ TEST_F(LockLimitsTest, AlsoASeededLockIsSecondToOneWhoseKeyFileWasRemoved)
 }
 
 /// Rounds of processes that live for a single visit to the lock, as commands in a script do.
+class LockObstacleTest : public testing::Test
+{
+protected:
+    ~LockObstacleTest() override { g_refusal = 0; }
+
+    LockFolder m_folder;
+};
+
+TEST_F(LockObstacleTest, IsNotThereWhereALockCanBeMade)
+{
+    EXPECT_EQ(LockObstacle::None, m_folder.look().obstacle);
+}
+
+TEST_F(LockObstacleTest, IsASystemWithoutSemaphores)
+{
+    for (const int error : {ENOSYS, EPERM}) { // of a kernel without them, and of a filter of system calls
+        g_refusal = error;
+        EXPECT_EQ(LockObstacle::NoSemaphores, m_folder.look().obstacle) << error;
+    }
+    g_refusal = 0;
+    m_folder.makeKeyFile();
+    g_refusal = ENOSYS;
+    EXPECT_EQ(LockObstacle::NoSemaphores, m_folder.look().obstacle);
+}
+
+TEST_F(LockObstacleTest, IsAProcessWithoutDescriptors)
+{
+    rlimit before = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
+    const rlimit none = {0, before.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    const LockObstacle obstacle = m_folder.look().obstacle;
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &before));
+    EXPECT_EQ(LockObstacle::NoDescriptorLeft, obstacle);
+}
+
+TEST_F(LockObstacleTest, IsToldByTheErrorOfTheFolder)
+{
+    EXPECT_EQ(LockObstacle::NoFolder, obstacleOf(ENOENT));
+    EXPECT_EQ(LockObstacle::NoFolder, obstacleOf(ENOTDIR));
+    EXPECT_EQ(LockObstacle::NoDescriptorLeft, obstacleOf(ENFILE));
+    EXPECT_EQ(LockObstacle::FolderReadOnly, obstacleOf(EROFS));
+    EXPECT_EQ(LockObstacle::FolderFull, obstacleOf(ENOSPC));
+    EXPECT_EQ(LockObstacle::FolderFull, obstacleOf(EDQUOT));
+    EXPECT_EQ(LockObstacle::FolderNotWritable, obstacleOf(EACCES));
+}
+
 class LockRoundsTest : public LockLimitsTest
 {
 protected:

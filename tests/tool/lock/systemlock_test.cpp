@@ -1,5 +1,6 @@
 #include "tool/lock/systemlock.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -15,6 +16,7 @@
 #include "tests/support/childprocess.h"
 #include "tests/support/observedthread.h"
 #include "tests/tool/lock/lockfolder.h"
+#include "tool/lock/otherlocks.h"
 #include "tool/report/failure.h"
 
 using namespace VorelKestrel;
@@ -207,6 +209,39 @@ TEST_F(SystemLockTest, TokenIsNotWaitedForBeyondTheTimeGiven)
     }
     EXPECT_EQ(0, m_folder.look().value);
     mutex.unlock();
+}
+
+TEST_F(SystemLockTest, OfASeedInAnotherFolderIsFoundAndItsOwnIsNot)
+{
+    const KeyFolder here(m_folder.keyFile());
+    const auto isFound = [&](int semaphore) {
+        const auto sets = findSeedsElsewhere(here, m_folder.look());
+        return std::any_of(sets.begin(), sets.end(), [=](const auto& set) { return set.number == semaphore; });
+    };
+    LockFolder other;
+    other.seed();
+    EXPECT_TRUE(isFound(other.look().semaphore));
+    m_folder.seed();
+    EXPECT_FALSE(isFound(m_folder.look().semaphore));
+    unlink(m_folder.keyFile().c_str()); // an orphan is of here, too
+    EXPECT_EQ(1U, findOrphans(here).size());
+    EXPECT_FALSE(isFound(findOrphans(here).front().number));
+}
+
+TEST_F(SystemLockTest, LacksTheSemaphoreOfASeedOnlyOnceTheKeyFileIsMadeAndTheSemaphoreGone)
+{
+    EXPECT_FALSE(lacksSemaphoreOfSeed(m_folder.look()));
+    m_folder.makeKeyFile();
+    EXPECT_FALSE(lacksSemaphoreOfSeed(m_folder.look()));
+    m_folder.clear();
+    m_folder.seed();
+    LockState state = m_folder.look();
+    EXPECT_FALSE(lacksSemaphoreOfSeed(state));
+    semctl(state.semaphore, 0, IPC_RMID);
+    state = m_folder.look();
+    EXPECT_TRUE(lacksSemaphoreOfSeed(state));
+    state.file.status.st_ctim.tv_sec = 0; // of before the machine started
+    EXPECT_FALSE(lacksSemaphoreOfSeed(state));
 }
 
 } // namespace

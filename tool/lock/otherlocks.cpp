@@ -1,0 +1,60 @@
+#include "tool/lock/otherlocks.h"
+
+#include <algorithm>
+#include <ctime>
+#include <filesystem>
+#include <system_error>
+
+#include "common/lockkey.h"
+
+namespace VorelKestrel::Tool {
+namespace {
+
+/// By the clock as it is now: one that was set since says nothing of a file from before.
+bool isOfThisBoot(const struct stat& file)
+{
+    timespec now = {};
+    timespec sinceBoot = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
+    return file.st_ctim.tv_sec > now.tv_sec - sinceBoot.tv_sec;
+}
+
+bool isLock(const SemaphoreSet& set)
+{
+    constexpr unsigned kProjectShift = 24; // of a key of ftok()
+    return set.size == kSemaphoresOfSeed && static_cast<std::uint32_t>(set.key) >> kProjectShift == kLockKeyProject;
+}
+
+} // namespace
+
+bool lacksSemaphoreOfSeed(const LockState& state)
+{
+    return state.file.kind == KeyFileKind::OfSeed && !state.isSeeded && isOfThisBoot(state.file.status);
+}
+
+std::vector<SemaphoreSet> findSeedsElsewhere(const KeyFolder& folder, const LockState& state)
+{
+    std::vector<SemaphoreSet> sets = semaphoreSets();
+    const std::vector<SemaphoreSet> orphans = findOrphans(folder);
+    const auto isOfHere = [&](const SemaphoreSet& set) {
+        return set.number == state.semaphore || std::any_of(orphans.begin(), orphans.end(), [&](const auto& orphan) {
+                   return orphan.number == set.number;
+               });
+    };
+    sets.erase(std::remove_if(
+                   sets.begin(), sets.end(),
+                   [&](const SemaphoreSet& set) { return !isLock(set) || !isTrusted(set.creator) || isOfHere(set); }),
+               sets.end());
+    return sets;
+}
+
+bool hasSemaphoresOfItsOwn()
+{
+    constexpr char kOfTheMachine[] = "ipc:[4026531839]"; // the same number in every kernel
+    std::error_code error;
+    const auto ours = std::filesystem::read_symlink("/proc/self/ns/ipc", error);
+    return !error && ours != kOfTheMachine;
+}
+
+} // namespace VorelKestrel::Tool

@@ -38,6 +38,13 @@ constexpr char kUseAnotherController[] =
     "The bus controller refuses messages of this length: a limit of the controller or its driver, which 'dmesg' names\n"
     "('adapter quirk'). The library reads a certificate in pages of up to 128 bytes and cannot split them. Use\n"
     "another bus, or the pins of this one with the driver i2c-gpio.";
+constexpr char kMaybeNoAnswer[] =
+    "Some adapters report a missing acknowledgement so. If 'i2cdetect -y {bus}' shows other chips but not {address},\n"
+    "this chip does not answer: check address, supply, reset line and pull-ups. If it shows none, check the bus, and\n"
+    "the kernel's messages ('dmesg').";
+constexpr char kControllerGone[] =
+    "The bus controller is gone or suspended: an adapter that was unplugged, or a driver that was unloaded. 'dmesg'\n"
+    "tells which. Connect it again, or resume it; the node may then have another number ('ls /dev/i2c-*').";
 
 // The first row that fits counts.
 constexpr Refusal kRefusals[] = {
@@ -76,10 +83,10 @@ constexpr Refusal kRefusals[] = {
      "Either a line is held low, or this adapter reports a missing acknowledgement as a timeout. Try an address that\n"
      "no chip has ('i2cdetect -y {bus}'): if it fails at once, only this chip is missing; if each address takes long,\n"
      "the bus is stuck: check the pull-ups and what else is on the bus, and reset the chip."},
-    {Step::SetRegister, EIO, "bus fails",
-     "Some adapters report a missing acknowledgement so. If 'i2cdetect -y {bus}' shows other chips but not {address},\n"
-     "this chip does not answer: check address, supply, reset line and pull-ups. If it shows none, check the bus, and\n"
-     "the kernel's messages ('dmesg')."},
+    {Step::SetRegister, EIO, "bus fails", kMaybeNoAnswer},
+    {Step::SetRegister, EPROTO, "bus fails", kMaybeNoAnswer},
+    {Step::SetRegister, ENODEV, "bus fails", kControllerGone},
+    {Step::SetRegister, ESHUTDOWN, "bus fails", kControllerGone},
     {Step::SetRegister, EOPNOTSUPP, "no plain I2C",
      "This adapter speaks SMBus only, and the chip needs plain I2C messages ('i2cdetect -F {bus}' lists what the\n"
      "adapter can do). Use another bus."},

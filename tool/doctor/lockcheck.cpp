@@ -151,6 +151,9 @@ std::vector<Finding> notesOnOtherLocks(const LockState& state)
 {
     std::vector<Finding> notes;
     const KeyFolder folder(state.keyFile);
+    if (state.keyFile.front() != '/')
+        notes.push_back(note("TMPDIR is a relative path: a process in another folder has another lock",
+                             "Set TMPDIR to an absolute path, the same for all who use the bus."));
     if (!state.isSeeded) {
         for (const SemaphoreSet& set : findSeedsElsewhere(folder, state))
             notes.push_back(note("semaphore " + std::to_string(set.number) + " of " + nameOfUser(set.creator) +

@@ -214,6 +214,15 @@ TEST_F(LockCheckTest, SaysWhatRemovesALockThatTheLibraryHasMade)
     }
 }
 
+TEST_F(LockCheckTest, NotesThatARelativeFolderIsAnotherOneForOthers)
+{
+    m_examination.lockFile = "key-file";
+    const auto findings = checkLock(m_examination);
+    ASSERT_LE(2U, findings.size());
+    EXPECT_TRUE(findings[1].isNote());
+    EXPECT_EQ("TMPDIR is a relative path: a process in another folder has another lock", findings[1].found);
+}
+
 TEST_F(LockCheckTest, FindsThatTheSemaphoreOfASeedIsNotHere)
 {
     m_lock.seed();

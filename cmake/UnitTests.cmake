@@ -70,7 +70,12 @@ endfunction()
 # not_emulated(TEST...): these fail under an emulator although what they test is right; who calls it says why. The presets
 # for other architectures leave out what has this label.
 function(not_emulated)
-    set_tests_properties(${ARGV} PROPERTIES LABELS not-emulated)
+    set_property(TEST ${ARGV} APPEND PROPERTY LABELS not-emulated)
+endfunction()
+
+# not_sanitized(TEST...): the same for what the sanitizers themselves need or do; the presets asan and tsan leave it out.
+function(not_sanitized)
+    set_property(TEST ${ARGV} APPEND PROPERTY LABELS not-sanitized)
 endfunction()
 
 # add_soak_test(NAME PROGRAM [FILTER filter] ENVIRONMENT VARIABLE=value...): the cases of a test program in one process,

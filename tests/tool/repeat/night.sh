@@ -8,6 +8,8 @@ case ${1:-} in --help) sed -n '2,5s/^# \?//p' "$0"; exit 0 ;; esac
 [ $# -eq 2 ] || { echo "usage: tests/tool/repeat/night.sh BUILD_FOLDER ATTEMPTS" >&2; exit 2; }
 build=$(cd "$1" && pwd)
 export PATH="$build/tool:$build/simulator:$PATH" attempts=$2
+# AddressSanitizer would keep freed blocks for a while, and memory would grow.
+export ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}quarantine_size_mb=0:thread_local_quarantine_size_kb=0"
 scratch=$(mktemp -d)
 trap 'rm -r "$scratch"' EXIT
 cd "$scratch"

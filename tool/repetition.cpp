@@ -24,7 +24,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// After an attempt that failed before anything could happen, so that a missing node costs no processor.
+/// After an attempt that failed at once, so that a missing node costs no processor time.
 constexpr auto kPause = std::chrono::milliseconds(100);
 constexpr auto kShortest = std::chrono::milliseconds(1);
 
@@ -72,7 +72,7 @@ Repetition::Repetition(Command& command, const CommandContext& context, const Re
     : m_command(command), m_context(context), m_options(options), m_quietly(context.options)
 {
     m_quietly.json = false;
-    m_quietly.stats = false; // the summary has them
+    m_quietly.stats = false; // the summary shows them
 }
 
 ExitStatus Repetition::run()
@@ -184,7 +184,7 @@ void waitForChip(const CommandContext& context, const RepeatOptions& options)
         }
         std::this_thread::sleep_for(kPause);
     }
-    context.meter->take(); // the waiting is no part of the first attempt
+    context.meter->take(); // the wait is not part of the first attempt
 }
 
 } // namespace VorelKestrel::Tool

@@ -10,8 +10,8 @@
 
 namespace VorelKestrel::Tool {
 
-/// What a terminal shows of a run of many attempts: each report overwrites the line of the one before. Elsewhere
-/// nothing is shown.
+/// The progress of a run of many attempts, in one line of a terminal that each report overwrites. Shows nothing
+/// elsewhere.
 class Progress
 {
 public:
@@ -30,12 +30,12 @@ private:
 };
 
 /**
- * Runs a command again and again, as the options say, and tells what came of it. Failures are counted; only what is
- * wrong with the command line ends the run. SIGINT and SIGTERM end it after the attempt that runs.
+ * Repeats a command as the options say, and prints a summary. Failures are counted; only a wrong command line ends the
+ * run. SIGINT and SIGTERM end it after the current attempt.
  *
- * The result is that of an attempt that was not authentic, if there was one, else the largest status.
+ * Result:    NotAuthentic if an attempt was not authentic, otherwise the largest status of all attempts.
  *
- * Ownership: all arguments of the constructor stay the caller's and outlive this.
+ * Ownership: all arguments of the constructor stay the caller's and outlive this object.
  * Errors:    Failure.
  */
 class Repetition
@@ -47,9 +47,9 @@ public:
 
     ExitStatus run();
 
-    /// Counts the attempt that runs as failed, and tells what came of the run until here: for an attempt that cannot be
-    /// aborted, in a process that ends next.
-    /// Threads: another than run()'s, which has to stand still in a call of the library meanwhile.
+    /// Counts the current attempt as failed and prints the summary. For an attempt that cannot be aborted, in a process
+    /// that exits next.
+    /// Threads: not the one of run(), which must be blocked in a call of the library meanwhile.
     ExitStatus giveUp(const Failure& failure);
 
 private:
@@ -65,7 +65,7 @@ private:
     Command& m_command;
     const CommandContext& m_context;
     const RepeatOptions& m_options;
-    CommonOptions m_quietly; // of the command, whose own answers nobody sees
+    CommonOptions m_quietly; // for the command, whose own answers are dropped
     const Clock::time_point m_begin = Clock::now();
     Clock::duration m_attemptBegin{0}; // since m_begin
     std::string m_attemptTime;         // of day
@@ -74,7 +74,7 @@ private:
     ExitStatus m_worst = ExitStatus::Success;
 };
 
-/// Waits for the chip as long as @p options say. Throws the Failure of the last try.
+/// Waits for the chip as long as @p options say. Throws the Failure of the last attempt.
 void waitForChip(const CommandContext& context, const RepeatOptions& options);
 
 } // namespace VorelKestrel::Tool

@@ -1,6 +1,6 @@
 """What a host does with the chip, for the Python peers: each gives the functions that move the bytes.
 
-Answers each line "version TIMES" or "authentication TIMES" of standard input, when it has done so many exchanges, with
+Answers each line "version TIMES" or "authentication TIMES" of standard input, after this many exchanges, with
 the nanoseconds that they took.
 """
 import sys

@@ -1,5 +1,5 @@
 // The library's side of a comparison with other programs. Answers each line "version TIMES" or "authentication TIMES"
-// of standard input, when it has done so many exchanges, with the nanoseconds that they took.
+// of standard input, after this many exchanges, with the nanoseconds that they took.
 
 #include <cstdlib>
 #include <iostream>

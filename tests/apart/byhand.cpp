@@ -1,4 +1,4 @@
-// A test program that is run by hand, or by the build to list its tests, runs apart all the same: it starts anew under
+// A test program that is run by hand, or by the build to list its tests, still runs apart: it restarts itself under
 // that program before the library has made its lock. AUTHCHIP_TEST_APART=no in the environment, for a debugger, lets it
 // run as it is.
 

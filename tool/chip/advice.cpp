@@ -70,7 +70,7 @@ constexpr Refusal kRefusals[] = {
      "Leave --bus-timeout out; the bus controller keeps its own timeout then."},
 
     {Step::SelectAddress, EBUSY, "kernel driver bound",
-     "A kernel driver holds the address. 'readlink /sys/bus/i2c/devices/{sysfs}/driver' names it; set it free with\n"
+     "A kernel driver holds the address. 'readlink /sys/bus/i2c/devices/{sysfs}/driver' names it; unbind it with\n"
      "'echo {sysfs} > /sys/bus/i2c/devices/{sysfs}/driver/unbind', or remove it from the device tree."},
     {Step::SelectAddress, EINVAL, "address refused",
      "The bus takes no such address; look the chip's 7-bit address up in the schematic."},

@@ -26,8 +26,8 @@ namespace VorelKestrel::Tool {
 class LockWatch
 {
 public:
-    /// Says why the process ends, flushes what it has written, and returns the exit status. The thread that called the
-    /// library does not come out of its Call meanwhile.
+    /// Explains why the process exits, flushes its output, and returns the exit status. Meanwhile the thread that
+    /// called the library stays in its Call.
     using GiveUp = std::function<ExitStatus(const Failure&)>;
 
     /// Requires: the library is loaded, and has created or found the lock. Without @p limit it waits without limit.

@@ -12,7 +12,7 @@ namespace {
 
 constexpr double kWidth = 860;
 constexpr double kHeight = 140;
-constexpr double kBase = 118; // the axis; below it are the labels
+constexpr double kBase = 118; // the axis, above the labels
 
 constexpr char kStyle[] = "body{font:15px sans-serif;max-width:900px;margin:2em auto;color:#222}"
                           "table{border-collapse:collapse}td,th{padding:.2em .8em;text-align:right}"
@@ -20,7 +20,7 @@ constexpr char kStyle[] = "body{font:15px sans-serif;max-width:900px;margin:2em 
                           "svg{display:block;margin:.3em 0 1.2em}text{font:12px sans-serif;fill:#555}"
                           ".ok{fill:#4a7fb0}.bad{fill:#c0392b}line{stroke:#888}";
 
-/// With every character that HTML gives a meaning replaced.
+/// Escapes the special characters of HTML.
 std::string inHtml(const std::string& text)
 {
     std::string result;
@@ -56,7 +56,7 @@ public:
               << "\" role=\"img\">\n";
     }
 
-    /// On top of what stands there already.
+    /// Draws a bar on top of @p below earlier ones.
     void bar(std::size_t position, std::uint64_t below, std::uint64_t count, const char* kind)
     {
         if (count == 0)
@@ -106,7 +106,7 @@ std::string plotOf(const Timeline& timeline)
                     inSeconds(timeline.slotLength() * slots));
 }
 
-/// Bars of equal ratio, eight to a doubling.
+/// Bars whose limits grow by a constant ratio, eight for each doubling.
 std::string plotOf(const Histogram& times)
 {
     constexpr double kBarsOfADoubling = 8;

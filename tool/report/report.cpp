@@ -47,7 +47,7 @@ void Report::print(bool json, std::ostream& out) const
 void Report::printText(std::ostream& out) const
 {
     constexpr std::size_t kGap = 2;
-    std::size_t width = 0; // of the column of labels; none if no row has one
+    std::size_t width = 0; // of the column of labels; 0 if no row has a label
     for (const auto& row : m_rows)
         width = std::max(width, row.label.empty() ? 0 : row.label.size() + kGap);
     for (const auto& row : m_rows)
@@ -62,9 +62,9 @@ void Report::printJson(std::ostream& out) const
 
 void printInOneLine(const nlohmann::ordered_json& json, std::ostream& out)
 {
-    constexpr bool kAsciiOnly = true; // a terminal that shows it obeys no character of it
+    constexpr bool kAsciiOnly = true; // so that no character controls a terminal
     constexpr int kInOneLine = -1;
-    // What is no UTF-8, such as the name of a file, is not left out of an answer: U+FFFD stands for it.
+    // Bytes that are not UTF-8, for example in file names, become U+FFFD.
     out << json.dump(kInOneLine, ' ', kAsciiOnly, nlohmann::ordered_json::error_handler_t::replace) << '\n';
 }
 

@@ -12,22 +12,22 @@
 namespace VorelKestrel::Tool {
 
 /**
- * The answer of a command: rows that are printed as a table for people or as one JSON object for programs. The keys
- * are part of the interface; a key is never renamed, and none goes away.
+ * The answer of a command: rows, printed as a table for people or as one JSON object for programs. The keys are part of
+ * the interface and are never renamed or removed.
  */
 class Report
 {
 public:
-    /// A row for people: what it is, and its value.
+    /// A row for people: label and value.
     Report& text(std::string label, std::string value);
     /// A row for programs.
     Report& json(const char* key, nlohmann::ordered_json value);
-    /// A row for both, with the same words.
+    /// A row for both, with the same value.
     Report& row(std::string label, const char* key, const std::string& value);
-    /// The same for bytes: people get as many lines as it takes, programs one string.
+    /// The same for bytes: several lines for people, one string for programs.
     Report& hexRow(std::string label, const char* key, const Bytes& value);
 
-    /// In the way that its reader asked for.
+    /// Prints JSON or text.
     void print(bool json, std::ostream& out) const;
     void printText(std::ostream& out) const;
     void printJson(std::ostream& out) const;
@@ -35,8 +35,8 @@ public:
 private:
     struct Row
     {
-        std::string label; // empty: the value stands alone
-        std::string value; // of one line or more
+        std::string label; // empty: only the value is printed
+        std::string value; // one line or more
     };
 
     std::vector<Row> m_rows;

@@ -100,7 +100,7 @@ ExitStatus runWithLibrary(const CommandLine& line, std::ostream& answer)
     waitForChip(context, line.repeat);
     if (!line.repeat.isWanted())
         return line.command->run(context);
-    repetition.emplace(*line.command, context, line.repeat);
+    repetition.emplace(line, context);
     return repetition->run();
 }
 

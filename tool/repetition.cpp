@@ -68,8 +68,8 @@ void Progress::clear()
     m_isShown = false;
 }
 
-Repetition::Repetition(Command& command, const CommandContext& context, const RepeatOptions& options)
-    : m_command(command), m_context(context), m_options(options), m_quietly(context.options)
+Repetition::Repetition(const CommandLine& line, const CommandContext& context)
+    : m_line(line), m_context(context), m_quietly(context.options), m_beginTime(timeOfDay())
 {
     m_quietly.json = false;
     m_quietly.stats = false; // the summary shows them
@@ -107,8 +107,8 @@ ExitStatus Repetition::giveUp(const Failure& failure)
 
 bool Repetition::goesOn() const
 {
-    const bool isTime = !m_options.time || Clock::now() - m_begin < *m_options.time;
-    return isTime && (!m_options.attempts || m_tally.attempts() < *m_options.attempts);
+    const bool isTime = !m_line.repeat.time || Clock::now() - m_begin < *m_line.repeat.time;
+    return isTime && (!m_line.repeat.attempts || m_tally.attempts() < *m_line.repeat.attempts);
 }
 
 Attempt Repetition::tryOnce()
@@ -120,7 +120,7 @@ Attempt Repetition::tryOnce()
     m_attemptBegin = begin - m_begin;
     attempt.begin = m_attemptBegin;
     try {
-        m_command.run({m_quietly, nowhere, m_context.chips, m_context.meter});
+        m_line.command->run({m_quietly, nowhere, m_context.chips, m_context.meter});
     } catch (const Failure& failure) {
         if (failure.status() == ExitStatus::Usage)
             throw;
@@ -135,7 +135,7 @@ Attempt Repetition::tryOnce()
 void Repetition::count(const Attempt& attempt)
 {
     m_tally.add(attempt);
-    if (!m_options.jsonLines)
+    if (!m_line.repeat.jsonLines)
         return;
     printInOneLine(jsonOf(attempt, m_tally.attempts(), m_attemptTime), m_context.answer);
     m_context.answer.flush(); // somebody may be watching
@@ -150,24 +150,25 @@ void Repetition::worsen(ExitStatus status)
 
 void Repetition::tell() const
 {
-    if (m_options.jsonLines)
+    if (m_line.repeat.jsonLines)
         printInOneLine({{"summary", jsonOf(m_tally)}}, m_context.answer);
     else if (m_context.options.json)
         printInOneLine(jsonOf(m_tally), m_context.answer);
     else
         printTable(m_tally, m_context.answer);
-    if (!m_options.page.empty())
+    if (!m_line.repeat.page.empty())
         writePage();
 }
 
 void Repetition::writePage() const
 {
-    const std::string title = "authchip: " + escapedLines(describe(m_context.options.location));
+    const std::string title =
+        std::string("authchip ") + m_line.row->name + " on " + escapedLines(describe(m_context.options.location));
     errno = 0;
-    std::ofstream file(m_options.page);
-    file << pageOf(m_tally, title) << std::flush;
+    std::ofstream file(m_line.repeat.page);
+    file << pageOf(m_tally, title, m_beginTime) << std::flush;
     if (!file)
-        throw Failure("file not written", "write " + m_options.page, describeSystemError(errno),
+        throw Failure("file not written", "write " + m_line.repeat.page, describeSystemError(errno),
                       "Name a file that can be written, in a folder that exists.");
 }
 

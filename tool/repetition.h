@@ -3,7 +3,7 @@
 
 #include <chrono>
 
-#include "tool/commands/command.h"
+#include "tool/commands/commandline.h"
 #include "tool/repeat/repeatoptions.h"
 #include "tool/repeat/tally.h"
 #include "tool/report/failure.h"
@@ -35,13 +35,13 @@ private:
  *
  * Result:    NotAuthentic if an attempt was not authentic, otherwise the largest status of all attempts.
  *
- * Ownership: all arguments of the constructor stay the caller's and outlive this object.
+ * Ownership: both arguments of the constructor stay the caller's and outlive this.
  * Errors:    Failure.
  */
 class Repetition
 {
 public:
-    Repetition(Command& command, const CommandContext& context, const RepeatOptions& options);
+    Repetition(const CommandLine& line, const CommandContext& context);
     Repetition(const Repetition&) = delete;
     Repetition& operator=(const Repetition&) = delete;
 
@@ -62,11 +62,11 @@ private:
 
     using Clock = std::chrono::steady_clock;
 
-    Command& m_command;
+    const CommandLine& m_line;
     const CommandContext& m_context;
-    const RepeatOptions& m_options;
-    CommonOptions m_quietly; // for the command, whose own answers are dropped
+    CommonOptions m_quietly; // of the command, whose own answers nobody sees
     const Clock::time_point m_begin = Clock::now();
+    const std::string m_beginTime;     // of day
     Clock::duration m_attemptBegin{0}; // since m_begin
     std::string m_attemptTime;         // of day
     Tally m_tally;

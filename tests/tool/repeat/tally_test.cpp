@@ -1,6 +1,9 @@
 #include "tool/repeat/tally.h"
 
+#include <regex>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -102,16 +105,40 @@ TEST(TallyTest, IsAnObjectForPrograms)
 
 TEST(TallyTest, IsAPageThatEscapesWhatItNames)
 {
-    const std::string page = pageOf(exampleTally(), "a & b");
+    const std::string page = pageOf(exampleTally(), "a & b", "2026-01-31T12:00:00.000Z");
     EXPECT_NE(std::string::npos, page.find("<h1>a &amp; b</h1>"));
     EXPECT_NE(std::string::npos, page.find("wrong &lt;signature&gt;"));
     EXPECT_EQ(std::string::npos, page.find("wrong <signature>"));
     EXPECT_EQ(std::string::npos, page.find("<script"));
+    EXPECT_NE(std::string::npos,
+              page.find("5 attempts in 0.1 s from 2026-01-31T12:00:00.000Z: 2 successes, 3 failures."));
+}
+
+/// The labels below the plot of a step, from left to right.
+std::vector<std::string> labelsOf(const std::string& step, const std::string& page)
+{
+    const std::size_t begin = page.find("<div class=\"axis\">", page.find("<h3>" + step + "</h3>"));
+    const std::string axis = page.substr(begin, page.find("</div>", begin) - begin);
+    std::vector<std::string> labels;
+    const std::regex span("<span[^>]*>([^<]*)</span>");
+    for (auto label = std::sregex_iterator(axis.begin(), axis.end(), span); label != std::sregex_iterator(); ++label)
+        labels.push_back((*label)[1]);
+    return labels;
+}
+
+TEST(TallyTest, LabelsItsTimesByPowersOfTenWhereThereIsRoom)
+{
+    Tally tally;
+    for (const int time : {2, 9, 40, 1500})
+        tally.add({"", milliseconds(0), milliseconds(time), {figures("sign", 0, 0, milliseconds(time))}});
+    const std::string page = pageOf(tally, "", "");
+    EXPECT_EQ((std::vector<std::string>{"1.9 ms", "10.0 ms", "100.0 ms", "1500.0 ms"}), labelsOf("sign", page));
+    EXPECT_EQ((std::vector<std::string>{"0.0 ms", "0.0 ms"}), labelsOf(kRest, page));
 }
 
 TEST(TallyTest, IsAPageAlsoBeforeTheFirstAttempt)
 {
-    EXPECT_NE(std::string::npos, pageOf(Tally(), "nothing").find("0 attempts"));
+    EXPECT_NE(std::string::npos, pageOf(Tally(), "nothing", "").find("0 attempts"));
 }
 
 TEST(TimelineTest, GrowsLongerSlotsInsteadOfMore)

@@ -85,6 +85,25 @@ make_pki() {
             -set_serial 0x01f3 -out "$TMPDIR/chip.pem"
     } 2>"$TMPDIR/openssl.log"
 }
+# Lets a simulated chip with them answer a challenge, and runs 'authchip verify' with that answer, without a chip.
+verify_recorded() { # OPTION...
+    local challenge signature
+    challenge=$(printf '%064d' 7)
+    export challenge
+    authchip-sim --key "$TMPDIR/chip.key" --certificate "$TMPDIR/chip.pem" -- bash -c '
+        authchip -d /dev/i2c-7 -a 0x2a certificate -o "$TMPDIR/chip.der"
+        authchip -d /dev/i2c-7 -a 0x2a sign --challenge "$challenge" -o "$TMPDIR/signature"' >"$TMPDIR/told"
+    signature=$(od -An -v -tx1 "$TMPDIR/signature" | tr -d ' \n')
+    authchip verify --certificate "$TMPDIR/chip.der" --challenge "$challenge" --signature "$signature" "$@"
+}
+# Makes the list of what the issuer has revoked (issuer.crl): the chip's certificate.
+revoke() {
+    printf '[ca]\ndefault_ca=list\n[list]\ndatabase=%s/index\ndefault_md=sha256\ndefault_crl_days=30\n' "$TMPDIR" \
+        >"$TMPDIR/ca.conf"
+    printf 'R\t491231235959Z\t250101000000Z\t01F3\tunknown\t/CN=Test chip\n' >"$TMPDIR/index"
+    openssl ca -config "$TMPDIR/ca.conf" -gencrl -cert "$TMPDIR/issuer.pem" -keyfile "$TMPDIR/issuer.key" \
+        -out "$TMPDIR/issuer.crl" 2>>"$TMPDIR/openssl.log"
+}
 # In a container, not even root removes another user's; but it can become that user.
 remove_lock() {
     local number
@@ -136,6 +155,7 @@ interrupted_when_it_waits() {
 }
 export -f make_pki lock_number remove_lock key_file set_tokens while_held while_held_in nobody as_nobody without_proc
 export -f with_a_tiny_disk with_a_disk_of in_a_container beside_a_seed without_semaphores interrupted_when_it_waits
+export -f verify_recorded revoke
 
 # Neither a container without the right nor a folder mounted with "nodev" lets a node be opened.
 makes_nodes() {

@@ -134,16 +134,27 @@ BioPointer openFile(const std::string& path)
     return file;
 }
 
+/// After reading PEM: whether nothing more is there, rather than something damaged.
+bool isAtTheEnd()
+{
+    const unsigned long error = ERR_peek_last_error();
+    return ERR_GET_LIB(error) == ERR_LIB_PEM && ERR_GET_REASON(error) == PEM_R_NO_START_LINE;
+}
+
 /// Calls @p use with every object in a file: one in DER, or all in PEM. Returns how many there were.
 template<typename Pointer, auto readPem, auto readDer, typename Use>
 int forEachIn(const std::string& path, Use use)
 {
     int count = 0;
+    ERR_clear_error();
     const BioPointer pem = openFile(path);
     while (const Pointer object{readPem(pem.get(), nullptr, nullptr, nullptr)}) {
         use(object.get());
         ++count;
     }
+    if (!isAtTheEnd())
+        failReading(path, "Entry " + std::to_string(count + 1) + " in it is damaged",
+                    "Fetch the file again, or take the damaged part out of it.");
     if (count == 0) {
         const BioPointer der = openFile(path);
         if (const Pointer object{readDer(der.get(), nullptr)}) {

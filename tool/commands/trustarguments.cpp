@@ -10,17 +10,20 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-/// Parses "2026-01-31T12:00:00Z" or "2026-01-31".
+/// Parses "2026-01-31T12:00:00Z" or "2026-01-31". No value for anything else: a day that its month does not have, or a
+/// time that a clock of 32 bits cannot count.
 std::optional<std::time_t> parseTime(const std::string& text)
 {
-    std::tm parts{};
-    const char* end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
-    if (end != nullptr && *end == '\0')
-        return timegm(&parts);
-    parts = {};
-    end = strptime(text.c_str(), "%Y-%m-%d", &parts);
-    if (end != nullptr && *end == '\0')
-        return timegm(&parts);
+    for (const char* form : {"%Y-%m-%dT%H:%M:%SZ", "%Y-%m-%d"}) {
+        std::tm parts{};
+        const char* end = strptime(text.c_str(), form, &parts);
+        if (end == nullptr || *end != '\0')
+            continue;
+        const int day = parts.tm_mday;
+        const std::time_t seconds = timegm(&parts); // makes the 3rd of March of the 31st of February
+        if (seconds != -1 && parts.tm_mday == day)
+            return seconds;
+    }
     return std::nullopt;
 }
 
@@ -53,7 +56,8 @@ void TrustArguments::interpret()
         return;
     m_options.at = parseTime(m_at);
     if (!m_options.at)
-        throw Failure(kWrongUsage, "check the dates at '" + m_at + "'", "That is not a time",
+        throw Failure(kWrongUsage, "check the dates at '" + m_at + "'",
+                      "That is no time, or none that this system can count",
                       "Give a time in UTC, for example 2026-01-31T12:00:00Z or 2026-01-31.");
 }
 

@@ -1,7 +1,6 @@
 // authchip: shows a chip to whoever brings a board up, and proves it.
 
 #include <iostream>
-#include <optional>
 #include <string>
 
 #include "common/escaped.h"
@@ -64,24 +63,42 @@ private:
     BusMeter& m_meter;
 };
 
-/// What a process says that waits for the lock no longer. Returns its exit status.
-ExitStatus giveUp(bool json, const Failure& failure, std::ostream& answer)
+/// How a process ends that waits for the lock no longer: a run of many attempts with its summary.
+class WithoutTheLock
 {
-    if (json)
-        printJson(failure, answer);
-    answer.flush();
-    explain(failure, std::cerr);
-    return failure.status();
-}
+public:
+    WithoutTheLock(bool json, std::ostream& answer) : m_json(json), m_answer(answer) {}
 
-/// The same in a run of many attempts: with its summary.
-ExitStatus giveUp(Repetition& repetition, const Failure& failure, std::ostream& answer)
-{
-    const ExitStatus status = repetition.giveUp(failure);
-    answer.flush();
-    explain(failure, std::cerr);
-    return status;
-}
+    /// Requires: no call of the library runs. @p repetition stays the caller's.
+    void setRepetition(Repetition& repetition) { m_repetition = &repetition; }
+
+    LockWatch::Ending ending()
+    {
+        return {[this] { return m_repetition != nullptr && m_repetition->isInterrupted(); }, [this] { return leave(); },
+                [this](const Failure& failure) { return giveUp(failure); }};
+    }
+
+private:
+    ExitStatus leave()
+    {
+        const ExitStatus status = m_repetition->leave();
+        m_answer.flush();
+        return status;
+    }
+    ExitStatus giveUp(const Failure& failure)
+    {
+        const ExitStatus status = m_repetition != nullptr ? m_repetition->giveUp(failure) : failure.status();
+        if (m_json && m_repetition == nullptr)
+            printJson(failure, m_answer);
+        m_answer.flush();
+        explain(failure, std::cerr);
+        return status;
+    }
+
+    const bool m_json;
+    std::ostream& m_answer;
+    Repetition* m_repetition = nullptr; // null: the command runs once
+};
 
 ExitStatus runWithLibrary(const CommandLine& line, std::ostream& answer)
 {
@@ -89,10 +106,8 @@ ExitStatus runWithLibrary(const CommandLine& line, std::ostream& answer)
     const auto chips = loadLibrary(options.location, options.verbosity, options.logConfig);
     if (options.busTimeout)
         setBusTimeout(options.location.device, *options.busTimeout);
-    std::optional<Repetition> repetition; // set between two calls of the library
-    LockWatch watch(options.location.device, options.lockTimeout, [&](const Failure& failure) {
-        return repetition ? giveUp(*repetition, failure, answer) : giveUp(options.json, failure, answer);
-    });
+    WithoutTheLock withoutTheLock(options.json, answer);
+    LockWatch watch(options.location.device, options.lockTimeout, withoutTheLock.ending());
     BusMeter meter(options.verbosity >= 2 ? tellOnStandardError : BusMeter::Listener());
     WatchedChipAccess watched(*chips, watch, meter);
     const StatsAtTheEnd stats(options, meter);
@@ -100,8 +115,9 @@ ExitStatus runWithLibrary(const CommandLine& line, std::ostream& answer)
     waitForChip(context, line.repeat);
     if (!line.repeat.isWanted())
         return line.command->run(context);
-    repetition.emplace(line, context);
-    return repetition->run();
+    Repetition repetition(line, context);
+    withoutTheLock.setRepetition(repetition);
+    return repetition.run();
 }
 
 ExitStatus run(const CommandLine& line, std::ostream& answer)

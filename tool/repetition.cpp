@@ -12,7 +12,6 @@
 #include "common/escaped.h"
 #include "tool/chip/chip.h"
 #include "tool/commands/chipreport.h"
-#include "tool/repeat/interruption.h"
 #include "tool/repeat/summary.h"
 #include "tool/repeat/tally.h"
 #include "tool/report/duration.h"
@@ -77,8 +76,7 @@ Repetition::Repetition(const CommandLine& line, const CommandContext& context)
 
 ExitStatus Repetition::run()
 {
-    const Interruption interruption;
-    while (goesOn() && !interruption.hasCome() && m_context.answer.good()) {
+    while (goesOn() && !isInterrupted() && m_context.answer.good()) {
         const Attempt attempt = tryOnce();
         count(attempt);
         m_progress.show(m_tally);
@@ -92,10 +90,15 @@ ExitStatus Repetition::run()
 
 ExitStatus Repetition::giveUp(const Failure& failure)
 {
-    m_progress.clear();
     worsen(failure.status());
     // Without operations: the meter may still be counting.
     count({failure.cause(), m_attemptBegin, Clock::now() - m_begin - m_attemptBegin, {}});
+    return leave();
+}
+
+ExitStatus Repetition::leave()
+{
+    m_progress.clear();
     try {
         tell();
     } catch (const Failure& unwritten) {

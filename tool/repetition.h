@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "tool/commands/commandline.h"
+#include "tool/repeat/interruption.h"
 #include "tool/repeat/repeatoptions.h"
 #include "tool/repeat/tally.h"
 #include "tool/report/failure.h"
@@ -47,9 +48,14 @@ public:
 
     ExitStatus run();
 
-    /// Counts the current attempt as failed and prints the summary. For an attempt that cannot be aborted, in a process
-    /// that exits next.
-    /// Threads: not the one of run(), which must be blocked in a call of the library meanwhile.
+    // For a process that ends next, in the middle of an attempt that cannot be aborted.
+    // Threads: another than run()'s, which has to stand still in a call of the library meanwhile.
+
+    /// Whether SIGINT or SIGTERM has come.
+    bool isInterrupted() const { return m_interruption.hasCome(); }
+    /// Tells what came of the attempts before this one.
+    ExitStatus leave();
+    /// Counts this attempt as failed, and tells what came of all.
     ExitStatus giveUp(const Failure& failure);
 
 private:
@@ -71,6 +77,7 @@ private:
     std::string m_attemptTime;         // of day
     Tally m_tally;
     Progress m_progress;
+    const Interruption m_interruption;
     ExitStatus m_worst = ExitStatus::Success;
 };
 

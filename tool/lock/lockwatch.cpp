@@ -65,8 +65,8 @@ WithoutLock findWithoutLock(const LockState& state, const std::string& device)
     return {};
 }
 
-LockWatch::LockWatch(const std::string& device, std::optional<std::chrono::seconds> limit, GiveUp giveUp)
-    : m_limit(limit), m_giveUp(std::move(giveUp)), m_thread([this] { watch(); })
+LockWatch::LockWatch(const std::string& device, std::optional<std::chrono::seconds> limit, Ending ending)
+    : m_limit(limit), m_ending(std::move(ending)), m_thread([this] { watch(); })
 {
     const WithoutLock without = findWithoutLock(lookAtLock(m_keyFile), device);
     if (!without.reason.empty())
@@ -118,13 +118,17 @@ void LockWatch::look()
         say("waiting for " + describeHolder(state), "'authchip doctor' shows what is wrong with the lock. Ctrl-C stops "
                                                     "waiting; --lock-timeout limits the wait.");
     }
-    if (!m_limit || waited < *m_limit || !isWaitedFor(lookAtLock(m_keyFile)))
+    const bool isOver = m_limit && waited >= *m_limit;
+    const bool isWanted = m_ending.isWanted();
+    if (!(isOver || isWanted) || !isWaitedFor(lookAtLock(m_keyFile)))
         return;
+    if (isWanted)
+        std::_Exit(static_cast<int>(m_ending.leave()));
     const Failure failure(state.condition == LockCondition::Lost ? "token lost" : "lock held", "use the bus",
                           "Waited " + std::to_string(m_limit->count()) + " seconds for " + describeHolder(state),
                           "If that process hangs, end it: the system then releases the lock. 'authchip doctor' tells "
                           "more.");
-    std::_Exit(static_cast<int>(m_giveUp(failure)));
+    std::_Exit(static_cast<int>(m_ending.giveUp(failure)));
 }
 
 } // namespace VorelKestrel::Tool

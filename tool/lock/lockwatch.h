@@ -20,18 +20,23 @@ namespace VorelKestrel::Tool {
  * holds it, or that there is no common lock.
  *
  * Threads: a thread of its own checks the lock while a call of the library runs, without taking it.
- * Errors:  after the time limit the process explains the failure and exits without running destructors, because the
- *          waiting call cannot be aborted.
+ * Errors:  after the time limit, or when Ending::isWanted() says so, the process exits without running destructors,
+ *          because the waiting call cannot be aborted.
  */
 class LockWatch
 {
 public:
-    /// Explains why the process exits, flushes its output, and returns the exit status. Meanwhile the thread that
-    /// called the library stays in its Call.
-    using GiveUp = std::function<ExitStatus(const Failure&)>;
+    /// How a process ends that is waiting for the lock. The thread of the watch calls these functions, and keeps the
+    /// waiting thread inside its Call meanwhile. What they return is the exit status; they flush their output.
+    struct Ending
+    {
+        std::function<bool()> isWanted;                   ///< whether to end before the time limit
+        std::function<ExitStatus()> leave;                ///< what to do then
+        std::function<ExitStatus(const Failure&)> giveUp; ///< what to do at the time limit
+    };
 
     /// Requires: the library is loaded, and has created or found the lock. Without @p limit it waits without limit.
-    LockWatch(const std::string& device, std::optional<std::chrono::seconds> limit, GiveUp giveUp);
+    LockWatch(const std::string& device, std::optional<std::chrono::seconds> limit, Ending ending);
     LockWatch(const LockWatch&) = delete;
     LockWatch& operator=(const LockWatch&) = delete;
     ~LockWatch();
@@ -58,7 +63,7 @@ private:
 
     const std::string m_keyFile = lockKeyFile();
     const std::optional<std::chrono::seconds> m_limit;
-    const GiveUp m_giveUp;
+    const Ending m_ending;
     std::mutex m_mutex;
     std::condition_variable m_changed;
     bool m_isInCall = false; // guarded by m_mutex, as is m_ends

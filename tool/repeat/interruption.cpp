@@ -1,16 +1,18 @@
 #include "tool/repeat/interruption.h"
 
+#include <atomic>
 #include <csignal>
 #include <initializer_list>
 
 namespace VorelKestrel::Tool {
 namespace {
 
-volatile std::sig_atomic_t g_hasCome = 0;
+std::atomic<bool> g_hasCome{false};
+static_assert(std::atomic<bool>::is_always_lock_free); // or a signal handler must not set it
 
 void note(int /*signal*/)
 {
-    g_hasCome = 1;
+    g_hasCome = true;
 }
 
 void answer(int signal, void (*handler)(int), int flags)
@@ -25,7 +27,7 @@ void answer(int signal, void (*handler)(int), int flags)
 
 Interruption::Interruption()
 {
-    g_hasCome = 0;
+    g_hasCome = false;
     for (const int signal : {SIGINT, SIGTERM})
         answer(signal, note, static_cast<int>(SA_RESETHAND | SA_RESTART));
 }
@@ -38,7 +40,7 @@ Interruption::~Interruption()
 
 bool Interruption::hasCome() const
 {
-    return g_hasCome != 0;
+    return g_hasCome;
 }
 
 } // namespace VorelKestrel::Tool

@@ -15,6 +15,7 @@ public:
     Interruption(const Interruption&) = delete;
     Interruption& operator=(const Interruption&) = delete;
 
+    /// Threads: any.
     bool hasCome() const;
 };
 

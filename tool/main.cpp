@@ -63,7 +63,7 @@ private:
     BusMeter& m_meter;
 };
 
-/// How a process ends that waits for the lock no longer: a run of many attempts with its summary.
+/// How the process ends while it waits for the lock: a run of many attempts ends with its summary.
 class WithoutTheLock
 {
 public:

@@ -36,7 +36,7 @@ private:
  *
  * Result:    NotAuthentic if an attempt was not authentic, otherwise the largest status of all attempts.
  *
- * Ownership: both arguments of the constructor stay the caller's and outlive this.
+ * Ownership: both arguments of the constructor stay the caller's and outlive this object.
  * Errors:    Failure.
  */
 class Repetition
@@ -48,14 +48,14 @@ public:
 
     ExitStatus run();
 
-    // For a process that ends next, in the middle of an attempt that cannot be aborted.
-    // Threads: another than run()'s, which has to stand still in a call of the library meanwhile.
+    // For a process that exits next, in the middle of an attempt that cannot be aborted.
+    // Threads: any but run()'s, which must be waiting in a call of the library meanwhile.
 
     /// Whether SIGINT or SIGTERM has come.
     bool isInterrupted() const { return m_interruption.hasCome(); }
-    /// Tells what came of the attempts before this one.
+    /// Prints the summary, without this attempt.
     ExitStatus leave();
-    /// Counts this attempt as failed, and tells what came of all.
+    /// Prints the summary, in which this attempt has failed.
     ExitStatus giveUp(const Failure& failure);
 
 private:
@@ -70,7 +70,7 @@ private:
 
     const CommandLine& m_line;
     const CommandContext& m_context;
-    CommonOptions m_quietly; // of the command, whose own answers nobody sees
+    CommonOptions m_quietly; // for the command, whose own answers are dropped
     const Clock::time_point m_begin = Clock::now();
     const std::string m_beginTime;     // of day
     Clock::duration m_attemptBegin{0}; // since m_begin

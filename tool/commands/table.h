@@ -7,7 +7,7 @@
 
 namespace VorelKestrel::Tool {
 
-/// All commands, in the order of the help. The command line, both programs and the help read this table; tests compare
+/// All commands, in the order of the help. The command line and the help read this table; tests compare
 /// the completion and the manual page with it.
 const std::vector<CommandRow>& commandTable();
 

@@ -129,7 +129,7 @@ std::string plotOf(const Timeline& timeline)
            plot.html();
 }
 
-/// Bars of equal ratio, eight to a doubling: in this measure times of all sizes find room.
+/// Bars whose limits grow by a constant ratio, eight for each doubling: short and long times share one axis.
 class LogarithmicBars
 {
 public:

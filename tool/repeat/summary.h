@@ -17,7 +17,7 @@ void printTable(const Tally& tally, std::ostream& out);
 nlohmann::ordered_json jsonOf(const Tally& tally);
 /// One attempt. @p number  counts from 1. @p at  the time of its start: "2026-01-31T12:00:00.123Z".
 nlohmann::ordered_json jsonOf(const Attempt& attempt, std::uint64_t number, const std::string& at);
-/// A page of HTML with plots, which needs nothing but itself. @p begin is when the run began.
+/// An HTML page with plots, in one file. @p begin  the time when the run began.
 std::string pageOf(const Tally& tally, const std::string& title, const std::string& begin);
 
 } // namespace VorelKestrel::Tool

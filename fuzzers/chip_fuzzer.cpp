@@ -338,7 +338,7 @@ void detect(AuthChipDriver& driver, Input& input)
     const std::unique_ptr<AuthChipDriver> found(
         AuthChipFactory::getAuthChipDriverInstance(HostileChip::kDevice, HostileChip::kAddress));
     const U32 version = numberRead();
-    const bool isKnown = version == 3 || version == 5 || version == 7;
+    const bool isKnown = version <= 0xff && VorelKestrel::findGeneration(static_cast<U8>(version)) != nullptr;
     require(found == nullptr || isKnown, "a driver is for a version that is known");
     require(found != nullptr || !isKnown || g_chip->lastRead().size() != 1, "a version that is known has a driver");
     driverOfTheFactory() = &driver;

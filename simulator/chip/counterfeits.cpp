@@ -230,7 +230,7 @@ const std::vector<Counterfeit>& counterfeits()
         {"revoked", "a certificate with the serial number 0d0d... (16 bytes), for a revocation list", revoked},
         {"issuer-no-ca", "a certificate that another chip's key has signed", issuerNoCa},
         {"chain-too-long", "a certificate below more issuers than its issuer allows", chainTooLong},
-        {"escapes-in-name", "a self-made certificate whose name drives a terminal", escapesInName},
+        {"escapes-in-name", "a self-made certificate whose name contains terminal escape sequences", escapesInName},
         {"other-key-kind", "a key on another curve or of another size", otherKeyKind},
         {"der-signature", "signatures in DER (3.0 only)", derSignature},
         {"exchanged", "signatures with r and s exchanged (3.0 only)", exchanged},

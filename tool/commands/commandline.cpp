@@ -35,7 +35,7 @@ std::string footer()
     }
     return lines + line +
            ".\n"
-           "Standard output carries only the answer; with --json also a failure, as an object.\n"
+           "Standard output has only the answer. With --json it also has a failure, as a JSON object.\n"
            "Numbers are decimal (42) or hexadecimal (0x2a).";
 }
 

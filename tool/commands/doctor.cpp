@@ -75,7 +75,7 @@ public:
 
     void declare(CLI::App& app) override
     {
-        app.add_flag("--no-sign", m_skipsSigning, "Do not have a challenge signed");
+        app.add_flag("--no-sign", m_skipsSigning, "Do not let the chip sign a challenge");
     }
 
     ExitStatus run(const CommandContext& context) override

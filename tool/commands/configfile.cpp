@@ -31,7 +31,8 @@ using Items = std::vector<CLI::ConfigItem>;
 
 std::string pathOf(const CLI::App& app)
 {
-    return app.get_config_ptr()->as<std::string>();
+    const CLI::results_t& named = app.get_config_ptr()->results(); // empty unless somebody names a file
+    return named.empty() ? chosenFile() : named.back();
 }
 
 bool isNamed(const std::string& line, const std::string& name)

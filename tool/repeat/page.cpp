@@ -76,9 +76,9 @@ public:
     /// A label below the bars, at a place from 0 to 1, with a line unless it is at one of the ends.
     void label(double place, const std::string& text)
     {
-        const char* const end = place <= 0 ? " class=\"first\"" : place >= 1 ? " class=\"last\"" : "";
+        const char* const end = place <= 0 ? R"( class="first")" : place >= 1 ? R"( class="last")" : "";
         if (*end == '\0')
-            m_svg << "<line x1=\"" << place * kWidth << "\" x2=\"" << place * kWidth << "\" y1=\"0\" y2=\"" << kHeight
+            m_svg << "<line x1=\"" << place * kWidth << "\" x2=\"" << place * kWidth << R"(" y1="0" y2=")" << kHeight
                   << "\"/>\n";
         m_labels << "<span" << end << " style=\"left:" << place * kPercent << "%\">" << text << "</span>";
     }
@@ -124,7 +124,7 @@ std::string plotOf(const Timeline& timeline)
     const auto slots = static_cast<std::chrono::nanoseconds::rep>(timeline.slots().size());
     plot.label(0, "0 s");
     plot.label(1, inSeconds(timeline.slotLength() * slots));
-    return note("<b class=\"ok\">Blue</b> succeeded, <b class=\"bad\">red</b> failed. A bar is " +
+    return note(R"(<b class="ok">Blue</b> succeeded, <b class="bad">red</b> failed. A bar is )" +
                 inSeconds(timeline.slotLength()) + "; the highest has " + std::to_string(highest) + " attempts.") +
            plot.html();
 }
@@ -138,7 +138,7 @@ public:
     std::vector<std::uint64_t> counts() const
     {
         std::vector<std::uint64_t> counts;
-        for (double bar = m_first; bar <= m_last; ++bar)
+        for (int bar = m_first; bar <= m_last; ++bar)
             counts.push_back(m_times.countBetween(bar == m_first ? Time(-1) : startOf(bar),
                                                   bar == m_last ? Time::max() : startOf(bar + 1)));
         return counts;
@@ -166,12 +166,12 @@ private:
     {
         return kBarsOfADoubling * std::log2(static_cast<double>(std::max<std::int64_t>(time.count(), 1)));
     }
-    static Time startOf(double bar) { return Time(static_cast<std::int64_t>(std::exp2(bar / kBarsOfADoubling))); }
+    static Time startOf(int bar) { return Time(static_cast<std::int64_t>(std::exp2(bar / kBarsOfADoubling))); }
     double placeOf(Time time) const { return (measure(time) - m_first) / (m_last + 1 - m_first); }
 
     const Histogram& m_times;
-    const double m_first = std::floor(measure(m_times.quantile(0)));
-    const double m_last = std::floor(measure(m_times.longest()));
+    const int m_first = static_cast<int>(measure(m_times.quantile(0)));
+    const int m_last = static_cast<int>(measure(m_times.longest()));
 };
 
 std::string plotOf(const Histogram& times)

@@ -43,6 +43,13 @@ std::string timeOfDay()
 
 constexpr char kClear[] = "\r\x1b[K";
 
+/// Because of errno.
+Failure unwritable(const std::string& page)
+{
+    return Failure("file not written", "write " + page, describeSystemError(errno),
+                   "Name a file that can be written, in a folder that exists and has space left.");
+}
+
 } // namespace
 
 Progress::Progress() : m_isWanted(isatty(STDERR_FILENO) == 1) {}
@@ -76,6 +83,7 @@ Repetition::Repetition(const CommandLine& line, const CommandContext& context)
 
 ExitStatus Repetition::run()
 {
+    requireWritablePage(); // before a night of work, not after it
     while (goesOn() && !isInterrupted() && m_context.answer.good()) {
         const Attempt attempt = tryOnce();
         count(attempt);
@@ -163,6 +171,15 @@ void Repetition::tell() const
         writePage();
 }
 
+void Repetition::requireWritablePage() const
+{
+    if (m_line.repeat.page.empty())
+        return;
+    errno = 0;
+    if (!std::ofstream(m_line.repeat.page, std::ios::app)) // keeps the page of an earlier run
+        throw unwritable(m_line.repeat.page);
+}
+
 void Repetition::writePage() const
 {
     const std::string title =
@@ -171,8 +188,7 @@ void Repetition::writePage() const
     std::ofstream file(m_line.repeat.page);
     file << pageOf(m_tally, title, m_beginTime) << std::flush;
     if (!file)
-        throw Failure("file not written", "write " + m_line.repeat.page, describeSystemError(errno),
-                      "Name a file that can be written, in a folder that exists.");
+        throw unwritable(m_line.repeat.page);
 }
 
 void waitForChip(const CommandContext& context, const RepeatOptions& options)

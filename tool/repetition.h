@@ -64,6 +64,7 @@ private:
     void count(const Attempt& attempt);
     void worsen(ExitStatus status);
     void tell() const;
+    void requireWritablePage() const;
     void writePage() const;
 
     using Clock = std::chrono::steady_clock;

@@ -52,8 +52,8 @@ Certificate parseCertificate(const Bytes& stored)
     } catch (const CertificateError& error) {
         throw Failure(stored.empty() ? "no certificate" : "unreadable certificate",
                       "parse the " + inBytes(stored.size()) + " of the chip's certificate", explain(stored, error),
-                      "'authchip certificate -o FILE' stores what the chip holds. If these bytes come from a file, "
-                      "name the right one.");
+                      "'authchip certificate -o FILE' stores what arrived; runs of ff or 00 come from the bus. "
+                      "If these bytes come from a file, name the right one.");
     }
 }
 

@@ -15,6 +15,10 @@ Finding notANode(const std::string& found)
     return {kNoI2cNode, found, "Name a node such as /dev/i2c-1; 'ls /dev/i2c-*' shows those there are."};
 }
 
+constexpr char kAboutADirectory[] =
+    "Name a node such as /dev/i2c-1. If the name is right, a container runtime made the directory because\n"
+    "the host has no such node: remove it, load the host's driver, then hand the node in.";
+
 } // namespace
 
 std::vector<Finding> checkNode(Examination& examination)
@@ -22,6 +26,8 @@ std::vector<Finding> checkNode(Examination& examination)
     const std::string& device = examination.location.device;
     struct stat status = {};
     const bool exists = stat(device.c_str(), &status) == 0;
+    if (exists && S_ISDIR(status.st_mode))
+        return {{kNoI2cNode, device + " is a directory", kAboutADirectory}};
     if (exists && !S_ISCHR(status.st_mode))
         return {notANode(device + " is no character device")};
     if (exists && !mayBeI2cNode(device, status))

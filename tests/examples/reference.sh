@@ -8,5 +8,12 @@ case ${1:-} in --help) sed -n '2,3s/^# \?//p' "$0"; exit 0 ;; esac
 program=$1 expected=$2 simulator=${3:-}
 command=("$program")
 [ -z "$simulator" ] || command=("$simulator" -- "$program" /dev/i2c-7 0x2a)
-actual=$("${command[@]}" 2>/dev/null | paste -sd ' ')
-[ "$actual" = "$expected" ] || { echo "expected '$expected', got '$actual'" >&2; exit 1; }
+errors=$(mktemp)
+trap 'rm "$errors"' EXIT
+status=0
+actual=$("${command[@]}" 2>"$errors" | paste -sd ' ') || status=$?
+[ $status -eq 0 ] && [ "$actual" = "$expected" ] || {
+    cat "$errors" >&2
+    echo "expected '$expected', got '$actual', exit status $status" >&2
+    exit 1
+}

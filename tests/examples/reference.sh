@@ -12,8 +12,8 @@ errors=$(mktemp)
 trap 'rm "$errors"' EXIT
 status=0
 actual=$("${command[@]}" 2>"$errors" | paste -sd ' ') || status=$?
-[ $status -eq 0 ] && [ "$actual" = "$expected" ] || {
+if [ $status -ne 0 ] || [ "$actual" != "$expected" ]; then
     cat "$errors" >&2
     echo "expected '$expected', got '$actual', exit status $status" >&2
     exit 1
-}
+fi

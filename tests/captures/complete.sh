@@ -25,7 +25,7 @@ each_recording is_there
 faults=$("$simulator" --help | sed -n '/^Faults:/,/^$/s/^  \(--[a-z-]*\).*/\1/p')
 [ "$(wc -l <<<"$faults")" -ge 9 ] || complain "only these faults were found in the help: $faults"
 for fault in $faults --busy-ms --busy-refusals --bound-address; do
-    grep -v '^#' recordings.txt | cut -d '|' -f 2 | grep -q -- " $fault\b" || complain "no row of recordings.txt has $fault"
+    grep -v '^#' recordings.txt | cut -d '|' -f 2 | grep -- " $fault\b" >/dev/null || complain "no row of recordings.txt has $fault"
 done
 
 causes=$(../documents/trouble.sh --causes)

@@ -20,7 +20,7 @@ source packaging/completions/authchip
 completed() { # COMMAND... OPTION
     COMP_WORDS=("$program" "${@:1:$#-1}" --) COMP_CWORD=$# COMPREPLY=()
     _authchip "$program"
-    printf '%s\n' "${COMPREPLY[@]}" | grep -qxF -e "${!#}"
+    printf '%s\n' "${COMPREPLY[@]}" | grep -xF -e "${!#}" >/dev/null # to its end, or printf finds a closed pipe
 }
 manual=$(sed 's/\\-/-/g; s/\\f[A-Z]//g' packaging/man/authchip.1)
 mapfile -t golden < <(sed -sn '1s/^\$ //p' tests/tool/golden/*.txt)

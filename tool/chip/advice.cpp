@@ -118,13 +118,13 @@ std::string busNumber(const std::string& device)
 
 std::string fillIn(std::string text, const ChipLocation& location)
 {
-    const auto address = static_cast<std::uint32_t>(location.address);
     const std::string bus = busNumber(location.device);
-    return filledIn(std::move(text), {{"{device}", location.device},
-                                      {"{bus}", bus},
-                                      {"{address}", toHex(address, 2)},
-                                      {"{halved}", toHex(address / 2, 2)},
-                                      {"{sysfs}", bus + "-" + toHex(address, 4).substr(2)}});
+    return filledIn(std::move(text),
+                    {{"{device}", location.device},
+                     {"{bus}", bus},
+                     {"{address}", addressInHex(location.address)},
+                     {"{halved}", addressInHex(location.address / 2)},
+                     {"{sysfs}", bus + "-" + toHex(static_cast<std::uint32_t>(location.address), 4).substr(2)}});
 }
 
 std::string describe(Step step)
@@ -166,8 +166,8 @@ std::string adviceAboutAddress(const ChipLocation& location)
     if (mayBeEightBits(location.address))
         advice += "\nIf {address} is the address with the read/write bit, the 7-bit address is {halved}.";
     if (location.inHexadecimal)
-        advice += "\nIf you mean " + toHex(static_cast<std::uint32_t>(*location.inHexadecimal), 2) +
-                  ", write it so: without 0x a number is decimal.";
+        advice +=
+            "\nIf you mean " + addressInHex(*location.inHexadecimal) + ", write it so: without 0x a number is decimal.";
     return advice;
 }
 

@@ -1,8 +1,11 @@
 #ifndef TOOL_CHIP_CHIPLOCATION_H
 #define TOOL_CHIP_CHIPLOCATION_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
+
+#include "common/hex.h"
 
 namespace VorelKestrel::Tool {
 
@@ -14,6 +17,12 @@ struct ChipLocation
     /// Another address, which the same digits have in hexadecimal: for an address that was typed in decimal.
     std::optional<int> inHexadecimal = std::nullopt;
 };
+
+/// "0x2a": an address as people write it.
+inline std::string addressInHex(int address)
+{
+    return toHex(static_cast<std::uint32_t>(address), 2);
+}
 
 constexpr int kSevenBitMaximum = 0x7f; // of an address
 // The addresses for devices; the others are reserved.

@@ -34,7 +34,7 @@ struct FreeBlock
 
 std::string at(const ChipLocation& location)
 {
-    return toHex(static_cast<std::uint32_t>(location.address), 2) + " on " + location.device;
+    return addressInHex(location.address) + " on " + location.device;
 }
 
 std::string describe(const DriverComplaint& complaint, Error error)

@@ -5,13 +5,11 @@
 
 #include <unistd.h>
 
-#include "common/hex.h"
-
 namespace VorelKestrel::Tool {
 
 std::string describe(const ChipLocation& location)
 {
-    return location.device + ", address " + toHex(static_cast<std::uint32_t>(location.address), 2);
+    return location.device + ", address " + addressInHex(location.address);
 }
 
 Report startReport(const CommonOptions& options)

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include "common/generations.h"
-#include "common/hex.h"
 #include "common/patience.h"
 #include "tool/chip/advice.h"
 #include "tool/doctor/checks.h"
@@ -54,17 +53,12 @@ bool deviceAnswersAt(const Examination& examination, int address)
     return selectAddress(examination.node, address) && read(examination.node.get(), &byte, sizeof(byte)) == 1;
 }
 
-std::string inHex(int address)
-{
-    return toHex(static_cast<std::uint32_t>(address), 2);
-}
-
 Finding decimalAddress(const ChipLocation& location)
 {
-    const std::string meant = inHex(*location.inHexadecimal);
+    const std::string meant = addressInHex(*location.inHexadecimal);
     return {"decimal address",
-            "no chip answers at " + inHex(location.address) + ", and one answers at " + meant + ": the address " +
-                std::to_string(location.address) + " was read as decimal",
+            "no chip answers at " + addressInHex(location.address) + ", and one answers at " + meant +
+                ": the address " + std::to_string(location.address) + " was read as decimal",
             "Write it in hexadecimal: --address " + meant + "."};
 }
 
@@ -77,8 +71,8 @@ Finding explainSilence(const Examination& examination)
     if (isUnanswered(answer) && location.inHexadecimal && deviceAnswersAt(examination, *location.inHexadecimal))
         return decimalAddress(location);
     if (isUnanswered(answer) && mayBeEightBits(location.address) && deviceAnswersAt(examination, half))
-        return eightBitAddress(location,
-                               "no chip answers at " + inHex(location.address) + ", and one answers at " + inHex(half));
+        return eightBitAddress(location, "no chip answers at " + addressInHex(location.address) +
+                                             ", and one answers at " + addressInHex(half));
     const Step step = answer.registerSet ? Step::ReadRegister : Step::SetRegister;
     return refused(causeOfRefusal(step, answer.error), explainRefusal(step, answer.error, location));
 }

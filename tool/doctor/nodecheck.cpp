@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include "common/hex.h"
 #include "common/i2cdevice.h"
 #include "tool/chip/advice.h"
 #include "tool/doctor/checks.h"
@@ -47,7 +46,7 @@ std::vector<Finding> checkNode(Examination& examination)
 std::vector<Finding> checkAddress(Examination& examination)
 {
     const ChipLocation& location = examination.location;
-    const std::string address = toHex(static_cast<std::uint32_t>(location.address), 2);
+    const std::string address = addressInHex(location.address);
     if (location.address > kSevenBitMaximum)
         return {eightBitAddress(location, "an I2C address has 7 bits")};
     if (location.address < kLowestAddress || location.address > kHighestAddress)
@@ -68,9 +67,8 @@ std::vector<Finding> checkAddress(Examination& examination)
 
 Finding eightBitAddress(const ChipLocation& location, const std::string& found)
 {
-    const auto address = static_cast<std::uint32_t>(location.address);
-    return {"8-bit address", found + ": " + toHex(address, 2) + " includes the read/write bit",
-            "Leave that bit out: --address " + toHex(address / 2, 2) + "."};
+    return {"8-bit address", found + ": " + addressInHex(location.address) + " includes the read/write bit",
+            "Leave that bit out: --address " + addressInHex(location.address / 2) + "."};
 }
 
 } // namespace VorelKestrel::Tool

@@ -38,7 +38,7 @@ Finding note(const std::string& found, const std::string& next)
 
 Finding refused(const char* cause, const Failure& failure)
 {
-    return {cause, "cannot " + failure.tried() + ": " + failure.answer(), inOneLine(failure.next())};
+    return {cause, "cannot " + failure.tried() + ": " + failure.answer(), failure.next()};
 }
 
 bool CheckResult::isHealthy() const

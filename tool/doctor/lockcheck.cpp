@@ -77,7 +77,7 @@ std::vector<Finding> checkUser(const BusUser& user, const LockState& state)
         return {{"lock of another user",
                  process + " of user " + nameOfUser(user.user) + " continues without the lock, which belongs to " +
                      describe(state.rights),
-                 "As root, run 'authchip lock seed --group NAME' at boot, with a group of all who use the bus."}};
+                 kSeedForAll}};
     return {};
 }
 

@@ -12,6 +12,10 @@ namespace VorelKestrel::Tool {
 constexpr char kBeginAnew[] = "Stop the programs that use the library, run 'authchip lock remove', and then\n"
                               "'authchip lock seed' again.";
 
+/// How to make a lock that all can use.
+constexpr char kSeedForAll[] =
+    "As root, run 'authchip lock seed --group NAME' at boot, with a group of all who use the bus.";
+
 /// How to close a folder in which others can replace the key file.
 constexpr char kHowToCloseTheFolder[] =
     "Have root own the folder, with the sticky bit set ('chmod +t'), or name another one in TMPDIR.";

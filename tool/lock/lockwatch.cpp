@@ -9,6 +9,7 @@
 
 #include "common/escaped.h"
 #include "common/i2cdevice.h"
+#include "tool/lock/conditions.h"
 #include "tool/lock/inwords.h"
 #include "tool/lock/otherlocks.h"
 #include "tool/lock/processes.h"
@@ -45,8 +46,7 @@ std::string describeHolder(const LockState& state)
 WithoutLock findWithoutLock(const LockState& state, const std::string& device)
 {
     if (state.condition == LockCondition::Unreadable)
-        return {"semaphore " + std::to_string(state.semaphore) + " belongs to " + describe(state.rights),
-                "As root, run 'authchip lock seed --group NAME' at boot, with a group of all users of the bus."};
+        return {"semaphore " + std::to_string(state.semaphore) + " belongs to " + describe(state.rights), kSeedForAll};
     if (state.semaphore < 0 && state.obstacle != LockObstacle::None)
         return {"no lock can be created: " + reasonOf(state.obstacle), adviceAbout(state.obstacle)};
     if (lacksSemaphoreOfSeed(state))

@@ -24,13 +24,15 @@ Certificate parse(Chip& chip, const Bytes& stored, const ChipLocation& location)
 /// Has another challenge signed if that tells more about a signature that does not match.
 void examineFlaw(Chip& chip, const Evidence& evidence, TrustReport& examination, const ChipLocation& location)
 {
-    EVP_PKEY* key = evidence.certificate.publicKey();
-    const auto flaw = findFlaw(evidence.generation, key, evidence.challenge, evidence.signature);
-    if (!flaw || !mayBeToldApart(*flaw))
+    const TrustCheck& ofSignature = examination.checks.front();
+    if (ofSignature.result != TrustCheck::Result::Failed)
+        return;
+    const SignatureFlaw flaw = {ofSignature.cause, ofSignature.found};
+    if (!mayBeToldApart(flaw))
         return;
     const Bytes challenge = randomChallenge(evidence.generation);
-    const SignatureFlaw told =
-        tellApart(evidence.generation, key, *flaw, evidence.signature, {challenge, chip.sign(challenge)});
+    const SignatureFlaw told = tellApart(evidence.generation, evidence.certificate.publicKey(), flaw,
+                                         evidence.signature, {challenge, chip.sign(challenge)});
     if (std::string(told.cause) == kBitErrors)
         throw Failure(kBitErrors, "verify the chip on " + describe(location), told.found, kHowToMendTheBus);
     examination.checks.front() = failedCheck(told);

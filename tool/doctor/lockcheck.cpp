@@ -47,14 +47,6 @@ bool isStillRemoved(const BusUser& user)
     return stat(user.keyFile.c_str(), &status) != 0 && isThere(user);
 }
 
-bool isSameFile(const std::string& one, const std::string& other)
-{
-    struct stat first = {};
-    struct stat second = {};
-    return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
-           first.st_ino == second.st_ino;
-}
-
 /// Whether a process that is on the bus goes by the lock that this one sees.
 std::vector<Finding> checkUser(const BusUser& user, const LockState& state)
 {
@@ -70,7 +62,7 @@ std::vector<Finding> checkUser(const BusUser& user, const LockState& state)
         return {{"key file gone", "the key file of " + process + " is removed: the next process gets a second lock",
                  "Stop the programs that use the library and run 'authchip lock seed'; keep clean-ups away from the "
                  "file."}};
-    if (!isSameFile(user.keyFile, state.keyFile))
+    if (!KeyFolder(state.keyFile).isOf(user.keyFile))
         return {{"second lock", process + " has its key file in another folder than " + state.keyFile,
                  "Start all with the same TMPDIR, and without systemd's PrivateTmp=."}};
     if (state.semaphore >= 0 && !user.mayUse(state.rights))

@@ -130,8 +130,9 @@ FolderIdentity KeyFolder::identity() const
     return {static_cast<unsigned short>(hash >> 32U & kLargestValue), static_cast<unsigned short>(low == 0 ? 1 : low)};
 }
 
-bool KeyFolder::isSameAs(const std::string& path) const
+bool KeyFolder::isOf(const std::string& keyFile) const
 {
+    const std::string path = std::filesystem::path(keyFile).parent_path().string();
     struct stat ours = {};
     struct stat theirs = {};
     return fstat(m_folder.get(), &ours) == 0 && stat(path.c_str(), &theirs) == 0 && ours.st_dev == theirs.st_dev &&

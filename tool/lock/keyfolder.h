@@ -57,8 +57,8 @@ public:
     /// Who else can replace the key file: "belongs to mallory"; empty if nobody but root and this user.
     std::string flaw() const;
     FolderIdentity identity() const;
-    /// Whether the path names this folder, too.
-    bool isSameAs(const std::string& path) const;
+    /// Whether a key file is in this folder, by whatever path.
+    bool isOf(const std::string& keyFile) const;
 
     KeyFile keyFile() const;
     /// The files that seeds of this user have made and not put in place.

@@ -56,8 +56,7 @@ WithoutLock findWithoutLock(const LockState& state, const std::string& device)
         return {}; // unrelated processes may have such a file open
     const KeyFolder folder(state.keyFile);
     for (const BusUser& user : findBusUsers(device)) {
-        const std::string place = user.keyFile.substr(0, user.keyFile.rfind('/'));
-        if (user.process != getpid() && !(user.sharesSemaphores && folder.isSameAs(place)))
+        if (user.process != getpid() && !(user.sharesSemaphores && folder.isOf(user.keyFile)))
             return {"process " + describeProcess(user.process) + " also uses the bus, but has another lock",
                     "Start all programs with the same TMPDIR, and without systemd's PrivateTmp=. 'authchip doctor' "
                     "tells more."};

@@ -161,8 +161,7 @@ std::vector<pid_t> findLibraryUsers(const KeyFolder& folder)
     std::vector<pid_t> users;
     for (const fs::path& process : processFolders()) {
         const bool isOther = numberOf(process) != getpid();
-        if (isOther && hasLibrary(process) && sharesSemaphores(process) &&
-            folder.isSameAs(fs::path(keyFileOf(process)).parent_path().string()))
+        if (isOther && hasLibrary(process) && sharesSemaphores(process) && folder.isOf(keyFileOf(process)))
             users.push_back(numberOf(process));
     }
     return users;

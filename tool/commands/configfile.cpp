@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
+#include <optional>
 #include <sstream>
 #include <utility>
 
@@ -16,15 +17,39 @@ namespace {
 
 constexpr char kVariable[] = "AUTHCHIP_CONFIG";
 
-bool isSet(const std::string& variable)
+/// None if the variable is empty or not set, or has no name.
+std::optional<std::string> valueOf(const std::string& variable)
 {
     const char* value = variable.empty() ? nullptr : std::getenv(variable.c_str());
-    return value != nullptr && *value != '\0';
+    if (value == nullptr || *value == '\0')
+        return std::nullopt;
+    return value;
 }
 
 std::string chosenFile()
 {
-    return isSet(kVariable) ? std::getenv(kVariable) : kConfigFile;
+    return valueOf(kVariable).value_or(kConfigFile);
+}
+
+/// The program or a command, and the words that lead to it.
+struct NamedApp
+{
+    const CLI::App* app;
+    std::vector<std::string> words;
+};
+
+/// The program, and then all commands.
+std::vector<NamedApp> appsOf(const CLI::App& program)
+{
+    std::vector<NamedApp> apps = {{&program, {}}};
+    for (std::size_t next = 0; next < apps.size(); ++next) {
+        const NamedApp parent = apps[next]; // a copy, since the list grows
+        for (const CLI::App* command : parent.app->get_subcommands([](const CLI::App*) { return true; })) {
+            apps.push_back({command, parent.words});
+            apps.back().words.push_back(command->get_name());
+        }
+    }
+    return apps;
 }
 
 using Items = std::vector<CLI::ConfigItem>;
@@ -92,10 +117,10 @@ public:
         for (const CLI::ConfigItem& line : CLI::ConfigBase::from_config(again)) {
             const std::string value = line.inputs.empty() ? "" : line.inputs.front();
             const std::string place = placeOf(line, value, text.str(), pathOf(m_app));
-            if (addFor(m_app, line, {}, found, place))
+            if (add(line, found, place))
                 continue;
             m_declareAll();
-            if (!addFor(m_app, line, {}, found, place))
+            if (!add(line, found, place))
                 throw Failure(kWrongUsage, "use " + place, "'" + line.fullname() + "' is no option of any command",
                               "Write options without their dashes, one a line: issuer = /etc/authchip/issuers");
         }
@@ -105,24 +130,24 @@ public:
     const std::vector<Setting>& settings() const { return m_settings; }
 
 private:
-    /// Returns whether the app, or a command of it, has the option.
-    bool addFor(const CLI::App& app, const CLI::ConfigItem& line, const std::vector<std::string>& parents, Items& found,
-                const std::string& place) const
+    /// Returns whether the program, or a command of it, has the option.
+    bool add(const CLI::ConfigItem& line, Items& found, const std::string& place) const
     {
-        const CLI::Option* option = line.parents.empty() ? app.get_option_no_throw("--" + line.name) : nullptr;
-        bool isKnown = option != nullptr && option->get_configurable();
-        if (isKnown && !isSet(option->get_envname())) {
+        bool isKnown = false;
+        for (const NamedApp& each : appsOf(m_app)) {
+            const CLI::Option* option =
+                line.parents.empty() ? each.app->get_option_no_throw("--" + line.name) : nullptr;
+            if (option == nullptr || !option->get_configurable())
+                continue;
+            isKnown = true;
+            if (valueOf(option->get_envname()))
+                continue;
             found.push_back(line);
-            found.back().parents = parents;
-        }
-        if (isKnown && !isSet(option->get_envname()) && option->count() == 0) { // not on the command line
+            found.back().parents = each.words;
+            if (option->count() > 0) // on the command line
+                continue;
             for (const std::string& value : line.inputs)
                 m_settings.push_back({"--" + line.name, value, place});
-        }
-        for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
-            std::vector<std::string> path = parents;
-            path.push_back(command->get_name());
-            isKnown = addFor(*command, line, path, found, place) || isKnown;
         }
         return isKnown;
     }

@@ -12,6 +12,7 @@
 #include "common/escaped.h"
 #include "tool/chip/chip.h"
 #include "tool/commands/chipreport.h"
+#include "tool/commands/output.h"
 #include "tool/repeat/summary.h"
 #include "tool/repeat/tally.h"
 #include "tool/report/duration.h"
@@ -42,13 +43,6 @@ std::string timeOfDay()
 }
 
 constexpr char kClear[] = "\r\x1b[K";
-
-/// Because of errno.
-Failure unwritable(const std::string& page)
-{
-    return Failure("file not written", "write " + page, describeSystemError(errno),
-                   "Name a file that can be written, in a folder that exists and has space left.");
-}
 
 } // namespace
 
@@ -184,11 +178,7 @@ void Repetition::writePage() const
 {
     const std::string title =
         std::string("authchip ") + m_line.row->name + " on " + escapedLines(describe(m_context.options.location));
-    errno = 0;
-    std::ofstream file(m_line.repeat.page);
-    file << pageOf(m_tally, title, m_beginTime) << std::flush;
-    if (!file)
-        throw unwritable(m_line.repeat.page);
+    storeFile(m_line.repeat.page, pageOf(m_tally, title, m_beginTime));
 }
 
 void waitForChip(const CommandContext& context, const RepeatOptions& options)

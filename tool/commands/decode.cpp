@@ -1,7 +1,5 @@
 #include "tool/commands/command.h"
 
-#include <cerrno>
-#include <fstream>
 #include <sstream>
 
 #include <CLI/CLI.hpp>
@@ -9,6 +7,7 @@
 
 #include "capture/output.h"
 #include "capture/recording.h"
+#include "tool/commands/output.h"
 #include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
@@ -68,12 +67,9 @@ private:
 
     void draw(const Capture::Recording& recording, const Capture::Analysis& analysis) const
     {
-        errno = 0;
-        std::ofstream picture(m_picture);
+        std::ostringstream picture;
         Capture::drawTimeline(recording, analysis, m_file.substr(m_file.rfind('/') + 1), picture);
-        if (!picture.flush())
-            throw Failure("file not written", "write " + m_picture, describeSystemError(errno),
-                          "Name a file that can be written, in a folder that exists.");
+        storeFile(m_picture, picture.str());
     }
 
     std::string m_file;

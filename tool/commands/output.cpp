@@ -6,12 +6,12 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tool/report/failure.h"
-
 namespace VorelKestrel::Tool {
 namespace {
 
 constexpr char kStandardOutput[] = "-";
+
+} // namespace
 
 void storeFile(const std::string& path, const std::string& content)
 {
@@ -19,11 +19,14 @@ void storeFile(const std::string& path, const std::string& content)
     std::ofstream file(path, std::ios::binary);
     file << content << std::flush;
     if (!file)
-        throw Failure("file not written", "write " + path, describeSystemError(errno),
-                      "Name a file that can be written, in a folder that exists.");
+        throw unwritable(path);
 }
 
-} // namespace
+Failure unwritable(const std::string& path)
+{
+    return {"file not written", "write " + path, describeSystemError(errno),
+            "Name a file that can be written, in a folder that exists."};
+}
 
 void OutputOption::declare(CLI::App& app, const char* description)
 {

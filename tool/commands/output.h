@@ -5,12 +5,18 @@
 #include <string>
 
 #include "common/bytes.h"
+#include "tool/report/failure.h"
 
 namespace CLI {
 class App;
 }
 
 namespace VorelKestrel::Tool {
+
+/// Writes @p content into the file. Throws Failure.
+void storeFile(const std::string& path, const std::string& content);
+/// Why a file cannot be written: because of errno.
+Failure unwritable(const std::string& path);
 
 /// The option -o of a command: where its bytes go.
 class OutputOption

@@ -212,7 +212,7 @@ private:
         }
         if (m_semaphore < 0)
             refuse(kSeeding, "Other programs use the semaphores of " + std::to_string(kAttempts) + " keys in a row",
-                   "'ipcs -s' lists them. Stop the program that creates so many.");
+                   "'ipcs -s' lists them. Stop the program that creates them.");
     }
 
     key_t makeFile()

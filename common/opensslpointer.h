@@ -3,6 +3,8 @@
 
 #include <memory>
 
+#include <openssl/bio.h>
+
 namespace VorelKestrel {
 
 /// A deleter that calls an OpenSSL function such as X509_free.
@@ -19,6 +21,9 @@ struct OpensslDeleter
 /// Owns an OpenSSL object: OpensslPointer<X509, X509_free>.
 template<typename T, auto function>
 using OpensslPointer = std::unique_ptr<T, OpensslDeleter<function>>;
+
+/// Owns a source or sink of bytes, and those behind it.
+using BioPointer = OpensslPointer<BIO, BIO_free_all>;
 
 } // namespace VorelKestrel
 

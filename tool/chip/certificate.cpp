@@ -19,7 +19,6 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-using BioPointer = OpensslPointer<BIO, BIO_free_all>;
 using BignumPointer = OpensslPointer<BIGNUM, BN_free>;
 using Pkcs7Pointer = OpensslPointer<PKCS7, PKCS7_free>;
 using X509Pointer = OpensslPointer<X509, X509_free>;

@@ -17,8 +17,6 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-using BioPointer = OpensslPointer<BIO, BIO_free_all>;
-
 /// The length that a DER value says it has, its header included; none if these bytes begin no such value.
 std::optional<std::size_t> derLength(const Bytes& bytes)
 {

@@ -20,7 +20,6 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-using BioPointer = OpensslPointer<BIO, BIO_free_all>;
 using ContextPointer = OpensslPointer<X509_STORE_CTX, X509_STORE_CTX_free>;
 using CrlPointer = OpensslPointer<X509_CRL, X509_CRL_free>;
 using X509Pointer = OpensslPointer<X509, X509_free>;

@@ -12,7 +12,7 @@
 namespace testpki {
 namespace {
 
-using Bio = VorelKestrel::OpensslPointer<BIO, BIO_free_all>;
+using Bio = VorelKestrel::BioPointer;
 using Container = VorelKestrel::OpensslPointer<PKCS7, PKCS7_free>;
 using Extension = VorelKestrel::OpensslPointer<X509_EXTENSION, X509_EXTENSION_free>;
 using List = VorelKestrel::OpensslPointer<X509_CRL, X509_CRL_free>;

@@ -14,7 +14,7 @@ void Server::serve()
         deliverAnswers();
         readRequests();
         if (canBeRead(m_listener))
-            acceptClient();
+            acceptClients();
         dropTheGone();
     }
 }
@@ -48,26 +48,36 @@ bool Server::canBeRead(int descriptor) const
                        [=](const pollfd& event) { return event.fd == descriptor && event.revents != 0; });
 }
 
-void Server::acceptClient()
+/// Many in each round: otherwise clients that only connect, again and again, let all others wait in the backlog.
+void Server::acceptClients()
 {
-    makeRoom();
-    if (m_clients.size() >= m_limits.clients)
-        return; // all wait for the chip; the system keeps the new one in its backlog
-    const int descriptor = accept4(m_listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (descriptor >= 0)
-        m_clients[++m_lastNumber] = std::make_unique<Client>(descriptor, Client::Clock::now() + m_limits.time);
+    for (std::size_t i = 0; i < m_limits.clients; ++i) {
+        makeRoom();
+        if (m_clients.size() >= m_limits.clients)
+            return; // all wait for the chip; the system keeps the new one in its backlog
+        const int descriptor = accept4(m_listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (descriptor < 0)
+            return;
+        auto client = std::make_unique<Client>(descriptor, Client::Clock::now() + m_limits.time);
+        readRequest(++m_lastNumber, *client);
+        m_clients[m_lastNumber] = std::move(client);
+    }
 }
 
-/// A client that has sent its request at once is past the asking: only slow ones can be driven out.
+/// Only slow ones can be driven out: a client whose request has come is past the asking.
 void Server::makeRoom()
 {
     if (m_clients.size() < m_limits.clients)
         return;
-    const auto slowest = std::find_if(m_clients.begin(), m_clients.end(), [](const auto& entry) {
-        return entry.second->state() != Client::State::Waiting;
-    });
-    if (slowest != m_clients.end())
-        m_clients.erase(slowest);
+    for (auto entry = m_clients.begin(); entry != m_clients.end(); ++entry) {
+        auto& [number, client] = *entry;
+        if (client->state() == Client::State::Asking)
+            readRequest(number, *client); // it may have come in this round
+        if (client->state() != Client::State::Waiting) {
+            m_clients.erase(entry);
+            return;
+        }
+    }
 }
 
 void Server::readRequests()
@@ -75,13 +85,17 @@ void Server::readRequests()
     for (auto& [number, client] : m_clients) {
         if (!canBeRead(client->descriptor()))
             continue;
-        if (client->state() == Client::State::Asking) {
-            client->receive();
-            handOver(number, *client);
-        } else if (client->state() == Client::State::Answered) {
+        if (client->state() == Client::State::Asking)
+            readRequest(number, *client);
+        else if (client->state() == Client::State::Answered)
             client->send();
-        }
     }
+}
+
+void Server::readRequest(std::uint64_t number, Client& client)
+{
+    client.receive();
+    handOver(number, client);
 }
 
 void Server::handOver(std::uint64_t number, Client& client)

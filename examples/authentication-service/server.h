@@ -34,9 +34,10 @@ public:
 private:
     void waitForEvents();
     bool canBeRead(int descriptor) const;
-    void acceptClient();
+    void acceptClients();
     void makeRoom();
     void readRequests();
+    void readRequest(std::uint64_t number, Client& client);
     void handOver(std::uint64_t number, Client& client);
     void deliverAnswers();
     void dropTheGone();

@@ -5,6 +5,8 @@ namespace VorelKestrel {
 
 /// The number that Qt passes to ftok() together with the key file.
 constexpr int kLockKeyProject = 'Q';
+/// Where a key of ftok() has that number.
+constexpr unsigned kLockKeyProjectShift = 24;
 
 } // namespace VorelKestrel
 

@@ -149,7 +149,7 @@ TEST(LockModelRowsTest, EveryRowOfTheModelIsPlayed)
     for (const char* const folder : {"walks", "counterexamples"}) {
         for (const std::string& name : filesIn(folder)) {
             for (const std::string& line : stepsOf(name).lines) {
-                if (line.rfind("before ", 0) != 0) // nobody's call
+                if (line.rfind("before ", 0) != 0) // found there: not a step of a process
                     played.insert(rowOf(line));
             }
         }

@@ -41,7 +41,8 @@ key_t keyOf(const struct stat& status)
 {
     constexpr std::uint64_t kLowByte = 0xff;
     constexpr std::uint64_t kLowWord = 0xffff;
-    return static_cast<key_t>(kLockKeyProject << 24U | (status.st_dev & kLowByte) << 16U | (status.st_ino & kLowWord));
+    return static_cast<key_t>(kLockKeyProject << kLockKeyProjectShift | (status.st_dev & kLowByte) << 16U |
+                              (status.st_ino & kLowWord));
 }
 
 KeyFileKind kindOf(const struct stat& status)

@@ -22,8 +22,8 @@ bool isOfThisBoot(const struct stat& file)
 
 bool isLock(const SemaphoreSet& set)
 {
-    constexpr unsigned kProjectShift = 24; // of a key of ftok()
-    return set.size == kSemaphoresOfSeed && static_cast<std::uint32_t>(set.key) >> kProjectShift == kLockKeyProject;
+    return set.size == kSemaphoresOfSeed &&
+           static_cast<std::uint32_t>(set.key) >> kLockKeyProjectShift == kLockKeyProject;
 }
 
 } // namespace

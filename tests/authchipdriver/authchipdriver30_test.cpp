@@ -167,9 +167,10 @@ TEST_P(ChallengeResponse30StatusTest, OnlyResultBits001Succeed)
 
 INSTANTIATE_TEST_SUITE_P(Statuses, ChallengeResponse30StatusTest,
                          ::testing::Values(StatusCase{0x10, Success}, StatusCase{0x9f, Success},
-                                           StatusCase{0x30, ErrorInvalid}, StatusCase{0x00, ErrorInvalid},
-                                           StatusCase{0x20, ErrorInvalid}, StatusCase{0x50, ErrorInvalid},
-                                           StatusCase{0x8f, ErrorInvalid}),
+                                           StatusCase{0x00, ErrorInvalid}, StatusCase{0x20, ErrorInvalid},
+                                           StatusCase{0x30, ErrorInvalid}, StatusCase{0x40, ErrorInvalid},
+                                           StatusCase{0x50, ErrorInvalid}, StatusCase{0x60, ErrorInvalid},
+                                           StatusCase{0x70, ErrorInvalid}, StatusCase{0x8f, ErrorInvalid}),
                          [](const auto& test) { return "Status" + std::to_string(test.param.status); });
 
 // --- failures --------------------------------------------------------------------------------------------------------

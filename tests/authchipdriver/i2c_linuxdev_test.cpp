@@ -17,6 +17,8 @@ using VorelKestrel::AL::U8;
 
 namespace {
 
+constexpr int kMoreThanAHundred = 150; // then they succeed, so that one who goes on comes to an end
+
 std::string trace(const std::string& message)
 {
     return consoleLine("DbgTrace", "i2c_linuxdev", message);
@@ -237,6 +239,14 @@ TEST_F(I2cReadTest, WhoseHundredReadsFailReturnsMinus1)
     EXPECT_EQ(EREMOTEIO, errno);
 }
 
+TEST_F(I2cReadTest, EndsAfterAHundredReadsAlsoIfASignalInterruptsEach)
+{
+    m_bus.failsReads(kMoreThanAHundred, EINTR);
+
+    EXPECT_EQ(-1, read(0x04, 4));
+    EXPECT_EQ("write 04; " + repeated(100, "read 4"), m_bus.conversation());
+}
+
 TEST_F(I2cReadTest, WhoseReadReturnsAShortCountReturnsThatCountAndDoesNotRetry)
 {
     m_bus.holds(0x31, counting(128)).deliversOnly(0x31, 100);
@@ -316,6 +326,14 @@ TEST_F(I2cWriteTest, WhoseWriteFails100TimesWithMinus1ReturnsMinus2)
     EXPECT_EQ(-2, write(0x10, {1}));
     EXPECT_EQ(repeated(100, "write 10 01; sleep 10000"), m_bus.conversation());
     EXPECT_EQ(ENXIO, errno);
+}
+
+TEST_F(I2cWriteTest, EndsAfterAHundredWritesAlsoIfASignalInterruptsEach)
+{
+    m_bus.refusesWrites(kMoreThanAHundred, EINTR);
+
+    EXPECT_EQ(-2, write(0x10, {1}));
+    EXPECT_EQ(repeated(100, "write 10 01; sleep 10000"), m_bus.conversation());
 }
 
 TEST_F(I2cWriteTest, OfLength0ThatIsRefused100TimesReturnsMinus2)

@@ -124,9 +124,10 @@ FakeBus& FakeBus::answersSelect(int result)
     return *this;
 }
 
-FakeBus& FakeBus::refusesWrites(int times)
+FakeBus& FakeBus::refusesWrites(int times, int error)
 {
     m_refusedWrites = times;
+    m_writeError = error;
     return *this;
 }
 
@@ -333,7 +334,7 @@ FakeBus::Result FakeBus::failedByRegister(const Transfer& transfer)
 
 FakeBus::Result FakeBus::refused(const Transfer& /*transfer*/)
 {
-    return strikes(m_refusedWrites) ? Result(failWith(ENXIO)) : std::nullopt;
+    return strikes(m_refusedWrites) ? Result(failWith(m_writeError)) : std::nullopt;
 }
 
 FakeBus::Result FakeBus::failed(const Transfer& transfer)

@@ -46,23 +46,23 @@ public:
     FakeBus& operator=(const FakeBus&) = delete;
 
     // Set-up in words. A count of kForever never ends.
-    FakeBus& holds(U8 reg, Bytes content);                   ///< what reads of a register deliver
-    FakeBus& holdsCertificate(const Bytes& certificate);     ///< in pages from register 0x31, and its length in 0x30
-    FakeBus& refusesToOpen(int error);                       ///< the node
-    FakeBus& refusesAddress(int error);                      ///< I2C_SLAVE
-    FakeBus& answersOpen(int result);                        ///< 0 is a descriptor, too
-    FakeBus& answersSelect(int result);                      ///< I2C_SLAVE
-    FakeBus& refusesWrites(int times);                       ///< the next messages of any kind, with ENXIO
-    FakeBus& refusesRegister(U8 reg, int times = kForever);  ///< messages that are this register number alone
-    FakeBus& refusesData(U8 reg, int times = kForever);      ///< messages to this register with data behind it
-    FakeBus& takesOnly(U8 reg, int bytes);                   ///< write() returns this for a message with data
-    FakeBus& failsReads(int times, int error = 5 /* EIO */); ///< the next reads of any register
-    FakeBus& failsReadsOf(U8 reg, int times = kForever);     ///< the reads of this register, with EIO
-    FakeBus& deliversOnly(U8 reg, int bytes);                ///< read() returns and fills at most this many
-    FakeBus& answersWrites(const std::vector<int>& results); ///< the next calls, in this order; -1 is ENXIO
-    FakeBus& answersReads(const std::vector<int>& results);  ///< -1 is EIO; bytes that the register lacks are 0xff
-    FakeBus& forwardsTransfers();                            ///< each transfer enters the kernel once, on /dev/zero
-    FakeBus& keepsNoJournal();                               ///< from now on; fast, and no memory grows
+    FakeBus& holds(U8 reg, Bytes content);               ///< what reads of a register deliver
+    FakeBus& holdsCertificate(const Bytes& certificate); ///< in pages from register 0x31, and its length in 0x30
+    FakeBus& refusesToOpen(int error);                   ///< the node
+    FakeBus& refusesAddress(int error);                  ///< I2C_SLAVE
+    FakeBus& answersOpen(int result);                    ///< 0 is a descriptor, too
+    FakeBus& answersSelect(int result);                  ///< I2C_SLAVE
+    FakeBus& refusesWrites(int times, int error = 6 /* ENXIO */); ///< the next messages of any kind
+    FakeBus& refusesRegister(U8 reg, int times = kForever);       ///< messages that are this register number alone
+    FakeBus& refusesData(U8 reg, int times = kForever);           ///< messages to this register with data behind it
+    FakeBus& takesOnly(U8 reg, int bytes);                        ///< write() returns this for a message with data
+    FakeBus& failsReads(int times, int error = 5 /* EIO */);      ///< the next reads of any register
+    FakeBus& failsReadsOf(U8 reg, int times = kForever);          ///< the reads of this register, with EIO
+    FakeBus& deliversOnly(U8 reg, int bytes);                     ///< read() returns and fills at most this many
+    FakeBus& answersWrites(const std::vector<int>& results);      ///< the next calls, in this order; -1 is ENXIO
+    FakeBus& answersReads(const std::vector<int>& results);       ///< -1 is EIO; bytes that the register lacks are 0xff
+    FakeBus& forwardsTransfers(); ///< each transfer enters the kernel once, on /dev/zero
+    FakeBus& keepsNoJournal();    ///< from now on; fast, and no memory grows
     /// Runs @p action once, during the next call that the journal names like this, for example "unlock".
     FakeBus& during(const std::string& call, std::function<void()> action);
 
@@ -137,6 +137,7 @@ private:
     int m_addressError = 0;
     int m_addressResult = kAsItIs;
     int m_refusedWrites = 0;
+    int m_writeError = 0;
     std::map<U8, int> m_refusedRegisters;
     std::map<U8, int> m_refusedData;
     std::map<U8, int> m_shortWrites;

@@ -4,6 +4,7 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -17,6 +18,7 @@
 #include <sched.h>
 #include <sys/inotify.h>
 #include <sys/ipc.h>
+#include <sys/random.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,6 +28,7 @@
 #include <abstractionlibrary/globalmutex.h>
 
 #include "common/lockkey.h"
+#include "common/next.h"
 #include "common/scopeddescriptor.h"
 #include "tests/support/anotheruser.h"
 #include "tests/support/childprocess.h"
@@ -43,6 +46,21 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr mode_t kModeOfSeed = 0444;
+
+bool g_isRandomnessGuessed = false;
+VorelKestrel::Next<ssize_t(void*, std::size_t, unsigned)> g_systemsGetrandom("getrandom");
+
+/// While it lives, an attacker knows the random name of a seed's new file.
+class GuessedRandomness
+{
+public:
+    GuessedRandomness() { g_isRandomnessGuessed = true; }
+    ~GuessedRandomness() { g_isRandomnessGuessed = false; }
+    GuessedRandomness(const GuessedRandomness&) = delete;
+    GuessedRandomness& operator=(const GuessedRandomness&) = delete;
+
+    static constexpr char kName[] = ".seed-0000000000000000"; // after the key file's
+};
 
 /// Where the system lets this process: semaphores that are nobody else's, until the end of the scope.
 class OwnSemaphores
@@ -64,6 +82,18 @@ private:
     const VorelKestrel::ScopedDescriptor m_before;
     const bool m_areAlone;
 };
+
+} // namespace
+
+ssize_t getrandom(void* buffer, std::size_t length, unsigned flags)
+{
+    if (!g_isRandomnessGuessed)
+        return g_systemsGetrandom(buffer, length, flags);
+    std::memset(buffer, 0, length);
+    return static_cast<ssize_t>(length);
+}
+
+namespace {
 
 class LockSeedTest : public testing::Test
 {
@@ -327,6 +357,23 @@ TEST_F(LockSeedTest, WritesNothingIntoAFileThatIsLinkedToItsPlace)
     stat(victim.c_str(), &status);
     EXPECT_EQ(0600U, status.st_mode & 07777U);
     EXPECT_EQ(1U, status.st_nlink);
+}
+
+TEST_F(LockSeedTest, OpensNoFileUnderTheNameOfItsNewOne)
+{
+    const fs::path victim = folder() / "victim";
+    const std::string name = m_folder.keyFile() + GuessedRandomness::kName;
+    std::ofstream(victim) << "precious";
+    chmod(victim.c_str(), 0600);
+    for (const fs::path& target : {victim, folder() / "missing"}) {
+        fs::create_symlink(target, name);
+        const GuessedRandomness guessed;
+        EXPECT_EQ("File exists (EEXIST)", refusal());
+        EXPECT_TRUE(fs::remove(name));
+        EXPECT_TRUE(newSets().empty());
+    }
+    EXPECT_EQ(fs::perms(0600), fs::status(victim).permissions());
+    EXPECT_FALSE(fs::exists(folder() / "missing"));
 }
 
 TEST_F(LockSeedTest, ReplacesWhatIsNoFileWithoutOpeningIt)
@@ -660,6 +707,22 @@ TEST_F(LockSeedAgainstAnotherUserTest, ReplacesAKeyFileOfTheOthersThatHasNoSemap
     EXPECT_EQ(SeedResult::Made, seed());
     expectSoundLock();
     EXPECT_EQ(0U, m_folder.look().file.status.st_uid);
+}
+
+TEST_F(LockSeedAgainstAnotherUserTest, RefusesAFolderOfTheOthers)
+{
+    ASSERT_EQ(0, chown(folder().c_str(), kNobody, kNogroup));
+    EXPECT_NE(std::string::npos, refusal().find("belongs to nobody")) << refusal();
+    EXPECT_TRUE(newSets().empty());
+    EXPECT_FALSE(fs::exists(m_folder.keyFile()));
+}
+
+TEST_F(LockSeedAgainstAnotherUserTest, RemovesNoFileOfTheOthersThatHasANameAsItsOwn)
+{
+    const std::string name = m_folder.keyFile() + GuessedRandomness::kName;
+    asNobody([&] { close(open(name.c_str(), O_CREAT | O_EXCL | O_CLOEXEC, kModeOfSeed)); });
+    EXPECT_EQ(SeedResult::Made, seed());
+    EXPECT_TRUE(fs::exists(name));
 }
 
 TEST_F(LockSeedAgainstAnotherUserTest, RootsRemovalMakesRoomForASeed)

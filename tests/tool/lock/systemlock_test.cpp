@@ -198,6 +198,16 @@ TEST_F(SystemLockTest, TokenKeepsTheLibraryOutAndComesBackAtTheEndOfItsScope)
     EXPECT_EQ(LockCondition::Free, m_folder.look().condition);
 }
 
+TEST_F(SystemLockTest, TokenComesBackWhenItsHolderDies)
+{
+    const GlobalMutex keeper;
+    ChildProcess([this] {
+        const LockToken token(m_folder.look().semaphore, 0);
+        _exit(token.isHeld() ? 0 : 1); // without the end of its scope
+    }).join();
+    EXPECT_EQ(LockCondition::Free, m_folder.look().condition);
+}
+
 TEST_F(SystemLockTest, TokenIsNotWaitedForBeyondTheTimeGiven)
 {
     GlobalMutex mutex;

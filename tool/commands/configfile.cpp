@@ -8,6 +8,8 @@
 #include <sstream>
 #include <utility>
 
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -50,6 +52,24 @@ std::vector<NamedApp> appsOf(const CLI::App& program)
         }
     }
     return apps;
+}
+
+Failure unreadable(const std::string& path, const std::string& reason)
+{
+    return {kWrongUsage, "read the options in " + path, reason,
+            std::string("Name a file that can be read with --config or ") + kVariable + "."};
+}
+
+/// Refuses what is no file before it is opened: that would wait for a pipe's other end, and a device may have no end.
+/// /dev/null is a file without options.
+std::string requireFile(const std::string& path)
+{
+    struct stat status = {};
+    const bool exists = stat(path.c_str(), &status) == 0;
+    const bool isNull = S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3);
+    if (exists && !S_ISREG(status.st_mode) && !isNull)
+        throw unreadable(path, "It is no regular file");
+    return ""; // nothing to complain about for CLI11
 }
 
 using Items = std::vector<CLI::ConfigItem>;
@@ -163,6 +183,7 @@ void declareConfigFile(CLI::App& app, std::function<void()> declareAll)
 {
     app.set_config("--config", chosenFile(), std::string("A file with options (") + kConfigFile + ")")
         ->envname(kVariable)
+        ->check(requireFile)
         ->type_name("FILE");
     app.config_formatter(std::make_shared<OptionsFile>(app, std::move(declareAll)));
 }
@@ -191,8 +212,7 @@ void requireConfigFile(const CLI::App& app)
     const std::string path = pathOf(app);
     errno = 0;
     if (access(path.c_str(), R_OK) != 0 && (errno != ENOENT || path != kConfigFile))
-        throw Failure(kWrongUsage, "read the options in " + path, describeSystemError(errno),
-                      std::string("Name a file that can be read with --config or ") + kVariable + ".");
+        throw unreadable(path, describeSystemError(errno));
 }
 
 } // namespace VorelKestrel::Tool

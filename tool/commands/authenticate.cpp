@@ -41,7 +41,7 @@ void examineFlaw(Chip& chip, const Evidence& evidence, TrustReport& examination,
 class Authenticate : public Command
 {
 public:
-    void declare(CLI::App& app) override { m_trust.declare(app); }
+    void declare(Arguments& arguments) override { m_trust.declare(arguments); }
     void interpret() override { m_trust.interpret(); }
 
     bool isRepeatable() const override { return true; }

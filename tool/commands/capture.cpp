@@ -4,14 +4,13 @@
 #include <iostream>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "capture/capturefile.h"
 #include "capture/obstacle.h"
 #include "capture/session.h"
 #include "common/childprogram.h"
 #include "common/escaped.h"
 #include "common/preload.h"
+#include "tool/commands/arguments.h"
 #include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
@@ -27,17 +26,18 @@ constexpr char kTracePoints[] =
 class CaptureCommand : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Arguments& arguments) override
     {
-        app.add_option("-o,--output", m_file, "The capture file; an existing file is replaced")
-            ->required()
-            ->type_name("FILE");
-        app.add_flag("--redact", m_redact,
-                     "Record only the lengths of challenges, certificates and signatures, not their bytes");
-        app.add_option("PROGRAM", m_command, "The program and its arguments, after --")->required();
-        app.footer("The capture contains challenges, certificates and signatures, except with --redact.\n"
-                   "Exit status: that of PROGRAM, or 128 + n if signal n killed it; otherwise 2 the command line is\n"
-                   "wrong, 125 the capture failed, 126 PROGRAM cannot be run, 127 PROGRAM is not found.");
+        arguments.add("-o,--output", m_file, "The capture file; an existing file is replaced")
+            .required()
+            .shownAs("FILE");
+        arguments.addFlag("--redact", m_redact,
+                          "Record only the lengths of challenges, certificates and signatures, not their bytes");
+        arguments.addRest("PROGRAM", m_command, "The program and its arguments, after --").required();
+        arguments.footer(
+            "The capture contains challenges, certificates and signatures, except with --redact.\n"
+            "Exit status: that of PROGRAM, or 128 + n if signal n killed it; otherwise 2 the command line is\n"
+            "wrong, 125 the capture failed, 126 PROGRAM cannot be run, 127 PROGRAM is not found.");
     }
 
     ExitStatus run(const CommandContext& /*context*/) override

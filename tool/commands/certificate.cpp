@@ -1,9 +1,8 @@
 #include "tool/commands/command.h"
 
-#include <CLI/CLI.hpp>
-
 #include "common/numbers.h"
 #include "tool/chip/storedcertificate.h"
+#include "tool/commands/arguments.h"
 #include "tool/commands/chipreport.h"
 #include "tool/commands/output.h"
 #include "tool/commands/verdict.h"
@@ -25,10 +24,10 @@ void addChain(Report& report, const Certificate& certificate)
 class CertificateCommand : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Arguments& arguments) override
     {
-        m_output.declare(app, "Store the certificate as the chip holds it; - is standard output");
-        app.add_flag("--pem", m_pem, "Store it as X.509 in PEM; without -o, on standard output");
+        m_output.declare(arguments, "Store the certificate as the chip holds it; - is standard output");
+        arguments.addFlag("--pem", m_pem, "Store it as X.509 in PEM; without -o, on standard output");
     }
 
     bool isRepeatable() const override { return true; }

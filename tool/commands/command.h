@@ -10,12 +10,9 @@
 #include "tool/chip/chiplocation.h"
 #include "tool/report/exitstatus.h"
 
-namespace CLI {
-class App;
-}
-
 namespace VorelKestrel::Tool {
 
+class Arguments;
 class BusMeter;
 class ChipAccess;
 class Report;
@@ -58,7 +55,7 @@ public:
     Command& operator=(const Command&) = delete;
 
     /// Adds the command's options and arguments, which this object stores.
-    virtual void declare(CLI::App& /*app*/) {}
+    virtual void declare(Arguments& /*arguments*/) {}
     /// Parses the values of the options. Throws Failure (ExitStatus::Usage) for invalid ones.
     virtual void interpret() {}
     /// The largest address that the command line may name.

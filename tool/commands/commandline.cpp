@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tool/commands/arguments.h"
 #include "tool/commands/configfile.h"
 #include "tool/commands/nearest.h"
 #include "tool/commands/repeatarguments.h"
@@ -97,32 +98,31 @@ private:
 
     void addCommonOptions()
     {
-        m_app
-            .add_option("-d,--device", m_options.location.device, "The i2c-dev node of the bus, for example /dev/i2c-1")
-            ->envname("AUTHCHIP_DEVICE")
-            ->type_name("NODE");
-        m_app.add_option("-a,--address", m_address, "The chip's 7-bit address on the bus, for example 0x2a")
-            ->envname("AUTHCHIP_ADDRESS")
-            ->type_name("ADDRESS");
-        m_app
-            .add_option("--bus-timeout", m_busTimeout,
-                        "Abort a transfer after this time; applies to every program on the bus until it is set again")
-            ->type_name("MILLISECONDS");
-        m_app
-            .add_option("--lock-timeout", m_lockTimeout,
-                        "Give up if another process holds the lock of the bus for this long")
-            ->type_name("SECONDS");
-        m_app.add_flag("--json", m_options.json, "Answer with one JSON object");
-        m_app.add_flag("--stats", m_options.stats,
+        Arguments common(m_app);
+        common.add("-d,--device", m_options.location.device, "The i2c-dev node of the bus, for example /dev/i2c-1")
+            .elseFrom("AUTHCHIP_DEVICE")
+            .shownAs("NODE");
+        common.add("-a,--address", m_address, "The chip's 7-bit address on the bus, for example 0x2a")
+            .elseFrom("AUTHCHIP_ADDRESS")
+            .shownAs("ADDRESS");
+        common
+            .add("--bus-timeout", m_busTimeout,
+                 "Abort a transfer after this time; applies to every program on the bus until it is set again")
+            .shownAs("MILLISECONDS");
+        common
+            .add("--lock-timeout", m_lockTimeout, "Give up if another process holds the lock of the bus for this long")
+            .shownAs("SECONDS");
+        common.addFlag("--json", m_options.json, "Answer with one JSON object");
+        common.addFlag("--stats", m_options.stats,
                        "For each operation, show refused messages, retries, longest wait and time on standard error");
         m_app
             .add_flag(
                 "-v,--verbose", m_options.verbosity,
                 "Show the library's console lines on standard error; with -vv also each message, its result and time")
             ->default_str(""); // which newer versions of CLI11 show
-        m_app.add_option("--log-config", m_options.logConfig, "A log4cplus property file for the drivers' log")
-            ->check(existingFile())
-            ->type_name("FILE");
+        common.add("--log-config", m_options.logConfig, "A log4cplus property file for the drivers' log")
+            .mustBeAFile()
+            .shownAs("FILE");
         m_app.set_version_flag("--version", "authchip " AUTHCHIP_VERSION);
         m_app.footer(footer());
     }
@@ -152,9 +152,10 @@ private:
             return;
         entry.command = entry.row->make();
         entry.repeat = std::make_unique<RepeatArguments>();
-        entry.command->declare(*entry.app);
+        Arguments arguments(*entry.app);
+        entry.command->declare(arguments);
         if (entry.command->isRepeatable())
-            entry.repeat->declare(*entry.app);
+            entry.repeat->declare(arguments);
     }
 
     void requireLocation() const

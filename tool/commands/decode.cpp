@@ -2,11 +2,11 @@
 
 #include <sstream>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include "capture/output.h"
 #include "capture/recording.h"
+#include "tool/commands/arguments.h"
 #include "tool/commands/output.h"
 #include "tool/report/failure.h"
 
@@ -29,11 +29,11 @@ void printAsJson(const Capture::Recording& recording, const Capture::Analysis& a
 class Decode : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Arguments& arguments) override
     {
-        app.add_option("FILE", m_file, "A capture made by 'authchip capture', 'authchip-sim --capture' or Wireshark")
-            ->required();
-        app.add_option("--svg", m_picture, "Draw a timeline into this file")->type_name("FILE");
+        arguments.add("FILE", m_file, "A capture made by 'authchip capture', 'authchip-sim --capture' or Wireshark")
+            .required();
+        arguments.add("--svg", m_picture, "Draw a timeline into this file").shownAs("FILE");
     }
 
     ExitStatus run(const CommandContext& context) override

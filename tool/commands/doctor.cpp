@@ -1,7 +1,6 @@
 #include "tool/doctor/checks.h"
 
-#include <CLI/CLI.hpp>
-
+#include "tool/commands/arguments.h"
 #include "tool/commands/command.h"
 #include "tool/report/causes.h"
 #include "tool/report/duration.h"
@@ -73,9 +72,9 @@ class Doctor : public Command
 public:
     int largestAddress() const override { return kEightBitMaximum; } // a finding, and no usage error
 
-    void declare(CLI::App& app) override
+    void declare(Arguments& arguments) override
     {
-        app.add_flag("--no-sign", m_skipsSigning, "Do not let the chip sign a challenge");
+        arguments.addFlag("--no-sign", m_skipsSigning, "Do not let the chip sign a challenge");
     }
 
     ExitStatus run(const CommandContext& context) override

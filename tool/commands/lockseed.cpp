@@ -4,8 +4,7 @@
 
 #include <grp.h>
 
-#include <CLI/CLI.hpp>
-
+#include "tool/commands/arguments.h"
 #include "tool/commands/lockreport.h"
 #include "tool/lock/lockseed.h"
 #include "tool/report/failure.h"
@@ -68,12 +67,12 @@ const SeedRow& rowOf(SeedResult result)
 class LockSeed : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Arguments& arguments) override
     {
-        app.add_option("--group", m_group, "The group whose users may also use the lock (the caller's own)")
-            ->type_name("GROUP");
-        app.add_option("--mode", m_modeText, "Who may use the lock, as for a file: 0600, 0660 or 0666 (0660)")
-            ->type_name("MODE");
+        arguments.add("--group", m_group, "The group whose users may also use the lock (the caller's own)")
+            .shownAs("GROUP");
+        arguments.add("--mode", m_modeText, "Who may use the lock, as for a file: 0600, 0660 or 0666 (0660)")
+            .shownAs("MODE");
     }
 
     void interpret() override

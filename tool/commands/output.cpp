@@ -1,10 +1,10 @@
 #include "tool/commands/output.h"
 
+#include "tool/commands/arguments.h"
+
 #include <cerrno>
 #include <fstream>
 #include <ostream>
-
-#include <CLI/CLI.hpp>
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -28,9 +28,9 @@ Failure unwritable(const std::string& path)
             "Name a file that can be written, in a folder that exists."};
 }
 
-void OutputOption::declare(CLI::App& app, const char* description)
+void OutputOption::declare(Arguments& arguments, const char* description)
 {
-    app.add_option("-o,--output", m_file, description)->type_name("FILE");
+    arguments.add("-o,--output", m_file, description).shownAs("FILE");
 }
 
 void OutputOption::requirePlace(bool json) const

@@ -7,11 +7,9 @@
 #include "common/bytes.h"
 #include "tool/report/failure.h"
 
-namespace CLI {
-class App;
-}
-
 namespace VorelKestrel::Tool {
+
+class Arguments;
 
 /// Writes @p content into the file. Throws Failure.
 void storeFile(const std::string& path, const std::string& content);
@@ -22,7 +20,7 @@ Failure unwritable(const std::string& path);
 class OutputOption
 {
 public:
-    void declare(CLI::App& app, const char* description);
+    void declare(Arguments& arguments, const char* description);
     /// Throws Failure (ExitStatus::Usage) if content and JSON would share standard output.
     void requirePlace(bool json) const;
     bool isGiven() const { return !m_file.empty(); }

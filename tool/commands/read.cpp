@@ -1,10 +1,9 @@
 #include "tool/commands/command.h"
 
-#include <CLI/CLI.hpp>
-
 #include "authchipdriver/registermap.h"
 #include "common/hex.h"
 #include "tool/chip/chip.h"
+#include "tool/commands/arguments.h"
 #include "tool/commands/values.h"
 #include "tool/report/failure.h"
 #include "tool/report/report.h"
@@ -39,10 +38,10 @@ void listRegisters(RawChip& chip, const CommandContext& context)
 class Read : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Arguments& arguments) override
     {
-        app.add_option("REGISTER", m_regText, "The register's number, 0 to 0xff");
-        app.add_option("LENGTH", m_lengthText, "How many bytes (the register's own length)");
+        arguments.add("REGISTER", m_regText, "The register's number, 0 to 0xff");
+        arguments.add("LENGTH", m_lengthText, "How many bytes (the register's own length)");
     }
 
     void interpret() override

@@ -1,8 +1,7 @@
 #include "tool/commands/repeatarguments.h"
 
-#include <CLI/CLI.hpp>
-
 #include "common/numbers.h"
+#include "tool/commands/arguments.h"
 #include "tool/commands/values.h"
 #include "tool/report/failure.h"
 
@@ -13,15 +12,14 @@ constexpr std::uint32_t kMostAttempts = 1000000000;
 
 } // namespace
 
-void RepeatArguments::declare(CLI::App& app)
+void RepeatArguments::declare(Arguments& arguments)
 {
-    app.add_option("--repeat", m_attempts, "Repeat N times, even after failures, and print a summary")->type_name("N");
-    app.add_option("--for", m_time, "Repeat for this long, for example 90s, 30m, 8h or 2d")->type_name("TIME");
-    app.add_flag("--json-lines", m_options.jsonLines,
-                 "With --repeat or --for: print one line of JSON for each attempt");
-    app.add_option("--report", m_options.page, "With --repeat or --for: write an HTML page with plots")
-        ->type_name("FILE");
-    app.add_option("--wait", m_wait, "Wait up to this long for a chip to answer")->type_name("SECONDS");
+    arguments.add("--repeat", m_attempts, "Repeat N times, even after failures, and print a summary").shownAs("N");
+    arguments.add("--for", m_time, "Repeat for this long, for example 90s, 30m, 8h or 2d").shownAs("TIME");
+    arguments.addFlag("--json-lines", m_options.jsonLines,
+                      "With --repeat or --for: print one line of JSON for each attempt");
+    arguments.add("--report", m_options.page, "With --repeat or --for: write an HTML page with plots").shownAs("FILE");
+    arguments.add("--wait", m_wait, "Wait up to this long for a chip to answer").shownAs("SECONDS");
 }
 
 void RepeatArguments::interpret()

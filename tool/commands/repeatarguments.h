@@ -5,17 +5,15 @@
 
 #include "tool/repeat/repeatoptions.h"
 
-namespace CLI {
-class App;
-}
-
 namespace VorelKestrel::Tool {
+
+class Arguments;
 
 /// The options of every command that can be repeated.
 class RepeatArguments
 {
 public:
-    void declare(CLI::App& app);
+    void declare(Arguments& arguments);
     /// Throws Failure (ExitStatus::Usage).
     void interpret();
 

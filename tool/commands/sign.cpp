@@ -3,9 +3,8 @@
 #include <cerrno>
 #include <fstream>
 
-#include <CLI/CLI.hpp>
-
 #include "common/numbers.h"
+#include "tool/commands/arguments.h"
 #include "tool/commands/chipreport.h"
 #include "tool/commands/output.h"
 #include "tool/commands/values.h"
@@ -57,15 +56,15 @@ void requireAnswer(const Bytes& signature, const Generation& generation, const C
 class Sign : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Arguments& arguments) override
     {
-        auto* challenge =
-            app.add_option("--challenge", m_challengeText, "The challenge in hexadecimal")->type_name("HEX");
-        app.add_option("--challenge-file", m_challengeFile, "A file with the bytes of the challenge")
-            ->check(existingFile())
-            ->excludes(challenge)
-            ->type_name("FILE");
-        m_output.declare(app, "Store the bytes of the signature; - is standard output");
+        const auto challenge =
+            arguments.add("--challenge", m_challengeText, "The challenge in hexadecimal").shownAs("HEX");
+        arguments.add("--challenge-file", m_challengeFile, "A file with the bytes of the challenge")
+            .mustBeAFile()
+            .excludes(challenge)
+            .shownAs("FILE");
+        m_output.declare(arguments, "Store the bytes of the signature; - is standard output");
     }
 
     void interpret() override

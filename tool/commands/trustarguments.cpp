@@ -3,8 +3,7 @@
 #include <cstdlib>
 #include <ctime>
 
-#include <CLI/CLI.hpp>
-
+#include "tool/commands/arguments.h"
 #include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
@@ -29,21 +28,23 @@ std::optional<std::time_t> parseTime(const std::string& text)
 
 } // namespace
 
-void TrustArguments::declare(CLI::App& app)
+void TrustArguments::declare(Arguments& arguments)
 {
-    app.add_option("--issuer", m_options.issuers,
-                   "Trusted issuers: a file or folder with their certificates; repeatable")
-        ->envname("AUTHCHIP_ISSUER")
-        ->type_name("PATH")
-        ->allow_extra_args(false);
-    app.add_option("--crl", m_options.revocationLists, "A file with revocation lists of these issuers; repeatable")
-        ->type_name("FILE")
-        ->allow_extra_args(false);
-    auto* at = app.add_option("--at", m_at,
-                              "Check the dates of certificates at this time, for example 2026-01-31T12:00:00Z (now)")
-                   ->type_name("TIME");
-    app.add_flag("--no-time-check", m_skipsTime, "Do not check the dates of certificates, on a board without a clock")
-        ->excludes(at);
+    arguments
+        .addRepeatable("--issuer", m_options.issuers,
+                       "Trusted issuers: a file or folder with their certificates; repeatable")
+        .elseFrom("AUTHCHIP_ISSUER")
+        .shownAs("PATH");
+    arguments
+        .addRepeatable("--crl", m_options.revocationLists, "A file with revocation lists of these issuers; repeatable")
+        .shownAs("FILE");
+    const auto at =
+        arguments
+            .add("--at", m_at, "Check the dates of certificates at this time, for example 2026-01-31T12:00:00Z (now)")
+            .shownAs("TIME");
+    arguments
+        .addFlag("--no-time-check", m_skipsTime, "Do not check the dates of certificates, on a board without a clock")
+        .excludes(at);
 }
 
 void TrustArguments::interpret()

@@ -5,17 +5,15 @@
 
 #include "tool/chip/trust.h"
 
-namespace CLI {
-class App;
-}
-
 namespace VorelKestrel::Tool {
+
+class Arguments;
 
 /// The options about trust, for every command that verifies.
 class TrustArguments
 {
 public:
-    void declare(CLI::App& app);
+    void declare(Arguments& arguments);
     /// Throws Failure (ExitStatus::Usage) for an invalid time.
     void interpret();
 

@@ -2,8 +2,6 @@
 
 #include <fstream>
 
-#include <CLI/CLI.hpp>
-
 #include "common/hex.h"
 #include "common/numbers.h"
 #include "tool/chip/chiplocation.h"
@@ -129,13 +127,6 @@ void requireProperties(const std::string& path)
                            "Line " + std::to_string(number) + " is not a setting: '" + line + "'",
                            "Give lines such as log4cplus.rootLogger=WARN, STDERR.");
     }
-}
-
-CLI::Validator existingFile()
-{
-    CLI::Validator validator = CLI::ExistingFile;
-    validator.description("");
-    return validator;
 }
 
 } // namespace VorelKestrel::Tool

@@ -7,10 +7,6 @@
 
 #include "common/bytes.h"
 
-namespace CLI {
-class Validator;
-}
-
 namespace VorelKestrel::Tool {
 
 // Parsers for values of the command line. For an invalid value each throws Failure (ExitStatus::Usage), which says
@@ -36,8 +32,6 @@ int parseLength(const std::string& text);
 Bytes parseBytes(const std::string& text, const std::string& tried);
 /// Checks the form of a log4cplus property file, because log4cplus does not.
 void requireProperties(const std::string& path);
-/// CLI11's check that a file exists, without a second placeholder in the help.
-CLI::Validator existingFile();
 
 } // namespace VorelKestrel::Tool
 

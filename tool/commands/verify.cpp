@@ -3,9 +3,8 @@
 #include <fstream>
 #include <iterator>
 
-#include <CLI/CLI.hpp>
-
 #include "tool/chip/storedcertificate.h"
+#include "tool/commands/arguments.h"
 #include "tool/commands/chipreport.h"
 #include "tool/commands/trustarguments.h"
 #include "tool/commands/values.h"
@@ -41,18 +40,16 @@ const Generation& generationOf(const Certificate& certificate)
 class Verify : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Arguments& arguments) override
     {
-        app.add_option("--certificate", m_file,
-                       "The chip's certificate, as 'authchip certificate' stores it, in DER or PEM")
-            ->check(existingFile())
-            ->required()
-            ->type_name("FILE");
-        app.add_option("--challenge", m_challengeText, "The challenge, in hexadecimal")->required()->type_name("HEX");
-        app.add_option("--signature", m_signatureText, "The chip's answer, in hexadecimal")
-            ->required()
-            ->type_name("HEX");
-        m_trust.declare(app);
+        arguments
+            .add("--certificate", m_file, "The chip's certificate, as 'authchip certificate' stores it, in DER or PEM")
+            .mustBeAFile()
+            .required()
+            .shownAs("FILE");
+        arguments.add("--challenge", m_challengeText, "The challenge, in hexadecimal").required().shownAs("HEX");
+        arguments.add("--signature", m_signatureText, "The chip's answer, in hexadecimal").required().shownAs("HEX");
+        m_trust.declare(arguments);
     }
 
     void interpret() override

@@ -1,9 +1,8 @@
 #include "tool/commands/command.h"
 
-#include <CLI/CLI.hpp>
-
 #include "common/numbers.h"
 #include "tool/chip/chip.h"
+#include "tool/commands/arguments.h"
 #include "tool/commands/values.h"
 #include "tool/report/failure.h"
 #include "tool/report/report.h"
@@ -16,10 +15,10 @@ constexpr std::size_t kLongestMessage = 8192; // the kernel cuts longer ones
 class Write : public Command
 {
 public:
-    void declare(CLI::App& app) override
+    void declare(Arguments& arguments) override
     {
-        app.add_option("REGISTER", m_regText, "The register's number, 0 to 0xff")->required();
-        app.add_option("HEX", m_dataText, "The bytes in hexadecimal; \"\" sends only the register number")->required();
+        arguments.add("REGISTER", m_regText, "The register's number, 0 to 0xff").required();
+        arguments.add("HEX", m_dataText, "The bytes in hexadecimal; \"\" sends only the register number").required();
     }
 
     void interpret() override

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -12,10 +14,12 @@
 #include <openssl/evp.h>
 #include <openssl/objects.h>
 #include <openssl/pem.h>
+#include <openssl/pkcs7.h>
 #include <openssl/x509_vfy.h>
 
 #include "common/opensslpointer.h"
 #include "tool/report/failure.h"
+#include "tool/report/filledin.h"
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -29,7 +33,8 @@ constexpr char kIssuer[] = "issuer";
 constexpr char kValidity[] = "validity";
 constexpr char kRevocation[] = "revocation";
 constexpr char kStrength[] = "strength";
-constexpr int kLongestChain = 5; // issuers between the chip's certificate and the trusted one
+constexpr std::time_t kEarliestNow = 1767225600; // 2026-01-01; this program is younger
+constexpr int kLongestChain = 5;                 // issuers between the chip's certificate and the trusted one
 
 /// What OpenSSL found wrong, as this tool says it.
 struct Fault
@@ -37,16 +42,20 @@ struct Fault
     int error;
     const char* check;
     const char* cause;
-    const char* found; // behind the name of the certificate
+    const char* found; // behind the name of the certificate; {issuer} is the name of the issuer that it names
     const char* next;
 };
 
 constexpr char kCompareTheIssuer[] =
     "If --issuer names a certificate of the same name with another key, name the right one ('openssl x509 -noout\n"
     "-fingerprint' tells them apart). Otherwise do not trust this accessory.";
+constexpr char kFromNobodyGiven[] = "comes from none of the given issuers: its issuer is {issuer}";
 constexpr char kDoNotTrust[] = "Do not trust this accessory, unless --issuer names the wrong issuers.";
 constexpr char kSetTheClock[] = "If this board's clock is wrong, set it, or give the time with --at. Without a clock, "
                                 "--no-time-check leaves the dates unchecked.";
+constexpr char kTheClockIsWrong[] = "Set this board's clock and try again. On a board without a clock, 'authchip "
+                                    "authenticate --no-time-check' leaves the\n"
+                                    "dates unchecked.";
 constexpr char kRevoked[] = "Do not trust this accessory: its issuer has withdrawn the certificate.";
 constexpr char kFetchTheList[] = "Fetch the current revocation list of that issuer, and name it with --crl.";
 
@@ -60,12 +69,9 @@ constexpr Fault kFaults[] = {
     {X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT, kIssuer, "self-made", "is signed by its own key, not by an issuer",
      kDoNotTrust},
     {X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN, kIssuer, "unknown issuer", "is none of the given issuers", kDoNotTrust},
-    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT, kIssuer, "unknown issuer", "comes from none of the given issuers",
-     kDoNotTrust},
-    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, kIssuer, "unknown issuer", "comes from none of the given issuers",
-     kDoNotTrust},
-    {X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE, kIssuer, "unknown issuer", "comes from none of the given issuers",
-     kDoNotTrust},
+    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT, kIssuer, "unknown issuer", kFromNobodyGiven, kDoNotTrust},
+    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, kIssuer, "unknown issuer", kFromNobodyGiven, kDoNotTrust},
+    {X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE, kIssuer, "unknown issuer", kFromNobodyGiven, kDoNotTrust},
     {X509_V_ERR_INVALID_CA, kIssuer, "issuer is no CA", "may not issue certificates: it is no CA", kDoNotTrust},
     {X509_V_ERR_KEYUSAGE_NO_CERTSIGN, kIssuer, "issuer is no CA", "may not issue certificates: its key usage says so",
      kDoNotTrust},
@@ -98,6 +104,7 @@ struct FoundFault
 {
     int error;
     std::string subject;
+    std::string issuer;
 };
 
 int indexOfFaults()
@@ -113,7 +120,8 @@ int noteFault(int isGood, X509_STORE_CTX* context)
         auto* faults = static_cast<std::vector<FoundFault>*>(X509_STORE_CTX_get_ex_data(context, indexOfFaults()));
         const X509* certificate = X509_STORE_CTX_get_current_cert(context);
         const std::string subject = certificate != nullptr ? nameAsText(X509_get_subject_name(certificate)) : "";
-        faults->push_back({X509_STORE_CTX_get_error(context), subject});
+        const std::string issuer = certificate != nullptr ? nameAsText(X509_get_issuer_name(certificate)) : "";
+        faults->push_back({X509_STORE_CTX_get_error(context), subject, issuer});
     }
     return 1;
 }
@@ -185,14 +193,70 @@ int addFolder(X509_STORE* store, const std::filesystem::path& folder)
     return count;
 }
 
+/// Whether the file holds an object of this kind in DER.
+template<typename T, auto readDer, auto release>
+bool holdsInDer(const std::string& path)
+{
+    const BioPointer file = openFile(path);
+    const OpensslPointer<T, release> object(readDer(file.get(), nullptr));
+    return object != nullptr;
+}
+
+/// What a file may hold in place of a certificate.
+struct OtherContent
+{
+    const char* label; // in PEM; the end of it
+    bool (*isInDer)(const std::string& path);
+    const char* name;
+    const char* next;
+};
+
+constexpr OtherContent kOtherContents[] = {
+    {"CERTIFICATE REQUEST-----", holdsInDer<X509_REQ, d2i_X509_REQ_bio, X509_REQ_free>, "a certificate request",
+     "Name the certificate that was issued for this request."},
+    {"PRIVATE KEY-----", holdsInDer<EVP_PKEY, d2i_PrivateKey_bio, EVP_PKEY_free>, "a private key",
+     "Name the issuer's certificate. Its private key belongs to whoever issues, and on no board."},
+    {"PUBLIC KEY-----", holdsInDer<EVP_PKEY, d2i_PUBKEY_bio, EVP_PKEY_free>, "a public key",
+     "Name the issuer's certificate, which has the key and the issuer's name."},
+    {"X509 CRL-----", holdsInDer<X509_CRL, d2i_X509_CRL_bio, X509_CRL_free>, "a revocation list",
+     "Name the issuer's certificate; the list goes with --crl."},
+    {"PKCS7-----", holdsInDer<PKCS7, d2i_PKCS7_bio, PKCS7_free>, "a PKCS #7 container",
+     "Take the issuer's certificate out of it: 'openssl pkcs7 -print_certs', for DER with '-inform DER'."},
+};
+
+/// Null for nothing that is known here.
+const OtherContent* otherContentOf(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const auto* end = std::end(kOtherContents);
+    const auto* content = std::find_if(std::begin(kOtherContents), end, [&](const OtherContent& each) {
+        return text.find(each.label) != std::string::npos || each.isInDer(path);
+    });
+    return content == end ? nullptr : content;
+}
+
+[[noreturn]] void failWithoutIssuer(const std::string& path, bool isFolder)
+{
+    std::error_code error;
+    if (isFolder && std::filesystem::is_empty(path, error))
+        failReading(path, "The folder is empty", "Put the issuers' certificates there, in PEM or DER.");
+    if (!isFolder && std::filesystem::file_size(path, error) == 0)
+        failReading(path, "The file is empty", "Copy the issuers' certificates there again, in PEM or DER.");
+    const OtherContent* other = isFolder ? nullptr : otherContentOf(path);
+    if (other != nullptr)
+        failReading(path, "It holds " + std::string(other->name) + ", and no certificate", other->next);
+    failReading(path, "It holds no certificate, neither in PEM nor in DER",
+                "Name a file with the issuers' certificates, or a folder of such files.");
+}
+
 void addIssuers(X509_STORE* store, const std::string& path)
 {
     std::error_code error;
     const bool isFolder = std::filesystem::is_directory(path, error);
     const int count = isFolder ? addFolder(store, path) : addCertificates(store, path);
     if (count == 0)
-        failReading(path, "It holds no certificate, neither in PEM nor in DER",
-                    "Name a file with the issuers' certificates, or a folder of such files.");
+        failWithoutIssuer(path, isFolder);
 }
 
 void addRevocationLists(X509_STORE* store, const std::string& path)
@@ -295,8 +359,8 @@ void setTerms(X509_STORE_CTX* context, const TrustOptions& options)
     X509_VERIFY_PARAM* terms = X509_STORE_CTX_get0_param(context);
     X509_VERIFY_PARAM_set_flags(terms, flagsOf(options));
     X509_VERIFY_PARAM_set_depth(terms, kLongestChain);
-    if (options.at)
-        X509_VERIFY_PARAM_set_time(terms, *options.at);
+    if (options.checksTime) // a time would have the dates checked
+        X509_VERIFY_PARAM_set_time(terms, options.at.value_or(options.clock(nullptr)));
 }
 
 Verdict verify(X509_STORE_CTX* context)
@@ -306,7 +370,7 @@ Verdict verify(X509_STORE_CTX* context)
     X509_STORE_CTX_set_verify_cb(context, noteFault);
     const bool isGood = X509_verify_cert(context) == 1;
     if (!isGood && verdict.faults.empty()) // it gave up without asking
-        verdict.faults.push_back({X509_STORE_CTX_get_error(context), ""});
+        verdict.faults.push_back({X509_STORE_CTX_get_error(context), "", ""});
     const STACK_OF(X509)* chain = X509_STORE_CTX_get0_chain(context);
     for (int i = 0; i < sk_X509_num(chain); ++i)
         verdict.chain.push_back(sk_X509_value(chain, i));
@@ -320,7 +384,8 @@ TrustCheck judge(const char* name, const Verdict& verdict, const std::string& go
     for (const FoundFault& each : verdict.faults) {
         const Fault* fault = findFault(each.error);
         if (fault != nullptr && fault->check == name)
-            return {name, TrustCheck::Result::Failed, fault->cause, each.subject + " " + fault->found, fault->next};
+            return {name, TrustCheck::Result::Failed, fault->cause,
+                    each.subject + " " + filledIn(fault->found, {{"{issuer}", each.issuer}}), fault->next};
         if (fault == nullptr && name == kIssuer)
             return {name, TrustCheck::Result::Failed, "not trusted",
                     each.subject + ": " + X509_verify_cert_error_string(each.error), kDoNotTrust};
@@ -336,6 +401,30 @@ TrustCheck skipped(const char* name, const char* why)
 bool isSelfIssued(const Certificate& certificate)
 {
     return X509_NAME_cmp(X509_get_subject_name(certificate.x509()), X509_get_issuer_name(certificate.x509())) == 0;
+}
+
+/// "2026-01-31T12:00:00Z"
+std::string timeAsText(std::time_t time)
+{
+    std::tm parts{};
+    gmtime_r(&time, &parts);
+    char text[32];
+    std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text;
+}
+
+/// Whether the dates fit; if they do not because of a clock that was never set, that is what is wrong.
+TrustCheck checkValidity(TrustReport& report, const Verdict& verdict, const TrustOptions& options,
+                         const std::string& good)
+{
+    TrustCheck check = judge(kValidity, verdict, good);
+    const std::time_t now = options.clock(nullptr);
+    report.isClockWrong = check.result == TrustCheck::Result::Failed && !options.at && now < kEarliestNow;
+    if (report.isClockWrong) {
+        check.found += "; this board's clock says " + timeAsText(now) + ", which cannot be";
+        check.next = kTheClockIsWrong;
+    }
+    return check;
 }
 
 /// Whether the signature under the certificate is good, as far as the signer is known.
@@ -391,8 +480,9 @@ TrustReport Trust::examine(const Certificate& certificate) const
     report.checks.push_back(match);
     report.checks.push_back(knowsIssuers ? checkIssuer(match, verdict)
                                          : skipped(kIssuer, "not checked: no --issuer given"));
-    report.checks.push_back(m_options.checksTime ? judge(kValidity, verdict, "until " + certificate.notAfter())
-                                                 : skipped(kValidity, "not checked: --no-time-check"));
+    report.checks.push_back(m_options.checksTime
+                                ? checkValidity(report, verdict, m_options, "until " + certificate.notAfter())
+                                : skipped(kValidity, "not checked: --no-time-check"));
     report.checks.push_back(m_options.revocationLists.empty() ? skipped(kRevocation, "not checked: no --crl given")
                                                               : judge(kRevocation, verdict, "not revoked"));
     report.checks.push_back(

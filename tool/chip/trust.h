@@ -19,7 +19,8 @@ struct TrustOptions
     std::vector<std::string> issuers;         // files (PEM or DER, one or many certificates) or folders of such files
     std::vector<std::string> revocationLists; // files, PEM or DER
     bool checksTime = true;
-    std::optional<std::time_t> at; // checks the dates at this time; none: now
+    std::optional<std::time_t> at;                  // checks the dates at this time; none: now
+    std::time_t (*clock)(std::time_t*) = std::time; // tells what time it is now
 };
 
 /// One thing that was looked at.
@@ -45,6 +46,8 @@ struct TrustReport
     std::vector<TrustCheck> checks;
     std::vector<std::string>
         chain; // the subjects from the chip's certificate to the trusted one; empty without issuers
+
+    bool isClockWrong = false; // the dates failed, and it cannot be as early as the clock says
 
     /// The first check that failed; null if none did.
     const TrustCheck* failure() const;

@@ -156,13 +156,20 @@ SignatureFlaw explainMismatch(const Generation& generation, EVP_PKEY* key, const
 
 } // namespace
 
+std::optional<SignatureFlaw> findWrongKey(const Generation& generation, EVP_PKEY* key)
+{
+    if (isKeyOf(generation, key))
+        return std::nullopt;
+    return SignatureFlaw{"wrong kind of key", "the certificate's key is not of the kind that protocol " +
+                                                  std::string(generation.protocol) + " signs with (" +
+                                                  generation.scheme + ")"};
+}
+
 std::optional<SignatureFlaw> findFlaw(const Generation& generation, EVP_PKEY* key, const Bytes& challenge,
                                       const Bytes& signature)
 {
-    if (!isKeyOf(generation, key))
-        return SignatureFlaw{"wrong kind of key", "the certificate's key is not of the kind that protocol " +
-                                                      std::string(generation.protocol) + " signs with (" +
-                                                      generation.scheme + ")"};
+    if (const auto wrongKey = findWrongKey(generation, key))
+        return wrongKey;
     if (challenge.size() != generation.challengeLength)
         return SignatureFlaw{kWrongSignature, "the challenge has " + std::to_string(challenge.size()) +
                                                   " bytes instead of " + std::to_string(generation.challengeLength)};

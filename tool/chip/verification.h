@@ -18,6 +18,9 @@ struct SignatureFlaw
     std::string found; // for people
 };
 
+/// Why @p key (null: one that cannot be used) signs nothing of this generation. None if it may.
+std::optional<SignatureFlaw> findWrongKey(const Generation& generation, EVP_PKEY* key);
+
 /// Says why @p signature is no signature of @p challenge by the owner of @p key (which may be null: a key that cannot
 /// be used). None if it is one.
 std::optional<SignatureFlaw> findFlaw(const Generation& generation, EVP_PKEY* key, const Bytes& challenge,

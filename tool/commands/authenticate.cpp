@@ -21,6 +21,20 @@ Certificate parse(Chip& chip, const Bytes& stored, const ChipLocation& location)
     }
 }
 
+/// A key of the wrong kind explains an answer of the wrong length.
+Bytes sign(Chip& chip, const Certificate& certificate, const Bytes& challenge, const ChipLocation& location)
+{
+    try {
+        return chip.sign(challenge);
+    } catch (const Failure& failure) {
+        const auto wrongKey = findWrongKey(chip.generation(), certificate.publicKey());
+        if (!wrongKey || statusOf(failure.cause()) != ExitStatus::Chip)
+            throw;
+        throw Failure(wrongKey->cause, "verify the chip on " + describe(location),
+                      "Not authentic: " + wrongKey->found + ". " + failure.answer(), failedCheck(*wrongKey).next);
+    }
+}
+
 /// Has another challenge signed if that tells more about a signature that does not match.
 void examineFlaw(Chip& chip, const Evidence& evidence, TrustReport& examination, const ChipLocation& location)
 {
@@ -53,7 +67,8 @@ public:
         const Bytes stored = chip->certificate();
         const Certificate certificate = parse(*chip, stored, context.options.location);
         const Bytes challenge = randomChallenge(chip->generation());
-        const Evidence evidence = {chip->generation(), certificate, challenge, chip->sign(challenge)};
+        const Evidence evidence = {chip->generation(), certificate, challenge,
+                                   sign(*chip, certificate, challenge, context.options.location)};
         TrustReport examination = examine(evidence, trust);
         if (examination.failure() != nullptr) {
             requireSameCertificate(*chip, stored, context.options.location);

@@ -63,6 +63,26 @@ std::string resultOf(const TrustReport& examination)
     return examination.chain.empty() ? result : result + ", which a trusted issuer vouches for";
 }
 
+/// What each of the failed checks found, and what to do about it.
+Failure failureOf(const TrustReport& examination, const std::string& tried)
+{
+    const TrustCheck& first = *examination.failure();
+    int count = 0;
+    std::string all;
+    std::string next;
+    for (const TrustCheck& check : examination.checks) {
+        if (check.result != TrustCheck::Result::Failed)
+            continue;
+        ++count;
+        all += "\n" + std::string(check.name) + ": " + check.found;
+        if (next.find(check.next) == std::string::npos)
+            next += (next.empty() ? "" : "\n") + std::string(check.next);
+    }
+    const std::string one = ": " + first.found;
+    return {first.cause, tried,
+            "Not authentic" + (count == 1 ? one : ", " + std::to_string(count) + " checks failed:" + all), next};
+}
+
 } // namespace
 
 TrustReport examine(const Evidence& evidence, const Trust& trust)
@@ -99,10 +119,9 @@ void addVerdict(Report& report, const Evidence& evidence, const TrustReport& exa
 
 void answer(const CommandContext& context, Report& report, const TrustReport& examination, const std::string& tried)
 {
-    const TrustCheck* check = examination.failure();
-    if (check == nullptr)
+    if (examination.failure() == nullptr)
         return context.print(report);
-    Failure failure(check->cause, tried, "Not authentic: " + check->found, check->next);
+    Failure failure = failureOf(examination, tried);
     report.json("failure", failure.json());
     context.print(report);
     throw failure.afterAnswer();

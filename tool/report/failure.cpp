@@ -54,7 +54,7 @@ void explain(const Failure& failure, std::ostream& out)
     const std::string next = "  next: ";
     const std::string answer = escapedLines(failure.answer());
     const std::string begin =
-        failure.tried().empty() ? answer : "cannot " + escapedLines(failure.tried()) + "\n  " + answer;
+        failure.tried().empty() ? answer : "cannot " + escapedLines(failure.tried()) + "\n  " + indented(answer, 2);
     out << "authchip: " << begin << '\n' << next << indented(escapedLines(failure.next()), next.size()) << '\n';
 }
 

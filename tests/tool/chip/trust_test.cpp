@@ -200,6 +200,30 @@ TEST_F(TrustTest, NamesACertificateThatIsNotYetValid)
     EXPECT_EQ("not yet valid", causeOf({testpki::makeIssued(m_root, "Chip", wishes).certificate.get()}));
 }
 
+TEST_F(TrustTest, BlamesTheClockForDatesThatFailWhereItCannotBeRight)
+{
+    TrustOptions options;
+    options.clock = [](std::time_t*) { return std::time_t{12}; };
+    const TrustReport report = examine({m_chip.certificate.get()}, options);
+    EXPECT_TRUE(report.isClockWrong);
+    EXPECT_EQ("CN=Chip is not valid yet; this board's clock says 1970-01-01T00:00:12Z, which cannot be",
+              check(report, "validity").found);
+    options.at = std::time_t{12}; // which somebody has chosen
+    EXPECT_FALSE(examine({m_chip.certificate.get()}, options).isClockWrong);
+    options.at.reset();
+    options.checksTime = false;
+    EXPECT_EQ(Result::Skipped, check(examine({m_chip.certificate.get()}, options), "validity").result);
+    EXPECT_EQ(nullptr, examine({m_chip.certificate.get()}, options).failure());
+}
+
+TEST_F(TrustTest, NamesTheIssuerThatItLooksFor)
+{
+    const auto stranger = testpki::makeRoot("Stranger");
+    const TrustReport report =
+        examine({testpki::makeIssued(stranger, "Chip").certificate.get()}, {{storeIssuer(m_root)}, {}, true, {}});
+    EXPECT_EQ("CN=Chip comes from none of the given issuers: its issuer is CN=Stranger", check(report, "issuer").found);
+}
+
 TEST_F(TrustTest, ChecksTheDatesAtAGivenTime)
 {
     testpki::Wishes wishes;

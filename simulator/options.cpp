@@ -23,7 +23,8 @@ constexpr std::uint32_t kAddressMaximum = 0x7f;
 // A count, because timing is unreliable on a loaded machine.
 constexpr int kUsbIpBusyRefusals = 3;
 constexpr std::uint32_t kLastBitOfCertificates =
-    kGeneration20B.certificatePages * ACD::kCertificatePageSize * 8 - 1; // of the longest
+    kGeneration20B.certificatePages * ACD::kCertificatePageSize * 8 - 1;              // of the longest
+constexpr std::uint32_t kLastBitOfChallenges = kGeneration30.challengeLength * 8 - 1; // of the longest
 constexpr AL::U8 kLengthRegisters[] = {ACD::kRegisterResponseLength, ACD::kRegisterChallengeLength,
                                        ACD::kRegisterCertificateLength};
 
@@ -365,6 +366,14 @@ private:
             intoRow("--flip-bit", "BIT", kLastBitOfCertificates,
                     "Flip this bit of the certificate, counted from 0, the first time that it is read",
                     faults.flippedBit),
+            intoRow("--flip-challenge-bit", "BIT", kLastBitOfChallenges,
+                    "Flip this bit of each challenge on its way to the chip, counted from 0",
+                    faults.flippedChallengeBit),
+            intoRow("--read-limit", "BYTES", kWordMaximum,
+                    "Deliver this many bytes of a read and fill the rest with 0xff, as some adapters do",
+                    faults.readLimit),
+            {"--restart-while-signing", nullptr, "Restart at each start command, instead of signing",
+             [this](const std::string&) { m_options.simulation.chip.restartsWhileSigning = true; }},
             {"--corrupt-signature", nullptr, "Flip a bit in every signature",
              [&faults](const std::string&) { faults.corruptSignature = true; }},
             numberRow("--stuck-bus", "MS", kDoubleWordMaximum,

@@ -6,6 +6,18 @@
 #include "authchipdriver/registermap.h"
 
 namespace VorelKestrel::Simulator {
+namespace {
+
+constexpr unsigned kBitsOfAByte = 8;
+constexpr AL::U8 kIdleBus = 0xff; // what is read where nobody pulls the line down
+
+/// The bit of this number in its byte, whose highest bit has the number 0.
+AL::U8 highBit(unsigned number)
+{
+    return static_cast<AL::U8>(0x80U >> number % kBitsOfAByte);
+}
+
+} // namespace
 
 FaultyBus::FaultyBus(Bus& next, Clock& clock, Faults faults) : m_next(next), m_clock(clock), m_faults(std::move(faults))
 {}
@@ -31,7 +43,7 @@ Transfer FaultyBus::write(unsigned address, const AL::U8* data, std::size_t leng
     const std::optional<AL::U8> reg = length == 0 ? m_register : data[0];
     if (hits(reg, &Faults::refusedMessages))
         return {Outcome::Refused, 0, faults().error};
-    const Transfer transfer = m_next.write(address, data, length);
+    const Transfer transfer = m_next.write(address, asItArrives(data, length).data(), length);
     if (transfer.outcome == Outcome::Done)
         m_register = reg;
     return transfer;
@@ -94,11 +106,26 @@ FaultyBus::Strike FaultyBus::strikeAtRandom(bool isRead)
     return cuts ? Strike::Cut : Strike::Refuse;
 }
 
+/// What the chip gets of a message to it.
+Bytes FaultyBus::asItArrives(const AL::U8* data, std::size_t length) const
+{
+    Bytes message(data, data + length);
+    const auto bit = faults().flippedChallengeBit;
+    if (!bit || length == 0 || data[0] != ACD::kRegisterChallenge)
+        return message;
+    const unsigned place = 1 + *bit / kBitsOfAByte; // behind the register's number
+    if (place < length)
+        message[place] ^= highBit(*bit);
+    return message;
+}
+
 void FaultyBus::falsify(AL::U8* data, std::size_t length)
 {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_faults.readLimit > 0 && length > m_faults.readLimit)
+        std::fill(data + m_faults.readLimit, data + length, kIdleBus);
     if (!m_register)
         return;
-    const std::lock_guard<std::mutex> lock(m_mutex);
     const auto answer = m_faults.answers.find(*m_register);
     if (answer != m_faults.answers.end())
         std::copy_n(answer->second.begin(), std::min(answer->second.size(), length), data);
@@ -110,15 +137,14 @@ void FaultyBus::falsify(AL::U8* data, std::size_t length)
 /// Requires: m_mutex is held, and m_register is set.
 void FaultyBus::flipBit(AL::U8* data, std::size_t length)
 {
-    constexpr unsigned kBits = 8; // of a byte
     if (!m_faults.flippedBit)
         return;
-    const unsigned byte = *m_faults.flippedBit / kBits;
+    const unsigned byte = *m_faults.flippedBit / kBitsOfAByte;
     const unsigned place = byte % ACD::kCertificatePageSize; // in its page
     const unsigned page = byte / ACD::kCertificatePageSize + 1;
     if (*m_register != ACD::certificatePageRegister(static_cast<int>(page)) || place >= length)
         return;
-    data[place] ^= static_cast<AL::U8>(0x80U >> *m_faults.flippedBit % kBits);
+    data[place] ^= highBit(*m_faults.flippedBit);
     m_faults.flippedBit.reset();
 }
 

@@ -31,6 +31,10 @@ struct Faults
     std::map<AL::U8, Bytes> answers;
     /// A bit of the certificate, counted from its first byte's highest, that is flipped the first time it is read.
     std::optional<unsigned> flippedBit;
+    /// A bit of the challenge, counted from its first byte's highest, that is flipped each time it is written.
+    std::optional<unsigned> flippedChallengeBit;
+    /// Bytes of a read that the adapter delivers; the rest it fills with 0xff, and says nothing. 0: all.
+    std::size_t readLimit = 0;
     bool corruptSignature = false; // one bit in the last byte of the response is flipped
     /// Set: nothing gets through, and every message times out after this time, the adapter's own timeout.
     std::optional<std::chrono::milliseconds> stuckTime;
@@ -72,6 +76,7 @@ private:
         Cut
     };
     Strike strikeAtRandom(bool isRead);
+    Bytes asItArrives(const AL::U8* data, std::size_t length) const;
     void falsify(AL::U8* data, std::size_t length);
     void flipBit(AL::U8* data, std::size_t length);
 

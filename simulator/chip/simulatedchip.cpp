@@ -44,16 +44,14 @@ std::size_t widthOf(AL::U8 number)
 SimulatedChip::SimulatedChip(const ChipSettings& settings, std::shared_ptr<const Credentials> credentials,
                              const Clock& clock)
     : m_credentials(std::move(credentials)), m_clock(clock), m_busyTime(settings.busyTime),
-      m_busyRefusals(settings.busyRefusals)
+      m_busyRefusals(settings.busyRefusals), m_restartsWhileSigning(settings.restartsWhileSigning)
 {
     if (&generation() != &generationOf(settings.deviceVersion))
         throw CredentialsError("device version " + std::to_string(settings.deviceVersion) + " signs with " +
                                generationOf(settings.deviceVersion).keyName + " and not with " + generation().keyName);
     fillIdentity(settings);
     fillCertificate();
-    m_registers[ACD::kRegisterResponseLength] = bigEndian16(0);
-    m_registers[ACD::kRegisterChallengeLength] = bigEndian16(0);
-    setResult(kResultNone);
+    forgetEverything();
 }
 
 void SimulatedChip::fillIdentity(const ChipSettings& settings)
@@ -191,14 +189,35 @@ bool SimulatedChip::canGenerate() const
 // The answer is ready at once, but the chip refuses messages while it is busy.
 void SimulatedChip::generate()
 {
+    if (m_restartsWhileSigning)
+        forgetEverything();
+    else
+        sign();
+    m_busyUntil = m_clock.now() + m_busyTime;
+    m_refusalsLeft = m_busyRefusals;
+}
+
+void SimulatedChip::sign()
+{
     m_registers[ACD::kRegisterResponse] = m_credentials->sign(m_registers[ACD::kRegisterChallenge]);
     m_registers[ACD::kRegisterResponseLength] = bigEndian16(m_registers[ACD::kRegisterResponse].size());
     m_state = State::Idle;
     m_announcedChallengeLength = 0;
     m_announcedResponseLength = 0;
     setResult(ACD::kResultGenerated);
-    m_busyUntil = m_clock.now() + m_busyTime;
-    m_refusalsLeft = m_busyRefusals;
+}
+
+/// What a challenge and its answer have left behind, as when the chip is switched on.
+void SimulatedChip::forgetEverything()
+{
+    m_registers[ACD::kRegisterChallenge].clear();
+    m_registers[ACD::kRegisterResponse].clear();
+    m_registers[ACD::kRegisterResponseLength] = bigEndian16(0);
+    m_registers[ACD::kRegisterChallengeLength] = bigEndian16(0);
+    m_state = State::Idle;
+    m_announcedChallengeLength = 0;
+    m_announcedResponseLength = 0;
+    setResult(kResultNone);
 }
 
 void SimulatedChip::fail()

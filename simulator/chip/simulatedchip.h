@@ -23,6 +23,7 @@ struct ChipSettings
     AL::U32 deviceId = 0x00000200;
     std::chrono::milliseconds busyTime{30}; // after a start command
     int busyRefusals = 0;                   // messages refused after a start command, besides the busy time
+    bool restartsWhileSigning = false;      // as a chip does whose supply breaks down under the load
 };
 
 /**
@@ -38,7 +39,7 @@ struct ChipSettings
  *     busy       | (the chip does not answer)                                         | idle, generated
  *
  * Bits 6 to 4 of the status hold the result of the last command: 0 none since the last challenge, 1 generated,
- * 7 failed.
+ * 7 failed. A chip that restarts while it signs is busy, and then as it was when it was switched on.
  *
  * Threads:   one at a time; the bus sees to it.
  * Ownership: the clock stays the caller's and outlives the chip.
@@ -78,6 +79,8 @@ private:
     void writeChallenge(const Bytes& value);
     bool canGenerate() const;
     void generate();
+    void sign();
+    void forgetEverything();
     void fail();
     void setResult(AL::U8 result);
 
@@ -85,6 +88,7 @@ private:
     const Clock& m_clock;
     const Clock::Duration m_busyTime;
     const int m_busyRefusals;
+    const bool m_restartsWhileSigning;
 
     std::array<Bytes, 256> m_registers; // what each reads as; empty where there is no register
     AL::U8 m_register = 0;              // named last

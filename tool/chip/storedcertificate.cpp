@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include <openssl/asn1.h>
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
+#include "authchipdriver/registermap.h"
 #include "common/hex.h"
 #include "common/numbers.h"
 #include "common/opensslpointer.h"
@@ -32,6 +34,37 @@ std::optional<std::size_t> derLength(const Bytes& bytes)
     return static_cast<std::size_t>(position - bytes.data()) + static_cast<std::size_t>(length);
 }
 
+/// Where the filler begins with which a page ends.
+std::size_t placeOfFiller(const Bytes& page, std::uint8_t filler)
+{
+    const auto last = std::find_if(page.rbegin(), page.rend(), [=](std::uint8_t byte) { return byte != filler; });
+    return static_cast<std::size_t>(page.rend() - last);
+}
+
+std::vector<Bytes> pagesOf(const Bytes& stored)
+{
+    std::vector<Bytes> pages;
+    for (std::size_t begin = 0; begin < stored.size(); begin += ACD::kCertificatePageSize) {
+        const std::size_t end = std::min<std::size_t>(stored.size(), begin + ACD::kCertificatePageSize);
+        pages.emplace_back(stored.data() + begin, stored.data() + end);
+    }
+    return pages;
+}
+
+/// Where the filler begins in every page that is long enough; 0 if that is not the same place.
+std::size_t commonPlaceOfFiller(const std::vector<Bytes>& pages, std::uint8_t filler)
+{
+    constexpr std::size_t kShortestFill = 16;
+    constexpr std::size_t kByChance = 4; // bytes before the filler that happen to be the same
+    std::size_t latest = 0;
+    for (const Bytes& page : pages)
+        latest = std::max(latest, placeOfFiller(page, filler));
+    const bool isSame = std::all_of(pages.begin(), pages.end(), [&](const Bytes& page) {
+        return page.size() <= latest || placeOfFiller(page, filler) + kByChance >= latest;
+    });
+    return pages.size() > 1 && isSame && latest + kShortestFill <= ACD::kCertificatePageSize ? latest : 0;
+}
+
 std::string explain(const Bytes& stored, const CertificateError& error)
 {
     const auto length = derLength(stored);
@@ -48,11 +81,33 @@ Certificate parseCertificate(const Bytes& stored)
     try {
         return Certificate(stored.data(), stored.size());
     } catch (const CertificateError& error) {
+        if (const auto limit = findReadLimit(stored))
+            throw explainReadLimit(*limit);
         throw Failure(stored.empty() ? "no certificate" : "unreadable certificate",
                       "parse the " + inBytes(stored.size()) + " of the chip's certificate", explain(stored, error),
                       "'authchip certificate -o FILE' stores what arrived; runs of ff or 00 come from the bus. "
                       "If these bytes come from a file, name the right one.");
     }
+}
+
+std::optional<ReadLimit> findReadLimit(const Bytes& stored)
+{
+    const std::vector<Bytes> pages = pagesOf(stored);
+    for (const std::uint8_t filler : {std::uint8_t{0xff}, std::uint8_t{0x00}}) {
+        if (const std::size_t place = commonPlaceOfFiller(pages, filler))
+            return ReadLimit{place, filler};
+    }
+    return std::nullopt;
+}
+
+Failure explainReadLimit(const ReadLimit& limit)
+{
+    const std::string bytes = inBytes(limit.bytes);
+    return {"message too long", "read the chip's certificate in pages of up to 128 bytes",
+            "The first " + bytes + " of each page came, and then only " + toHex(limit.filler, 2),
+            "The bus controller or its driver ends each read after " + bytes +
+                " and does not report it. The library cannot split\n"
+                "the pages. Use another bus, or the pins of this one with the driver i2c-gpio."};
 }
 
 Bytes fromPem(const Bytes& content)

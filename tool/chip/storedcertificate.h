@@ -6,11 +6,22 @@
 
 #include "common/bytes.h"
 #include "tool/chip/certificate.h"
+#include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
 
 /// The certificate that a chip stores, parsed. Throws Failure.
 Certificate parseCertificate(const Bytes& stored);
+/// A bus controller that delivers the first bytes of each read, and fills the rest.
+struct ReadLimit
+{
+    std::size_t bytes;
+    std::uint8_t filler;
+};
+/// None if the pages of a certificate do not all end in the same place.
+std::optional<ReadLimit> findReadLimit(const Bytes& stored);
+Failure explainReadLimit(const ReadLimit& limit);
+
 /// What the bytes of a file hold in PEM, in DER; bytes that are no certificate in PEM come back as they are.
 Bytes fromPem(const Bytes& content);
 

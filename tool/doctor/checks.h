@@ -2,6 +2,7 @@
 #define TOOL_DOCTOR_CHECKS_H
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,10 @@ std::vector<Finding> checkSignature(Examination& examination);
 
 /// An address that includes the read/write bit. @p found says how that shows.
 Finding eightBitAddress(const ChipLocation& location, const std::string& found);
+/// What a challenge became on its way to the chip, which now holds @p held. None if it arrived as it was @p sent, or if
+/// the chip does not show it: then most of it differs.
+std::optional<std::string> findAlteration(const Bytes& sent, const Bytes& held);
+
 /// What to know about a bus that refused messages, and about one that is slow; empty if there is nothing to know.
 std::vector<Finding> notesOnRefusals(int retries);
 std::vector<Finding> notesOnSpeed(std::chrono::nanoseconds timeOfAByte);

@@ -20,6 +20,10 @@ constexpr char kResetTheChip[] = "Reset the chip and run this again. If it fails
 constexpr char kAskTheMaker[] =
     "Reset the chip and run this again; ask its maker for the longest time that it takes to sign.";
 
+constexpr char kLookAtTheSupply[] = "Look at the chip's supply while it signs, when it needs the most current: "
+                                    "capacitors beside it, and a regulator that\n"
+                                    "delivers enough. Then look at its reset line for glitches.";
+
 /// Long enough for the time of a byte: what each message costs besides counts little. Bytes.
 constexpr std::size_t kLongMessage = 64;
 
@@ -34,6 +38,14 @@ Step failedStep(const Access& access)
     if (access.registerTaken)
         return Step::ReadRegister;
     return access.error == EOPNOTSUPP ? Step::WriteRegister : Step::SetRegister; // the adapter took shorter messages
+}
+
+Finding restarted()
+{
+    return {"chip restarted",
+            "the chip restarted while it signed: its status (register 0x10) is 0x00, and it no longer knows the "
+            "challenge's length (register 0x20)",
+            kLookAtTheSupply};
 }
 
 /// How lengths are written: two bytes, the first of which is 0.
@@ -106,11 +118,29 @@ void Exchange::requireSigned()
                                kAskTheMaker});
     if (!access.isDone(1))
         stop(access, kRegisterControlAndStatus, 1, "read the status");
-    if (resultOfStatus(access.data[0]) != kResultGenerated)
+    const std::uint8_t status = access.data[0];
+    if (status == 0 && hasForgottenTheChallenge())
+        throw ExchangeStopped(restarted());
+    if (resultOfStatus(status) != kResultGenerated)
         throw ExchangeStopped({"wrong status",
-                               "the chip did not sign: its status (register 0x10) is " + toHex(access.data[0], 2) +
+                               "the chip did not sign: its status (register 0x10) is " + toHex(status, 2) +
                                    "; bits 6 to 4 have to be 001",
                                kResetTheChip});
+}
+
+/// Requires: a challenge was sent. A chip that could not sign it still knows how long it was.
+bool Exchange::hasForgottenTheChallenge()
+{
+    const Access access = m_bus.read(kRegisterChallengeLength, 2);
+    return access.isDone(2) && access.data == Bytes{0, 0};
+}
+
+std::optional<Bytes> Exchange::heldChallenge(std::size_t length)
+{
+    Access access = m_bus.read(kRegisterChallenge, length);
+    if (!access.isDone(length))
+        return std::nullopt;
+    return std::move(access.data);
 }
 
 Bytes Exchange::read(std::uint8_t reg, std::size_t length, const std::string& what)

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <optional>
 #include <utility>
 
 #include "common/bytes.h"
@@ -40,12 +41,15 @@ public:
     Bytes certificate(const Generation& generation);
     /// Requires: a challenge of the generation's length.
     Bytes signature(const Generation& generation, const Bytes& challenge);
+    /// The challenge that the chip holds, as long as the one that was sent; none if the chip does not deliver it.
+    std::optional<Bytes> heldChallenge(std::size_t length);
 
 private:
     Bytes read(std::uint8_t reg, std::size_t length, const std::string& what);
     std::size_t readLength(std::uint8_t reg, const std::string& what);
     void write(std::uint8_t reg, const Bytes& data, const std::string& what);
     void requireSigned();
+    bool hasForgottenTheChallenge();
     [[noreturn]] void stop(const Access& access, std::uint8_t reg, std::size_t length, const std::string& tried);
 
     Examination& m_examination;

@@ -1,5 +1,8 @@
+#include <algorithm>
+#include <bitset>
 #include <numeric>
 
+#include "common/hex.h"
 #include "tool/chip/storedcertificate.h"
 #include "tool/chip/trust.h"
 #include "tool/chip/verification.h"
@@ -28,7 +31,7 @@ Finding examine(const Certificate& certificate)
 {
     const TrustReport examined = Trust(TrustOptions()).examine(certificate);
     const TrustCheck* failure = examined.failure();
-    const bool isDate = failure != nullptr && std::string(failure->name) == "validity";
+    const bool isDate = failure != nullptr && std::string(failure->name) == "validity" && !examined.isClockWrong;
     if (failure != nullptr)
         return {failure->cause, failure->found, isDate ? kLookAtTheClock : failure->next};
     return healthy(certificate.subject() + ", " + certificate.keyDescription() + ", until " + certificate.notAfter());
@@ -49,6 +52,10 @@ Finding explainFlaw(Exchange& exchange, const Examination& examination, const Si
 {
     SignatureFlaw told = flaw;
     if (mayBeToldApart(flaw)) {
+        const auto held = exchange.heldChallenge(first.challenge.size());
+        const auto alteration = held ? findAlteration(first.challenge, *held) : std::nullopt;
+        if (alteration)
+            return {kBitErrors, *alteration, kHowToMendTheBus};
         const Bytes challenge(first.challenge.rbegin(), first.challenge.rend());
         const Bytes signature = exchange.signature(*examination.generation, challenge);
         told = tellApart(*examination.generation, examination.certificate->publicKey(), flaw, first.signature,
@@ -57,7 +64,34 @@ Finding explainFlaw(Exchange& exchange, const Examination& examination, const Si
     return {told.cause, told.found, std::string(told.cause) == kBitErrors ? kHowToMendTheBus : kReplaceTheChip};
 }
 
+Finding haveSigned(Examination& examination)
+{
+    const Generation& generation = *examination.generation;
+    const Bytes challenge = challengeOfDoctor(generation);
+    Exchange exchange(examination);
+    const Bytes signature = exchange.signature(generation, challenge);
+    if (!examination.certificate)
+        return healthy("the chip signs; not verified, since its certificate is not known");
+    const auto flaw = findFlaw(generation, examination.certificate->publicKey(), challenge, signature);
+    if (!flaw)
+        return healthy("made with the certificate's key");
+    return explainFlaw(exchange, examination, *flaw, {challenge, signature});
+}
+
 } // namespace
+
+std::optional<std::string> findAlteration(const Bytes& sent, const Bytes& held)
+{
+    constexpr std::size_t kBitsOfAByte = 8;
+    std::size_t differingBits = 0;
+    for (std::size_t i = 0; i < sent.size(); ++i)
+        differingBits += std::bitset<kBitsOfAByte>(static_cast<unsigned>(sent[i] ^ held[i])).count();
+    if (differingBits == 0 || differingBits > sent.size()) // more than one bit of eight
+        return std::nullopt;
+    const auto altered = std::mismatch(sent.begin(), sent.end(), held.begin());
+    return "the challenge arrives altered: byte " + std::to_string(altered.first - sent.begin()) + " was sent as " +
+           toHex(*altered.first, 2) + ", and the chip holds " + toHex(*altered.second, 2) + " (register 0x21)";
+}
 
 std::vector<Finding> checkCertificate(Examination& examination)
 {
@@ -68,6 +102,8 @@ std::vector<Finding> checkCertificate(Examination& examination)
         const Bytes again = exchange.certificate(*examination.generation); // not every changed bit shows otherwise
         if (const auto difference = findDifference(stored, again))
             return {{kBitErrors, *difference, kHowToMendTheBus}};
+        if (const auto limit = findReadLimit(stored))
+            return {refused("message too long", explainReadLimit(*limit))};
         return examineAll(examination, stored, examination.effort.retries - retriesBefore);
     } catch (const ExchangeStopped& stopped) {
         return {stopped.finding()};
@@ -80,18 +116,14 @@ std::vector<Finding> checkSignature(Examination& examination)
 {
     if (!examination.signs)
         return {skipped()};
-    const Generation& generation = *examination.generation;
-    const Bytes challenge = challengeOfDoctor(generation);
     try {
-        Exchange exchange(examination);
-        const Bytes signature = exchange.signature(generation, challenge);
-        if (!examination.certificate)
-            return {healthy("the chip signs; not verified, since its certificate is not known")};
-        const auto flaw = findFlaw(generation, examination.certificate->publicKey(), challenge, signature);
-        if (!flaw)
-            return {healthy("made with the certificate's key")};
-        return {explainFlaw(exchange, examination, *flaw, {challenge, signature})};
+        return {haveSigned(examination)};
     } catch (const ExchangeStopped& stopped) {
+        const auto wrongKey = examination.certificate
+                                  ? findWrongKey(*examination.generation, examination.certificate->publicKey())
+                                  : std::nullopt;
+        if (wrongKey) // which explains what went wrong in the exchange
+            return {{wrongKey->cause, wrongKey->found, kReplaceTheChip}, stopped.finding()};
         return {stopped.finding()};
     }
 }

@@ -67,6 +67,7 @@ constexpr Cause kCauses[] = {
     {"register refused", ExitStatus::Chip},
     {"chip busy", ExitStatus::Chip},
     {"wrong status", ExitStatus::Chip},
+    {"chip restarted", ExitStatus::Chip},
     {"wrong length", ExitStatus::Chip},
     {"no certificate", ExitStatus::Chip},
     {"unreadable certificate", ExitStatus::Chip},

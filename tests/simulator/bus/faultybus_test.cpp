@@ -196,6 +196,32 @@ TEST_F(FaultyBusTest, FlipsABitOfTheCertificateTheFirstTimeItIsReadAndNoOther)
     EXPECT_EQ((Bytes{0, 0, 0}), m_read);
 }
 
+TEST_F(FaultyBusTest, FlipsABitOfEachChallengeOnItsWayAndOfNoOtherMessage)
+{
+    Faults faults;
+    faults.flippedChallengeBit = 9;
+    m_bus.inject(faults);
+
+    write({0x21, 0, 0, 0});
+    write({0x21, 0});    // which ends before it
+    write({0x20, 0, 0}); // another register
+    write({0x21, 0, 0xff});
+    EXPECT_EQ("write 2a 21 00 40 00; write 2a 21 00; write 2a 20 00 00; write 2a 21 00 bf", m_next.conversation());
+}
+
+TEST_F(FaultyBusTest, FillsWhatIsBehindTheLimitOfAReadWithOnes)
+{
+    m_next.m_content = {1, 2, 3, 4};
+    Faults faults;
+    faults.readLimit = 2;
+    m_bus.inject(faults);
+
+    read(0x31, 4);
+    EXPECT_EQ((Bytes{1, 2, 0xff, 0xff}), m_read);
+    read(0x31, 2);
+    EXPECT_EQ((Bytes{1, 2}), m_read);
+}
+
 TEST_F(FaultyBusTest, TimesOutOnAStuckBusAfterItsTimeAndLetsNothingThrough)
 {
     Faults faults;

@@ -374,6 +374,23 @@ TEST(SimulatedChipTest, OnProtocol20BWantsTheLengthsAnnouncedForEveryExchange)
     EXPECT_EQ(kFailed, bench.status());
 }
 
+TEST(SimulatedChipTest, ThatRestartsWhileItSignsIsThenAsItWasWhenItWasSwitchedOn)
+{
+    ChipSettings settings = settingsOf(7);
+    settings.busyTime = 0ms;
+    settings.restartsWhileSigning = true;
+    Bench bench(settings);
+    const Bytes challengeBefore = bench.read(0x21, 4);
+    EXPECT_TRUE(bench.write(0x21, challengeOf(32)));
+    EXPECT_TRUE(bench.write(0x10, {1}));
+    EXPECT_EQ(kNone, bench.status());
+    EXPECT_EQ((Bytes{0, 0}), bench.read(0x20, 2));
+    EXPECT_EQ((Bytes{0, 0}), bench.read(0x11, 2));
+    EXPECT_EQ(challengeBefore, bench.read(0x21, 4));
+    EXPECT_TRUE(bench.write(0x10, {1}));
+    EXPECT_EQ(kFailed, bench.status()); // it has no challenge
+}
+
 TEST(SimulatedChipTest, RefusesCredentialsOfTheOtherGeneration)
 {
     const ManualClock clock;

@@ -1,9 +1,11 @@
 #include "tool/chip/storedcertificate.h"
 
+#include <algorithm>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "tests/tool/chip/credentials.h"
 #include "tool/report/failure.h"
 
 namespace {
@@ -59,6 +61,36 @@ TEST(StoredCertificateTest, ComesOutOfPemWhateverStandsBeforeIt)
     EXPECT_EQ(Bytes(), fromPem({}));
     const Bytes none = bytesOf(inPem("PRIVATE KEY", "MAA="));
     EXPECT_EQ(none, fromPem(none));
+}
+
+/// As a controller delivers it that fills each read behind this many bytes.
+Bytes cutAt(std::size_t limit, std::uint8_t filler, Bytes stored)
+{
+    constexpr std::size_t kPage = 128;
+    for (std::size_t i = 0; i < stored.size(); ++i) {
+        if (i % kPage >= limit)
+            stored[i] = filler;
+    }
+    return stored;
+}
+
+TEST(StoredCertificateTest, ShowsTheLimitOfABusControllerInTheSamePlaceOfEachPage)
+{
+    const Bytes whole = readTestFile("chip30.p7");
+    EXPECT_FALSE(findReadLimit(whole));
+    for (const std::uint8_t filler : {std::uint8_t{0xff}, std::uint8_t{0x00}}) {
+        const auto limit = findReadLimit(cutAt(32, filler, whole));
+        ASSERT_TRUE(limit);
+        EXPECT_EQ(32U, limit->bytes);
+        EXPECT_EQ(filler, limit->filler);
+    }
+    Bytes onePage = whole;
+    std::fill(onePage.begin() + 128 + 32, onePage.begin() + 256, std::uint8_t{0xff});
+    EXPECT_FALSE(findReadLimit(onePage));                   // the others are whole
+    EXPECT_FALSE(findReadLimit(Bytes(whole.size(), 0xff))); // nobody delivers anything
+    Bytes begun(whole.size(), 0x00);
+    std::copy_n(whole.begin(), 32, begun.begin());
+    EXPECT_FALSE(findReadLimit(begun)); // a chip that holds nothing more
 }
 
 TEST(StoredCertificateTest, SaysWhichLengthItsOwnHeaderHas)

@@ -40,6 +40,7 @@ normalised() {
             s/^(signature +ok: .*, )\d+ retr(?:y|ies)/$1COUNT retries/gm;
             s/("check":"signature",[^}]*"retries":)\d+/$1COUNT/g;
         }
+        s/(since attempt )\d+/$1NUMBER/g;
         s/^(authchip: .*)$/(my $line = $1) =~ s{\b\d+\.\d ms\b}{TIME}g; $line/gme;
         s/(Ms":)\d+\.\d+/$1TIME/g;
         s/^ERROR: ld\.so: object .*: ignored\.\n//gm; # the machine has a shell of another architecture
@@ -134,6 +135,12 @@ with_a_disk_of() {
 }
 # Where the system's semaphores are others than those of whoever has made the lock.
 in_a_container() { unshare --ipc "$@"; }
+# Where $TMPDIR is what systemd gives to a service with PrivateTmp=.
+in_a_private_tmp() {
+    mkdir -p "$TMPDIR/systemd-private-1-test.service-2/tmp" "$TMPDIR/tmp"
+    unshare --mount sh -c '
+        mount --bind "$TMPDIR/systemd-private-1-test.service-2/tmp" "$TMPDIR/tmp" && TMPDIR=$TMPDIR/tmp exec "$@"' sh "$@"
+}
 # Seeds the lock, and runs a command that looks for it in another folder.
 beside_a_seed() {
     authchip lock seed --group 0 >/dev/null
@@ -157,7 +164,7 @@ interrupted_when_it_waits() {
 }
 export -f make_pki lock_number remove_lock key_file set_tokens while_held while_held_in nobody as_nobody without_proc
 export -f with_a_tiny_disk with_a_disk_of in_a_container beside_a_seed without_semaphores interrupted_when_it_waits
-export -f verify_recorded revoke
+export -f verify_recorded revoke in_a_private_tmp
 
 # Neither a container without the right nor a folder mounted with "nodev" lets a node be opened.
 makes_nodes() {
@@ -181,7 +188,7 @@ for name in "$@"; do
             { echo "$name: skipped, only root takes the semaphores away"; exit 77; } ;;
     esac
     case $command in
-        *with_a_tiny_disk* | *with_a_disk_of*)
+        *with_a_tiny_disk* | *with_a_disk_of* | *in_a_private_tmp*)
             unshare --mount true 2>/dev/null || { echo "$name: skipped, only root mounts a disk"; exit 77; } ;;
     esac
     case $command in

@@ -69,7 +69,7 @@ std::vector<Finding> checkUser(const BusUser& user, const LockState& state)
         return {{"lock of another user",
                  process + " of user " + nameOfUser(user.user) + " continues without the lock, which belongs to " +
                      describe(state.rights),
-                 kSeedForAll}};
+                 howToShare(state.rights)}};
     return {};
 }
 
@@ -106,6 +106,12 @@ std::vector<Finding> checkPlace(const LockState& state)
              "removed",
              "In a container, use the machine's semaphores ('--ipc=host'); on the machine, run "
              "'authchip lock seed' again."});
+    if (isOfOneService(folder))
+        findings.push_back({"second lock",
+                            folder.path() +
+                                " is this service's own (systemd's PrivateTmp=): programs outside of it have "
+                                "another lock",
+                            kHowToShareTmp});
     for (const SemaphoreSet& orphan : findOrphans(folder))
         findings.push_back(
             {"lock orphaned",

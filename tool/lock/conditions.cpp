@@ -10,7 +10,8 @@ namespace VorelKestrel::Tool {
 namespace {
 
 /// In the texts, {semaphore} is the semaphore's number, {rights} its owner, group and mode, {value} how many tokens it
-/// has, {lastUser} the process that changed it last, and {waiting} how many wait for a token.
+/// has, {lastUser} the process that changed it last, {waiting} how many wait for a token, and {howToShare} what
+/// howToShare() says.
 struct Condition
 {
     LockCondition condition;
@@ -27,7 +28,7 @@ constexpr Condition kConditions[] = {
     {LockCondition::None, "none", "none; the next process that uses the library creates it", nullptr, "", "", "", ""},
     {LockCondition::Unreadable, "unreadable",
      "this user may not read it; the library would continue without the lock, and say nothing", "lock of another user",
-     "semaphore {semaphore} belongs to {rights}; this user's processes continue without it", kSeedForAll,
+     "semaphore {semaphore} belongs to {rights}; this user's processes continue without it", "{howToShare}",
      "Semaphore {semaphore} already exists and belongs to {rights}", "Run as root."},
     {LockCondition::Free, "free", "free", nullptr, "", "", "", ""},
     {LockCondition::Held, "held", "held", "lock held",
@@ -59,10 +60,21 @@ LockProblem problem(const LockState& state, const char* found, const char* next)
                              {"{value}", std::to_string(state.value)},
                              {"{lastUser}", namesUser ? describeProcess(state.lastUser) : ""},
                              {"{waiting}", std::to_string(state.waiting)}}),
-            next};
+            filledIn(next, {{"{howToShare}", howToShare(state.rights)}})};
 }
 
 } // namespace
+
+std::string howToShare(const LockRights& rights)
+{
+    constexpr unsigned kForGroup = 0060;
+    constexpr gid_t kGroupOfRoot = 0; // which nobody should join
+    if ((rights.mode & kForGroup) != kForGroup || rights.group == kGroupOfRoot)
+        return kSeedForAll;
+    const std::string group = nameOfGroup(rights.group);
+    return "Join group " + group + " ('adduser USER " + group + "' as root, then log in again); or have root run\n" +
+           "'authchip lock seed --group NAME' at boot, with a group of all who use the bus.";
+}
 
 const char* wordOf(LockCondition condition)
 {

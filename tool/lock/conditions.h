@@ -16,6 +16,9 @@ constexpr char kBeginAnew[] = "Stop the programs that use the library, run 'auth
 constexpr char kSeedForAll[] =
     "As root, run 'authchip lock seed --group NAME' at boot, with a group of all who use the bus.";
 
+/// How a user who may not use a lock with these rights gets to share it.
+std::string howToShare(const LockRights& rights);
+
 /// How to close a folder in which others can replace the key file.
 constexpr char kHowToCloseTheFolder[] =
     "Have root own the folder, with the sticky bit set ('chmod +t'), or name another one in TMPDIR.";

@@ -46,15 +46,18 @@ std::string describeHolder(const LockState& state)
 WithoutLock findWithoutLock(const LockState& state, const std::string& device)
 {
     if (state.condition == LockCondition::Unreadable)
-        return {"semaphore " + std::to_string(state.semaphore) + " belongs to " + describe(state.rights), kSeedForAll};
+        return {"semaphore " + std::to_string(state.semaphore) + " belongs to " + describe(state.rights),
+                howToShare(state.rights)};
     if (state.semaphore < 0 && state.obstacle != LockObstacle::None)
         return {"no lock can be created: " + reasonOf(state.obstacle), adviceAbout(state.obstacle)};
     if (lacksSemaphoreOfSeed(state))
         return {"the semaphore of 'authchip lock seed' is not here", "'authchip doctor' tells more."};
+    const KeyFolder folder(state.keyFile);
+    if (isOfOneService(folder))
+        return {folder.path() + " is this service's own (systemd's PrivateTmp=), and so is the lock", kHowToShareTmp};
     struct stat node = {};
     if (stat(device.c_str(), &node) != 0 || !mayBeI2cNode(device, node))
         return {}; // unrelated processes may have such a file open
-    const KeyFolder folder(state.keyFile);
     for (const BusUser& user : findBusUsers(device)) {
         if (user.process != getpid() && !(user.sharesSemaphores && folder.isOf(user.keyFile)))
             return {"process " + describeProcess(user.process) + " also uses the bus, but has another lock",

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <system_error>
 
 #include "common/lockkey.h"
@@ -47,6 +49,35 @@ std::vector<SemaphoreSet> findSeedsElsewhere(const KeyFolder& folder, const Lock
                    [&](const SemaphoreSet& set) { return !isLock(set) || !isTrusted(set.creator) || isOfHere(set); }),
                sets.end());
     return sets;
+}
+
+bool isOfOneService(const std::string& folder, std::istream& mounts)
+{
+    std::string innermost; // of the mounts in whose place the folder is
+    std::string source;    // what is mounted there, as a path on its own file system
+    for (std::string line; std::getline(mounts, line);) {
+        std::istringstream words(line);
+        std::string number;
+        std::string parent;
+        std::string device;
+        std::string root;
+        std::string place;
+        words >> number >> parent >> device >> root >> place;
+        const std::string below = place == "/" ? place : place + "/";
+        if ((folder + "/").compare(0, below.size(), below) != 0 || below.size() < innermost.size())
+            continue;
+        innermost = below; // a later mount hides an earlier one in the same place
+        source = root;
+    }
+    return source.find("/systemd-private-") != std::string::npos;
+}
+
+bool isOfOneService(const KeyFolder& folder)
+{
+    std::error_code error;
+    const auto path = std::filesystem::canonical(folder.path(), error);
+    std::ifstream mounts("/proc/self/mountinfo");
+    return !error && isOfOneService(path.string(), mounts);
 }
 
 bool hasSemaphoresOfItsOwn()

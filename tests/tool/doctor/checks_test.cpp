@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -14,6 +15,8 @@
 
 #include "tests/support/temporarydirectory.h"
 #include "tests/tool/lock/lockfolder.h"
+#include "tool/lock/conditions.h"
+#include "tool/lock/otherlocks.h"
 
 using namespace testsupport;
 
@@ -248,6 +251,45 @@ TEST(NotesTest, CallABusSlowOnWhichAByteTakesMoreThanTwiceTheTimeOfTheSlowestUsu
     EXPECT_EQ("the bus is slow: a byte takes 0.2 ms, as at 45 kHz", notesOnSpeed(200us).front().found);
     EXPECT_EQ("the bus is slow: a byte takes 0.9 ms, as at 10 kHz", notesOnSpeed(900us).front().found);
     EXPECT_TRUE(notesOnSpeed(900us).front().isNote());
+}
+
+TEST(AlterationTest, IsTheFirstByteThatTheChipHoldsOtherwise)
+{
+    EXPECT_EQ("the challenge arrives altered: byte 1 was sent as 0x01, and the chip holds 0x03 (register 0x21)",
+              findAlteration({0, 1, 2, 3}, {0, 3, 2, 3}));
+}
+
+TEST(AlterationTest, IsNoneInWhatArrivedAsItWasSentOrInWhatTheChipDoesNotShow)
+{
+    EXPECT_FALSE(findAlteration({0, 1, 2, 3}, {0, 1, 2, 3}));
+    EXPECT_FALSE(findAlteration({0, 1, 2, 3}, {0xff, 0xff, 0xff, 0xff}));
+    EXPECT_FALSE(findAlteration({0, 1, 2, 3, 4, 5, 6, 7}, {0, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST(SharingTest, IsForTheGroupOfTheLockUnlessItIsRootsOrMayNotUseIt)
+{
+    EXPECT_EQ("Join group 70000 ('adduser USER 70000' as root, then log in again); or have root run\n"
+              "'authchip lock seed --group NAME' at boot, with a group of all who use the bus.",
+              howToShare({0, kGroup, 0660}));
+    EXPECT_EQ(kSeedForAll, howToShare({0, 0, 0660}));
+    EXPECT_EQ(kSeedForAll, howToShare({0, kGroup, 0600}));
+    EXPECT_EQ(kSeedForAll, howToShare({0, kGroup, 0640}));
+}
+
+TEST(TmpOfAServiceTest, IsTheInnermostMountThatSystemdMade)
+{
+    const std::string ordinary = "21 1 8:1 / / rw - ext4 /dev/sda1 rw\n30 21 0:26 / /tmp rw - tmpfs tmpfs rw\n";
+    const std::string service = "40 30 0:26 /systemd-private-0f-board.service-x1/tmp /tmp rw - tmpfs tmpfs rw\n";
+    const auto isOfService = [](const std::string& folder, const std::string& text) {
+        std::istringstream mounts(text);
+        return isOfOneService(folder, mounts);
+    };
+    EXPECT_FALSE(isOfService("/tmp", ordinary));
+    EXPECT_TRUE(isOfService("/tmp", ordinary + service));
+    EXPECT_TRUE(isOfService("/tmp/below", ordinary + service));
+    EXPECT_FALSE(isOfService("/tmpfile", ordinary + service));
+    EXPECT_FALSE(isOfService("/run", ordinary + service));
+    EXPECT_FALSE(isOfService("/tmp/lock", ordinary + service + "41 40 0:30 / /tmp/lock rw - tmpfs tmpfs rw\n"));
 }
 
 TEST(GenerationCheckTest, TellsTheProtocolOrThatThereIsNoDriver)

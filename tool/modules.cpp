@@ -1,6 +1,12 @@
 #include "tool/modules.h"
 
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
 #include <dlfcn.h>
+#include <elf.h>
+#include <link.h>
 
 #include "common/preload.h"
 #include "tool/report/failure.h"
@@ -19,10 +25,27 @@ std::string findModule(const std::string& file)
     }
 }
 
+/// Whether a file is a shared object of this machine with nothing missing at its end, where its table of sections is.
+bool isWhole(const std::string& path)
+{
+    ElfW(Ehdr) header = {};
+    std::ifstream file(path, std::ios::binary);
+    file.read(reinterpret_cast<char*>(&header), sizeof(header));
+    const bool isElf = file && std::equal(header.e_ident, header.e_ident + SELFMAG, ELFMAG);
+    std::error_code error;
+    const auto end =
+        static_cast<std::uintmax_t>(header.e_shoff) + static_cast<std::uintmax_t>(header.e_shnum) * header.e_shentsize;
+    return isElf && end <= std::filesystem::file_size(path, error);
+}
+
 template<typename Function>
 Function* load(const std::string& file, const char* name)
 {
     const std::string path = findModule(file);
+    if (!isWhole(path))
+        throw Failure(kIncomplete, "load " + path,
+                      "The file is damaged: a part of it is missing, or it is something else",
+                      "Install authchip again; if that does not help, check the disk.");
     void* const module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL); // never closed: the library lives to the end
     void* const function = module != nullptr ? dlsym(module, name) : nullptr;
     if (function == nullptr)

@@ -11,6 +11,7 @@
 
 #include "common/escaped.h"
 #include "tool/chip/chip.h"
+#include "tool/chip/i2cnode.h"
 #include "tool/commands/chipreport.h"
 #include "tool/commands/output.h"
 #include "tool/repeat/summary.h"
@@ -69,7 +70,8 @@ void Progress::clear()
 }
 
 Repetition::Repetition(const CommandLine& line, const CommandContext& context)
-    : m_line(line), m_context(context), m_quietly(context.options), m_beginTime(timeOfDay())
+    : m_line(line), m_context(context), m_quietly(context.options), m_beginTime(timeOfDay()),
+      m_looksAtNode(isThere(context.options.location.device))
 {
     m_quietly.json = false;
     m_quietly.stats = false; // the summary shows them
@@ -81,6 +83,8 @@ ExitStatus Repetition::run()
     while (goesOn() && !isInterrupted() && m_context.answer.good()) {
         const Attempt attempt = tryOnce();
         count(attempt);
+        if (!attempt.cause.empty())
+            tellIfTheNodeIsGone();
         m_progress.show(m_tally);
         if (!attempt.cause.empty() && attempt.time < kShortest)
             std::this_thread::sleep_for(kPause);
@@ -144,6 +148,22 @@ void Repetition::count(const Attempt& attempt)
         return;
     printInOneLine(jsonOf(attempt, m_tally.attempts(), m_attemptTime), m_context.answer);
     m_context.answer.flush(); // somebody may be watching
+}
+
+/// Without this, a run in which an adapter was unplugged would fail attempt by attempt, and say so only at its end.
+void Repetition::tellIfTheNodeIsGone()
+{
+    const std::string& device = m_context.options.location.device;
+    if (!m_looksAtNode || isThere(device))
+        return;
+    m_looksAtNode = false;
+    m_progress.clear();
+    explain(
+        Failure("node missing", "reach the chip since attempt " + std::to_string(m_tally.attempts()),
+                device + " is gone: its adapter was unplugged, or its driver was unloaded",
+                "Connect it again and start another run: this one does not open the node a second time. Ctrl-C ends\n"
+                "this run with its summary."),
+        std::cerr);
 }
 
 void Repetition::worsen(ExitStatus status)

@@ -62,6 +62,7 @@ private:
     bool goesOn() const;
     Attempt tryOnce();
     void count(const Attempt& attempt);
+    void tellIfTheNodeIsGone();
     void worsen(ExitStatus status);
     void tell() const;
     void requireWritablePage() const;
@@ -76,6 +77,7 @@ private:
     const std::string m_beginTime;     // of day
     Clock::duration m_attemptBegin{0}; // since m_begin
     std::string m_attemptTime;         // of day
+    bool m_looksAtNode;                // to tell when it goes; false: it was never there, or that was told
     Tally m_tally;
     Progress m_progress;
     const Interruption m_interruption;

@@ -171,6 +171,15 @@ std::string adviceAboutAddress(const ChipLocation& location)
     return advice;
 }
 
+/// The number of a bus alone, or the node's name without its folder, as i2cdetect takes and shows them.
+std::string adviceAboutName(const std::string& device)
+{
+    const auto digits = device.find_last_not_of("0123456789") + 1; // npos + 1 is 0
+    const std::string before = device.substr(0, digits);
+    const bool isShort = digits < device.size() && (before.empty() || before == "i2c-");
+    return isShort ? "\nIf you mean /dev/i2c-" + device.substr(digits) + ", name it so." : "";
+}
+
 Failure versionFailure(const ChipLocation& location, const std::string& answer, const std::string& next)
 {
     return {"version without driver", fillIn("find a driver for the chip at {address} on {device}", location), answer,
@@ -194,6 +203,8 @@ Failure explainRefusal(Step step, int error, const ChipLocation& location)
     std::string next = findRefusal(step, error).next;
     if (isNoAnswer(step, error))
         next += adviceAboutAddress(location);
+    if (step == Step::OpenNode && error == ENOENT)
+        next += adviceAboutName(location.device);
     if (step == Step::OpenNode && error == EACCES && isMountedWithoutNodes(location.device))
         next = kMountedWithoutNodes;
     const std::string answer = error != 0 ? describeSystemError(error) : "0 of 1 bytes came";
@@ -209,6 +220,7 @@ const char* causeOfRefusal(Step step, int error)
 Failure explainVersion(std::uint8_t deviceVersion, const ChipLocation& location)
 {
     constexpr std::uint8_t kNobodyPullsDown = 0xff;
+    constexpr std::uint8_t kHeldLow = 0x00;
     const std::string answer = "Its device version is " + std::to_string(deviceVersion);
     if (const DeviceVersion* known = findDeviceVersion(deviceVersion))
         return versionFailure(location, answer + ": protocol " + known->protocol + ", which is not supported",
@@ -216,6 +228,11 @@ Failure explainVersion(std::uint8_t deviceVersion, const ChipLocation& location)
     if (deviceVersion == kNobodyPullsDown)
         return versionFailure(location, answer + ", which is what an idle bus reads",
                               "Check the data line, the chip's supply and its reset line.");
+    if (deviceVersion == kHeldLow)
+        return versionFailure(
+            location, answer + ", which is what a data line that is held low reads",
+            "Check the data line and what else is on it; if other chips on this bus answer as they should,\n"
+            "this one is no authentication coprocessor.");
     return versionFailure(
         location, answer + ", which is unknown",
         "Check that the chip at this address is the authentication coprocessor; 'authchip read' lists its\n"

@@ -1,11 +1,14 @@
 #include "tool/chip/i2cnode.h"
 
 #include <cerrno>
+#include <filesystem>
 
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include "authchipdriver/registermap.h"
@@ -13,6 +16,18 @@
 #include "tool/chip/advice.h"
 
 namespace VorelKestrel::Tool {
+
+bool isThere(const std::string& device)
+{
+    struct stat node = {};
+    if (stat(device.c_str(), &node) != 0)
+        return errno != ENOENT;
+    const std::string devices = "/sys/dev/char/";
+    const std::string number = std::to_string(major(node.st_rdev)) + ":" + std::to_string(minor(node.st_rdev));
+    std::error_code error;
+    return !S_ISCHR(node.st_mode) || !std::filesystem::exists(devices, error) ||
+           std::filesystem::exists(devices + number, error);
+}
 
 ScopedDescriptor openNode(const std::string& device)
 {

@@ -10,6 +10,8 @@
 // The i2c-dev node of a bus, without the library.
 namespace VorelKestrel::Tool {
 
+/// Whether node and bus are there. The node stays behind when the bus goes where nobody removes it.
+bool isThere(const std::string& device);
 /// Opens the node. If the system refuses, the result is -1 and errno is set.
 ScopedDescriptor openNode(const std::string& device);
 /// Returns false and sets errno if the system refuses.

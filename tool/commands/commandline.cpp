@@ -165,6 +165,7 @@ private:
                 throw Failure(kWrongUsage, "", std::string(option) + " is required",
                               "'authchip --help' lists the commands and options.");
         }
+        requirePlainPath(m_options.location.device);
     }
 
     void interpret(Command& command)

@@ -177,6 +177,20 @@ private:
     mutable std::vector<Setting> m_settings; // found by the last from_config(), which CLI11 calls on a constant
 };
 
+/// The options whose value is that of their variable.
+std::vector<Setting> settingsOfEnvironment(const CLI::App& app)
+{
+    std::vector<Setting> settings;
+    for (const NamedApp& each : appsOf(app)) {
+        for (const CLI::Option* option : each.app->get_options()) {
+            const auto value = valueOf(option->get_envname());
+            if (value && option->results() == CLI::results_t{*value})
+                settings.push_back({option->get_name(), *value, "in " + option->get_envname()});
+        }
+    }
+    return settings;
+}
+
 } // namespace
 
 void declareConfigFile(CLI::App& app, std::function<void()> declareAll)
@@ -191,7 +205,10 @@ void declareConfigFile(CLI::App& app, std::function<void()> declareAll)
 std::vector<Setting> settingsOf(const CLI::App& app)
 {
     const auto file = std::dynamic_pointer_cast<const OptionsFile>(app.get_config_formatter());
-    return file == nullptr ? std::vector<Setting>() : file->settings();
+    std::vector<Setting> settings = settingsOfEnvironment(app);
+    if (file != nullptr)
+        settings.insert(settings.end(), file->settings().begin(), file->settings().end());
+    return settings;
 }
 
 Failure withOrigin(const Failure& failure, const std::vector<Setting>& settings)

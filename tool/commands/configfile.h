@@ -13,12 +13,13 @@ class App;
 
 namespace VorelKestrel::Tool {
 
-/// A line of the file of options that counts: nothing on the command line or in the environment is in its place.
+/// A value that does not come from the command line: of a line of the file of options, or of a variable. It counts:
+/// nothing is in its place.
 struct Setting
 {
     std::string option; // "--address"
     std::string value;
-    std::string place; // "line 2 of /etc/authchip.conf"
+    std::string place; // "line 2 of /etc/authchip.conf", "in AUTHCHIP_DEVICE"
 };
 
 constexpr char kConfigFile[] = "/etc/authchip.conf"; // read if it is there
@@ -33,9 +34,10 @@ constexpr char kConfigFile[] = "/etc/authchip.conf"; // read if it is there
  * what is no option.
  */
 void declareConfigFile(CLI::App& app, std::function<void()> declareAll);
-/// The lines of the file that count in this command line. Requires: the command line has been parsed, or failed so.
+/// The lines of the file and the variables that count in this command line. Requires: the command line has been parsed,
+/// or failed so.
 std::vector<Setting> settingsOf(const CLI::App& app);
-/// The same failure, with file and line if it is about what one of the settings says.
+/// The same failure, with its origin if it is about what one of the settings says.
 Failure withOrigin(const Failure& failure, const std::vector<Setting>& settings);
 /// Throws Failure (ExitStatus::Usage) if there is a file of options that cannot be read.
 /// Requires: the command line has been parsed.

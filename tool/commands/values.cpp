@@ -2,6 +2,8 @@
 
 #include <fstream>
 
+#include <unistd.h>
+
 #include "common/hex.h"
 #include "common/numbers.h"
 #include "tool/chip/chiplocation.h"
@@ -19,7 +21,31 @@ Failure usageFailure(const std::string& tried, const std::string& answer, const 
     return {kWrongUsage, tried, answer, next};
 }
 
+constexpr char kQuotes[] = "\"'";
+constexpr char kSurroundings[] = " \t\r\n\"'"; // of a value; files and shells leave them there
+
+std::string withoutSurroundings(const std::string& text)
+{
+    const auto begin = text.find_first_not_of(kSurroundings);
+    const auto end = text.find_last_not_of(kSurroundings);
+    return begin == std::string::npos ? "" : text.substr(begin, end - begin + 1);
+}
+
+std::string describeSurroundings(const std::string& text)
+{
+    if (!text.empty() && text.back() == '\r')
+        return "It ends with a carriage return, as the lines of a file from Windows do";
+    return text.find_first_of(kQuotes) != std::string::npos ? "It has quotes around it" : "It has blanks around it";
+}
+
 } // namespace
+
+void requirePlainPath(const std::string& device)
+{
+    const std::string meant = withoutSurroundings(device);
+    if (meant != device && access(device.c_str(), F_OK) != 0)
+        throw usageFailure("use the node '" + device + "'", describeSurroundings(device), "Write " + meant + " only.");
+}
 
 int parseAddress(const std::string& text, int maximum)
 {
@@ -27,6 +53,9 @@ int parseAddress(const std::string& text, int maximum)
     const auto address = parseNumber(text, kLargestNumber);
     if (!address && parseNumber("0x" + text, kEightBitMaximum))
         throw usageFailure(tried, "Without 0x, a number is decimal", "Give the address as 0x" + text + ".");
+    const std::string meant = withoutSurroundings(text);
+    if (!address && parseNumber(meant, kLargestNumber))
+        throw usageFailure(tried, describeSurroundings(text), "Write " + meant + " only.");
     if (!address)
         throw usageFailure(tried, "That is not a number", "Give the chip's 7-bit address, for example 0x2a.");
     if (*address <= static_cast<std::uint32_t>(maximum))

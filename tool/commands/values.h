@@ -14,6 +14,8 @@ namespace VorelKestrel::Tool {
 
 /// An address up to @p maximum. If a larger one can be an 8-bit address, the Failure names its 7-bit address.
 int parseAddress(const std::string& text, int maximum);
+/// Refuses the path of a node with quotes, blanks or a carriage return around it, unless there is such a file.
+void requirePlainPath(const std::string& device);
 /// The other address that a decimal number can mean if somebody has forgotten the 0x: 0x54 for "54". None if no chip
 /// can have it.
 std::optional<int> addressInHexadecimal(const std::string& text);

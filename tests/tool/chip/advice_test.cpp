@@ -153,6 +153,8 @@ TEST(AdviceTest, NamesTheProtocolOfAVersionWithoutDriver)
     EXPECT_EQ("Its device version is 2: protocol 2.0A, which is not supported", explainVersion(2, kLocation).answer());
     EXPECT_EQ("Its device version is 6, which is unknown", explainVersion(6, kLocation).answer());
     EXPECT_EQ("Its device version is 255, which is what an idle bus reads", explainVersion(255, kLocation).answer());
+    EXPECT_EQ("Its device version is 0, which is what a data line that is held low reads",
+              explainVersion(0, kLocation).answer());
 }
 
 TEST(AdviceTest, NamesAnErrorThatHasNoName)

@@ -195,7 +195,8 @@ std::vector<SemaphoreSet> findOrphans(const KeyFolder& folder)
     std::vector<SemaphoreSet> orphans;
     const FolderIdentity identity = folder.identity();
     for (const SemaphoreSet& set : semaphoreSets()) {
-        const bool isOurs = set.size == kSemaphoresOfSeed && controlSemaphore(set.number, 1, GETVAL) == identity[0] &&
+        const bool isOurs = set.size == kSemaphoresOfSeed && isTrusted(set.creator) &&
+                            controlSemaphore(set.number, 1, GETVAL) == identity[0] &&
                             controlSemaphore(set.number, 2, GETVAL) == identity[1];
         if (isOurs && set.key != folder.keyFile().key && !isDraftOf(folder, set.key))
             orphans.push_back(set);

@@ -65,7 +65,8 @@ struct LockState
 LockState lookAtLock(const std::string& keyFile);
 LockState lookAtLock(const KeyFolder& folder, const std::string& keyFile);
 
-/// The sets that seeds have made in this folder and that no key file leads to. Only those that this user may read.
+/// The sets that seeds of root or this user have made in this folder and that no key file leads to. Anybody can forge
+/// such a set, and thereby keep root from a seed. Only those that this user may read.
 std::vector<SemaphoreSet> findOrphans(const KeyFolder& folder);
 
 /// Whether there is a process of this number that has not ended.

@@ -725,6 +725,20 @@ TEST_F(LockSeedAgainstAnotherUserTest, RemovesNoFileOfTheOthersThatHasANameAsIts
     EXPECT_TRUE(fs::exists(name));
 }
 
+/// The identity of a folder is no secret.
+TEST_F(LockSeedAgainstAnotherUserTest, TakesNoSetOfTheOthersForOneOfAnEarlierSeed)
+{
+    constexpr key_t kOfNoFile = 0x51123456;
+    asNobody([this] { makeSetOfTwoTokens(kOfNoFile, KeyFolder(m_folder.keyFile()).identity()); });
+    const int forged = semget(kOfNoFile, 0, 0);
+    EXPECT_GE(forged, 0);
+    EXPECT_TRUE(findOrphans(KeyFolder(m_folder.keyFile())).empty());
+    EXPECT_EQ(SeedResult::Made, seed());
+    expectSoundLock();
+    EXPECT_EQ(2, controlSemaphore(forged, 0, GETVAL)); // left to the other
+    controlSemaphore(forged, 0, IPC_RMID);
+}
+
 TEST_F(LockSeedAgainstAnotherUserTest, RootsRemovalMakesRoomForASeed)
 {
     if (!hasRight(CAP_SYS_ADMIN))

@@ -17,31 +17,36 @@ trap 'rm -r "$HOME"' EXIT
 # dissect CAPTURE ARGUMENT...
 dissect() { tshark -X lua_script:"$dissector" -r "$@" 2>"$HOME/errors"; }
 
-# One line a message that is about a register: number, register, status, attempt if it failed, what is named.
+# One line a message that is about a register: capture, number, register, status, attempt if it failed, what is named.
+# All captures at once, because tshark takes long to start; an interface stands for each.
 as_tshark_says() {
-    dissect "$1" -Y authchip -T fields -E separator='|' -e frame.number -e authchip.register -e authchip.status \
-        -e authchip.attempt -e _ws.col.Info |
+    mergecap -a -I none -F pcapng -w "$HOME/all.pcapng" "$@"
+    dissect "$HOME/all.pcapng" -T fields -E separator='|' -e frame.interface_id -e frame.number -e authchip.register \
+        -e authchip.status -e authchip.attempt -e _ws.col.Info |
         perl -F'\|' -lane '
-            my $named = $F[4] =~ /^name (.*)/ ? $1 : "";
-            print join("|", $F[0], hex($F[1]), $F[2] eq "" ? "" : hex($F[2]), $F[3], $named)'
+            BEGIN { @captures = splice @ARGV }
+            my $number = $F[1] - ($before[$F[0]] //= $F[1] - 1);
+            next if $F[2] eq "";
+            my $named = $F[5] =~ /^name (.*)/ ? $1 : "";
+            print join("|", $captures[$F[0]], $number, hex($F[2]), $F[3] eq "" ? "" : hex($F[3]), $F[4], $named)' "$@"
 }
 as_decode_says() {
-    { authchip decode --json "$1" 2>/dev/null || true; } | perl -MJSON::PP -0777 -ne '
-        for my $m (@{decode_json($_)->{messages}}) {
-            next unless defined $m->{register};
-            my $status = $m->{read} && $m->{register} == 0x10 && $m->{result} == 1 ? hex($m->{data}) : "";
-            my $attempt = $m->{result} < 0 ? $m->{attempt} : "";
-            my $named = $m->{result} >= 0 && $m->{text} =~ /^name register 0x\w\w, (.*)/ ? $1 : "";
-            print join("|", $m->{number}, $m->{register}, $status, $attempt, $named), "\n";
-        }'
+    for capture in "$@"; do
+        { authchip decode --json "$capture" 2>/dev/null || true; } | perl -MJSON::PP -0777 -se '
+            for my $m (@{decode_json(<STDIN>)->{messages}}) {
+                next unless defined $m->{register};
+                my $status = $m->{read} && $m->{register} == 0x10 && $m->{result} == 1 ? hex($m->{data}) : "";
+                my $attempt = $m->{result} < 0 ? $m->{attempt} : "";
+                my $named = $m->{result} >= 0 && $m->{text} =~ /^name register 0x\w\w, (.*)/ ? $1 : "";
+                print join("|", $capture, $m->{number}, $m->{register}, $status, $attempt, $named), "\n";
+            }' -- -capture="$capture"
+    done
 }
 
-for capture in "$@"; do
-    as_decode_says "$capture" >"$HOME/expected"
-    as_tshark_says "$capture" >"$HOME/actual"
-    diff -u "$HOME/expected" "$HOME/actual" || { echo "$capture: tshark says something else" >&2; exit 1; }
-    grep -vi "running as user" "$HOME/errors" | grep . && { echo "$capture: tshark complains" >&2; exit 1; }
-done
+as_decode_says "$@" >"$HOME/expected"
+as_tshark_says "$@" >"$HOME/actual"
+diff -u "$HOME/expected" "$HOME/actual" || { echo "tshark says something else" >&2; exit 1; }
+grep -vi "running as user" "$HOME/errors" | grep . && { echo "tshark complains" >&2; exit 1; }
 [ -s "$HOME/expected" ]
 
 # A filter, as people use it.

@@ -1,12 +1,11 @@
 #include "capture/recording.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <optional>
 
 #include "capture/format.h"
+#include "common/filecontent.h"
 
 namespace VorelKestrel::Capture {
 namespace {
@@ -292,19 +291,12 @@ Recording parseRecording(const AL::U8* data, std::size_t length)
 
 Recording loadRecording(const std::string& path)
 {
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    Bytes content;
-    char piece[65536];
-    while (file && content.size() <= kFileMaximumLength) {
-        file.read(piece, sizeof(piece));
-        content.insert(content.end(), piece, piece + file.gcount());
-    }
-    if (!file.eof() && (file.bad() || content.size() <= kFileMaximumLength))
-        throw RecordingError(std::strerror(errno != 0 ? errno : EIO));
-    if (content.size() > kFileMaximumLength)
+    const FileContent content = readFile(path, kFileMaximumLength);
+    if (content.error != 0)
+        throw RecordingError(std::strerror(content.error));
+    if (content.isTooLong)
         throw RecordingError("it is longer than 256 MiB");
-    return parseRecording(content.data(), content.size());
+    return parseRecording(content.bytes.data(), content.bytes.size());
 }
 
 } // namespace VorelKestrel::Capture

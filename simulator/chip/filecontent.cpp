@@ -1,26 +1,22 @@
 #include "simulator/chip/filecontent.h"
 
-#include <array>
-#include <cerrno>
 #include <cstring>
-#include <fstream>
+#include <utility>
 
+#include "common/filecontent.h"
 #include "simulator/chip/credentialserror.h"
 
 namespace VorelKestrel::Simulator {
 
 Bytes contentOf(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    Bytes content;
-    std::array<char, 4096> block{};
-    do {
-        file.read(block.data(), block.size());
-        content.insert(content.end(), block.begin(), block.begin() + file.gcount());
-    } while (file);
-    if (!file.eof())
-        throw CredentialsError("cannot read " + path + ": " + std::strerror(errno));
-    return content;
+    constexpr std::size_t kLongest = std::size_t{1} << 20U; // far above any key or certificate
+    FileContent content = readFile(path, kLongest);
+    if (content.error != 0)
+        throw CredentialsError("cannot read " + path + ": " + std::strerror(content.error));
+    if (content.isTooLong)
+        throw CredentialsError("cannot read " + path + ": it is longer than 1 MiB");
+    return std::move(content.bytes);
 }
 
 Reader readerOf(const Bytes& content)

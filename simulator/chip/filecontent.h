@@ -10,7 +10,7 @@
 
 namespace VorelKestrel::Simulator {
 
-/// Reads the whole file. Throws CredentialsError.
+/// Reads the whole file, of at most 1 MiB. Throws CredentialsError.
 Bytes contentOf(const std::string& path);
 
 /// An OpenSSL reader of bytes, which must outlive it.

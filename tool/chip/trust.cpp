@@ -1,9 +1,7 @@
 #include "tool/chip/trust.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <new>
 #include <system_error>
@@ -17,6 +15,7 @@
 #include <openssl/pkcs7.h>
 #include <openssl/x509_vfy.h>
 
+#include "common/filecontent.h"
 #include "common/opensslpointer.h"
 #include "tool/report/failure.h"
 #include "tool/report/filledin.h"
@@ -132,13 +131,20 @@ int noteFault(int isGood, X509_STORE_CTX* context)
     throw Failure(kWrongUsage, "read " + path, why, next);
 }
 
-BioPointer openFile(const std::string& path)
+Bytes contentOf(const std::string& path)
 {
-    errno = 0;
-    BioPointer file(BIO_new_file(path.c_str(), "rb"));
-    if (!file)
-        failReading(path, describeSystemError(errno), "Name a file that can be read.");
-    return file;
+    constexpr std::size_t kLongest = std::size_t{64} << 20U; // the lists of a large issuer have some MiB
+    FileContent content = readFile(path, kLongest);
+    if (content.error != 0)
+        failReading(path, describeSystemError(content.error), "Name a file that can be read.");
+    if (content.isTooLong)
+        failReading(path, "It is longer than 64 MiB", "Name a file of certificates or revocation lists.");
+    return std::move(content.bytes);
+}
+
+BioPointer readerOf(const Bytes& content)
+{
+    return BioPointer(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
 }
 
 /// After reading PEM: whether nothing more is there, rather than something damaged.
@@ -148,13 +154,13 @@ bool isAtTheEnd()
     return ERR_GET_LIB(error) == ERR_LIB_PEM && ERR_GET_REASON(error) == PEM_R_NO_START_LINE;
 }
 
-/// Calls @p use with every object in a file: one in DER, or all in PEM. Returns how many there were.
+/// Calls @p use with every object in what a file holds: one in DER, or all in PEM. Returns how many there were.
 template<typename Pointer, auto readPem, auto readDer, typename Use>
-int forEachIn(const std::string& path, Use use)
+int forEachIn(const Bytes& content, const std::string& path, Use use)
 {
     int count = 0;
     ERR_clear_error();
-    const BioPointer pem = openFile(path);
+    const BioPointer pem = readerOf(content);
     while (const Pointer object{readPem(pem.get(), nullptr, nullptr, nullptr)}) {
         use(object.get());
         ++count;
@@ -163,7 +169,7 @@ int forEachIn(const std::string& path, Use use)
         failReading(path, "Entry " + std::to_string(count + 1) + " in it is damaged",
                     "Fetch the file again, or take the damaged part out of it.");
     if (count == 0) {
-        const BioPointer der = openFile(path);
+        const BioPointer der = readerOf(content);
         if (const Pointer object{readDer(der.get(), nullptr)}) {
             use(object.get());
             ++count;
@@ -173,10 +179,10 @@ int forEachIn(const std::string& path, Use use)
     return count;
 }
 
-int addCertificates(X509_STORE* store, const std::string& path)
+int addCertificates(X509_STORE* store, const Bytes& content, const std::string& path)
 {
     return forEachIn<X509Pointer, PEM_read_bio_X509, d2i_X509_bio>(
-        path, [store](X509* certificate) { X509_STORE_add_cert(store, certificate); });
+        content, path, [store](X509* certificate) { X509_STORE_add_cert(store, certificate); });
 }
 
 int addFolder(X509_STORE* store, const std::filesystem::path& folder)
@@ -185,20 +191,21 @@ int addFolder(X509_STORE* store, const std::filesystem::path& folder)
     std::error_code error;
     for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
          entry.increment(error)) {
-        if (entry->is_regular_file(error))
-            count += addCertificates(store, entry->path().string());
+        if (entry->is_regular_file(error)) {
+            const std::string path = entry->path().string();
+            count += addCertificates(store, contentOf(path), path);
+        }
     }
     if (error)
         failReading(folder.string(), describeSystemError(error.value()), "Name a folder that can be read.");
     return count;
 }
 
-/// Whether the file holds an object of this kind in DER.
+/// Whether this is an object of this kind in DER.
 template<typename T, auto readDer, auto release>
-bool holdsInDer(const std::string& path)
+bool isInDer(const Bytes& content)
 {
-    const BioPointer file = openFile(path);
-    const OpensslPointer<T, release> object(readDer(file.get(), nullptr));
+    const OpensslPointer<T, release> object(readDer(readerOf(content).get(), nullptr));
     return object != nullptr;
 }
 
@@ -206,63 +213,73 @@ bool holdsInDer(const std::string& path)
 struct OtherContent
 {
     const char* label; // in PEM; the end of it
-    bool (*isInDer)(const std::string& path);
+    bool (*isHeldInDer)(const Bytes& content);
     const char* name;
     const char* next;
 };
 
 constexpr OtherContent kOtherContents[] = {
-    {"CERTIFICATE REQUEST-----", holdsInDer<X509_REQ, d2i_X509_REQ_bio, X509_REQ_free>, "a certificate request",
+    {"CERTIFICATE REQUEST-----", isInDer<X509_REQ, d2i_X509_REQ_bio, X509_REQ_free>, "a certificate request",
      "Name the certificate that was issued for this request."},
-    {"PRIVATE KEY-----", holdsInDer<EVP_PKEY, d2i_PrivateKey_bio, EVP_PKEY_free>, "a private key",
+    {"PRIVATE KEY-----", isInDer<EVP_PKEY, d2i_PrivateKey_bio, EVP_PKEY_free>, "a private key",
      "Name the issuer's certificate. Its private key belongs to whoever issues, and on no board."},
-    {"PUBLIC KEY-----", holdsInDer<EVP_PKEY, d2i_PUBKEY_bio, EVP_PKEY_free>, "a public key",
+    {"PUBLIC KEY-----", isInDer<EVP_PKEY, d2i_PUBKEY_bio, EVP_PKEY_free>, "a public key",
      "Name the issuer's certificate, which has the key and the issuer's name."},
-    {"X509 CRL-----", holdsInDer<X509_CRL, d2i_X509_CRL_bio, X509_CRL_free>, "a revocation list",
+    {"X509 CRL-----", isInDer<X509_CRL, d2i_X509_CRL_bio, X509_CRL_free>, "a revocation list",
      "Name the issuer's certificate; the list goes with --crl."},
-    {"PKCS7-----", holdsInDer<PKCS7, d2i_PKCS7_bio, PKCS7_free>, "a PKCS #7 container",
+    {"PKCS7-----", isInDer<PKCS7, d2i_PKCS7_bio, PKCS7_free>, "a PKCS #7 container",
      "Take the issuer's certificate out of it: 'openssl pkcs7 -print_certs', for DER with '-inform DER'."},
 };
 
 /// Null for nothing that is known here.
-const OtherContent* otherContentOf(const std::string& path)
+const OtherContent* otherContentOf(const Bytes& content)
 {
-    std::ifstream file(path, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const std::string text(content.begin(), content.end());
     const auto* end = std::end(kOtherContents);
-    const auto* content = std::find_if(std::begin(kOtherContents), end, [&](const OtherContent& each) {
-        return text.find(each.label) != std::string::npos || each.isInDer(path);
+    const auto* other = std::find_if(std::begin(kOtherContents), end, [&](const OtherContent& each) {
+        return text.find(each.label) != std::string::npos || each.isHeldInDer(content);
     });
-    return content == end ? nullptr : content;
+    return other == end ? nullptr : other;
 }
 
-[[noreturn]] void failWithoutIssuer(const std::string& path, bool isFolder)
+constexpr char kNoCertificate[] = "It holds no certificate, neither in PEM nor in DER";
+constexpr char kNameIssuers[] = "Name a file with the issuers' certificates, or a folder of such files.";
+
+void addIssuersIn(X509_STORE* store, const std::string& folder)
 {
+    if (addFolder(store, folder) > 0)
+        return;
     std::error_code error;
-    if (isFolder && std::filesystem::is_empty(path, error))
-        failReading(path, "The folder is empty", "Put the issuers' certificates there, in PEM or DER.");
-    if (!isFolder && std::filesystem::file_size(path, error) == 0)
+    if (std::filesystem::is_empty(folder, error))
+        failReading(folder, "The folder is empty", "Put the issuers' certificates there, in PEM or DER.");
+    failReading(folder, kNoCertificate, kNameIssuers);
+}
+
+void addIssuersOf(X509_STORE* store, const std::string& path)
+{
+    const Bytes content = contentOf(path);
+    if (content.empty())
         failReading(path, "The file is empty", "Copy the issuers' certificates there again, in PEM or DER.");
-    const OtherContent* other = isFolder ? nullptr : otherContentOf(path);
-    if (other != nullptr)
+    if (addCertificates(store, content, path) > 0)
+        return;
+    if (const OtherContent* other = otherContentOf(content))
         failReading(path, "It holds " + std::string(other->name) + ", and no certificate", other->next);
-    failReading(path, "It holds no certificate, neither in PEM nor in DER",
-                "Name a file with the issuers' certificates, or a folder of such files.");
+    failReading(path, kNoCertificate, kNameIssuers);
 }
 
 void addIssuers(X509_STORE* store, const std::string& path)
 {
     std::error_code error;
-    const bool isFolder = std::filesystem::is_directory(path, error);
-    const int count = isFolder ? addFolder(store, path) : addCertificates(store, path);
-    if (count == 0)
-        failWithoutIssuer(path, isFolder);
+    if (std::filesystem::is_directory(path, error))
+        addIssuersIn(store, path);
+    else
+        addIssuersOf(store, path);
 }
 
 void addRevocationLists(X509_STORE* store, const std::string& path)
 {
     const int count = forEachIn<CrlPointer, PEM_read_bio_X509_CRL, d2i_X509_CRL_bio>(
-        path, [store](X509_CRL* list) { X509_STORE_add_crl(store, list); });
+        contentOf(path), path, [store](X509_CRL* list) { X509_STORE_add_crl(store, list); });
     if (count == 0)
         failReading(path, "It holds no revocation list, neither in PEM nor in DER",
                     "Name a file with the issuers' revocation lists.");

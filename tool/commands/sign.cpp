@@ -1,8 +1,8 @@
 #include "tool/commands/command.h"
 
-#include <cerrno>
-#include <fstream>
+#include <utility>
 
+#include "common/filecontent.h"
 #include "common/numbers.h"
 #include "tool/commands/arguments.h"
 #include "tool/commands/chipreport.h"
@@ -13,21 +13,17 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-Bytes readFile(const std::string& path)
+Bytes readChallenge(const std::string& path)
 {
-    constexpr std::size_t kLongest = 4096; // longer than any challenge; a device such as /dev/zero has no end
+    constexpr std::size_t kLongest = 4096; // longer than any challenge
     const std::string tried = "read a challenge from " + path;
-    Bytes content(kLongest + 1);
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    file.read(reinterpret_cast<char*>(content.data()), static_cast<std::streamsize>(content.size()));
-    if (!file.is_open() || file.bad())
-        throw Failure(kWrongUsage, tried, describeSystemError(errno), "Name a file that this user can read.");
-    content.resize(static_cast<std::size_t>(file.gcount()));
-    if (content.size() > kLongest)
+    FileContent content = readFile(path, kLongest);
+    if (content.error != 0)
+        throw Failure(kWrongUsage, tried, describeSystemError(content.error), "Name a file that this user can read.");
+    if (content.isTooLong)
         throw Failure(kWrongUsage, tried, "It has more than " + inBytes(kLongest),
                       "Name a file that contains only the challenge.");
-    return content;
+    return std::move(content.bytes);
 }
 
 void requireLength(const Bytes& challenge, const Generation& generation)
@@ -72,7 +68,7 @@ public:
         if (!m_challengeText.empty())
             m_challenge = parseBytes(m_challengeText, "sign a challenge");
         if (!m_challengeFile.empty())
-            m_challenge = readFile(m_challengeFile);
+            m_challenge = readChallenge(m_challengeFile);
     }
 
     bool isRepeatable() const override { return true; }

@@ -1,9 +1,10 @@
 #include "tool/commands/values.h"
 
-#include <fstream>
+#include <sstream>
 
 #include <unistd.h>
 
+#include "common/filecontent.h"
 #include "common/hex.h"
 #include "common/numbers.h"
 #include "tool/chip/chiplocation.h"
@@ -145,15 +146,21 @@ Bytes parseBytes(const std::string& text, const std::string& tried)
 
 void requireProperties(const std::string& path)
 {
-    std::ifstream file(path);
+    constexpr std::size_t kLongest = std::size_t{1} << 20U;
+    const std::string tried = "configure the log from " + path;
+    const FileContent content = readFile(path, kLongest);
+    if (content.error != 0)
+        throw usageFailure(tried, describeSystemError(content.error), "Name a file that this user can read.");
+    if (content.isTooLong)
+        throw usageFailure(tried, "It is longer than 1 MiB", "Name a log4cplus property file.");
+    std::istringstream text(std::string(content.bytes.begin(), content.bytes.end()));
     std::string line;
-    for (int number = 1; std::getline(file, line); ++number) {
+    for (int number = 1; std::getline(text, line); ++number) {
         const auto begin = line.find_first_not_of(" \t\r");
         const bool isEmpty = begin == std::string::npos || line[begin] == '#' || line[begin] == '!';
         if (isEmpty || line.find('=') != std::string::npos || line.compare(begin, 7, "include") == 0)
             continue;
-        throw usageFailure("configure the log from " + path,
-                           "Line " + std::to_string(number) + " is not a setting: '" + line + "'",
+        throw usageFailure(tried, "Line " + std::to_string(number) + " is not a setting: '" + line + "'",
                            "Give lines such as log4cplus.rootLogger=WARN, STDERR.");
     }
 }

@@ -1,8 +1,6 @@
 #include "tool/commands/command.h"
 
-#include <fstream>
-#include <iterator>
-
+#include "common/filecontent.h"
 #include "tool/chip/storedcertificate.h"
 #include "tool/commands/arguments.h"
 #include "tool/commands/chipreport.h"
@@ -19,15 +17,12 @@ constexpr std::size_t kLongestFile = 65536;
 
 Bytes readCertificateFile(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    Bytes content(kLongestFile + 1);
-    file.read(reinterpret_cast<char*>(content.data()), static_cast<std::streamsize>(content.size()));
-    content.resize(static_cast<std::size_t>(file.gcount()));
-    if (file.bad() || content.empty() || content.size() > kLongestFile)
+    const FileContent content = readFile(path, kLongestFile);
+    if (content.error != 0 || content.bytes.empty() || content.isTooLong)
         throw Failure(kWrongUsage, "read the certificate in " + path,
                       "It is empty, cannot be read, or is longer than " + std::to_string(kLongestFile) + " bytes",
                       "Name what 'authchip certificate' has stored, in DER or PEM.");
-    return fromPem(content);
+    return fromPem(content.bytes);
 }
 
 /// The two generations have keys of different kinds.

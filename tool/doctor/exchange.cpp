@@ -97,7 +97,7 @@ Bytes Exchange::signature(const Generation& generation, const Bytes& challenge)
                                    kLookAtTheBus});
     }
     write(kRegisterControlAndStatus, {kCommandGenerateResponse}, "the start command");
-    requireSigned();
+    requireSigned(generation);
     const std::size_t length = readLength(kRegisterResponseLength, "the signature's length");
     if (length != generation.responseLength)
         throw ExchangeStopped({"wrong length",
@@ -108,7 +108,7 @@ Bytes Exchange::signature(const Generation& generation, const Bytes& challenge)
 }
 
 /// After the start command the chip answers no message until it is done.
-void Exchange::requireSigned()
+void Exchange::requireSigned(const Generation& generation)
 {
     const Access access = m_bus.read(kRegisterControlAndStatus, 1);
     if (!access.registerTaken && isNoAnswer(Step::SetRegister, access.error))
@@ -119,7 +119,7 @@ void Exchange::requireSigned()
     if (!access.isDone(1))
         stop(access, kRegisterControlAndStatus, 1, "read the status");
     const std::uint8_t status = access.data[0];
-    if (status == 0 && hasForgottenTheChallenge())
+    if (status == 0 && hasForgottenTheChallenge(generation))
         throw ExchangeStopped(restarted());
     if (resultOfStatus(status) != kResultGenerated)
         throw ExchangeStopped({"wrong status",
@@ -129,10 +129,21 @@ void Exchange::requireSigned()
 }
 
 /// Requires: a challenge was sent. A chip that could not sign it still knows how long it was.
-bool Exchange::hasForgottenTheChallenge()
+bool Exchange::hasForgottenTheChallenge(const Generation& generation)
+{
+    if (!showsChallengeLength(0))
+        return false;
+    if (!generation.hostWritesLengths)
+        return true; // it has shown the length before
+    // A register that the host writes may always read as 0.
+    return m_bus.write(kRegisterChallengeLength, lengthOf(generation.challengeLength)).registerTaken &&
+           showsChallengeLength(generation.challengeLength);
+}
+
+bool Exchange::showsChallengeLength(std::size_t length)
 {
     const Access access = m_bus.read(kRegisterChallengeLength, 2);
-    return access.isDone(2) && access.data == Bytes{0, 0};
+    return access.isDone(2) && access.data == lengthOf(length);
 }
 
 std::optional<Bytes> Exchange::heldChallenge(std::size_t length)

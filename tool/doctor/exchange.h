@@ -48,8 +48,9 @@ private:
     Bytes read(std::uint8_t reg, std::size_t length, const std::string& what);
     std::size_t readLength(std::uint8_t reg, const std::string& what);
     void write(std::uint8_t reg, const Bytes& data, const std::string& what);
-    void requireSigned();
-    bool hasForgottenTheChallenge();
+    void requireSigned(const Generation& generation);
+    bool hasForgottenTheChallenge(const Generation& generation);
+    bool showsChallengeLength(std::size_t length);
     [[noreturn]] void stop(const Access& access, std::uint8_t reg, std::size_t length, const std::string& tried);
 
     Examination& m_examination;

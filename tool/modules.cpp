@@ -26,10 +26,13 @@ std::string findModule(const std::string& file)
 }
 
 /// Whether a file is a shared object of this machine with nothing missing at its end, where its table of sections is.
+/// Also if it cannot be opened: dlopen() tells why.
 bool isWhole(const std::string& path)
 {
     ElfW(Ehdr) header = {};
     std::ifstream file(path, std::ios::binary);
+    if (!file.is_open())
+        return true;
     file.read(reinterpret_cast<char*>(&header), sizeof(header));
     const bool isElf = file && std::equal(header.e_ident, header.e_ident + SELFMAG, ELFMAG);
     std::error_code error;

@@ -44,7 +44,7 @@ std::string describeSurroundings(const std::string& text)
 void requirePlainPath(const std::string& device)
 {
     const std::string meant = withoutSurroundings(device);
-    if (meant != device && access(device.c_str(), F_OK) != 0)
+    if (!meant.empty() && meant != device && access(device.c_str(), F_OK) != 0)
         throw usageFailure("use the node '" + device + "'", describeSurroundings(device), "Write " + meant + " only.");
 }
 

@@ -5,6 +5,8 @@
 
 #include <openssl/bio.h>
 
+#include "common/bytes.h"
+
 namespace VorelKestrel {
 
 /// A deleter that calls an OpenSSL function such as X509_free.
@@ -24,6 +26,12 @@ using OpensslPointer = std::unique_ptr<T, OpensslDeleter<function>>;
 
 /// Owns a source or sink of bytes, and those behind it.
 using BioPointer = OpensslPointer<BIO, BIO_free_all>;
+
+/// A source of bytes, which must outlive it.
+inline BioPointer readerOf(const Bytes& content)
+{
+    return BioPointer(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
+}
 
 } // namespace VorelKestrel
 

@@ -19,11 +19,6 @@ Bytes contentOf(const std::string& path)
     return std::move(content.bytes);
 }
 
-Reader readerOf(const Bytes& content)
-{
-    return Reader(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
-}
-
 int noPassword(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*user*/)
 {
     return -1;

@@ -34,7 +34,7 @@ std::optional<std::size_t> derLength(const Bytes& bytes)
     return static_cast<std::size_t>(position - bytes.data()) + static_cast<std::size_t>(length);
 }
 
-/// Where the filler begins with which a page ends.
+/// Where the filler at the end of a page begins; the page's length if there is none.
 std::size_t placeOfFiller(const Bytes& page, std::uint8_t filler)
 {
     const auto last = std::find_if(page.rbegin(), page.rend(), [=](std::uint8_t byte) { return byte != filler; });
@@ -51,7 +51,7 @@ std::vector<Bytes> pagesOf(const Bytes& stored)
     return pages;
 }
 
-/// Where the filler begins in every page that is long enough; 0 if that is not the same place.
+/// Where the filler begins, if that is the same place in every page that is long enough; otherwise 0.
 std::size_t commonPlaceOfFiller(const std::vector<Bytes>& pages, std::uint8_t filler)
 {
     constexpr std::size_t kShortestFill = 16;
@@ -114,7 +114,7 @@ Bytes fromPem(const Bytes& content)
 {
     constexpr std::string_view kKinds[] = {PEM_STRING_X509, PEM_STRING_X509_OLD, PEM_STRING_PKCS7,
                                            PEM_STRING_PKCS7_SIGNED, PEM_STRING_CMS};
-    const BioPointer text(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
+    const BioPointer text = readerOf(content);
     Bytes found = content;
     bool isFound = false;
     char* name = nullptr;

@@ -142,11 +142,6 @@ Bytes contentOf(const std::string& path)
     return std::move(content.bytes);
 }
 
-BioPointer readerOf(const Bytes& content)
-{
-    return BioPointer(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
-}
-
 /// After reading PEM: whether nothing more is there, rather than something damaged.
 bool isAtTheEnd()
 {
@@ -212,7 +207,7 @@ bool isInDer(const Bytes& content)
 /// What a file may hold in place of a certificate.
 struct OtherContent
 {
-    const char* label; // in PEM; the end of it
+    const char* label; // the end of the line with which it begins in PEM
     bool (*isHeldInDer)(const Bytes& content);
     const char* name;
     const char* next;
@@ -231,7 +226,7 @@ constexpr OtherContent kOtherContents[] = {
      "Take the issuer's certificate out of it: 'openssl pkcs7 -print_certs', for DER with '-inform DER'."},
 };
 
-/// Null for nothing that is known here.
+/// Null if it is none of these.
 const OtherContent* otherContentOf(const Bytes& content)
 {
     const std::string text(content.begin(), content.end());

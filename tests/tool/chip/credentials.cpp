@@ -21,8 +21,7 @@ Bytes readTestFile(const std::string& name)
 KeyPointer readTestKey(const std::string& name)
 {
     const Bytes pem = readTestFile(name);
-    const BioPointer bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
-    return KeyPointer(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
+    return KeyPointer(PEM_read_bio_PrivateKey(readerOf(pem).get(), nullptr, nullptr, nullptr));
 }
 
 namespace {

@@ -33,7 +33,7 @@ struct Faults
     std::optional<unsigned> flippedBit;
     /// A bit of the challenge, counted from its first byte's highest, that is flipped each time it is written.
     std::optional<unsigned> flippedChallengeBit;
-    /// Bytes of a read that the adapter delivers; the rest it fills with 0xff, and says nothing. 0: all.
+    /// How many bytes of a read the adapter delivers; it fills the rest with 0xff and reports success. 0: all.
     std::size_t readLimit = 0;
     bool corruptSignature = false; // one bit in the last byte of the response is flipped
     /// Set: nothing gets through, and every message times out after this time, the adapter's own timeout.

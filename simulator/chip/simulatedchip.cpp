@@ -207,7 +207,7 @@ void SimulatedChip::sign()
     setResult(ACD::kResultGenerated);
 }
 
-/// What a challenge and its answer have left behind, as when the chip is switched on.
+/// Forgets the challenge, its answer and the status, as when the chip is switched on.
 void SimulatedChip::forgetEverything()
 {
     m_registers[ACD::kRegisterChallenge].clear();

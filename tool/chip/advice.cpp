@@ -171,7 +171,7 @@ std::string adviceAboutAddress(const ChipLocation& location)
     return advice;
 }
 
-/// The number of a bus alone, or the node's name without its folder, as i2cdetect takes and shows them.
+/// For "1" or "i2c-1", as i2cdetect takes and shows a bus: the node that is meant.
 std::string adviceAboutName(const std::string& device)
 {
     const auto digits = device.find_last_not_of("0123456789") + 1; // npos + 1 is 0

@@ -10,7 +10,7 @@
 // The i2c-dev node of a bus, without the library.
 namespace VorelKestrel::Tool {
 
-/// Whether node and bus are there. The node stays behind when the bus goes where nobody removes it.
+/// Whether the node and its bus exist. On a static /dev the node stays when the bus is gone.
 bool isThere(const std::string& device);
 /// Opens the node. If the system refuses, the result is -1 and errno is set.
 ScopedDescriptor openNode(const std::string& device);

@@ -12,13 +12,13 @@ namespace VorelKestrel::Tool {
 
 /// The certificate that a chip stores, parsed. Throws Failure.
 Certificate parseCertificate(const Bytes& stored);
-/// A bus controller that delivers the first bytes of each read, and fills the rest.
+/// What a bus controller does that delivers only the first bytes of each read, and fills the rest.
 struct ReadLimit
 {
     std::size_t bytes;
     std::uint8_t filler;
 };
-/// None if the pages of a certificate do not all end in the same place.
+/// None unless the same filler begins in the same place of all pages.
 std::optional<ReadLimit> findReadLimit(const Bytes& stored);
 Failure explainReadLimit(const ReadLimit& limit);
 

@@ -18,7 +18,7 @@ struct SignatureFlaw
     std::string found; // for people
 };
 
-/// Why @p key (null: one that cannot be used) signs nothing of this generation. None if it may.
+/// Says why @p key (null: one that cannot be used) cannot be the key of a chip of this generation. None if it can.
 std::optional<SignatureFlaw> findWrongKey(const Generation& generation, EVP_PKEY* key);
 
 /// Says why @p signature is no signature of @p challenge by the owner of @p key (which may be null: a key that cannot

@@ -19,7 +19,7 @@ Argument& Argument::shownAs(const char* placeholder)
 Argument& Argument::mustBeAFile()
 {
     CLI::Validator validator = CLI::ExistingFile;
-    validator.description(""); // a second placeholder in the help
+    validator.description(""); // or the help shows a second placeholder
     m_option->check(validator);
     return *this;
 }

@@ -13,13 +13,12 @@ class App;
 
 namespace VorelKestrel::Tool {
 
-/// A value that does not come from the command line: of a line of the file of options, or of a variable. It counts:
-/// nothing is in its place.
+/// A value from a line of the file of options, or from a variable. Nothing overrides it.
 struct Setting
 {
     std::string option; // "--address"
     std::string value;
-    std::string place; // "line 2 of /etc/authchip.conf", "in AUTHCHIP_DEVICE"
+    std::string place; // "line 2 of /etc/authchip.conf" or "in AUTHCHIP_DEVICE"
 };
 
 constexpr char kConfigFile[] = "/etc/authchip.conf"; // read if it is there

@@ -1,10 +1,10 @@
 #include "tool/commands/output.h"
 
-#include "tool/commands/arguments.h"
-
 #include <cerrno>
 #include <fstream>
 #include <ostream>
+
+#include "tool/commands/arguments.h"
 
 namespace VorelKestrel::Tool {
 namespace {

@@ -13,7 +13,7 @@ class Arguments;
 
 /// Writes @p content into the file. Throws Failure.
 void storeFile(const std::string& path, const std::string& content);
-/// Why a file cannot be written: because of errno.
+/// The failure to write a file, as errno tells it.
 Failure unwritable(const std::string& path);
 
 /// The option -o of a command: where its bytes go.

@@ -31,8 +31,8 @@ std::vector<Finding> checkSignature(Examination& examination);
 
 /// An address that includes the read/write bit. @p found says how that shows.
 Finding eightBitAddress(const ChipLocation& location, const std::string& found);
-/// What a challenge became on its way to the chip, which now holds @p held. None if it arrived as it was @p sent, or if
-/// the chip does not show it: then most of it differs.
+/// Says how a challenge changed on its way to the chip, which now holds @p held. None if it did not change, or if so
+/// much differs that the chip shows something else there.
 std::optional<std::string> findAlteration(const Bytes& sent, const Bytes& held);
 
 /// What to know about a bus that refused messages, and about one that is slow; empty if there is nothing to know.

@@ -86,7 +86,7 @@ std::optional<std::string> findAlteration(const Bytes& sent, const Bytes& held)
     std::size_t differingBits = 0;
     for (std::size_t i = 0; i < sent.size(); ++i)
         differingBits += std::bitset<kBitsOfAByte>(static_cast<unsigned>(sent[i] ^ held[i])).count();
-    if (differingBits == 0 || differingBits > sent.size()) // more than one bit of eight
+    if (differingBits == 0 || differingBits > sent.size()) // more than one bit in eight: no challenge
         return std::nullopt;
     const auto altered = std::mismatch(sent.begin(), sent.end(), held.begin());
     return "the challenge arrives altered: byte " + std::to_string(altered.first - sent.begin()) + " was sent as " +

@@ -53,7 +53,7 @@ std::vector<SemaphoreSet> findSeedsElsewhere(const KeyFolder& folder, const Lock
 
 bool isOfOneService(const std::string& folder, std::istream& mounts)
 {
-    std::string innermost; // of the mounts in whose place the folder is
+    std::string innermost; // the longest mount point that the folder is in
     std::string source;    // what is mounted there, as a path on its own file system
     for (std::string line; std::getline(mounts, line);) {
         std::istringstream words(line);

@@ -65,8 +65,8 @@ struct LockState
 LockState lookAtLock(const std::string& keyFile);
 LockState lookAtLock(const KeyFolder& folder, const std::string& keyFile);
 
-/// The sets that seeds of root or this user have made in this folder and that no key file leads to. Anybody can forge
-/// such a set, and thereby keep root from a seed. Only those that this user may read.
+/// The sets that seeds of root or this user have made in this folder and that no key file leads to, of those that this
+/// user may read. Sets of other users do not count: anybody could forge one, and root's seed would refuse.
 std::vector<SemaphoreSet> findOrphans(const KeyFolder& folder);
 
 /// Whether there is a process of this number that has not ended.

@@ -86,8 +86,7 @@ constexpr Fault kFaults[] = {
      kFetchTheList},
     {X509_V_ERR_CRL_SIGNATURE_FAILURE, kRevocation, "list altered", "has a list that does not match its signature",
      kFetchTheList},
-    {X509_V_ERR_CRL_NOT_YET_VALID, kRevocation, "list not yet valid", "has a list that is not valid yet",
-     kFetchTheList},
+    {X509_V_ERR_CRL_NOT_YET_VALID, kRevocation, "list not yet valid", "has a list that is not valid yet", kSetTheClock},
     {X509_V_ERR_CRL_HAS_EXPIRED, kRevocation, "list expired", "has a list that has expired", kFetchTheList},
 };
 

@@ -276,6 +276,15 @@ TEST_F(TrustTest, NamesAListThatHasExpired)
     EXPECT_STREQ("list expired", report.failure()->cause);
 }
 
+TEST_F(TrustTest, AdvisesToLookAtTheClockForAListThatIsNotYetValid)
+{
+    TrustOptions options{{storeIssuer(m_root)}, {store("list.pem", testpki::revocationList(m_root, {}))}, true, {}};
+    options.clock = [](std::time_t*) { return std::time_t{12}; };
+    const TrustReport report = examine({m_chip.certificate.get()}, options);
+    EXPECT_STREQ("list not yet valid", check(report, "revocation").cause);
+    EXPECT_EQ(0U, std::string(check(report, "revocation").next).find("If this board's clock is wrong, set it"));
+}
+
 TEST_F(TrustTest, NamesAMissingListOfTheIssuer)
 {
     const auto other = testpki::makeRoot("Other root");

@@ -14,6 +14,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tool/commands/nearest.h"
+
 namespace VorelKestrel::Tool {
 namespace {
 
@@ -120,6 +122,21 @@ bool hasWord(const std::string& text, const std::string& word)
     return false;
 }
 
+constexpr char kOneALine[] = "Write options without their dashes, one a line: issuer = /etc/authchip/issuers";
+
+/// Those that a file may name.
+std::vector<std::string> optionsOf(const CLI::App& program)
+{
+    std::vector<std::string> names;
+    for (const NamedApp& each : appsOf(program)) {
+        for (const CLI::Option* option : each.app->get_options()) {
+            if (option->get_configurable() && !option->get_lnames().empty())
+                names.push_back(option->get_lnames().front());
+        }
+    }
+    return names;
+}
+
 /// Hands each line to the commands whose option it names. To CLI11 alone, it would be one of the program's own options.
 class OptionsFile : public CLI::ConfigBase
 {
@@ -141,10 +158,24 @@ public:
                 continue;
             m_declareAll();
             if (!add(line, found, place))
-                throw Failure(kWrongUsage, "use " + place, "'" + line.fullname() + "' is no option of any command",
-                              "Write options without their dashes, one a line: issuer = /etc/authchip/issuers");
+                throw explainLine(line, place);
         }
         return found;
+    }
+
+    Failure explainLine(const CLI::ConfigItem& line, const std::string& place) const
+    {
+        constexpr char kByteOrderMark[] = "\xef\xbb\xbf";
+        constexpr char kBeginOfSection[] = "++"; // CLI11's word
+        const std::string tried = "use " + place;
+        if (line.name == kBeginOfSection)
+            return {kWrongUsage, tried, "'[" + line.parents.front() + "]' begins a section",
+                    std::string("Remove that line. ") + kOneALine};
+        if (line.name.rfind(kByteOrderMark, 0) == 0)
+            return {kWrongUsage, tried, "The file begins with a byte order mark",
+                    "Save the file as UTF-8 without a byte order mark."};
+        return {kWrongUsage, tried, "'" + line.fullname() + "' is no option of any command",
+                "Did you mean '" + nearestWord(line.name, optionsOf(m_app)) + "'? " + kOneALine};
     }
 
     const std::vector<Setting>& settings() const { return m_settings; }

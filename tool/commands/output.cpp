@@ -24,8 +24,11 @@ void storeFile(const std::string& path, const std::string& content)
 
 Failure unwritable(const std::string& path)
 {
-    return {"file not written", "write " + path, describeSystemError(errno),
-            "Name a file that can be written, in a folder that exists."};
+    const int error = errno;
+    const bool isFull = error == ENOSPC || error == EDQUOT;
+    return {"file not written", "write " + path, describeSystemError(error),
+            isFull ? "Make room on that disk ('df' shows which is full), or name a file on another one."
+                   : "Name a file that can be written, in a folder that exists."};
 }
 
 void OutputOption::declare(Arguments& arguments, const char* description)

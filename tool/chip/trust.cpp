@@ -17,6 +17,7 @@
 
 #include "common/filecontent.h"
 #include "common/opensslpointer.h"
+#include "tool/chip/knowncontent.h"
 #include "tool/report/failure.h"
 #include "tool/report/filledin.h"
 
@@ -50,6 +51,9 @@ constexpr char kCompareTheIssuer[] =
     "-fingerprint' tells them apart). Otherwise do not trust this accessory.";
 constexpr char kFromNobodyGiven[] = "comes from none of the given issuers: its issuer is {issuer}";
 constexpr char kDoNotTrust[] = "Do not trust this accessory, unless --issuer names the wrong issuers.";
+constexpr char kNameTheIssuer[] = "If that issuer is yours, or one that your issuer has appointed, name its "
+                                  "certificate with --issuer, too: the option\n"
+                                  "is repeatable. Otherwise do not trust this accessory.";
 constexpr char kSetTheClock[] = "If this board's clock is wrong, set it, or give the time with --at. Without a clock, "
                                 "--no-time-check leaves the dates unchecked.";
 constexpr char kTheClockIsWrong[] = "Set this board's clock and try again. On a board without a clock, 'authchip "
@@ -67,10 +71,10 @@ constexpr Fault kFaults[] = {
      kCompareTheIssuer},
     {X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT, kIssuer, "self-made", "is signed by its own key, not by an issuer",
      kDoNotTrust},
-    {X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN, kIssuer, "unknown issuer", "is none of the given issuers", kDoNotTrust},
-    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT, kIssuer, "unknown issuer", kFromNobodyGiven, kDoNotTrust},
-    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, kIssuer, "unknown issuer", kFromNobodyGiven, kDoNotTrust},
-    {X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE, kIssuer, "unknown issuer", kFromNobodyGiven, kDoNotTrust},
+    {X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN, kIssuer, "unknown issuer", "is none of the given issuers", kNameTheIssuer},
+    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT, kIssuer, "unknown issuer", kFromNobodyGiven, kNameTheIssuer},
+    {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, kIssuer, "unknown issuer", kFromNobodyGiven, kNameTheIssuer},
+    {X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE, kIssuer, "unknown issuer", kFromNobodyGiven, kNameTheIssuer},
     {X509_V_ERR_INVALID_CA, kIssuer, "issuer is no CA", "may not issue certificates: it is no CA", kDoNotTrust},
     {X509_V_ERR_KEYUSAGE_NO_CERTSIGN, kIssuer, "issuer is no CA", "may not issue certificates: its key usage says so",
      kDoNotTrust},
@@ -195,47 +199,6 @@ int addFolder(X509_STORE* store, const std::filesystem::path& folder)
     return count;
 }
 
-/// Whether this is an object of this kind in DER.
-template<typename T, auto readDer, auto release>
-bool isInDer(const Bytes& content)
-{
-    const OpensslPointer<T, release> object(readDer(readerOf(content).get(), nullptr));
-    return object != nullptr;
-}
-
-/// What a file may hold in place of a certificate.
-struct OtherContent
-{
-    const char* label; // the end of the line with which it begins in PEM
-    bool (*isHeldInDer)(const Bytes& content);
-    const char* name;
-    const char* next;
-};
-
-constexpr OtherContent kOtherContents[] = {
-    {"CERTIFICATE REQUEST-----", isInDer<X509_REQ, d2i_X509_REQ_bio, X509_REQ_free>, "a certificate request",
-     "Name the certificate that was issued for this request."},
-    {"PRIVATE KEY-----", isInDer<EVP_PKEY, d2i_PrivateKey_bio, EVP_PKEY_free>, "a private key",
-     "Name the issuer's certificate. Its private key belongs to whoever issues, and on no board."},
-    {"PUBLIC KEY-----", isInDer<EVP_PKEY, d2i_PUBKEY_bio, EVP_PKEY_free>, "a public key",
-     "Name the issuer's certificate, which has the key and the issuer's name."},
-    {"X509 CRL-----", isInDer<X509_CRL, d2i_X509_CRL_bio, X509_CRL_free>, "a revocation list",
-     "Name the issuer's certificate; the list goes with --crl."},
-    {"PKCS7-----", isInDer<PKCS7, d2i_PKCS7_bio, PKCS7_free>, "a PKCS #7 container",
-     "Take the issuer's certificate out of it: 'openssl pkcs7 -print_certs', for DER with '-inform DER'."},
-};
-
-/// Null if it is none of these.
-const OtherContent* otherContentOf(const Bytes& content)
-{
-    const std::string text(content.begin(), content.end());
-    const auto* end = std::end(kOtherContents);
-    const auto* other = std::find_if(std::begin(kOtherContents), end, [&](const OtherContent& each) {
-        return text.find(each.label) != std::string::npos || each.isHeldInDer(content);
-    });
-    return other == end ? nullptr : other;
-}
-
 constexpr char kNoCertificate[] = "It holds no certificate, neither in PEM nor in DER";
 constexpr char kNameIssuers[] = "Name a file with the issuers' certificates, or a folder of such files.";
 
@@ -256,8 +219,8 @@ void addIssuersOf(X509_STORE* store, const std::string& path)
         failReading(path, "The file is empty", "Copy the issuers' certificates there again, in PEM or DER.");
     if (addCertificates(store, content, path) > 0)
         return;
-    if (const OtherContent* other = otherContentOf(content))
-        failReading(path, "It holds " + std::string(other->name) + ", and no certificate", other->next);
+    if (const KnownContent* other = recognise(content))
+        failReading(path, "It holds " + std::string(other->name) + ", and no certificate", other->inPlaceOfIssuer);
     failReading(path, kNoCertificate, kNameIssuers);
 }
 
@@ -272,11 +235,16 @@ void addIssuers(X509_STORE* store, const std::string& path)
 
 void addRevocationLists(X509_STORE* store, const std::string& path)
 {
+    const Bytes content = contentOf(path);
     const int count = forEachIn<CrlPointer, PEM_read_bio_X509_CRL, d2i_X509_CRL_bio>(
-        contentOf(path), path, [store](X509_CRL* list) { X509_STORE_add_crl(store, list); });
-    if (count == 0)
-        failReading(path, "It holds no revocation list, neither in PEM nor in DER",
-                    "Name a file with the issuers' revocation lists.");
+        content, path, [store](X509_CRL* list) { X509_STORE_add_crl(store, list); });
+    if (count > 0)
+        return;
+    if (const KnownContent* other = recognise(content))
+        failReading(path, "It holds " + std::string(other->name) + ", and no revocation list",
+                    "Name a file with the issuers' revocation lists; certificates of issuers go with --issuer.");
+    failReading(path, "It holds no revocation list, neither in PEM nor in DER",
+                "Name a file with the issuers' revocation lists.");
 }
 
 unsigned long flagsOf(const TrustOptions& options)
@@ -452,6 +420,8 @@ TrustCheck checkIssuer(const TrustCheck& certificate, const Verdict& verdict)
 {
     if (certificate.result == TrustCheck::Result::Failed)
         return skipped(kIssuer, "not checked: the certificate does not match the signature of its issuer");
+    if (verdict.chain.size() == 1)
+        return judge(kIssuer, verdict, "is itself among the given issuers: that trusts this one chip, and no other");
     const std::string trusted = verdict.chain.empty() ? "" : nameAsText(X509_get_subject_name(verdict.chain.back()));
     return judge(kIssuer, verdict, "vouched for by " + trusted);
 }

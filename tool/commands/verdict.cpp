@@ -60,6 +60,8 @@ std::string resultOf(const TrustReport& examination)
     if (examination.failure() != nullptr)
         return "NOT AUTHENTIC";
     const std::string result = "authentic: the chip holds the key of its certificate";
+    if (examination.chain.size() == 1)
+        return result + ", which is itself among the trusted issuers";
     return examination.chain.empty() ? result : result + ", which a trusted issuer vouches for";
 }
 

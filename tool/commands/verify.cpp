@@ -1,6 +1,8 @@
 #include "tool/commands/command.h"
 
 #include "common/filecontent.h"
+#include "common/numbers.h"
+#include "tool/chip/knowncontent.h"
 #include "tool/chip/storedcertificate.h"
 #include "tool/commands/arguments.h"
 #include "tool/commands/chipreport.h"
@@ -22,7 +24,31 @@ Bytes readCertificateFile(const std::string& path)
         throw Failure(kWrongUsage, "read the certificate in " + path,
                       "It is empty, cannot be read, or is longer than " + std::to_string(kLongestFile) + " bytes",
                       "Name what 'authchip certificate' has stored, in DER or PEM.");
-    return fromPem(content.bytes);
+    return content.bytes;
+}
+
+Certificate parseFile(const std::string& path)
+{
+    const Bytes bytes = readCertificateFile(path);
+    try {
+        return parseCertificate(fromPem(bytes));
+    } catch (const Failure&) {
+        const KnownContent* content = recognise(bytes);
+        if (content == nullptr || content->isOfChips)
+            throw;
+        throw Failure(kWrongUsage, "read the certificate in " + path,
+                      "It holds " + std::string(content->name) + ", and no certificate",
+                      "Name what 'authchip certificate' has stored, in DER or PEM.");
+    }
+}
+
+void requireUnexchanged(const Generation& generation, const Bytes& challenge, const Bytes& signature)
+{
+    if (challenge.size() == generation.responseLength && signature.size() == generation.challengeLength)
+        throw Failure(kWrongUsage, "verify the answer to the challenge",
+                      "The challenge has " + inBytes(challenge.size()) + ", as a signature, and the signature " +
+                          std::to_string(signature.size()) + ", as a challenge",
+                      "Exchange the values of --challenge and --signature.");
 }
 
 /// The two generations have keys of different kinds.
@@ -57,8 +83,9 @@ public:
     ExitStatus run(const CommandContext& context) override
     {
         const Trust trust(m_trust.options());
-        const Certificate certificate = parseCertificate(readCertificateFile(m_file));
+        const Certificate certificate = parseFile(m_file);
         const Generation& generation = generationOf(certificate);
+        requireUnexchanged(generation, m_challenge, m_signature);
 
         Report report;
         report.row("protocol", "protocol", generation.protocol);

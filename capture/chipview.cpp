@@ -83,7 +83,9 @@ std::string outcomeOf(const Message& message, bool isBusy)
     std::string failure = failureOf(message, isBusy);
     if (message.isSelection())
         return failure;
-    return failure + " (" + std::to_string(facts.attempt) + " of " + std::to_string(kAttempts) + ")";
+    const bool isOfTheLibrary = facts.attempt <= kAttempts; // others may be more patient
+    return failure + " (" + std::to_string(facts.attempt) + (isOfTheLibrary ? " of " + std::to_string(kAttempts) : "") +
+           ")";
 }
 
 } // namespace

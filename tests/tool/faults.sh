@@ -13,6 +13,7 @@ file_of() {
     case $1 in
         RefusalTest) echo chip/advice_test.cpp ;;
         TrustTest) echo chip/trust_test.cpp ;;
+        StoredCertificateTest) echo chip/storedcertificate_test.cpp ;;
         SecondSignatureTest) echo chip/verification_test.cpp ;;
         LockObstacleTest) echo lock/locklimits_test.cpp ;;
         captures/*) echo "../$1.txt" ;;

@@ -119,6 +119,13 @@ as_nobody() {
     cp "$(command -v authchip)" "$build"/tool/libauthchip-*.so "$TMPDIR"
     nobody "$TMPDIR/authchip" "$@"
 }
+# Authchip in a container that another user has started, and where that user is called root.
+as_root_of_a_container() {
+    cp "$(command -v authchip)" "$build"/tool/libauthchip-*.so "$TMPDIR"
+    nobody unshare --user --map-root-user "$TMPDIR/authchip" "$@"
+}
+# Where root may open only the files that are open to it.
+as_root_without_rights() { setpriv --bounding-set=-dac_override,-dac_read_search "$@"; }
 # Where nothing is mounted on /proc.
 without_proc() { unshare --mount sh -c 'mount -t tmpfs none /proc && exec "$@"' sh "$@"; }
 # Where $TMPDIR/disk is a disk of 4096 bytes.
@@ -165,6 +172,7 @@ interrupted_when_it_waits() {
 export -f make_pki lock_number remove_lock key_file set_tokens while_held while_held_in nobody as_nobody without_proc
 export -f with_a_tiny_disk with_a_disk_of in_a_container beside_a_seed without_semaphores interrupted_when_it_waits
 export -f verify_recorded revoke in_a_private_tmp
+export -f as_root_of_a_container as_root_without_rights
 
 # Neither a container without the right nor a folder mounted with "nodev" lets a node be opened.
 makes_nodes() {
@@ -194,6 +202,12 @@ for name in "$@"; do
     case $command in
         *in_a_container* | *beside_a_seed*)
             unshare --ipc true 2>/dev/null || { echo "$name: skipped, only root has semaphores of its own"; exit 77; } ;;
+    esac
+    case $command in
+        *as_root_of_a_container*) nobody unshare --user --map-root-user true 2>/dev/null ||
+            { echo "$name: skipped, no user can be called root here"; exit 77; } ;;
+        *as_root_without_rights*) as_root_without_rights true 2>/dev/null ||
+            { echo "$name: skipped, only root gives rights up"; exit 77; } ;;
     esac
     case $command in
         *without_proc*) without_proc true 2>/dev/null || { echo "$name: skipped, only root hides /proc"; exit 77; } ;;

@@ -6,10 +6,10 @@
 #include <string>
 #include <utility>
 
-#include <sys/statvfs.h>
-
 #include "common/generations.h"
 #include "common/hex.h"
+#include "tool/chip/bitslip.h"
+#include "tool/chip/permission.h"
 #include "tool/report/filledin.h"
 
 namespace VorelKestrel::Tool {
@@ -42,9 +42,10 @@ constexpr char kMaybeNoAnswer[] =
     "Some adapters report a missing acknowledgement so. If 'i2cdetect -y {bus}' shows other chips but not {address},\n"
     "this chip does not answer: check address, supply, reset line and pull-ups. If it shows none, check the bus, and\n"
     "the kernel's messages ('dmesg').";
-constexpr char kControllerGone[] =
-    "The bus controller is gone or suspended: an adapter that was unplugged, or a driver that was unloaded. 'dmesg'\n"
-    "tells which. Connect it again, or resume it; the node may then have another number ('ls /dev/i2c-*').";
+constexpr char kControllerGone[] = "The bus controller is gone, suspended or without power: an adapter that was "
+                                   "unplugged, or a driver that was unloaded,\n"
+                                   "for example. 'dmesg' tells which. Connect it again, or resume it; the node may "
+                                   "then have another number ('ls /dev/i2c-*').";
 
 // The first row that fits counts.
 constexpr Refusal kRefusals[] = {
@@ -87,6 +88,7 @@ constexpr Refusal kRefusals[] = {
     {Step::SetRegister, EPROTO, "bus fails", kMaybeNoAnswer},
     {Step::SetRegister, ENODEV, "bus fails", kControllerGone},
     {Step::SetRegister, ESHUTDOWN, "bus fails", kControllerGone},
+    {Step::SetRegister, EACCES, "bus fails", kControllerGone},
     {Step::SetRegister, EOPNOTSUPP, "no plain I2C",
      "This adapter speaks SMBus only, and the chip needs plain I2C messages ('i2cdetect -F {bus}' lists what the\n"
      "adapter can do). Use another bus."},
@@ -104,10 +106,6 @@ constexpr Refusal kRefusals[] = {
     {Step::WriteRegister, EOPNOTSUPP, "message too long", kUseAnotherController},
     {Step::WriteRegister, kAnyError, "bus fails", "See the kernel's messages ('dmesg') for the bus controller."},
 };
-
-constexpr char kMountedWithoutNodes[] =
-    "{device} is on a file system mounted with 'nodev': no node opens there, not even for root ('findmnt -T {device}'\n"
-    "shows the options). Name a node below /dev, or mount the file system without that option.";
 
 /// "7" of "/dev/i2c-7"; "N" of another name, a symbolic link for example.
 std::string busNumber(const std::string& device)
@@ -153,12 +151,6 @@ const Refusal& findRefusal(Step step, int error)
     });
 }
 
-bool isMountedWithoutNodes(const std::string& device)
-{
-    struct statvfs status = {};
-    return statvfs(device.c_str(), &status) == 0 && (status.f_flag & ST_NODEV) != 0;
-}
-
 /// What else there is to say to a chip that does not answer: how its address may have been meant.
 std::string adviceAboutAddress(const ChipLocation& location)
 {
@@ -178,6 +170,13 @@ std::string adviceAboutName(const std::string& device)
     const std::string before = device.substr(0, digits);
     const bool isShort = digits < device.size() && (before.empty() || before == "i2c-");
     return isShort ? "\nIf you mean /dev/i2c-" + device.substr(digits) + ", name it so." : "";
+}
+
+/// Whether a version with a driver makes this one when it arrives a bit late, behind one of the idle data line.
+bool isShiftedVersion(std::uint8_t version)
+{
+    constexpr unsigned kFirstBit = 0x80;
+    return (version & kFirstBit) != 0 && findGeneration(static_cast<std::uint8_t>(version << 1U | 1U)) != nullptr;
 }
 
 Failure versionFailure(const ChipLocation& location, const std::string& answer, const std::string& next)
@@ -205,8 +204,10 @@ Failure explainRefusal(Step step, int error, const ChipLocation& location)
         next += adviceAboutAddress(location);
     if (step == Step::OpenNode && error == ENOENT)
         next += adviceAboutName(location.device);
-    if (step == Step::OpenNode && error == EACCES && isMountedWithoutNodes(location.device))
-        next = kMountedWithoutNodes;
+    const char* permission =
+        step == Step::OpenNode && error == EACCES ? adviceAboutPermission(location.device) : nullptr;
+    if (permission != nullptr)
+        next = permission;
     const std::string answer = error != 0 ? describeSystemError(error) : "0 of 1 bytes came";
     return Failure(causeOfRefusal(step, error), fillIn(describe(step), location), answer, fillIn(next, location))
         .withSystemError(error);
@@ -233,6 +234,9 @@ Failure explainVersion(std::uint8_t deviceVersion, const ChipLocation& location)
             location, answer + ", which is what a data line that is held low reads",
             "Check the data line and what else is on it; if other chips on this bus answer as they should,\n"
             "this one is no authentication coprocessor.");
+    if (isShiftedVersion(deviceVersion))
+        return versionFailure(location, answer + ", which is unknown: that of a supported chip, shifted by one bit",
+                              kHowToMendTheSlip);
     return versionFailure(
         location, answer + ", which is unknown",
         "Check that the chip at this address is the authentication coprocessor; 'authchip read' lists its\n"

@@ -19,8 +19,7 @@ namespace {
 template<typename T, auto readDer, auto release>
 bool isInDer(const Bytes& bytes)
 {
-    const BioPointer reader(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
-    const OpensslPointer<T, release> object(reader ? readDer(reader.get(), nullptr) : nullptr);
+    const OpensslPointer<T, release> object(readDer(readerOf(bytes).get(), nullptr));
     ERR_clear_error(); // what it is not is an error to OpenSSL
     return object != nullptr;
 }

@@ -25,7 +25,8 @@ namespace {
 using namespace ACD;
 
 constexpr char kRetry[] = "Try again. If it fails again, check the bus clock, the pull-ups and the chip's supply.";
-constexpr char kSignAgain[] = "Try again. If it fails again, reset the chip. -vv shows every message to it.";
+constexpr char kSignAgain[] =
+    "Try again. If it fails again, run 'authchip doctor', which tells why. -vv shows every message to the chip.";
 
 struct FreeBlock
 {

@@ -1,6 +1,8 @@
 #include "tool/chip/storedcertificate.h"
 
 #include <algorithm>
+#include <bitset>
+#include <functional>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -14,6 +16,7 @@
 #include "common/hex.h"
 #include "common/numbers.h"
 #include "common/opensslpointer.h"
+#include "tool/chip/bitslip.h"
 #include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
@@ -65,6 +68,42 @@ std::size_t commonPlaceOfFiller(const std::vector<Bytes>& pages, std::uint8_t fi
     return pages.size() > 1 && isSame && latest + kShortestFill <= ACD::kCertificatePageSize ? latest : 0;
 }
 
+/// The byte that fills the certificate; none if there are others in it. A memory that nobody wrote holds one only.
+std::optional<std::uint8_t> onlyByteOf(const Bytes& stored)
+{
+    const bool isEmpty = std::adjacent_find(stored.begin(), stored.end(), std::not_equal_to<>()) == stored.end();
+    return isEmpty && stored.size() > 1 ? std::optional(stored.front()) : std::nullopt;
+}
+
+/// Whether the header of a certificate arrived one bit early or late: 30 82 as 18 41 (or 98 41), or as 61 04 (or 61
+/// 05).
+bool isShifted(const Bytes& stored)
+{
+    constexpr unsigned kHeader = 0x3082; // a sequence whose length is written in two bytes
+    if (stored.size() < 2)
+        return false;
+    const unsigned header = stored[0] * 256U + stored[1];
+    return (header & 0x7fffU) == kHeader >> 1U || header >> 1U == kHeader;
+}
+
+/// What the bytes themselves tell.
+std::optional<Failure> explainContent(const Bytes& stored)
+{
+    const std::string tried = "parse the " + inBytes(stored.size()) + " of the chip's certificate";
+    if (const auto limit = findReadLimit(stored))
+        return explainReadLimit(*limit);
+    if (const auto only = onlyByteOf(stored))
+        return Failure("no certificate", tried, "Each of them is " + toHex(*only, 2) + ", as in an empty memory",
+                       "If the chip's other registers read as they should ('authchip info'), it was delivered without "
+                       "a certificate:\nreplace it. Otherwise check the data line.");
+    if (isShifted(stored))
+        return Failure(kBitErrors, tried,
+                       "All of them are shifted by one bit: the first is " + toHex(stored[0], 2) +
+                           ", and a certificate begins with 0x30",
+                       kHowToMendTheSlip);
+    return std::nullopt;
+}
+
 std::string explain(const Bytes& stored, const CertificateError& error)
 {
     const auto length = derLength(stored);
@@ -74,6 +113,51 @@ std::string explain(const Bytes& stored, const CertificateError& error)
            std::to_string(*length) + ": " + error.what();
 }
 
+constexpr char kStopTheOtherProgram[] =
+    "A program that reads the chip past the lock moves its register pointer: i2cget, i2cdump, a monitor, a kernel\n"
+    "driver. 'fuser -v /dev/i2c-*' shows who has a node open; stop it. If there is none, try a slower bus clock, and\n"
+    "check the pull-ups.";
+
+std::string describeDifference(const Bytes& first, const Bytes& second)
+{
+    if (first.size() != second.size())
+        return "the chip's certificate had " + inBytes(first.size()) + ", and " + std::to_string(second.size()) +
+               " when read again";
+    const auto differing = std::mismatch(first.begin(), first.end(), second.begin());
+    return "the chip's certificate reads differently each time: byte " +
+           std::to_string(differing.first - first.begin()) + " was " + toHex(*differing.first, 2) + ", then " +
+           toHex(*differing.second, 2);
+}
+
+constexpr std::size_t kBitsOfAByte = 8;
+
+/// Whether more than a quarter of the bits differ: of unrelated bytes half do, and of a bad bus few. Requires: bytes of
+/// the same length.
+bool isUnrelated(const Bytes& first, const Bytes& second)
+{
+    std::size_t differing = 0;
+    for (std::size_t i = 0; i < first.size(); ++i)
+        differing += std::bitset<kBitsOfAByte>(static_cast<unsigned>(first[i] ^ second[i])).count();
+    return differing > first.size() * kBitsOfAByte / 4;
+}
+
+/// A length as its register holds it.
+Bytes bytesOfLength(std::size_t length)
+{
+    return {static_cast<std::uint8_t>(length >> kBitsOfAByte), static_cast<std::uint8_t>(length)};
+}
+
+/// Whether a page, or the length, was read from another register one time.
+bool isOfAnotherRegister(const Bytes& first, const Bytes& second)
+{
+    if (first.size() != second.size())
+        return isUnrelated(bytesOfLength(first.size()), bytesOfLength(second.size()));
+    const std::vector<Bytes> pages = pagesOf(first);
+    const std::vector<Bytes> again = pagesOf(second);
+    return !std::equal(pages.begin(), pages.end(), again.begin(),
+                       [](const Bytes& one, const Bytes& other) { return !isUnrelated(one, other); });
+}
+
 } // namespace
 
 Certificate parseCertificate(const Bytes& stored)
@@ -81,8 +165,8 @@ Certificate parseCertificate(const Bytes& stored)
     try {
         return Certificate(stored.data(), stored.size());
     } catch (const CertificateError& error) {
-        if (const auto limit = findReadLimit(stored))
-            throw explainReadLimit(*limit);
+        if (const auto failure = explainContent(stored))
+            throw Failure(*failure);
         throw Failure(stored.empty() ? "no certificate" : "unreadable certificate",
                       "parse the " + inBytes(stored.size()) + " of the chip's certificate", explain(stored, error),
                       "'authchip certificate -o FILE' stores what arrived; runs of ff or 00 come from the bus. "
@@ -133,17 +217,14 @@ Bytes fromPem(const Bytes& content)
     return found;
 }
 
-std::optional<std::string> findDifference(const Bytes& first, const Bytes& second)
+std::optional<Difference> findDifference(const Bytes& first, const Bytes& second)
 {
     if (first == second)
         return std::nullopt;
-    if (first.size() != second.size())
-        return "the chip's certificate had " + inBytes(first.size()) + ", and " + std::to_string(second.size()) +
-               " when read again";
-    const auto differing = std::mismatch(first.begin(), first.end(), second.begin());
-    return "the chip's certificate reads differently each time: byte " +
-           std::to_string(differing.first - first.begin()) + " was " + toHex(*differing.first, 2) + ", then " +
-           toHex(*differing.second, 2);
+    const std::string found = describeDifference(first, second);
+    if (isOfAnotherRegister(first, second))
+        return Difference{"bus shared", found + ", as if another register had been read", kStopTheOtherProgram};
+    return Difference{kBitErrors, found, kHowToMendTheBus};
 }
 
 } // namespace VorelKestrel::Tool

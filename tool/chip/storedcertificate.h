@@ -30,8 +30,15 @@ inline constexpr char kBitErrors[] = "bit errors";
 inline constexpr char kHowToMendTheBus[] =
     "Bits change on the bus: try a slower bus clock, and check the pull-ups, the length of the lines and the chip's\n"
     "supply.";
-/// How two readings of one certificate differ; none if they are the same.
-std::optional<std::string> findDifference(const Bytes& first, const Bytes& second);
+/// How two readings of one certificate differ.
+struct Difference
+{
+    const char* cause;
+    std::string found;
+    const char* next;
+};
+/// None if the readings are the same.
+std::optional<Difference> findDifference(const Bytes& first, const Bytes& second);
 
 } // namespace VorelKestrel::Tool
 

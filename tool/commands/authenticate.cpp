@@ -50,6 +50,10 @@ void examineFlaw(Chip& chip, const Evidence& evidence, TrustReport& examination,
     if (std::string(told.cause) == kBitErrors)
         throw Failure(kBitErrors, "verify the chip on " + describe(location), told.found, kHowToMendTheBus);
     examination.checks.front() = failedCheck(told);
+    if (mayBeToldApart(told) && evidence.signature.size() == evidence.generation.responseLength)
+        examination.checks.front().next = "Run 'authchip doctor': it finds out whether the challenge arrives altered. "
+                                          "If it does not, do not trust this\n"
+                                          "accessory.";
 }
 
 class Authenticate : public Command

@@ -103,8 +103,8 @@ TrustCheck failedCheck(const SignatureFlaw& flaw)
 void requireSameCertificate(Chip& chip, const Bytes& stored, const ChipLocation& location)
 {
     if (const auto difference = findDifference(stored, chip.certificate()))
-        throw Failure(kBitErrors, "read the certificate of the chip on " + describe(location), *difference,
-                      kHowToMendTheBus);
+        throw Failure(difference->cause, "read the certificate of the chip on " + describe(location), difference->found,
+                      difference->next);
 }
 
 void addVerdict(Report& report, const Evidence& evidence, const TrustReport& examination)

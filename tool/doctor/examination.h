@@ -49,6 +49,7 @@ struct Examination
     std::optional<LockToken> token;          // held to the end, if there is a lock
     VersionAnswer answer;                    // the chip's
     const Generation* generation = nullptr;  // null: the library has no driver for the chip
+    bool isShifted = false;                  // what is read arrives a bit early or late: no answer tells anything
     std::optional<Certificate> certificate;  // none: it cannot be read
     std::chrono::nanoseconds timeOfAByte{0}; // the shortest, of long messages; 0: there was none
     Effort effort;                           // of all checks so far

@@ -17,12 +17,15 @@ using namespace ACD;
 constexpr char kLookAtTheBus[] =
     "Run this again. If it fails again, check the bus clock, the pull-ups and the chip's supply.";
 constexpr char kResetTheChip[] = "Reset the chip and run this again. If it fails again, the chip is defective.";
-constexpr char kAskTheMaker[] =
-    "Reset the chip and run this again; ask its maker for the longest time that it takes to sign.";
+constexpr char kAskTheMaker[] = "Ask the chip's maker for the longest time that it takes to sign. The library waits a "
+                                "second, and no option changes that.";
 
 constexpr char kLookAtTheSupply[] = "Look at the chip's supply while it signs, when it needs the most current: "
                                     "capacitors beside it, and a regulator that\n"
                                     "delivers enough. Then look at its reset line for glitches.";
+
+/// How often a silent chip is asked as patiently as the library asks, to tell one that is busy from one that is gone.
+constexpr int kRoundsOfAttempts = 4;
 
 /// Long enough for the time of a byte: what each message costs besides counts little. Bytes.
 constexpr std::size_t kLongMessage = 64;
@@ -112,10 +115,7 @@ void Exchange::requireSigned(const Generation& generation)
 {
     const Access access = m_bus.read(kRegisterControlAndStatus, 1);
     if (!access.registerTaken && isNoAnswer(Step::SetRegister, access.error))
-        throw ExchangeStopped({"chip busy",
-                               "after the start command the chip is still busy, or gone: it refused each of " +
-                                   std::to_string(kAttempts) + " attempts",
-                               kAskTheMaker});
+        throw ExchangeStopped(explainSilence());
     if (!access.isDone(1))
         stop(access, kRegisterControlAndStatus, 1, "read the status");
     const std::uint8_t status = access.data[0];
@@ -126,6 +126,25 @@ void Exchange::requireSigned(const Generation& generation)
                                "the chip did not sign: its status (register 0x10) is " + toHex(status, 2) +
                                    "; bits 6 to 4 have to be 001",
                                kResetTheChip});
+}
+
+/// Requires: the chip refused every attempt to read its status after the start command.
+Finding Exchange::explainSilence()
+{
+    const Effort& effort = m_examination.effort;
+    for (int round = 1; round < kRoundsOfAttempts; ++round) {
+        const int retriesBefore = effort.retries;
+        if (m_bus.read(kRegisterControlAndStatus, 1).registerTaken)
+            return {"chip busy",
+                    "after the start command the chip refused " +
+                        std::to_string(round * kAttempts + effort.retries - retriesBefore) +
+                        " messages before it answered; the library gives up after " + std::to_string(kAttempts),
+                    kAskTheMaker};
+    }
+    return {"chip gone",
+            "since the start command the chip is gone: it refused each of " +
+                std::to_string(kRoundsOfAttempts * kAttempts) + " attempts",
+            std::string("Switch the chip off and on. ") + kLookAtTheSupply};
 }
 
 /// Requires: a challenge was sent. A chip that could not sign it still knows how long it was.

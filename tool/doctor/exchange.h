@@ -49,6 +49,7 @@ private:
     std::size_t readLength(std::uint8_t reg, const std::string& what);
     void write(std::uint8_t reg, const Bytes& data, const std::string& what);
     void requireSigned(const Generation& generation);
+    Finding explainSilence();
     bool hasForgottenTheChallenge(const Generation& generation);
     bool showsChallengeLength(std::size_t length);
     [[noreturn]] void stop(const Access& access, std::uint8_t reg, std::size_t length, const std::string& tried);

@@ -101,20 +101,21 @@ std::vector<Finding> checkCertificate(Examination& examination)
         const Bytes stored = exchange.certificate(*examination.generation);
         const Bytes again = exchange.certificate(*examination.generation); // not every changed bit shows otherwise
         if (const auto difference = findDifference(stored, again))
-            return {{kBitErrors, *difference, kHowToMendTheBus}};
+            return {{difference->cause, difference->found, difference->next}};
         if (const auto limit = findReadLimit(stored))
             return {refused("message too long", explainReadLimit(*limit))};
         return examineAll(examination, stored, examination.effort.retries - retriesBefore);
     } catch (const ExchangeStopped& stopped) {
         return {stopped.finding()};
     } catch (const Failure& failure) {
-        return {refused("unreadable certificate", failure)};
+        examination.isShifted = std::string(failure.cause()) == kBitErrors;
+        return {refused(failure.cause(), failure)};
     }
 }
 
 std::vector<Finding> checkSignature(Examination& examination)
 {
-    if (!examination.signs)
+    if (!examination.signs || examination.isShifted)
         return {skipped()};
     try {
         return {haveSigned(examination)};

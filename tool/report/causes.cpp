@@ -16,6 +16,7 @@ constexpr Cause kCauses[] = {
     {"short read", ExitStatus::Bus},
     {"late answer", ExitStatus::Bus},
     {"bit errors", ExitStatus::Bus},
+    {"bus shared", ExitStatus::Bus},
 
     {kWrongUsage, ExitStatus::Usage},
     {"8-bit address", ExitStatus::Usage},
@@ -68,6 +69,7 @@ constexpr Cause kCauses[] = {
     {"chip busy", ExitStatus::Chip},
     {"wrong status", ExitStatus::Chip},
     {"chip restarted", ExitStatus::Chip},
+    {"chip gone", ExitStatus::Chip},
     {"wrong length", ExitStatus::Chip},
     {"no certificate", ExitStatus::Chip},
     {"unreadable certificate", ExitStatus::Chip},

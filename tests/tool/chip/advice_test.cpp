@@ -5,6 +5,7 @@
 #include <map>
 #include <ostream>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -77,6 +78,8 @@ INSTANTIATE_TEST_SUITE_P(
                 "controller is gone"},
         Refusal{Step::SetRegister, ESHUTDOWN, "address the chip at 0x2a on /dev/i2c-1",
                 "Cannot send after transport endpoint shutdown (ESHUTDOWN)", "suspended"},
+        Refusal{Step::SetRegister, EACCES, "address the chip at 0x2a on /dev/i2c-1", "Permission denied (EACCES)",
+                "without power"},
         Refusal{Step::SetRegister, EOPNOTSUPP, "address the chip at 0x2a on /dev/i2c-1",
                 "Operation not supported (EOPNOTSUPP)", "SMBus only"},
         Refusal{Step::ReadRegister, EOPNOTSUPP, "read from the chip at 0x2a on /dev/i2c-1",
@@ -152,6 +155,12 @@ TEST(AdviceTest, NamesTheProtocolOfAVersionWithoutDriver)
     EXPECT_EQ("Its device version is 1: protocol 1.0, which is not supported", explainVersion(1, kLocation).answer());
     EXPECT_EQ("Its device version is 2: protocol 2.0A, which is not supported", explainVersion(2, kLocation).answer());
     EXPECT_EQ("Its device version is 6, which is unknown", explainVersion(6, kLocation).answer());
+    for (const auto& [shifted, text] :
+         {std::pair{0x81, "129"}, std::pair{0x82, "130"}, std::pair{0x83, "131"}}) // of 3, 5 and 7
+        EXPECT_EQ(std::string("Its device version is ") + text +
+                      ", which is unknown: that of a supported chip, shifted by one bit",
+                  explainVersion(static_cast<std::uint8_t>(shifted), kLocation).answer());
+    EXPECT_EQ("Its device version is 132, which is unknown", explainVersion(132, kLocation).answer());
     EXPECT_EQ("Its device version is 255, which is what an idle bus reads", explainVersion(255, kLocation).answer());
     EXPECT_EQ("Its device version is 0, which is what a data line that is held low reads",
               explainVersion(0, kLocation).answer());

@@ -29,12 +29,76 @@ TEST(StoredCertificateTest, IsMissingOrUnreadable)
     EXPECT_EQ("unreadable certificate", causeOf({0x30, 0x03, 0x02, 0x01, 0x00}));
 }
 
+std::string explanationOf(const Bytes& stored)
+{
+    try {
+        parseCertificate(stored);
+    } catch (const Failure& failure) {
+        return failure.answer();
+    }
+    return "";
+}
+
+TEST(StoredCertificateTest, OfAnEmptyMemoryIsNone)
+{
+    for (const std::uint8_t filler : {std::uint8_t{0xff}, std::uint8_t{0x00}})
+        EXPECT_EQ("no certificate", causeOf(Bytes(397, filler)));
+    EXPECT_EQ("Each of them is 0xff, as in an empty memory", explanationOf(Bytes(397, 0xff)));
+    Bytes almost(397, 0xff);
+    almost.back() = 0xfe;
+    EXPECT_EQ("unreadable certificate", causeOf(almost));
+    EXPECT_EQ("unreadable certificate", causeOf({0xff})) << "a byte is no memory";
+}
+
+TEST(StoredCertificateTest, ThatIsShiftedByOneBitIsNamed)
+{
+    // 30 82 a bit late behind a 0 or a 1, and a bit early before a 0 or a 1.
+    for (const Bytes& header : {Bytes{0x18, 0x41}, Bytes{0x98, 0x41}, Bytes{0x61, 0x04}, Bytes{0x61, 0x05}})
+        EXPECT_EQ("bit errors", causeOf(header)) << std::hex << static_cast<int>(header[0]);
+    EXPECT_EQ("All of them are shifted by one bit: the first is 0x18, and a certificate begins with 0x30",
+              explanationOf({0x18, 0x41, 0x01, 0xc5}));
+    for (const Bytes& header : {Bytes{0x18, 0x40}, Bytes{0x61, 0x06}, Bytes{0x30, 0x82}, Bytes{0x18}})
+        EXPECT_EQ("unreadable certificate", causeOf(header)) << std::hex << static_cast<int>(header[0]);
+}
+
+std::string differenceOf(const Bytes& first, const Bytes& second)
+{
+    const auto difference = findDifference(first, second);
+    return difference ? difference->found : "none";
+}
+
+std::string causeOfDifference(const Bytes& first, const Bytes& second)
+{
+    const auto difference = findDifference(first, second);
+    return difference ? difference->cause : "none";
+}
+
 TEST(StoredCertificateTest, IsTheSameIfEveryByteIs)
 {
-    EXPECT_EQ(std::nullopt, findDifference({1, 2, 3}, {1, 2, 3}));
+    EXPECT_EQ("none", differenceOf({1, 2, 3}, {1, 2, 3}));
     EXPECT_EQ("the chip's certificate reads differently each time: byte 1 was 0x02, then 0x0a",
-              findDifference({1, 2, 3}, {1, 0x0a, 0x0b}));
-    EXPECT_EQ("the chip's certificate had 3 bytes, and 2 when read again", findDifference({1, 2, 3}, {1, 2}));
+              differenceOf({1, 2, 3}, {1, 0x0a, 0x0b}));
+    EXPECT_EQ("the chip's certificate had 3 bytes, and 2 when read again", differenceOf({1, 2, 3}, {1, 2}));
+}
+
+TEST(StoredCertificateTest, ThatDiffersInAQuarterOfThePagesBitsWasReadFromAnotherRegister)
+{
+    const Bytes certificate(300, 0x00);
+    Bytes again = certificate;
+    std::fill(again.begin() + 128, again.begin() + 160, std::uint8_t{0xff}); // of the second page, one byte in four
+    EXPECT_EQ("bit errors", causeOfDifference(certificate, again));
+    again[160] = 0x01;
+    EXPECT_EQ("bus shared", causeOfDifference(certificate, again));
+    EXPECT_EQ(
+        "the chip's certificate reads differently each time: byte 128 was 0x00, then 0xff, as if another register had "
+        "been read",
+        differenceOf(certificate, again));
+}
+
+TEST(StoredCertificateTest, WhoseLengthDiffersInAQuarterOfTheBitsWasReadFromAnotherRegister)
+{
+    EXPECT_EQ("bit errors", causeOfDifference(Bytes(0x18d), Bytes(0x180))); // three bits
+    EXPECT_EQ("bus shared", causeOfDifference(Bytes(0x18d), Bytes(0x300))); // five bits
 }
 
 Bytes bytesOf(const std::string& text)

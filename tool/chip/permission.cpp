@@ -1,0 +1,57 @@
+#include "tool/chip/permission.h"
+
+#include <cstdint>
+#include <fstream>
+#include <limits>
+
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+namespace VorelKestrel::Tool {
+namespace {
+
+constexpr char kMountedWithoutNodes[] =
+    "{device} is on a file system mounted with 'nodev': no node opens there, not even for root ('findmnt -T {device}'\n"
+    "shows the options). Name a node below /dev, or mount the file system without that option.";
+constexpr char kRootOfAContainer[] =
+    "You are root in this container only; outside, you are a user who may not open the node ('ls -l {device}'). Give\n"
+    "that user the node's group, and keep the group in the container ('podman run --group-add keep-groups --device\n"
+    "{device}'), or have the system's root start the container.";
+constexpr char kRootWithoutRights[] =
+    "You are root, but without root's right to open any file ('ls -l {device}' shows who may): a container or service\n"
+    "that drops CAP_DAC_OVERRIDE, or a security module ('ausearch -m avc'). Let it open the node.";
+constexpr char kReadableOnly[] = "This user may read the node, and has to write to it, too ('ls -l {device}'): give "
+                                 "the node the mode 660, in a udev\n"
+                                 "rule so that it stays.";
+
+bool isMountedWithoutNodes(const std::string& device)
+{
+    struct statvfs status = {};
+    return statvfs(device.c_str(), &status) == 0 && (status.f_flag & ST_NODEV) != 0;
+}
+
+/// Whether this process is root in a user namespace only: the map of the first one spans all users.
+bool isRootOfAContainer()
+{
+    std::ifstream map("/proc/self/uid_map");
+    std::uint32_t inside = 0;
+    std::uint32_t outside = 0;
+    std::uint32_t count = 0;
+    map >> inside >> outside >> count;
+    return geteuid() == 0 && map && count != std::numeric_limits<std::uint32_t>::max();
+}
+
+} // namespace
+
+const char* adviceAboutPermission(const std::string& device)
+{
+    if (isMountedWithoutNodes(device))
+        return kMountedWithoutNodes;
+    if (isRootOfAContainer())
+        return kRootOfAContainer;
+    if (geteuid() == 0)
+        return kRootWithoutRights;
+    return access(device.c_str(), R_OK) == 0 ? kReadableOnly : nullptr;
+}
+
+} // namespace VorelKestrel::Tool

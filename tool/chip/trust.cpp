@@ -16,6 +16,7 @@
 #include <openssl/x509_vfy.h>
 
 #include "common/filecontent.h"
+#include "common/generations.h"
 #include "common/opensslpointer.h"
 #include "tool/chip/knowncontent.h"
 #include "tool/report/failure.h"
@@ -305,6 +306,24 @@ TrustCheck checkStrength(const std::vector<X509*>& chain)
     return {kStrength, TrustCheck::Result::Passed, nullptr, found, nullptr};
 }
 
+/// A configuration that activates no provider leaves OpenSSL without keys, and every genuine chip without a good
+/// signature.
+void requireKeys()
+{
+    using KeysPointer = OpensslPointer<EVP_KEYMGMT, EVP_KEYMGMT_free>;
+    for (const char* type : {kGeneration20B.keyType, kGeneration30.keyType}) {
+        const KeysPointer keys(EVP_KEYMGMT_fetch(nullptr, type, nullptr));
+        ERR_clear_error();
+        if (!keys)
+            throw Failure("not installed whole", "verify with OpenSSL",
+                          "OpenSSL has no " + std::string(type) +
+                              " keys here: its configuration activates no provider "
+                              "that has them",
+                          "'openssl list -providers' shows those that are active. Mend the configuration that "
+                          "OPENSSL_CONF names, or unset it.");
+    }
+}
+
 /// What OpenSSL says about a chain.
 struct Verdict
 {
@@ -440,6 +459,7 @@ Trust::Trust(TrustOptions options) : m_options(std::move(options)), m_store(X509
 {
     if (!m_store)
         throw std::bad_alloc();
+    requireKeys();
     for (const std::string& path : m_options.issuers)
         addIssuers(m_store.get(), path);
     for (const std::string& path : m_options.revocationLists)

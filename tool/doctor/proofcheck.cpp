@@ -108,6 +108,7 @@ std::vector<Finding> checkCertificate(Examination& examination)
     } catch (const ExchangeStopped& stopped) {
         return {stopped.finding()};
     } catch (const Failure& failure) {
+        examination.certificate.reset(); // it could not be examined
         examination.isShifted = std::string(failure.cause()) == kBitErrors;
         return {refused(failure.cause(), failure)};
     }

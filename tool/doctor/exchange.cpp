@@ -198,7 +198,7 @@ void Exchange::write(std::uint8_t reg, const Bytes& data, const std::string& wha
         stop(access, reg, 0, "write " + what);
 }
 
-void Exchange::stop(const Access& access, std::uint8_t reg, std::size_t length, const std::string& tried)
+void Exchange::stop(const Access& access, std::uint8_t reg, std::size_t length, const std::string& tried) const
 {
     const std::string place = tried + " (" + named(reg) + "): ";
     if (!access.registerTaken && isNoAnswer(Step::SetRegister, access.error))

@@ -52,7 +52,7 @@ private:
     Finding explainSilence();
     bool hasForgottenTheChallenge(const Generation& generation);
     bool showsChallengeLength(std::size_t length);
-    [[noreturn]] void stop(const Access& access, std::uint8_t reg, std::size_t length, const std::string& tried);
+    [[noreturn]] void stop(const Access& access, std::uint8_t reg, std::size_t length, const std::string& tried) const;
 
     Examination& m_examination;
     PatientBus m_bus;

@@ -8,24 +8,11 @@
 #include "common/scopeddescriptor.h"
 
 namespace VorelKestrel {
-namespace {
-
-/// Opened without waiting for the other end of a pipe.
-ScopedDescriptor openNow(const std::string& path)
-{
-    ScopedDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-    if (file.get() >= 0)
-        fcntl(file.get(), F_SETFL, 0); // from now on, a read waits for what the other end writes
-    return file;
-}
-
-} // namespace
-
 FileContent readFile(const std::string& path, std::size_t longest)
 {
     constexpr std::size_t kPiece = 65536;
     FileContent content;
-    const ScopedDescriptor file = openNow(path);
+    const ScopedDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     ssize_t count = file.get();
     while (count >= 0 && content.bytes.size() <= longest) {
         const std::size_t before = content.bytes.size();

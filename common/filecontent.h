@@ -15,8 +15,7 @@ struct FileContent
     Bytes bytes;
 };
 
-/// Reads a file of at most @p longest bytes: a device such as /dev/zero has no end. A named pipe that nobody writes to
-/// is empty.
+/// Reads a file of at most @p longest bytes: a device such as /dev/zero has no end. Waits for whoever writes to a pipe.
 FileContent readFile(const std::string& path, std::size_t longest);
 
 } // namespace VorelKestrel

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -56,11 +57,17 @@ TEST_F(FileContentTest, OfADeviceWithoutEndIsTooLong)
     EXPECT_TRUE(content.isTooLong);
 }
 
-TEST_F(FileContentTest, OfAPipeThatNobodyWritesToIsEmpty)
+TEST_F(FileContentTest, OfAPipeIsWhatIsWrittenUntilItIsClosed)
 {
     ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+    std::thread writer([this] {
+        std::ofstream pipe(path);
+        pipe << "ab" << std::flush << "c";
+    });
     const FileContent content = readFile(path, 3);
-    EXPECT_TRUE(content.bytes.empty());
+    writer.join();
+    EXPECT_EQ(Bytes({'a', 'b', 'c'}), content.bytes);
+    EXPECT_FALSE(content.isTooLong);
     EXPECT_EQ(0, content.error);
 }
 

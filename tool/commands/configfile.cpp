@@ -247,7 +247,9 @@ Failure withOrigin(const Failure& failure, const std::vector<Setting>& settings)
     Failure told = failure;
     const std::string text = failure.tried() + " " + failure.answer();
     const auto isMeant = [&](const Setting& setting) {
-        return hasWord(text, setting.value) || hasWord(text, setting.option);
+        const std::string& value = setting.value;
+        const bool isNumber = std::isdigit(static_cast<unsigned char>(value[0])) != 0; // a text has others, too
+        return hasWord(text, isNumber ? "'" + value + "'" : value) || hasWord(text, setting.option);
     };
     const auto setting = std::find_if(settings.begin(), settings.end(), isMeant);
     if (failure.status() == ExitStatus::Usage && setting != settings.end())

@@ -174,6 +174,7 @@ void resetFiles()
         giveUp("no command");
     }
     std::vector<char*> variables;
+    variables.reserve(environment.size() + 1);
     for (std::string& variable : environment)
         variables.push_back(variable.data());
     variables.push_back(nullptr);

@@ -70,7 +70,6 @@ void* allocate(std::size_t size, Allocate makeBlock)
 } // namespace
 
 // The C library's definitions, under the names that it provides for such replacements.
-// NOLINTBEGIN(*-reserved-identifier)
 extern "C" {
 
 void* __libc_malloc(std::size_t size);
@@ -129,7 +128,6 @@ __attribute__((visibility("default"))) void free(void* block)
 }
 
 } // extern "C"
-// NOLINTEND(*-reserved-identifier)
 
 // The same as in the C++ library; valgrind would replace those, and its versions do not call these.
 void* operator new(std::size_t size)

@@ -67,7 +67,7 @@ std::string DriverLog::callHook(const std::string& prettyFunction, const std::st
 {
     if (m_keepsRecords)
         m_hookCalls.push_back({prettyFunction, component});
-    const std::string answer = m_hookAnswer ? m_hookAnswer(prettyFunction) : "label";
+    std::string answer = m_hookAnswer ? m_hookAnswer(prettyFunction) : "label";
     if (m_spoilsHookArguments) {
         for (const std::string* const argument : {&prettyFunction, &component})
             const_cast<std::string*>(argument)->assign("spoilt");

@@ -8,7 +8,6 @@
 
 namespace testsupport {
 
-using VorelKestrel::ScopedDescriptor;
 using VorelKestrel::AL::TCPServer;
 using VorelKestrel::AL::U16;
 

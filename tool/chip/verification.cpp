@@ -168,7 +168,7 @@ std::optional<SignatureFlaw> findWrongKey(const Generation& generation, EVP_PKEY
 std::optional<SignatureFlaw> findFlaw(const Generation& generation, EVP_PKEY* key, const Bytes& challenge,
                                       const Bytes& signature)
 {
-    if (const auto wrongKey = findWrongKey(generation, key))
+    if (auto wrongKey = findWrongKey(generation, key))
         return wrongKey;
     if (challenge.size() != generation.challengeLength)
         return SignatureFlaw{kWrongSignature, "the challenge has " + std::to_string(challenge.size()) +

@@ -28,8 +28,8 @@ std::size_t distance(const std::string& one, const std::string& other)
 
 std::string nearestWord(const std::string& word, const std::vector<std::string>& words)
 {
-    return *std::min_element(words.begin(), words.end(), [&](const std::string& one, const std::string& other) {
-        return distance(word, one) < distance(word, other);
+    return *std::min_element(words.begin(), words.end(), [&](const std::string& left, const std::string& right) {
+        return distance(left, word) < distance(right, word);
     });
 }
 

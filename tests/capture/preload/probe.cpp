@@ -24,7 +24,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// NOLINTBEGIN(*-reserved-identifier): the C library's names
+// The C library's names.
 extern "C" {
 int __open_2(const char* path, int flags);
 int __open64_2(const char* path, int flags);
@@ -33,7 +33,6 @@ int __openat64_2(int folder, const char* path, int flags);
 ssize_t __read_chk(int descriptor, void* data, size_t count, size_t room);
 void* __libc_malloc(size_t length);
 }
-// NOLINTEND(*-reserved-identifier)
 
 static std::atomic<int> g_allocations;
 

@@ -1,5 +1,6 @@
 #include "tool/commands/table.h"
 
+#include <algorithm>
 #include <set>
 #include <sstream>
 #include <string>
@@ -43,9 +44,9 @@ TEST(CommandTableTest, ExplainsEachCommandInItsHelp)
         for (std::string word; words >> word;)
             arguments.push_back(word);
         arguments.emplace_back("--help");
-        std::vector<const char*> argv;
-        for (const std::string& argument : arguments)
-            argv.push_back(argument.c_str());
+        std::vector<const char*> argv(arguments.size());
+        std::transform(arguments.begin(), arguments.end(), argv.begin(),
+                       [](const std::string& argument) { return argument.c_str(); });
 
         std::ostringstream out;
         std::ostringstream err;

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <string>
 #include <system_error>
 
 #include "common/lockkey.h"
@@ -26,6 +27,20 @@ bool isLock(const SemaphoreSet& set)
 {
     return set.size == kSemaphoresOfSeed &&
            static_cast<std::uint32_t>(set.key) >> kLockKeyProjectShift == kLockKeyProject;
+}
+
+/// The kernel writes a blank in the name of a mount point as "\040".
+std::string withoutEscapes(const std::string& text)
+{
+    constexpr std::size_t kLength = 4;
+    std::string plain;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const std::string digits = text[at] == '\\' ? text.substr(at + 1, kLength - 1) : "";
+        const bool isEscape = digits.size() == kLength - 1 && digits.find_first_not_of("01234567") == std::string::npos;
+        plain += isEscape ? static_cast<char>(std::stoi(digits, nullptr, 8)) : text[at];
+        at += isEscape ? digits.size() : 0;
+    }
+    return plain;
 }
 
 } // namespace
@@ -63,7 +78,7 @@ bool isOfOneService(const std::string& folder, std::istream& mounts)
         std::string root;
         std::string place;
         words >> number >> parent >> device >> root >> place;
-        const std::string below = place == "/" ? place : place + "/";
+        const std::string below = place == "/" ? place : withoutEscapes(place) + "/";
         if ((folder + "/").compare(0, below.size(), below) != 0 || below.size() < innermost.size())
             continue;
         innermost = below; // a later mount hides an earlier one in the same place

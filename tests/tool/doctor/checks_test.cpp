@@ -289,6 +289,7 @@ TEST(TmpOfAServiceTest, IsTheInnermostMountThatSystemdMade)
     EXPECT_TRUE(isOfService("/tmp/below", ordinary + service));
     EXPECT_FALSE(isOfService("/tmpfile", ordinary + service));
     EXPECT_FALSE(isOfService("/run", ordinary + service));
+    EXPECT_TRUE(isOfService("/a tmp\\", "40 30 0:26 /systemd-private-0f-x/tmp /a\\040tmp\\134 rw - tmpfs tmpfs rw\n"));
     EXPECT_FALSE(isOfService("/tmp/lock", ordinary + service + "41 40 0:30 / /tmp/lock rw - tmpfs tmpfs rw\n"));
 }
 

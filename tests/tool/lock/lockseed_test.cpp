@@ -728,15 +728,18 @@ TEST_F(LockSeedAgainstAnotherUserTest, RemovesNoFileOfTheOthersThatHasANameAsIts
 /// The identity of a folder is no secret.
 TEST_F(LockSeedAgainstAnotherUserTest, TakesNoSetOfTheOthersForOneOfAnEarlierSeed)
 {
-    constexpr key_t kOfNoFile = 0x51123456;
-    asNobody([this] { makeSetOfTwoTokens(kOfNoFile, KeyFolder(m_folder.keyFile()).identity()); });
-    const int forged = semget(kOfNoFile, 0, 0);
+    const fs::path other = folder().parent_path() / "other"; // no file of the lock's folder
+    std::ofstream(other) << "content";
+    const key_t key = ftok(other.c_str(), VorelKestrel::kLockKeyProject);
+    asNobody([this, key] { makeSetOfTwoTokens(key, KeyFolder(m_folder.keyFile()).identity()); });
+    const int forged = semget(key, 0, 0);
     EXPECT_GE(forged, 0);
     EXPECT_TRUE(findOrphans(KeyFolder(m_folder.keyFile())).empty());
     EXPECT_EQ(SeedResult::Made, seed());
     expectSoundLock();
-    EXPECT_EQ(2, controlSemaphore(forged, 0, GETVAL)); // left to the other
-    controlSemaphore(forged, 0, IPC_RMID);
+    EXPECT_NE(forged, m_folder.look().semaphore);
+    EXPECT_EQ(forged, semget(key, 0, 0)); // left to the other
+    asNobody([forged] { semctl(forged, 0, IPC_RMID); });
 }
 
 TEST_F(LockSeedAgainstAnotherUserTest, RootsRemovalMakesRoomForASeed)

@@ -39,10 +39,10 @@ Transfer FaultyBus::write(unsigned address, const AL::U8* data, std::size_t leng
     if (const auto stopped = stuck())
         return *stopped;
     if (strikeAtRandom(false) == Strike::Refuse)
-        return {Outcome::Refused, 0, faults().error};
+        return {Outcome::Refused, 0, fault(&Faults::error)};
     const std::optional<AL::U8> reg = length == 0 ? m_register : data[0];
     if (hits(reg, &Faults::refusedMessages))
-        return {Outcome::Refused, 0, faults().error};
+        return {Outcome::Refused, 0, fault(&Faults::error)};
     const Transfer transfer = m_next.write(address, asItArrives(data, length).data(), length);
     if (transfer.outcome == Outcome::Done)
         m_register = reg;
@@ -55,11 +55,11 @@ Transfer FaultyBus::read(unsigned address, AL::U8* data, std::size_t length)
         return *stopped;
     const Strike strike = strikeAtRandom(true);
     if (strike == Strike::Refuse)
-        return {Outcome::Refused, 0, faults().error};
+        return {Outcome::Refused, 0, fault(&Faults::error)};
     if (hits(m_register, &Faults::refusedMessages))
-        return {Outcome::Refused, 0, faults().error};
+        return {Outcome::Refused, 0, fault(&Faults::error)};
     if (hits(m_register, &Faults::failedReads))
-        return {Outcome::Failed, 0, faults().error};
+        return {Outcome::Failed, 0, fault(&Faults::error)};
     Transfer transfer = m_next.read(address, data, length);
     if (transfer.outcome != Outcome::Done)
         return transfer;
@@ -88,7 +88,7 @@ bool FaultyBus::hits(std::optional<AL::U8> reg, int Faults::*count)
 
 std::optional<Transfer> FaultyBus::stuck()
 {
-    const auto stuckTime = faults().stuckTime;
+    const auto stuckTime = fault(&Faults::stuckTime);
     if (!stuckTime)
         return std::nullopt;
     m_clock.sleep(m_timeout.value_or(*stuckTime));
@@ -110,7 +110,7 @@ FaultyBus::Strike FaultyBus::strikeAtRandom(bool isRead)
 Bytes FaultyBus::asItArrives(const AL::U8* data, std::size_t length) const
 {
     Bytes message(data, data + length);
-    const auto bit = faults().flippedChallengeBit;
+    const auto bit = fault(&Faults::flippedChallengeBit);
     if (!bit || length == 0 || data[0] != ACD::kRegisterChallenge)
         return message;
     const unsigned place = 1 + *bit / kBitsOfAByte; // behind the register's number

@@ -67,6 +67,13 @@ public:
     void setTimeout(std::chrono::milliseconds timeout) override;
 
 private:
+    /// One of the faults, without a copy of all.
+    template<typename T>
+    T fault(T Faults::*one) const
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_faults.*one;
+    }
     bool hits(std::optional<AL::U8> reg, int Faults::*count);
     std::optional<Transfer> stuck();
     enum class Strike

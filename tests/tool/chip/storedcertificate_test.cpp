@@ -1,6 +1,7 @@
 #include "tool/chip/storedcertificate.h"
 
 #include <algorithm>
+#include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -13,30 +14,32 @@ namespace {
 using namespace VorelKestrel;
 using namespace VorelKestrel::Tool;
 
-std::string causeOf(const Bytes& stored)
+std::optional<Failure> failureOf(const Bytes& stored)
 {
     try {
         parseCertificate(stored);
     } catch (const Failure& failure) {
-        return failure.cause();
+        return failure;
     }
-    return "";
+    return std::nullopt;
+}
+
+std::string causeOf(const Bytes& stored)
+{
+    const auto failure = failureOf(stored);
+    return failure ? failure->cause() : "";
+}
+
+std::string explanationOf(const Bytes& stored)
+{
+    const auto failure = failureOf(stored);
+    return failure ? failure->answer() : "";
 }
 
 TEST(StoredCertificateTest, IsMissingOrUnreadable)
 {
     EXPECT_EQ("no certificate", causeOf({}));
     EXPECT_EQ("unreadable certificate", causeOf({0x30, 0x03, 0x02, 0x01, 0x00}));
-}
-
-std::string explanationOf(const Bytes& stored)
-{
-    try {
-        parseCertificate(stored);
-    } catch (const Failure& failure) {
-        return failure.answer();
-    }
-    return "";
 }
 
 TEST(StoredCertificateTest, OfAnEmptyMemoryIsNone)

@@ -8,6 +8,7 @@
 #include "common/scopeddescriptor.h"
 
 namespace VorelKestrel {
+
 FileContent readFile(const std::string& path, std::size_t longest)
 {
     constexpr std::size_t kPiece = 65536;

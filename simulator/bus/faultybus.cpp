@@ -4,11 +4,11 @@
 #include <utility>
 
 #include "authchipdriver/registermap.h"
+#include "common/bits.h"
 
 namespace VorelKestrel::Simulator {
 namespace {
 
-constexpr unsigned kBitsOfAByte = 8;
 constexpr AL::U8 kIdleBus = 0xff; // what is read where nobody pulls the line down
 
 /// The bit of this number in its byte, whose highest bit has the number 0.

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "authchipdriver/registermap.h"
+#include "common/bits.h"
 
 namespace VorelKestrel::Simulator {
 namespace {
@@ -12,11 +13,6 @@ namespace {
 constexpr AL::U8 kNoRegister = 0xff; // an idle data line reads as ones
 constexpr AL::U8 kResultNone = 0;
 constexpr AL::U8 kResultFailed = 7;
-
-Bytes bigEndian16(std::size_t value)
-{
-    return {static_cast<AL::U8>(value >> 8U), static_cast<AL::U8>(value)};
-}
 
 Bytes bigEndian32(AL::U32 value)
 {

@@ -1,7 +1,6 @@
 #include "tool/chip/storedcertificate.h"
 
 #include <algorithm>
-#include <bitset>
 #include <functional>
 #include <optional>
 #include <string_view>
@@ -13,6 +12,7 @@
 #include <openssl/pem.h>
 
 #include "authchipdriver/registermap.h"
+#include "common/bits.h"
 #include "common/hex.h"
 #include "common/numbers.h"
 #include "common/opensslpointer.h"
@@ -129,29 +129,18 @@ std::string describeDifference(const Bytes& first, const Bytes& second)
            toHex(*differing.second, 2);
 }
 
-constexpr std::size_t kBitsOfAByte = 8;
-
 /// Whether more than a quarter of the bits differ: of unrelated bytes half do, and of a bad bus few. Requires: bytes of
 /// the same length.
 bool isUnrelated(const Bytes& first, const Bytes& second)
 {
-    std::size_t differing = 0;
-    for (std::size_t i = 0; i < first.size(); ++i)
-        differing += std::bitset<kBitsOfAByte>(static_cast<unsigned>(first[i] ^ second[i])).count();
-    return differing > first.size() * kBitsOfAByte / 4;
-}
-
-/// A length as its register holds it.
-Bytes bytesOfLength(std::size_t length)
-{
-    return {static_cast<std::uint8_t>(length >> kBitsOfAByte), static_cast<std::uint8_t>(length)};
+    return countDifferingBits(first, second) > first.size() * kBitsOfAByte / 4;
 }
 
 /// Whether a page, or the length, was read from another register one time.
 bool isOfAnotherRegister(const Bytes& first, const Bytes& second)
 {
     if (first.size() != second.size())
-        return isUnrelated(bytesOfLength(first.size()), bytesOfLength(second.size()));
+        return isUnrelated(bigEndian16(first.size()), bigEndian16(second.size()));
     const std::vector<Bytes> pages = pagesOf(first);
     const std::vector<Bytes> again = pagesOf(second);
     return !std::equal(pages.begin(), pages.end(), again.begin(),

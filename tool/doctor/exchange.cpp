@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include "authchipdriver/registermap.h"
+#include "common/bits.h"
 #include "common/hex.h"
 #include "common/numbers.h"
 #include "common/patience.h"
@@ -51,12 +52,6 @@ Finding restarted()
             kLookAtTheSupply};
 }
 
-/// How lengths are written: two bytes, the first of which is 0.
-Bytes lengthOf(std::size_t length)
-{
-    return {0, static_cast<std::uint8_t>(length)};
-}
-
 } // namespace
 
 Exchange::Exchange(Examination& examination) : m_examination(examination), m_bus(examination.node, examination.effort)
@@ -87,8 +82,8 @@ Bytes Exchange::certificate(const Generation& generation)
 Bytes Exchange::signature(const Generation& generation, const Bytes& challenge)
 {
     if (generation.hostWritesLengths) {
-        write(kRegisterResponseLength, lengthOf(generation.responseLength), "the signature's length");
-        write(kRegisterChallengeLength, lengthOf(challenge.size()), "the challenge's length");
+        write(kRegisterResponseLength, bigEndian16(generation.responseLength), "the signature's length");
+        write(kRegisterChallengeLength, bigEndian16(challenge.size()), "the challenge's length");
     }
     write(kRegisterChallenge, challenge, "the challenge");
     if (!generation.hostWritesLengths) {
@@ -155,14 +150,14 @@ bool Exchange::hasForgottenTheChallenge(const Generation& generation)
     if (!generation.hostWritesLengths)
         return true; // it has shown the length before
     // A register that the host writes may always read as 0.
-    return m_bus.write(kRegisterChallengeLength, lengthOf(generation.challengeLength)).registerTaken &&
+    return m_bus.write(kRegisterChallengeLength, bigEndian16(generation.challengeLength)).registerTaken &&
            showsChallengeLength(generation.challengeLength);
 }
 
 bool Exchange::showsChallengeLength(std::size_t length)
 {
     const Access access = m_bus.read(kRegisterChallengeLength, 2);
-    return access.isDone(2) && access.data == lengthOf(length);
+    return access.isDone(2) && access.data == bigEndian16(length);
 }
 
 std::optional<Bytes> Exchange::heldChallenge(std::size_t length)

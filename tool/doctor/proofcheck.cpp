@@ -1,7 +1,7 @@
 #include <algorithm>
-#include <bitset>
 #include <numeric>
 
+#include "common/bits.h"
 #include "common/hex.h"
 #include "tool/chip/storedcertificate.h"
 #include "tool/chip/trust.h"
@@ -82,10 +82,7 @@ Finding haveSigned(Examination& examination)
 
 std::optional<std::string> findAlteration(const Bytes& sent, const Bytes& held)
 {
-    constexpr std::size_t kBitsOfAByte = 8;
-    std::size_t differingBits = 0;
-    for (std::size_t i = 0; i < sent.size(); ++i)
-        differingBits += std::bitset<kBitsOfAByte>(static_cast<unsigned>(sent[i] ^ held[i])).count();
+    const std::size_t differingBits = countDifferingBits(sent, held);
     if (differingBits == 0 || differingBits > sent.size()) // more than one bit in eight: no challenge
         return std::nullopt;
     const auto altered = std::mismatch(sent.begin(), sent.end(), held.begin());

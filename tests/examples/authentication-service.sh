@@ -86,7 +86,8 @@ usage_status=0
 [ "$usage_status" -eq 2 ]
 for wrong in "0x2a 70000" "2a 0" "0x2a 0 everywhere"; do
     # shellcheck disable=SC2086 # arguments
-    ! "$scratch/host/authentication-service" /dev/i2c-7 $wrong 2>>"$scratch/log"
+    ! "$scratch/host/authentication-service" /dev/i2c-7 $wrong 2>>"$scratch/log" ||
+        { echo "the service accepts $wrong" >&2; exit 1; }
 done
 for words in "70000 is no number" "2a is no number" "everywhere is no IPv4 address"; do
     grep -q "$words" "$scratch/log" || { cat "$scratch/log" >&2; exit 1; }

@@ -21,7 +21,8 @@ for architecture in ${*:2}; do dpkg --add-architecture \$architecture; done
 dpkg --force-depends --install /packages/*.deb
 for architecture in $*; do
     for name in libauthchipdriver1 libauthchipdriver-dev; do
-        dpkg --verify \$name:\$architecture
+        dpkg --verify \$name:\$architecture >/differences # its status does not tell of them
+        ! grep . /differences || exit 1
         [ "\$(dpkg-query --show --showformat='\${db:Status-Status}' \$name:\$architecture)" = installed ]
     done
 done

@@ -30,11 +30,11 @@ ln -s /usr/lib/systemd/system/authchip-lock.service /etc/systemd/system/sysinit.
 echo 'AUTHCHIP_LOCK_OPTIONS=""' >/etc/default/authchip
 END
 cat >"$scratch/gone" <<'END'
-set -eux
-! command -v authchip
+set -eux # which an inverted command does not end by itself
+! command -v authchip || exit 1
 ! find / -xdev \( -path /proc -o -path /dev -o -path /packages -o -path /project -o -path /var/lib/dpkg -o -path /var/log \
-    -o -path /var/cache \) -prune -o -name '*authchip*' -print | grep .
-! ls /tmp | grep qipc
+    -o -path /var/cache \) -prune -o -name '*authchip*' -print | grep . || exit 1
+! ls /tmp | grep qipc || exit 1
 [ "$(grep -c . /proc/sysvipc/sem)" -eq 1 ] # the line of headings
 END
 cat >"$scratch/outside" <<'END'
@@ -61,7 +61,8 @@ mkdir /packages
 tar -C /packages -x
 apt-get update
 apt-get install -y --no-install-recommends /packages/*.deb 2>&1 | tee /said
-dpkg --verify $native_names
+dpkg --verify $native_names >/differences # its status does not tell of them
+! grep . /differences || exit 1
 ldconfig -p | grep libauthchipdriver.so.1
 getent group i2c || grep "there is no group i2c" /said
 dpkg -L libauthchipdriver-dev | grep man3/AuthChipDriver.3
@@ -94,7 +95,8 @@ foreign() {
         mount --rbind /proc "$root/proc"
         mount --rbind /dev "$root/dev"
         $dpkg --install "$root"/packages/*.deb
-        $dpkg --verify $names
+        $dpkg --verify $names >"$root/differences"
+        ! grep . "$root/differences" || exit 1
         inside use
         $dpkg --purge $names
         inside gone' sh "$root" "$dpkg" "$names"

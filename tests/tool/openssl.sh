@@ -34,7 +34,7 @@ cp signature changed
 at=$(($(wc -c <signature) / 2))
 byte=$(od -An -tu1 -j "$at" -N 1 signature)
 printf "\\x$(printf %02x $((byte ^ 1)))" | dd of=changed bs=1 seek="$at" conv=notrunc status=none
-! cmp -s signature changed
+! cmp -s signature changed || exit 1
 
 if [ "$2" -ge 7 ]; then
     for file in signature changed; do to_der "$file" "$file.der" && mv "$file.der" "$file"; done

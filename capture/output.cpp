@@ -1,5 +1,6 @@
 #include "capture/output.h"
 
+#include <chrono>
 #include <cstdio>
 #include <ostream>
 
@@ -10,11 +11,9 @@
 namespace VorelKestrel::Capture {
 namespace {
 
-constexpr double kNanosecondsPerSecond = 1e9;
-
 double secondsOf(std::uint64_t nanoseconds)
 {
-    return static_cast<double>(nanoseconds) / kNanosecondsPerSecond;
+    return std::chrono::duration<double>(std::chrono::nanoseconds(nanoseconds)).count();
 }
 
 std::uint64_t sinceStart(const Recording& recording, const Message& message)

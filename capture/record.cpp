@@ -6,12 +6,12 @@
 
 #include "authchipdriver/registermap.h"
 #include "capture/format.h"
+#include "common/i2cdevice.h"
 
 namespace VorelKestrel::Capture {
 namespace {
 
 constexpr std::size_t kCommentRoom = 128;
-constexpr std::size_t kMessageMaximumLength = 8192; // the kernel's limit for one message
 
 /// Appends numbers to a buffer.
 class Cursor

@@ -6,6 +6,7 @@
 
 #include "capture/format.h"
 #include "common/filecontent.h"
+#include "common/i2cdevice.h"
 
 namespace VorelKestrel::Capture {
 namespace {
@@ -14,7 +15,6 @@ constexpr std::size_t kFileMaximumLength = std::size_t{256} << 20U;
 constexpr std::size_t kBlockHeadLength = 8;
 constexpr std::size_t kBlockMinimumLength = 12;
 constexpr std::size_t kPacketHeadLength = 20; // after the head of the block
-constexpr std::size_t kMessageMaximumLength = 8192;
 
 /// A part of the file, and the numbers in it.
 class Bytestring

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "capture/output.h"
+#include "common/i2cdevice.h"
 #include "fuzzers/target.h"
 #include "simulator/replay/replayedbus.h"
 #include "simulator/replay/replayedregisters.h"
@@ -40,8 +41,9 @@ void tell(const Capture::Recording& recording)
 void play(Simulator::Bus& bus, const std::vector<const Capture::Message*>& messages)
 {
     for (const Capture::Message* message : messages) {
-        const std::size_t length =
-            message->facts.isRead ? std::min<std::size_t>(message->facts.requested, 8192) : message->bytes().size();
+        const std::size_t length = message->facts.isRead
+                                       ? std::min<std::size_t>(message->facts.requested, kMessageMaximumLength)
+                                       : message->bytes().size();
         Bytes data(length);
         Simulator::Transfer transfer{};
         if (message->facts.isRead)

@@ -24,6 +24,8 @@ struct Transfer
     int error = 0;     // the errno, if not done; 0: the usual one
 };
 
+constexpr Transfer kRefused = {Outcome::Refused, 0};
+
 /// The kernel's form of a result: the count, or a negative errno.
 int resultOf(const Transfer& transfer);
 

@@ -8,7 +8,6 @@ namespace VorelKestrel::Simulator {
 namespace {
 
 constexpr std::uint64_t kBitsPerByte = 9; // with the acknowledge bit; 64 bits for the time of long messages
-constexpr Transfer kRefused = {Outcome::Refused, 0};
 
 } // namespace
 

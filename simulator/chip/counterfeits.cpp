@@ -182,7 +182,7 @@ Credentials zeroSignature(const Material& material)
     return withSigner(material, [length = material.generation.responseLength](const Bytes&) { return Bytes(length); });
 }
 
-Bytes inBytes(const BIGNUM* number, std::size_t length)
+Bytes bytesOf(const BIGNUM* number, std::size_t length)
 {
     Bytes bytes(length);
     require(number != nullptr && BN_bn2binpad(number, bytes.data(), static_cast<int>(length)) >= 0,
@@ -197,11 +197,11 @@ Bytes orderOf(const Material& material)
     if (isRsa(material.key)) {
         BIGNUM* modulus = nullptr;
         EVP_PKEY_get_bn_param(material.key.get(), OSSL_PKEY_PARAM_RSA_N, &modulus);
-        return inBytes(Number(modulus).get(), length);
+        return bytesOf(Number(modulus).get(), length);
     }
     const Group group(EC_GROUP_new_by_curve_name(OBJ_txt2nid(material.generation.keyGroup)));
     require(group != nullptr, "finding the curve failed");
-    const Bytes order = inBytes(EC_GROUP_get0_order(group.get()), length / 2);
+    const Bytes order = bytesOf(EC_GROUP_get0_order(group.get()), length / 2);
     Bytes twice = order;
     twice.insert(twice.end(), order.begin(), order.end());
     return twice;

@@ -12,10 +12,11 @@
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
 
+#include "common/i2cdevice.h"
+
 namespace VorelKestrel::Simulator {
 namespace {
 
-constexpr std::size_t kMessageMaximumLength = 8192; // the kernel's limit for one message
 constexpr unsigned long kSevenBitMaximum = 0x7f;
 constexpr unsigned long kTenBitMaximum = 0x3ff;
 

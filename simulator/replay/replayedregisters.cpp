@@ -8,7 +8,6 @@ namespace VorelKestrel::Simulator {
 namespace {
 
 constexpr AL::U8 kNothing = 0xff; // an idle data line reads as ones
-constexpr Transfer kRefused = {Outcome::Refused, 0};
 
 } // namespace
 

@@ -14,15 +14,13 @@
 #include <abstractionlibrary/queue.h>
 #include <abstractionlibrary/thread.h>
 
+#include "tests/abstractionlibrary/values.h"
 #include "tests/support/kerneltrace.h"
 
 using namespace VorelKestrel::AL; // classes of all kinds
 using namespace testsupport;
 
 namespace {
-
-int g_a = 0;
-int g_b = 0;
 
 /// @p call is done twice, and the second time no system call may be made but for readings of the clock.
 void expectNoSystemCall(const std::function<bool()>& call)

@@ -10,6 +10,7 @@
 #include <QtGlobal>
 #include <gtest/gtest.h>
 
+#include "tests/abstractionlibrary/values.h"
 #include "tests/support/assertionfailed.h"
 #include "tests/support/corruption.h"
 #include "tests/support/handover.h"
@@ -22,9 +23,6 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
-
-int g_a = 0;
-int g_b = 0;
 
 TEST(EventVoidTest, WaitZeroOnAnEmptyEventReturnsNullAtOnce)
 {

@@ -12,6 +12,7 @@
 #include <QSemaphore>
 #include <gtest/gtest.h>
 
+#include "tests/abstractionlibrary/values.h"
 #include "tests/support/assertionfailed.h"
 #include "tests/support/corruption.h"
 #include "tests/support/faketimeofday.h"
@@ -28,10 +29,6 @@ using std::chrono::steady_clock;
 
 constexpr FakeTimeOfDay::Milliseconds kHour = 3'600'000;
 constexpr FakeTimeOfDay::Milliseconds kNoon = 12 * kHour;
-
-int g_a = 0;
-int g_b = 0;
-int g_c = 0;
 
 void* popAtOnce(QueueVoid& queue)
 {

@@ -16,7 +16,7 @@ using VorelKestrel::AL::U8;
 
 namespace {
 
-std::string error(const std::string& message)
+std::string driverError(const std::string& message)
 {
     return consoleLine("DbgError", "authchipdriver", message);
 }
@@ -72,11 +72,12 @@ TEST_P(VersionQueryTest, ThatFailsReturnsErrorI2CReleasesTheTransactionAndLeaves
     EXPECT_EQ("unlock", m_journal.all().back());
     EXPECT_FALSE(m_bus.isLocked());
     const std::string reg(1, static_cast<char>('0' + GetParam().reg));
-    EXPECT_THAT(lines(), ElementsAre(error("unable to read byte from register 0x" + reg + " - i2cRead returns -1")));
+    EXPECT_THAT(lines(),
+                ElementsAre(driverError("unable to read byte from register 0x" + reg + " - i2cRead returns -1")));
 }
 
 /// A driver that overrides readByte.
-class OverridingDriver : public AuthChipDriver30
+class UnreadableDriver : public AuthChipDriver30
 {
 public:
     Error readByte(int reg, U8& value) override
@@ -92,7 +93,7 @@ public:
 
 TEST_P(VersionQueryTest, CallsReadByteThroughItsVirtualSlotAndReturnsItsResult)
 {
-    OverridingDriver driver;
+    UnreadableDriver driver;
     m_bus.forget();
 
     EXPECT_EQ(ErrorInvalid, (driver.*GetParam().query)(m_version));
@@ -102,7 +103,7 @@ TEST_P(VersionQueryTest, CallsReadByteThroughItsVirtualSlotAndReturnsItsResult)
 
 TEST_P(VersionQueryTest, WhoseReadThrowsReleasesTheTransaction)
 {
-    OverridingDriver driver;
+    UnreadableDriver driver;
     driver.m_throws = true;
     m_bus.forget();
 
@@ -177,7 +178,7 @@ TEST_F(AuthChipDriverTest, ReadByteAfterAFailedI2cReadReturnsErrorI2CWritesOneLi
 
     EXPECT_EQ(ErrorI2C, m_driver.readByte(0x10, value));
     EXPECT_EQ(0xee, value);
-    EXPECT_THAT(lines(), ElementsAre(error("unable to read byte from register 0x10 - i2cRead returns -1")));
+    EXPECT_THAT(lines(), ElementsAre(driverError("unable to read byte from register 0x10 - i2cRead returns -1")));
 }
 
 TEST_F(AuthChipDriverTest, ReadWordThatComesShortReturnsErrorI2CWritesOneLineAndLeavesTheOutput)
@@ -187,7 +188,7 @@ TEST_F(AuthChipDriverTest, ReadWordThatComesShortReturnsErrorI2CWritesOneLineAnd
 
     EXPECT_EQ(ErrorI2C, m_driver.readWord(0x30, value));
     EXPECT_EQ(0xeeee, value);
-    EXPECT_THAT(lines(), ElementsAre(error("unable to read word from register 0x30 - i2cRead returns 1")));
+    EXPECT_THAT(lines(), ElementsAre(driverError("unable to read word from register 0x30 - i2cRead returns 1")));
 }
 
 TEST_F(AuthChipDriverTest, ReadDWordThatComesShortReturnsErrorI2CWritesOneLineAndLeavesTheOutput)
@@ -197,7 +198,7 @@ TEST_F(AuthChipDriverTest, ReadDWordThatComesShortReturnsErrorI2CWritesOneLineAn
 
     EXPECT_EQ(ErrorI2C, m_driver.readDWord(0x04, value));
     EXPECT_EQ(0xeeeeeeee, value);
-    EXPECT_THAT(lines(), ElementsAre(error("unable to read dword from register 0x4 - i2cRead returns 3")));
+    EXPECT_THAT(lines(), ElementsAre(driverError("unable to read dword from register 0x4 - i2cRead returns 3")));
 }
 
 TEST_F(AuthChipDriverTest, AReadThatDeliversMoreThanAskedReturnsErrorI2CWritesOneLineAndLeavesTheOutput)
@@ -213,9 +214,9 @@ TEST_F(AuthChipDriverTest, AReadThatDeliversMoreThanAskedReturnsErrorI2CWritesOn
     EXPECT_EQ(0xee, byte);
     EXPECT_EQ(0xeeee, word);
     EXPECT_EQ(0xeeeeeeee, dword);
-    EXPECT_THAT(lines(), ElementsAre(error("unable to read byte from register 0x10 - i2cRead returns 2"),
-                                     error("unable to read word from register 0x30 - i2cRead returns 3"),
-                                     error("unable to read dword from register 0x4 - i2cRead returns 5")));
+    EXPECT_THAT(lines(), ElementsAre(driverError("unable to read byte from register 0x10 - i2cRead returns 2"),
+                                     driverError("unable to read word from register 0x30 - i2cRead returns 3"),
+                                     driverError("unable to read dword from register 0x4 - i2cRead returns 5")));
 }
 
 TEST_F(AuthChipDriverTest, TheLineOfAFailedReadShowsTheRegisterInHexadecimalAndTheResultInDecimal)
@@ -228,9 +229,9 @@ TEST_F(AuthChipDriverTest, TheLineOfAFailedReadShowsTheRegisterInHexadecimalAndT
     m_driver.readWord(0x2b, word);
     m_driver.readDWord(0x3c, dword);
 
-    EXPECT_THAT(lines(), ElementsAre(error("unable to read byte from register 0x1a - i2cRead returns 10"),
-                                     error("unable to read word from register 0x2b - i2cRead returns 11"),
-                                     error("unable to read dword from register 0x3c - i2cRead returns 12")));
+    EXPECT_THAT(lines(), ElementsAre(driverError("unable to read byte from register 0x1a - i2cRead returns 10"),
+                                     driverError("unable to read word from register 0x2b - i2cRead returns 11"),
+                                     driverError("unable to read dword from register 0x3c - i2cRead returns 12")));
 }
 
 /// A bus that records the content of the buffer for a byte, and reports that one byte was read.
@@ -270,7 +271,7 @@ TEST_F(AuthChipDriverTest, AReadWhoseRegisterIsRefusedReturnsErrorI2CAndTheLineS
     U16 value = 0xeeee;
 
     EXPECT_EQ(ErrorI2C, m_driver.readWord(0x30, value));
-    EXPECT_THAT(lines(), ElementsAre(error("unable to read word from register 0x30 - i2cRead returns 0")));
+    EXPECT_THAT(lines(), ElementsAre(driverError("unable to read word from register 0x30 - i2cRead returns 0")));
 }
 
 // --- write helpers ---------------------------------------------------------------------------------------------------
@@ -327,9 +328,9 @@ TEST_F(AuthChipDriverTest, AWriteThatIsRefusedReturnsErrorI2CAndWritesOneLine)
     EXPECT_EQ(ErrorI2C, m_driver.writeByte(0x10, 1));
     EXPECT_EQ(ErrorI2C, m_driver.writeWord(0x20, 1));
     EXPECT_EQ(ErrorI2C, m_driver.writeDWord(0xab, 1));
-    EXPECT_THAT(lines(), ElementsAre(error("unable to write byte to register 0x10 - i2cWrite returns -2"),
-                                     error("unable to write word to register 0x20 - i2cWrite returns -2"),
-                                     error("unable to write dword to register 0xab - i2cWrite returns -2")));
+    EXPECT_THAT(lines(), ElementsAre(driverError("unable to write byte to register 0x10 - i2cWrite returns -2"),
+                                     driverError("unable to write word to register 0x20 - i2cWrite returns -2"),
+                                     driverError("unable to write dword to register 0xab - i2cWrite returns -2")));
 }
 
 TEST_F(AuthChipDriverTest, AWriteThatIsTakenInPartReturnsErrorI2C)
@@ -337,7 +338,7 @@ TEST_F(AuthChipDriverTest, AWriteThatIsTakenInPartReturnsErrorI2C)
     m_bus.takesOnly(0x20, 2);
 
     EXPECT_EQ(ErrorI2C, m_driver.writeWord(0x20, 1));
-    EXPECT_THAT(lines(), ElementsAre(error("unable to write word to register 0x20 - i2cWrite returns 1")));
+    EXPECT_THAT(lines(), ElementsAre(driverError("unable to write word to register 0x20 - i2cWrite returns 1")));
 }
 
 TEST_F(AuthChipDriverTest, AWriteOfWhichTheBusTakesMoreThanThereIsReturnsErrorI2CAndWritesOneLine)
@@ -349,9 +350,9 @@ TEST_F(AuthChipDriverTest, AWriteOfWhichTheBusTakesMoreThanThereIsReturnsErrorI2
     m_bus.answersWrites(std::vector<int>(100, 6));
     EXPECT_EQ(ErrorI2C, m_driver.writeDWord(0x21, 1));
 
-    EXPECT_THAT(lines(), ElementsAre(error("unable to write byte to register 0x10 - i2cWrite returns 2"),
-                                     error("unable to write word to register 0x20 - i2cWrite returns 3"),
-                                     error("unable to write dword to register 0x21 - i2cWrite returns 5")));
+    EXPECT_THAT(lines(), ElementsAre(driverError("unable to write byte to register 0x10 - i2cWrite returns 2"),
+                                     driverError("unable to write word to register 0x20 - i2cWrite returns 3"),
+                                     driverError("unable to write dword to register 0x21 - i2cWrite returns 5")));
 }
 
 using AuthChipDriverDeathTest = AuthChipDriverTest;
@@ -379,8 +380,8 @@ TEST_F(AuthChipDriverTest, ARegisterAbove255UsesItsLowEightBitsOnTheBusAndIsPrin
 
     EXPECT_EQ(repeated(100, "write ab; sleep 10000") + "; " + repeated(100, "write 10 01; sleep 10000"),
               m_bus.conversation());
-    EXPECT_THAT(lines(), ElementsAre(error("unable to read byte from register 0x1ab - i2cRead returns 0"),
-                                     error("unable to write byte to register 0xff10 - i2cWrite returns -2")));
+    EXPECT_THAT(lines(), ElementsAre(driverError("unable to read byte from register 0x1ab - i2cRead returns 0"),
+                                     driverError("unable to write byte to register 0xff10 - i2cWrite returns -2")));
 }
 
 TEST_F(AuthChipDriverTest, TheHelpersTakeNoTransaction)

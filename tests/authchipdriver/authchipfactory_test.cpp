@@ -26,7 +26,7 @@ std::string info(const std::string& message)
     return consoleLine("DbgInfo", "authchipfactory", message);
 }
 
-std::string error(const std::string& message)
+std::string factoryError(const std::string& message)
 {
     return consoleLine("DbgError", "authchipfactory", message);
 }
@@ -71,22 +71,24 @@ TEST_F(AuthChipFactoryTest, DeviceVersion1YieldsNoDriverAndIsNotYetSupported)
 {
     EXPECT_EQ(nullptr, detect(1));
     EXPECT_EQ(kDetection, m_bus.conversation());
-    EXPECT_THAT(consoleLines(), ElementsAre(error("Authentication chip driver version 1.0 is not yet supported")));
+    EXPECT_THAT(consoleLines(),
+                ElementsAre(factoryError("Authentication chip driver version 1.0 is not yet supported")));
 }
 
 TEST_F(AuthChipFactoryTest, DeviceVersion2YieldsNoDriverAndIsNotYetSupported)
 {
     EXPECT_EQ(nullptr, detect(2));
     EXPECT_EQ(kDetection, m_bus.conversation());
-    EXPECT_THAT(consoleLines(), ElementsAre(error("Authentication chip driver version 2.0A is not yet supported")));
+    EXPECT_THAT(consoleLines(),
+                ElementsAre(factoryError("Authentication chip driver version 2.0A is not yet supported")));
 }
 
 TEST_F(AuthChipFactoryTest, DeviceVersions4And6AreReportedAsUnknownNotAsUnsupported)
 {
     EXPECT_EQ(nullptr, detect(4));
     EXPECT_EQ(nullptr, detect(6));
-    EXPECT_THAT(consoleLines(), ElementsAre(error("Unknown authentication chip driver version: 4"),
-                                            error("Unknown authentication chip driver version: 6")));
+    EXPECT_THAT(consoleLines(), ElementsAre(factoryError("Unknown authentication chip driver version: 4"),
+                                            factoryError("Unknown authentication chip driver version: 6")));
 }
 
 TEST_F(AuthChipFactoryTest, EveryOtherDeviceVersionIsUnknownAndItsLineShowsTheNumber)
@@ -96,7 +98,7 @@ TEST_F(AuthChipFactoryTest, EveryOtherDeviceVersionIsUnknownAndItsLineShowsTheNu
         if ((version >= 1 && version <= 3) || version == 5 || version == 7)
             continue;
         EXPECT_EQ(nullptr, detect(static_cast<U8>(version)));
-        expected.push_back(error("Unknown authentication chip driver version: " + std::to_string(version)));
+        expected.push_back(factoryError("Unknown authentication chip driver version: " + std::to_string(version)));
     }
 
     EXPECT_EQ(expected, consoleLines());
@@ -199,7 +201,7 @@ TEST_F(AuthChipFactoryTest, TheInfoLineIsWrittenAfterASuccessfulReadAndBeforeThe
     EXPECT_THAT(m_journal.all(),
                 ElementsAre("open /dev/i2c-7", "select 2a", "lock", "write 00", "read 1",
                             info("Authentication chip driver version: 2"),
-                            error("Authentication chip driver version 2.0A is not yet supported"), "unlock"));
+                            factoryError("Authentication chip driver version 2.0A is not yet supported"), "unlock"));
 }
 
 TEST_F(AuthChipFactoryTest, TheInfoLineShowsTheNumberInDecimal)

@@ -24,7 +24,7 @@ std::string trace(const std::string& message)
     return consoleLine("DbgTrace", "i2c_linuxdev", message);
 }
 
-std::string error(const std::string& message)
+std::string nodeError(const std::string& message)
 {
     return consoleLine("DbgError", "i2c_linuxdev", message);
 }
@@ -69,7 +69,7 @@ TEST_F(I2cInitTest, OnANodeThatDoesNotExistReturns1WithALine)
     m_bus.refusesToOpen(ENOENT);
 
     EXPECT_EQ(1, i2cInit(FakeBus::kDevice, FakeBus::kAddress));
-    EXPECT_THAT(m_journal.all(), ElementsAre("open /dev/i2c-7", error("Unable to open /dev/i2c-7")));
+    EXPECT_THAT(m_journal.all(), ElementsAre("open /dev/i2c-7", nodeError("Unable to open /dev/i2c-7")));
     EXPECT_EQ(ENOENT, errno);
 }
 
@@ -79,7 +79,7 @@ TEST_F(I2cInitTest, OnAnAddressThatTheIoctlRefusesReturns1WithALineAndClosesTheN
 
     EXPECT_EQ(1, i2cInit(FakeBus::kDevice, 0xAB));
     EXPECT_THAT(m_journal.all(),
-                ElementsAre("open /dev/i2c-7", "select ab", error("Unable to select address 0xab"), "close"));
+                ElementsAre("open /dev/i2c-7", "select ab", nodeError("Unable to select address 0xab"), "close"));
     EXPECT_THAT(m_bus.openDescriptors(), IsEmpty());
     EXPECT_EQ(EBUSY, errno);
 }
@@ -98,7 +98,7 @@ TEST_F(I2cInitTest, TakesEveryNegativeResultOfOpenForARefusal)
     m_bus.answersOpen(-2);
 
     EXPECT_EQ(1, i2cInit(FakeBus::kDevice, FakeBus::kAddress));
-    EXPECT_THAT(m_journal.all(), ElementsAre("open /dev/i2c-7", error("Unable to open /dev/i2c-7")));
+    EXPECT_THAT(m_journal.all(), ElementsAre("open /dev/i2c-7", nodeError("Unable to open /dev/i2c-7")));
 }
 
 TEST_F(I2cInitTest, TakesEveryResultOfTheIoctlThatIsNotNegativeForConsent)
@@ -115,7 +115,7 @@ TEST_F(I2cInitTest, TakesEveryNegativeResultOfTheIoctlForARefusal)
 
     EXPECT_EQ(1, i2cInit(FakeBus::kDevice, FakeBus::kAddress));
     EXPECT_THAT(m_journal.all(),
-                ElementsAre("open /dev/i2c-7", "select 2a", error("Unable to select address 0x2a"), "close"));
+                ElementsAre("open /dev/i2c-7", "select 2a", nodeError("Unable to select address 0x2a"), "close"));
 }
 
 TEST_F(I2cInitTest, PrintsANegativeAddressInHexadecimalAndReturnsToDecimal)
@@ -124,7 +124,8 @@ TEST_F(I2cInitTest, PrintsANegativeAddressInHexadecimalAndReturnsToDecimal)
     i2cInit(FakeBus::kDevice, -1);
     std::cout << 16 << std::endl;
 
-    EXPECT_THAT(m_journal.only(Journal::Kind::Line), ElementsAre(error("Unable to select address 0xffffffff"), "16"));
+    EXPECT_THAT(m_journal.only(Journal::Kind::Line),
+                ElementsAre(nodeError("Unable to select address 0xffffffff"), "16"));
 }
 
 TEST_F(I2cInitTest, CalledTwiceWithoutI2cCloseLeavesTheFirstDescriptorOpenAndUsesTheSecond)

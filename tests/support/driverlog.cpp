@@ -10,7 +10,7 @@ namespace {
 
 DriverLog* g_current = nullptr; // answers the hook
 
-std::string nameOf(log4cplus::LogLevel level)
+std::string nameOfLevel(log4cplus::LogLevel level)
 {
     return log4cplus::getLogLevelManager().toString(level);
 }
@@ -83,7 +83,7 @@ void DriverLog::take(const log4cplus::spi::InternalLoggingEvent& event)
         return;
     m_records.push_back(
         {event.getLogLevel(), event.getMessage(), event.getFunction(), event.getFile(), event.getLine()});
-    m_journal.add(Journal::Kind::Line, nameOf(event.getLogLevel()) + " " + event.getMessage());
+    m_journal.add(Journal::Kind::Line, nameOfLevel(event.getLogLevel()) + " " + event.getMessage());
 }
 
 } // namespace testsupport

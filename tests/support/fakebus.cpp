@@ -14,8 +14,6 @@ namespace testsupport {
 
 namespace {
 
-constexpr std::size_t kPageSize = 128;
-
 /// The kernel refuses such counts; negative lengths arrive as them.
 bool isTooLarge(std::size_t count)
 {
@@ -92,7 +90,7 @@ FakeBus& FakeBus::holdsCertificate(const Bytes& certificate)
 {
     holds(0x30, {static_cast<U8>(certificate.size() >> 8U), static_cast<U8>(certificate.size())});
     U8 reg = 0x31;
-    for (std::size_t start = 0; start < certificate.size(); start += kPageSize) {
+    for (std::size_t start = 0; start < certificate.size(); start += std::size_t{kPageSize}) {
         const auto end = std::min(start + kPageSize, certificate.size());
         holds(reg++, Bytes(certificate.begin() + static_cast<std::ptrdiff_t>(start),
                            certificate.begin() + static_cast<std::ptrdiff_t>(end)));

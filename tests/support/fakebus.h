@@ -21,6 +21,8 @@ namespace testsupport {
 
 using VorelKestrel::Bytes;
 
+constexpr int kPageSize = 128; // of the certificate, in bytes
+
 /**
  * The bus of all tests: an i2c-dev node with one chip behind it, a clock that never sleeps, and the system-wide lock.
  * It answers the library's system calls and writes each of them into the journal:

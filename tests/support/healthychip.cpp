@@ -10,8 +10,6 @@ namespace {
 
 using U8 = VorelKestrel::AL::U8;
 
-constexpr int kPageSize = 128;
-
 template<typename Device>
 void arrange(Device& device, bool protocol30)
 {

@@ -23,7 +23,7 @@ constexpr int kFailed = 1;
     _exit(action([] { syscall(kMarker); }) ? 0 : kFailed);
 }
 
-std::string nameOf(unsigned long long number)
+std::string nameOfCall(unsigned long long number)
 {
     switch (number) {
     case SYS_read:
@@ -55,7 +55,7 @@ std::vector<std::string> trace(pid_t child, int& status)
             if (static_cast<long>(info.entry.nr) == kMarker)
                 between = !between;
             else if (between)
-                calls.push_back(nameOf(info.entry.nr));
+                calls.push_back(nameOfCall(info.entry.nr));
         }
         ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
         waitpid(child, &status, 0);

@@ -25,7 +25,7 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-using ContextPointer = OpensslPointer<X509_STORE_CTX, X509_STORE_CTX_free>;
+using StoreContextPointer = OpensslPointer<X509_STORE_CTX, X509_STORE_CTX_free>;
 using CrlPointer = OpensslPointer<X509_CRL, X509_CRL_free>;
 using X509Pointer = OpensslPointer<X509, X509_free>;
 
@@ -469,7 +469,7 @@ Trust::Trust(TrustOptions options) : m_options(std::move(options)), m_store(X509
 TrustReport Trust::examine(const Certificate& certificate) const
 {
     const Companions companions(certificate);
-    const ContextPointer context(X509_STORE_CTX_new());
+    const StoreContextPointer context(X509_STORE_CTX_new());
     if (!context || X509_STORE_CTX_init(context.get(), m_store.get(), certificate.x509(), companions.get()) != 1)
         throw std::bad_alloc();
     setTerms(context.get(), m_options);

@@ -18,7 +18,7 @@ namespace VorelKestrel::Tool {
 
 namespace {
 
-using ContextPointer = OpensslPointer<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
+using KeyContextPointer = OpensslPointer<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
 using DigestPointer = OpensslPointer<EVP_MD, EVP_MD_free>;
 using GroupPointer = OpensslPointer<EC_GROUP, EC_GROUP_free>;
 using NumberPointer = OpensslPointer<BIGNUM, BN_free>;
@@ -60,7 +60,7 @@ Bytes inDer(const Bytes& rThenS)
 
 bool matches(const Generation& generation, EVP_PKEY* key, const Bytes& challenge, const Bytes& signature)
 {
-    const ContextPointer context(EVP_PKEY_CTX_new(key, nullptr));
+    const KeyContextPointer context(EVP_PKEY_CTX_new(key, nullptr));
     const DigestPointer digest(EVP_MD_fetch(nullptr, generation.digest, nullptr));
     if (!context || !digest)
         throw std::bad_alloc();
@@ -128,7 +128,7 @@ bool isOutOfRange(const Generation& generation, const EVP_PKEY* key, const Bytes
 /// Whether the RSA key has signed something: what it was shows only to its public key.
 bool isOverAnyChallenge(const Generation& generation, EVP_PKEY* key, const Bytes& signature)
 {
-    const ContextPointer context(EVP_PKEY_CTX_new(key, nullptr));
+    const KeyContextPointer context(EVP_PKEY_CTX_new(key, nullptr));
     const DigestPointer digest(EVP_MD_fetch(nullptr, generation.digest, nullptr));
     if (!context || !digest)
         throw std::bad_alloc();

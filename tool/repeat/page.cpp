@@ -187,7 +187,7 @@ std::string plotOf(const Histogram& times)
            plot.html();
 }
 
-void addRow(std::ostream& page, const Step& step)
+void addRow(std::ostream& page, const StepFigures& step)
 {
     page << "<tr><td>" << inHtml(step.name) << "</td><td>" << step.calls << "</td><td>" << step.refused << "</td><td>"
          << step.retries << "</td>";
@@ -215,10 +215,10 @@ void addSteps(std::ostream& page, const Tally& tally)
     for (const Quantile& quantile : kQuantiles)
         page << "<th>" << quantile.label << "</th>";
     page << "<th>longest</th></tr>\n";
-    for (const Step* step : tally.steps())
+    for (const StepFigures* step : tally.steps())
         addRow(page, *step);
     page << "</table></div>\n<h2>Times</h2>\n" << note("The axes are logarithmic.");
-    for (const Step* step : tally.steps()) {
+    for (const StepFigures* step : tally.steps()) {
         if (step->times.count() > 0)
             page << "<h3>" << inHtml(step->name) << "</h3>\n" << plotOf(step->times);
     }

@@ -28,7 +28,7 @@ void printHead(std::ostream& out)
     out << std::setw(kTimeWidth) << "longest" << '\n';
 }
 
-void print(std::ostream& out, const Step& step)
+void print(std::ostream& out, const StepFigures& step)
 {
     out << std::left << std::setw(kLabelWidth) << step.name << std::right;
     for (const std::uint64_t count : {step.calls, step.refused, step.retries})
@@ -38,7 +38,7 @@ void print(std::ostream& out, const Step& step)
     out << std::setw(kTimeWidth) << inMilliseconds(step.times.longest()) << '\n';
 }
 
-nlohmann::ordered_json jsonOf(const Step& step)
+nlohmann::ordered_json jsonOf(const StepFigures& step)
 {
     nlohmann::ordered_json json = {{"name", step.name},
                                    {"calls", step.calls},
@@ -62,14 +62,14 @@ void printTable(const Tally& tally, std::ostream& out)
         printCount(out, "  " + cause, count);
     out << '\n';
     printHead(out);
-    for (const Step* step : tally.steps())
+    for (const StepFigures* step : tally.steps())
         print(out, *step);
 }
 
 nlohmann::ordered_json jsonOf(const Tally& tally)
 {
     auto steps = nlohmann::ordered_json::array();
-    for (const Step* step : tally.steps())
+    for (const StepFigures* step : tally.steps())
         steps.push_back(jsonOf(*step));
     auto causes = nlohmann::ordered_json::object();
     for (const auto& [cause, count] : tally.causes())

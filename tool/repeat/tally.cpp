@@ -5,7 +5,7 @@
 namespace VorelKestrel::Tool {
 namespace {
 
-void addTo(Step& step, std::chrono::nanoseconds time)
+void addTo(StepFigures& step, std::chrono::nanoseconds time)
 {
     ++step.calls;
     step.times.add(time);
@@ -19,7 +19,7 @@ void Tally::add(const Attempt& attempt)
         ++m_causes[attempt.cause];
     auto rest = attempt.time;
     for (const OperationFigures& call : attempt.operations) {
-        Step& step = stepOf(call.operation);
+        StepFigures& step = stepOf(call.operation);
         addTo(step, call.time);
         step.refused += static_cast<std::uint64_t>(call.refused);
         step.retries += static_cast<std::uint64_t>(call.retries);
@@ -40,9 +40,9 @@ std::uint64_t Tally::failures() const
     return sum;
 }
 
-std::vector<const Step*> Tally::steps() const
+std::vector<const StepFigures*> Tally::steps() const
 {
-    std::vector<const Step*> steps;
+    std::vector<const StepFigures*> steps;
     for (const auto& step : m_operations)
         steps.push_back(step.get());
     steps.push_back(&m_rest);
@@ -50,13 +50,13 @@ std::vector<const Step*> Tally::steps() const
     return steps;
 }
 
-Step& Tally::stepOf(const std::string& operation)
+StepFigures& Tally::stepOf(const std::string& operation)
 {
     const auto found = std::find_if(m_operations.begin(), m_operations.end(),
                                     [&](const auto& step) { return step->name == operation; });
     if (found != m_operations.end())
         return **found;
-    m_operations.push_back(std::make_unique<Step>());
+    m_operations.push_back(std::make_unique<StepFigures>());
     m_operations.back()->name = operation;
     return *m_operations.back();
 }

@@ -23,7 +23,7 @@ struct Attempt
 };
 
 /// Times and bus figures of one step, over all attempts.
-struct Step
+struct StepFigures
 {
     std::string name; // an operation, kRest (the tool itself) or kWhole (the whole attempt)
     std::uint64_t calls = 0;
@@ -47,17 +47,17 @@ public:
     std::uint64_t successes() const { return attempts() - failures(); }
     const std::map<std::string, std::uint64_t>& causes() const { return m_causes; }
     /// The operations in the order of their first calls, then kRest and kWhole.
-    std::vector<const Step*> steps() const;
+    std::vector<const StepFigures*> steps() const;
     const Timeline& timeline() const { return m_timeline; }
     std::chrono::nanoseconds time() const { return m_time; }
 
 private:
-    Step& stepOf(const std::string& operation);
+    StepFigures& stepOf(const std::string& operation);
 
     std::map<std::string, std::uint64_t> m_causes;
-    std::vector<std::unique_ptr<Step>> m_operations;
-    Step m_rest{kRest};
-    Step m_whole{kWhole};
+    std::vector<std::unique_ptr<StepFigures>> m_operations;
+    StepFigures m_rest{kRest};
+    StepFigures m_whole{kWhole};
     Timeline m_timeline;
     std::chrono::nanoseconds m_time{0}; // from the start of the run to the end of the last attempt
 };

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/simulator/address.h"
 #include "tests/simulator/bus/recordingbus.h"
 
 using namespace VorelKestrel;
@@ -10,8 +11,6 @@ using namespace std::chrono_literals;
 using VorelKestrel::AL::U8;
 
 namespace {
-
-constexpr unsigned kAddress = 0x2a;
 
 class FaultyBusTest : public testing::Test
 {

@@ -86,11 +86,11 @@ public:
 
 class EachGeneration : public testing::TestWithParam<U8>
 {};
-std::string nameOf(const testing::TestParamInfo<U8>& version)
+std::string nameOfGeneration(const testing::TestParamInfo<U8>& version)
 {
     return version.param == 3 ? "Protocol20B" : "Protocol30";
 }
-INSTANTIATE_TEST_SUITE_P(Generations, EachGeneration, testing::Values(U8{3}, U8{7}), nameOf);
+INSTANTIATE_TEST_SUITE_P(Generations, EachGeneration, testing::Values(U8{3}, U8{7}), nameOfGeneration);
 
 TEST(SimulatedChipTest, ReadsItsIdentityFromTheFirstRegisters)
 {

@@ -8,14 +8,13 @@
 #include "simulator/node/i2cdevnode.h"
 #include "simulator/replay/replayedregisters.h"
 #include "tests/capture/records.h"
+#include "tests/simulator/address.h"
 
 using namespace VorelKestrel;
 using namespace VorelKestrel::Simulator;
 using testing::HasSubstr;
 
 namespace {
-
-constexpr unsigned kAddress = 0x2a;
 
 /// A recording, and a bus on which it happens again.
 class ReplayTest : public testing::Test

@@ -16,6 +16,7 @@
 #include "simulator/node/fronterror.h"
 #include "simulator/node/i2cdevnode.h"
 #include "simulator/simulation.h"
+#include "tests/simulator/address.h"
 #include "tests/simulator/chip/testcredentials.h"
 #include "tests/simulator/usb/usbipclient.h"
 
@@ -25,7 +26,6 @@ using VorelKestrel::AL::U8;
 
 namespace {
 
-constexpr unsigned kAddress = 0x2a;
 constexpr unsigned kRead = 1; // the I2C flag of a message from the chip
 
 SimulationSettings quietSettings()

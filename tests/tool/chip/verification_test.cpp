@@ -173,13 +173,13 @@ TEST_P(VerificationTest, FindsAKeyThatCannotBeUsed)
 const auto kBothGenerations = testing::Values(Keys{&kGeneration20B, "chip20b.key", "chip30.key"},
                                               Keys{&kGeneration30, "chip30.key", "chip20b.key"});
 
-std::string nameOf(const testing::TestParamInfo<Keys>& keys)
+std::string protocolOf(const testing::TestParamInfo<Keys>& keys)
 {
     return keys.param.generation == &kGeneration20B ? "Protocol20B" : "Protocol30";
 }
 
-INSTANTIATE_TEST_SUITE_P(Generations, VerificationTest, kBothGenerations, nameOf);
-INSTANTIATE_TEST_SUITE_P(Generations, SecondSignatureTest, kBothGenerations, nameOf);
+INSTANTIATE_TEST_SUITE_P(Generations, VerificationTest, kBothGenerations, protocolOf);
+INSTANTIATE_TEST_SUITE_P(Generations, SecondSignatureTest, kBothGenerations, protocolOf);
 
 TEST(VerificationCurveTest, FindsAKeyOnAnotherCurve)
 {

@@ -9,7 +9,11 @@ else()
     # Other projects have other warnings, and compilers that did not exist when this was written.
     set(CMAKE_COMPILE_WARNING_AS_ERROR OFF)
     target_compile_options(authchipdriver_options INTERFACE -Wno-error)
-    set(CMAKE_UNITY_BUILD OFF) # the two version drivers use the same names
+    set(CMAKE_UNITY_BUILD OFF) # names of two sources of a parent's may be the same, ours must not depend on that
+endif()
+if(CMAKE_UNITY_BUILD)
+    # Among others, g++ takes a source for a header, which others include as well.
+    target_compile_options(authchipdriver_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
 endif()
 target_compile_options(authchipdriver_options INTERFACE
     -UNDEBUG                                  # the assertions are behaviour, in every build type

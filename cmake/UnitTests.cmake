@@ -36,6 +36,7 @@ function(add_apart_test)
         list(PREPEND arg_COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${program}>)
     endif()
     add_test(NAME ${arg_NAME} COMMAND ${apart} ${arg_ENVIRONMENT} ${arg_COMMAND})
+    set_tests_properties(${arg_NAME} PROPERTIES COST 1) # may wait for seconds: before the unit tests, which fill the gaps
 endfunction()
 
 # add_unit_tests(NAME [SHARES_LOCKS] SOURCES file... LIBRARIES target... [NOT_EMULATED filter]): a GoogleTest program of

@@ -27,7 +27,6 @@ from reviewed import Reviewed, identities
 from workshop import Bench, Recipe, Workshop, digest, users_of
 
 ROOT = Path(__file__).resolve().parent.parent.parent
-BUILD = ROOT / "build" / "dev"
 KEPT = ROOT / "build" / "mutants"  # from run to run
 
 ENOUGH_OF_PROGRAMS = 0.95  # of their mutants; of the library's, all are to be noticed
@@ -143,7 +142,7 @@ class Run:
         self.recipe = recipe
         self.options = options
         self.bench = Bench(recipe, scratch / "bench")
-        self.tests = judge.Tests(ROOT, BUILD, recipe, "dev")
+        self.tests = judge.Tests(ROOT, recipe.build, recipe, recipe.product.preset)
         self.workshops = []
         for number in range(options.jobs):
             folder = scratch / ("w%d" % number)
@@ -318,19 +317,29 @@ def look_further(run, survivors, report, scratch):
         print("%s\n    noticed by: %s" % (described(mutant, report.names[mutant]), means), flush=True)
 
 
+def build(presets, options):
+    subprocess.run([str(ROOT / "scripts" / "setup"), "build"], check=True)
+    for preset in presets:
+        for command in (["cmake", "--preset", preset], ["cmake", "--build", "--preset", preset]):
+            done = subprocess.run(command, cwd=ROOT, check=False, text=True, stderr=subprocess.STDOUT,
+                                  stdout=sys.stderr if options.progress else subprocess.PIPE)
+            if done.returncode != 0:
+                sys.exit(done.stdout or 1)
+
+
 def main():
     options = options_of(sys.argv[1:])
     if options.list_operators:
         for name, what in OPERATORS.items():
             print("%-12s %s" % (name, what))
         return 0
-    if not options.no_build:
-        subprocess.run([str(ROOT / "scripts" / "build"), "--progress" if options.progress else "--no-progress"],
-                       check=True)
     products = PROGRAMS if options.programs else (LIBRARY,)
+    made = (LIBRARY, *PROGRAMS) if options.page else products
+    if not options.no_build:
+        build({product.preset for product in made}, options)
     results = Results(KEPT / "results.json")
     if options.page:
-        return write_page([Mutants(product, results) for product in (LIBRARY, *PROGRAMS)], results)
+        return write_page([Mutants(product, results) for product in made], results)
     status, some = 0, False
     for product in products:
         mutants = Mutants(product, results)
@@ -356,7 +365,7 @@ class Mutants:
     def __init__(self, product, results):
         self.product = product
         self.results = results
-        self.recipe = Recipe(ROOT, BUILD, product)
+        self.recipe = Recipe(ROOT, ROOT / "build" / product.preset, product)
         self.every = all_mutants(self.recipe)
         self.names = identities(self.every)
         self.reviewed = Reviewed(ROOT / "tests" / "mutants" / "unobservable.txt")

@@ -1,19 +1,20 @@
 """What scripts/mutate can change: the library, or a part of the tool or of the simulator."""
 from collections import namedtuple
 
-# files: what is linked, as the build knows it, each with what marks its linker's command among those of the target;
-# sources: globs from the root of the tree; headers: those globs stand for private headers, too; tests: the folders of
-# tests/ that judge.
-Product = namedtuple("Product", "name title files sources headers tests")
+# preset: whose build folder has a compiler's command for each source; files: what is linked, as the build knows it, each
+# with what marks its linker's command among those of the target; sources: globs from the root of the tree; headers: those
+# globs stand for private headers, too; tests: the folders of tests/ that judge.
+Product = namedtuple("Product", "name title preset files sources headers tests")
 
-LIBRARY = Product("library", "The library", {"authchipdriver/all": "-soname"}, ("abstractionlibrary/*", "authchipdriver/*"),
-                  True, ("abstractionlibrary", "authchipdriver", "binaryinterface", "exclusion", "loading"))
+LIBRARY = Product("library", "The library", "dev", {"authchipdriver/all": "-soname"},
+                  ("abstractionlibrary/*", "authchipdriver/*"), True,
+                  ("abstractionlibrary", "authchipdriver", "binaryinterface", "exclusion", "loading"))
 
 TOOL = ("tool/authchip", "tool/libauthchip-chip.so", "tool/libauthchip-verify.so")
 
 
 def programs(name, title, files, tests, *sources):
-    return Product(name, title, {file: " -o " + file + " " for file in files}, sources, False, tests)
+    return Product(name, title, "separate", {file: " -o " + file + " " for file in files}, sources, False, tests)
 
 
 # The decision code: what says "authentic", names a cause, judges the lock, or is the chip.

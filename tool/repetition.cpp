@@ -1,8 +1,6 @@
 #include "tool/repetition.h"
 
 #include <cerrno>
-#include <cstdio>
-#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <thread>
@@ -19,6 +17,7 @@
 #include "tool/report/duration.h"
 #include "tool/report/failure.h"
 #include "tool/report/report.h"
+#include "tool/report/utctime.h"
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -33,14 +32,8 @@ constexpr auto kShortest = std::chrono::milliseconds(1);
 std::string timeOfDay()
 {
     const auto now = std::chrono::system_clock::now();
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
     const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    char text[32];
-    const std::size_t length = std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text + length, sizeof(text) - length, ".%03dZ", static_cast<int>(rest));
-    return text;
+    return dateAndTime(std::chrono::system_clock::to_time_t(now)) + "." + std::to_string(1000 + rest).substr(1) + "Z";
 }
 
 constexpr char kClear[] = "\r\x1b[K";
@@ -71,7 +64,7 @@ void Progress::clear()
 
 Repetition::Repetition(const CommandLine& line, const CommandContext& context)
     : m_line(line), m_context(context), m_quietly(context.options), m_beginTime(timeOfDay()),
-      m_looksAtNode(isThere(context.options.location.device))
+      m_looksAtNode(isNodeThere(context.options.location.device))
 {
     m_quietly.json = false;
     m_quietly.stats = false; // the summary shows them
@@ -154,7 +147,7 @@ void Repetition::count(const Attempt& attempt)
 void Repetition::tellIfTheNodeIsGone()
 {
     const std::string& device = m_context.options.location.device;
-    if (!m_looksAtNode || isThere(device))
+    if (!m_looksAtNode || isNodeThere(device))
         return;
     m_looksAtNode = false;
     m_progress.clear();

@@ -15,6 +15,7 @@
 
 #include "common/hex.h"
 #include "common/opensslpointer.h"
+#include "tool/report/utctime.h"
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -113,11 +114,8 @@ std::string contentOf(BIO* bio)
 
 std::string timeAsText(const ASN1_TIME* time)
 {
-    std::tm parts{};
-    char text[sizeof("2026-01-31T12:00:00Z")];
-    if (ASN1_TIME_to_tm(time, &parts) != 1 || std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts) == 0)
-        return "invalid";
-    return text;
+    std::tm utc{};
+    return ASN1_TIME_to_tm(time, &utc) == 1 ? dateAndTime(utc) + "Z" : "invalid";
 }
 
 } // namespace

@@ -17,7 +17,7 @@
 
 namespace VorelKestrel::Tool {
 
-bool isThere(const std::string& device)
+bool isNodeThere(const std::string& device)
 {
     struct stat node = {};
     if (stat(device.c_str(), &node) != 0)

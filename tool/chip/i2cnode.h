@@ -11,7 +11,7 @@
 namespace VorelKestrel::Tool {
 
 /// Whether the node and its bus exist. On a static /dev the node stays when the bus is gone.
-bool isThere(const std::string& device);
+bool isNodeThere(const std::string& device);
 /// Opens the node. If the system refuses, the result is -1 and errno is set.
 ScopedDescriptor openNode(const std::string& device);
 /// Returns false and sets errno if the system refuses.

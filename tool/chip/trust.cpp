@@ -21,6 +21,7 @@
 #include "tool/chip/knowncontent.h"
 #include "tool/report/failure.h"
 #include "tool/report/filledin.h"
+#include "tool/report/utctime.h"
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -401,16 +402,6 @@ bool isSelfIssued(const Certificate& certificate)
     return X509_NAME_cmp(X509_get_subject_name(certificate.x509()), X509_get_issuer_name(certificate.x509())) == 0;
 }
 
-/// "2026-01-31T12:00:00Z"
-std::string timeAsText(std::time_t time)
-{
-    std::tm parts{};
-    gmtime_r(&time, &parts);
-    char text[32];
-    std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text;
-}
-
 /// Whether the dates fit; if they do not because of a clock that was never set, that is what is wrong.
 TrustCheck checkValidity(TrustReport& report, const Verdict& verdict, const TrustOptions& options,
                          const std::string& good)
@@ -419,7 +410,7 @@ TrustCheck checkValidity(TrustReport& report, const Verdict& verdict, const Trus
     const std::time_t now = options.clock(nullptr);
     report.isClockWrong = check.result == TrustCheck::Result::Failed && !options.at && now < kEarliestNow;
     if (report.isClockWrong) {
-        check.found += "; this board's clock says " + timeAsText(now) + ", which cannot be";
+        check.found += "; this board's clock says " + dateAndTime(now) + "Z, which cannot be";
         check.next = kTheClockIsWrong;
     }
     return check;

@@ -11,6 +11,7 @@
 #include "common/escaped.h"
 #include "common/preload.h"
 #include "tool/commands/arguments.h"
+#include "tool/commands/output.h"
 #include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
@@ -65,9 +66,7 @@ private:
         try {
             return {m_file, "authchip " AUTHCHIP_VERSION, preloadLibrary(CAPTURE_BUILT, CAPTURE_INSTALLED), m_redact};
         } catch (const Capture::CaptureFileError& error) {
-            throw Failure("no capture possible", "start the capture", error.what(),
-                          "Name a file that can be written, in a folder that exists.")
-                .withStatus(kOwnFailure);
+            throw Failure("no capture possible", "start the capture", error.what(), kNameAFile).withStatus(kOwnFailure);
         } catch (const PreloadError& error) {
             throw Failure("no capture possible", "start the capture", error.what(), "It is a part of authchip.")
                 .withStatus(kOwnFailure);

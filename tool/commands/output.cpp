@@ -27,8 +27,7 @@ Failure unwritable(const std::string& path)
     const int error = errno;
     const bool isFull = error == ENOSPC || error == EDQUOT;
     return {"file not written", "write " + path, describeSystemError(error),
-            isFull ? "Make room on that disk ('df' shows which is full), or name a file on another one."
-                   : "Name a file that can be written, in a folder that exists."};
+            isFull ? "Make room on that disk ('df' shows which is full), or name a file on another one." : kNameAFile};
 }
 
 void OutputOption::declare(Arguments& arguments, const char* description)

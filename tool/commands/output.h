@@ -11,6 +11,8 @@ namespace VorelKestrel::Tool {
 
 class Arguments;
 
+constexpr char kNameAFile[] = "Name a file that can be written, in a folder that exists.";
+
 /// Writes @p content into the file. Throws Failure.
 void storeFile(const std::string& path, const std::string& content);
 /// The failure to write a file, as errno tells it.

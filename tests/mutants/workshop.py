@@ -27,10 +27,14 @@ class Recipe:
         self.build = build
         self.product = product
         self.sources = {}  # name -> compiler with its options, but for optimisation, warnings and debug information
+        self.archives = {}  # name -> the archive that its object is in, if its target is one
         for entry in json.loads((build / "compile_commands.json").read_text()):
             source = Path(entry["file"])
             if source.is_relative_to(root) and self.changes(source.relative_to(root)):
-                self.sources[str(source.relative_to(root))] = self._options(shlex.split(entry["command"]), source)
+                words = shlex.split(entry["command"])
+                self.sources[str(source.relative_to(root))] = self._options(words, source)
+                folder, target = re.match(r"(.*)/CMakeFiles/([^/]+)\.dir/", words[words.index("-o") + 1]).groups()
+                self.archives[str(source.relative_to(root))] = "%s/lib%s.a" % (folder, target)
         self.links = [self._link(target, mark) for target, mark in product.files.items()]
         self.outputs = {}  # what the build calls a file of the product -> what it is called beside it
         for link in self.links:
@@ -162,7 +166,8 @@ class Workshop:
                 word = str(folder / self.recipe.outputs[word])
             words.append(word)
         # In front of all archives: what a program has in its own objects it does not take from these.
-        first = [str(compiled) for compiled in (*changed.values(), *more) if str(compiled) not in words]
+        from_archives = [compiled for source, compiled in changed.items() if self.recipe.archives[source] in words]
+        first = [str(compiled) for compiled in (*from_archives, *more)]
         run([words[0], *first, *words[1:], *self.bench.linker], cwd=self.recipe.build)
 
 

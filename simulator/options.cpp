@@ -372,6 +372,8 @@ private:
             intoRow("--read-limit", "BYTES", kWordMaximum,
                     "Deliver this many bytes of a read and fill the rest with 0xff, as some adapters do",
                     faults.readLimit),
+            intoRow("--gone-after", "N", kDoubleWordMaximum,
+                    "Answer N messages and then none, as a chip that loses its supply", faults.messagesLeft),
             {"--restart-while-signing", nullptr, "Restart at each start command, instead of signing",
              [this](const std::string&) { m_options.simulation.chip.restartsWhileSigning = true; }},
             {"--corrupt-signature", nullptr, "Flip a bit in every signature",

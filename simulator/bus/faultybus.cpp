@@ -38,7 +38,7 @@ Transfer FaultyBus::write(unsigned address, const AL::U8* data, std::size_t leng
 {
     if (const auto stopped = stuck())
         return *stopped;
-    if (strikeAtRandom(false) == Strike::Refuse)
+    if (isGone() || strikeAtRandom(false) == Strike::Refuse)
         return {Outcome::Refused, 0, fault(&Faults::error)};
     const std::optional<AL::U8> reg = length == 0 ? m_register : data[0];
     if (hits(reg, &Faults::refusedMessages))
@@ -53,6 +53,8 @@ Transfer FaultyBus::read(unsigned address, AL::U8* data, std::size_t length)
 {
     if (const auto stopped = stuck())
         return *stopped;
+    if (isGone())
+        return {Outcome::Refused, 0, fault(&Faults::error)};
     const Strike strike = strikeAtRandom(true);
     if (strike == Strike::Refuse)
         return {Outcome::Refused, 0, fault(&Faults::error)};
@@ -72,6 +74,18 @@ Transfer FaultyBus::read(unsigned address, AL::U8* data, std::size_t length)
 void FaultyBus::setTimeout(std::chrono::milliseconds timeout)
 {
     m_timeout = timeout;
+}
+
+/// Whether the chip is gone; counts the message down.
+bool FaultyBus::isGone()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_faults.messagesLeft)
+        return false;
+    if (*m_faults.messagesLeft == 0)
+        return true;
+    --*m_faults.messagesLeft;
+    return false;
 }
 
 /// Whether a counted fault hits this message; decrements its count.

@@ -35,6 +35,8 @@ struct Faults
     std::optional<unsigned> flippedChallengeBit;
     /// How many bytes of a read the adapter delivers; it fills the rest with 0xff and reports success. 0: all.
     std::size_t readLimit = 0;
+    /// How many more messages the chip answers before it is gone, as one that loses its supply; empty: all.
+    std::optional<unsigned> messagesLeft;
     bool corruptSignature = false; // one bit in the last byte of the response is flipped
     /// Set: nothing gets through, and every message times out after this time, the adapter's own timeout.
     std::optional<std::chrono::milliseconds> stuckTime;
@@ -74,6 +76,7 @@ private:
         const std::lock_guard<std::mutex> lock(m_mutex);
         return m_faults.*one;
     }
+    bool isGone();
     bool hits(std::optional<AL::U8> reg, int Faults::*count);
     std::optional<Transfer> stuck();
     enum class Strike

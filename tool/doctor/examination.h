@@ -50,6 +50,7 @@ struct Examination
     VersionAnswer answer;                    // the chip's
     const Generation* generation = nullptr;  // null: the library has no driver for the chip
     bool isShifted = false;                  // what is read arrives a bit early or late: no answer tells anything
+    bool isGone = false;                     // the chip answered, and answers no more
     std::optional<Certificate> certificate;  // none: it cannot be read
     std::chrono::nanoseconds timeOfAByte{0}; // the shortest, of long messages; 0: there was none
     Effort effort;                           // of all checks so far

@@ -25,6 +25,12 @@ constexpr char kLookAtTheSupply[] = "Look at the chip's supply while it signs, w
                                     "capacitors beside it, and a regulator that\n"
                                     "delivers enough. Then look at its reset line for glitches.";
 
+constexpr char kFindTheLoss[] = "Look at the chip's supply and its reset line, and for a loose contact. A regulator "
+                                "that no driver uses is switched\n"
+                                "off by the kernel about 30 seconds after boot, unless the device tree gives it "
+                                "'regulator-always-on'; 'dmesg' shows\n"
+                                "it (\"disabling\").";
+
 /// How often a silent chip is asked as patiently as the library asks, to tell one that is busy from one that is gone.
 constexpr int kRoundsOfAttempts = 4;
 
@@ -136,7 +142,7 @@ Finding Exchange::explainSilence()
                         " messages before it answered; the library gives up after " + std::to_string(kAttempts),
                     kAskTheMaker};
     }
-    return {"chip gone",
+    return {kChipGone,
             "since the start command the chip is gone: it refused each of " +
                 std::to_string(kRoundsOfAttempts * kAttempts) + " attempts",
             std::string("Switch the chip off and on. ") + kLookAtTheSupply};
@@ -193,10 +199,24 @@ void Exchange::write(std::uint8_t reg, const Bytes& data, const std::string& wha
         stop(access, reg, 0, "write " + what);
 }
 
-void Exchange::stop(const Access& access, std::uint8_t reg, std::size_t length, const std::string& tried) const
+/// Whether the chip refuses what every chip answers: its device version.
+bool Exchange::isGone()
+{
+    const Access access = m_bus.read(kRegisterDeviceVersion, 1);
+    return !access.registerTaken && isNoAnswer(Step::SetRegister, access.error);
+}
+
+void Exchange::stop(const Access& access, std::uint8_t reg, std::size_t length, const std::string& tried)
 {
     const std::string place = tried + " (" + named(reg) + "): ";
-    if (!access.registerTaken && isNoAnswer(Step::SetRegister, access.error))
+    const bool isRefused = isNoAnswer(Step::SetRegister, access.error);
+    if (isRefused && isGone())
+        throw ExchangeStopped({kChipGone,
+                               "cannot " + place + "the chip, which answered before, is gone: it no longer answers " +
+                                   named(kRegisterDeviceVersion) + " either, to each of " + std::to_string(kAttempts) +
+                                   " attempts",
+                               kFindTheLoss});
+    if (!access.registerTaken && isRefused)
         throw ExchangeStopped({"register refused",
                                "cannot " + place + "the chip, which answers otherwise, refused each of " +
                                    std::to_string(kAttempts) + " attempts",

@@ -13,6 +13,9 @@
 
 namespace VorelKestrel::Tool {
 
+/// The cause of a chip that answered, and answers no more.
+constexpr char kChipGone[] = "chip gone";
+
 /// An exchange with the chip ended early, for a reason that is a finding.
 class ExchangeStopped : public std::exception
 {
@@ -52,7 +55,8 @@ private:
     Finding explainSilence();
     bool hasForgottenTheChallenge(const Generation& generation);
     bool showsChallengeLength(std::size_t length);
-    [[noreturn]] void stop(const Access& access, std::uint8_t reg, std::size_t length, const std::string& tried) const;
+    bool isGone();
+    [[noreturn]] void stop(const Access& access, std::uint8_t reg, std::size_t length, const std::string& tried);
 
     Examination& m_examination;
     PatientBus m_bus;

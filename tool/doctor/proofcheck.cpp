@@ -103,6 +103,7 @@ std::vector<Finding> checkCertificate(Examination& examination)
             return {refused("message too long", explainReadLimit(*limit))};
         return examineAll(examination, stored, examination.effort.retries - retriesBefore);
     } catch (const ExchangeStopped& stopped) {
+        examination.isGone = std::string(stopped.finding().cause) == kChipGone;
         return {stopped.finding()};
     } catch (const Failure& failure) {
         examination.certificate.reset(); // it could not be examined
@@ -113,7 +114,7 @@ std::vector<Finding> checkCertificate(Examination& examination)
 
 std::vector<Finding> checkSignature(Examination& examination)
 {
-    if (!examination.signs || examination.isShifted)
+    if (!examination.signs || examination.isShifted || examination.isGone)
         return {skipped()};
     try {
         return {haveSigned(examination)};

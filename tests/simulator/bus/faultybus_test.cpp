@@ -221,6 +221,19 @@ TEST_F(FaultyBusTest, FillsWhatIsBehindTheLimitOfAReadWithOnes)
     EXPECT_EQ((Bytes{1, 2}), m_read);
 }
 
+TEST_F(FaultyBusTest, RefusesEveryMessageOfAChipThatIsGone)
+{
+    Faults faults;
+    faults.messagesLeft = 2;
+    m_bus.inject(faults);
+
+    EXPECT_EQ(Outcome::Done, write({0x00}));
+    EXPECT_EQ(Outcome::Done, m_bus.read(kAddress, m_read.data(), 0).outcome);
+    EXPECT_EQ(Outcome::Refused, m_bus.read(kAddress, m_read.data(), 0).outcome);
+    EXPECT_EQ(Outcome::Refused, write({0x00}));
+    EXPECT_EQ("write 2a 00; read 2a 0", m_next.conversation());
+}
+
 TEST_F(FaultyBusTest, TimesOutOnAStuckBusAfterItsTimeAndLetsNothingThrough)
 {
     Faults faults;

@@ -16,6 +16,7 @@ file_of() {
         StoredCertificateTest) echo chip/storedcertificate_test.cpp ;;
         SecondSignatureTest) echo chip/verification_test.cpp ;;
         LockObstacleTest) echo lock/locklimits_test.cpp ;;
+        HaltedProcessTest) echo lock/processes_test.cpp ;;
         captures/*) echo "../$1.txt" ;;
         *) echo "golden/$1.txt" ;;
     esac

@@ -47,7 +47,8 @@ normalised() {
         s/\Q$ENV{scratch}\E/SCRATCH/g;
         s/\b((?:semaphore +|[Ss]emaphore |ipcrm -s |semaphore":))\d+\b/$1NUMBER/g; # the first of a system has the number 0
         s/\b(last user +|[Pp]rocess |lastUser":)[1-9]\d*\b/$1NUMBER/g;
-        s/\bNUMBER \([\w-]+\)/NUMBER (NAME)/g;
+        s/\bNUMBER \([\w-]+([,)])/NUMBER (NAME$1/g;
+        s/\b(kill -(?:CONT|KILL) )\d+/$1NUMBER/g;
         s/\b0x51[0-9a-f]{6}\b/KEY/g;
         s/^(owner +)[\w-]+,/$1USER,/gm;
         s/\b(until )\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ/$1DATE/g;
@@ -71,11 +72,18 @@ while_held_in() {
     mkfifo "$TMPDIR/held"
     TMPDIR=$folder holder /dev/i2c-7 0x2a >"$TMPDIR/held" &
     read -r _ <"$TMPDIR/held"
+    [ -z "${stopping:-}" ] || stop_process $!
     "$@" || result=$?
     { kill -KILL $! && wait $!; } 2>/dev/null || true # nothing about it on standard error
     [ "$folder" = "$TMPDIR" ] || TMPDIR=$folder remove_lock
     return $result
 }
+stop_process() {
+    kill -STOP "$1"
+    until grep -q '^State:.T' "/proc/$1/status"; do sleep 0.05; done
+}
+# The same with a process that was stopped there, as by Ctrl-Z.
+while_stopped() { stopping=yes while_held "$@"; }
 # Makes an issuer (issuer.pem), and a chip's key and certificate of that issuer (chip.key, chip.pem) in $TMPDIR.
 make_pki() {
     {
@@ -169,7 +177,7 @@ interrupted_when_it_waits() {
     cat "$TMPDIR/told" >&2
     return $result
 }
-export -f make_pki lock_number remove_lock key_file set_tokens while_held while_held_in nobody as_nobody without_proc
+export -f make_pki lock_number remove_lock key_file set_tokens while_held while_held_in while_stopped stop_process nobody as_nobody without_proc
 export -f with_a_tiny_disk with_a_disk_of in_a_container beside_a_seed without_semaphores interrupted_when_it_waits
 export -f verify_recorded revoke in_a_private_tmp
 export -f as_root_of_a_container as_root_without_rights

@@ -10,8 +10,8 @@ namespace VorelKestrel::Tool {
 namespace {
 
 /// In the texts, {semaphore} is the semaphore's number, {rights} its owner, group and mode, {value} how many tokens it
-/// has, {lastUser} the process that changed it last, {waiting} how many wait for a token, and {howToShare} what
-/// howToShare() says.
+/// has, {lastUser} the process that changed it last, {waiting} how many wait for a token, and {howToShare} and
+/// {howToEnd} what the functions of these names say.
 struct Condition
 {
     LockCondition condition;
@@ -32,8 +32,7 @@ constexpr Condition kConditions[] = {
      "Semaphore {semaphore} already exists and belongs to {rights}", "Run as root."},
     {LockCondition::Free, "free", "free", nullptr, "", "", "", ""},
     {LockCondition::Held, "held", "held", "lock held",
-     "process {lastUser} holds it, and did not release it within 2 seconds",
-     "If that process hangs, end it: the system then releases the lock.",
+     "process {lastUser} holds it, and did not release it within 2 seconds", "{howToEnd}",
      "Semaphore {semaphore} already exists and is held; its last user is process {lastUser}",
      "Wait until that process has released the lock, or end it; then run this again."},
     {LockCondition::Lost, "lost", "lost: no living process holds it", "token lost",
@@ -60,7 +59,7 @@ LockProblem problem(const LockState& state, const char* found, const char* next)
                              {"{value}", std::to_string(state.value)},
                              {"{lastUser}", namesUser ? describeProcess(state.lastUser) : ""},
                              {"{waiting}", std::to_string(state.waiting)}}),
-            filledIn(next, {{"{howToShare}", howToShare(state.rights)}})};
+            filledIn(next, {{"{howToShare}", howToShare(state.rights)}, {"{howToEnd}", howToEnd(state.lastUser)}})};
 }
 
 } // namespace

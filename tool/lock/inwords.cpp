@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <sstream>
 
 #include <grp.h>
 #include <pwd.h>
@@ -40,6 +41,39 @@ constexpr ObstacleRow kObstacles[] = {
      "'ipcs -s' lists the semaphores; remove those that nobody uses ('ipcrm -s'), or raise the limit\n"
      "('sysctl kernel.sem')."},
 };
+
+std::string folderOf(pid_t process)
+{
+    return "/proc/" + std::to_string(process);
+}
+
+/// What keeps a process from going on.
+struct Halt
+{
+    const char* word; // behind its name; empty: nothing
+    pid_t debugger;   // 0: none
+};
+
+Halt findHalt(pid_t process)
+{
+    constexpr char kStopped = 'T'; // by a signal
+    constexpr char kTraced = 't';
+    std::ifstream status(folderOf(process) + "/status");
+    char state = 0;
+    pid_t tracer = 0;
+    for (std::string line; std::getline(status, line);) {
+        std::istringstream words(line);
+        std::string key;
+        words >> key;
+        if (key == "State:")
+            words >> state;
+        else if (key == "TracerPid:")
+            words >> tracer;
+    }
+    if (state == kTraced)
+        return {", stopped by its debugger", tracer};
+    return {state == kStopped ? ", stopped" : "", 0};
+}
 
 const ObstacleRow& rowOf(LockObstacle obstacle)
 {
@@ -94,12 +128,24 @@ std::string describeProcess(pid_t process)
         return "a process that is not visible here";
     if (!isAlive(process))
         return std::to_string(process) + ", which has ended";
-    std::ifstream file("/proc/" + std::to_string(process) + "/comm");
+    std::ifstream file(folderOf(process) + "/comm");
     std::string name;
     std::getline(file, name, '\0');
     if (!name.empty() && name.back() == '\n') // the kernel's; others are part of the name
         name.pop_back();
-    return std::to_string(process) + (name.empty() ? "" : " (" + escaped(name) + ")");
+    return std::to_string(process) + (name.empty() ? "" : " (" + escaped(name) + findHalt(process).word + ")");
+}
+
+std::string howToEnd(pid_t process)
+{
+    const Halt halt = findHalt(process);
+    const std::string number = std::to_string(process);
+    const std::string orEndIt = ", or end it ('kill -KILL " + number + "'): the system then releases the lock.";
+    if (halt.debugger != 0)
+        return "Continue it in the debugger, process " + describeProcess(halt.debugger) + orEndIt;
+    if (*halt.word != '\0')
+        return "Continue it, as after Ctrl-Z ('fg' in its shell, or 'kill -CONT " + number + "')" + orEndIt;
+    return "If that process hangs, end it: the system then releases the lock.";
 }
 
 } // namespace VorelKestrel::Tool

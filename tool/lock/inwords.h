@@ -21,8 +21,10 @@ std::string describe(const LockRights& rights);
 std::string reasonOf(LockObstacle obstacle);
 /// What to do about it.
 std::string adviceAbout(LockObstacle obstacle);
-/// "1234 (authchip)", or what has become of it.
+/// "1234 (authchip)", "1234 (authchip, stopped)", or what has become of it.
 std::string describeProcess(pid_t process);
+/// What to do about a process that does not release the lock.
+std::string howToEnd(pid_t process);
 
 } // namespace VorelKestrel::Tool
 

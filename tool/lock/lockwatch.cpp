@@ -128,8 +128,7 @@ void LockWatch::look()
         std::_Exit(static_cast<int>(m_ending.leave()));
     const Failure failure(state.condition == LockCondition::Lost ? "token lost" : "lock held", "use the bus",
                           "Waited " + std::to_string(m_limit->count()) + " seconds for " + describeHolder(state),
-                          "If that process hangs, end it: the system then releases the lock. 'authchip doctor' tells "
-                          "more.");
+                          howToEnd(state.lastUser) + " 'authchip doctor' tells more.");
     std::_Exit(static_cast<int>(m_ending.giveUp(failure)));
 }
 

@@ -9,6 +9,8 @@
 
 #include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -151,6 +153,63 @@ TEST_F(ProcessesTest, SeesThatAProcessOfAnotherUserMayNotUseTheLock)
         mayEnd.say();
     }
     EXPECT_FALSE(isThere(other));
+}
+
+/// A child that stops when it is told to.
+class HaltedProcessTest : public testing::Test
+{
+protected:
+    /// Waits until the child has stopped itself, in front of its debugger if it asks for one.
+    std::string describeAfter(bool isDebugged)
+    {
+        m_child = fork();
+        if (m_child == 0) {
+            if (isDebugged && ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0)
+                _exit(kNoDebugger);
+            raise(SIGSTOP);
+            _exit(0);
+        }
+        int status = 0;
+        waitpid(m_child, &status, WUNTRACED);
+        m_isStopped = WIFSTOPPED(status);
+        return m_isStopped ? describeProcess(m_child) : "";
+    }
+    ~HaltedProcessTest() override
+    {
+        if (!m_isStopped)
+            return;
+        kill(m_child, SIGKILL);
+        waitpid(m_child, nullptr, 0);
+    }
+
+    static constexpr int kNoDebugger = 7;
+    pid_t m_child = 0;
+    bool m_isStopped = false;
+};
+
+TEST_F(HaltedProcessTest, AStoppedProcessHasToBeContinuedOrEnded)
+{
+    EXPECT_NE(std::string::npos, describeAfter(false).find(", stopped)"));
+    EXPECT_EQ("Continue it, as after Ctrl-Z ('fg' in its shell, or 'kill -CONT " + std::to_string(m_child) +
+                  "'), or end it ('kill -KILL " + std::to_string(m_child) + "'): the system then releases the lock.",
+              howToEnd(m_child));
+}
+
+TEST_F(HaltedProcessTest, AProcessAtABreakpointHasToBeContinuedInItsDebugger)
+{
+    const std::string text = describeAfter(true);
+    if (!m_isStopped)
+        GTEST_SKIP() << "no process can be debugged here";
+    EXPECT_NE(std::string::npos, text.find(", stopped by its debugger)")) << text;
+    EXPECT_EQ("Continue it in the debugger, process " + describeProcess(getpid()) + ", or end it ('kill -KILL " +
+                  std::to_string(m_child) + "'): the system then releases the lock.",
+              howToEnd(m_child));
+}
+
+TEST_F(HaltedProcessTest, ARunningProcessIsEndedOnlyIfItHangs)
+{
+    EXPECT_EQ(std::string::npos, describeProcess(getpid()).find("stopped"));
+    EXPECT_EQ("If that process hangs, end it: the system then releases the lock.", howToEnd(getpid()));
 }
 
 TEST(NamesTest, AProcessCannotWriteToTheTerminalByItsName)

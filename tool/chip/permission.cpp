@@ -1,9 +1,14 @@
 #include "tool/chip/permission.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <limits>
+#include <vector>
 
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -24,6 +29,12 @@ constexpr char kReadableOnly[] = "This user may read the node, and has to write 
                                  "the node the mode 660, in a udev\n"
                                  "rule so that it stays.";
 
+constexpr char kWithoutTheGroup[] =
+    "This user is in the node's group ('ls -l {device}'), but this process is not: its session began before the user\n"
+    "joined the group, or a container gives it no groups. Log in again, restart the service, or give the container "
+    "the\n"
+    "group ('--group-add').";
+
 bool isMountedWithoutNodes(const std::string& device)
 {
     struct statvfs status = {};
@@ -41,6 +52,41 @@ bool isRootOfAContainer()
     return geteuid() == 0 && map && count != std::numeric_limits<std::uint32_t>::max();
 }
 
+std::vector<gid_t> groupsOfProcess()
+{
+    const int count = getgroups(0, nullptr);
+    std::vector<gid_t> groups(static_cast<std::size_t>(std::max(count, 0)));
+    groups.resize(static_cast<std::size_t>(std::max(getgroups(count, groups.data()), 0)));
+    groups.push_back(getegid());
+    return groups;
+}
+
+/// The groups that a session has that begins now; empty if the system does not know the user.
+std::vector<gid_t> groupsOfUser()
+{
+    // cppcheck-suppress getpwuidCalled ; authchip has one thread
+    const passwd* user = getpwuid(geteuid());
+    if (user == nullptr)
+        return {};
+    int count = 0;
+    getgrouplist(user->pw_name, user->pw_gid, nullptr, &count);
+    std::vector<gid_t> groups(static_cast<std::size_t>(count));
+    return getgrouplist(user->pw_name, user->pw_gid, groups.data(), &count) < 0 ? std::vector<gid_t>() : groups;
+}
+
+/// Whether the node is open to a group that the user has joined, and this process does not have.
+bool lacksTheGroup(const std::string& device)
+{
+    constexpr mode_t kForGroup = S_IRGRP | S_IWGRP;
+    struct stat node = {};
+    if (stat(device.c_str(), &node) != 0 || (node.st_mode & kForGroup) != kForGroup)
+        return false;
+    const auto has = [&](const std::vector<gid_t>& groups) {
+        return std::find(groups.begin(), groups.end(), node.st_gid) != groups.end();
+    };
+    return has(groupsOfUser()) && !has(groupsOfProcess());
+}
+
 } // namespace
 
 const char* adviceAboutPermission(const std::string& device)
@@ -51,6 +97,8 @@ const char* adviceAboutPermission(const std::string& device)
         return kRootOfAContainer;
     if (geteuid() == 0)
         return kRootWithoutRights;
+    if (lacksTheGroup(device))
+        return kWithoutTheGroup;
     return access(device.c_str(), R_OK) == 0 ? kReadableOnly : nullptr;
 }
 

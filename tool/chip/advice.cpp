@@ -204,6 +204,8 @@ Failure explainRefusal(Step step, int error, const ChipLocation& location)
         next += adviceAboutAddress(location);
     if (step == Step::OpenNode && error == ENOENT)
         next += adviceAboutName(location.device);
+    if (!location.origin.empty() && (isNoAnswer(step, error) || (step == Step::OpenNode && error == ENOENT)))
+        next += "\n" + location.origin;
     const char* permission =
         step == Step::OpenNode && error == EACCES ? adviceAboutPermission(location.device) : nullptr;
     if (permission != nullptr)

@@ -91,9 +91,11 @@ private:
         requireConfigFile(m_app);
         if (chosen->row->needs != Needs::Nothing)
             requireLocation();
+        const std::vector<Setting> settings = settingsOf(m_app);
+        m_options.location.origin = originOfLocation(settings);
         interpret(*chosen->command);
         chosen->repeat->interpret();
-        return {chosen->row, std::move(chosen->command), m_options, chosen->repeat->options(), settingsOf(m_app)};
+        return {chosen->row, std::move(chosen->command), m_options, chosen->repeat->options(), settings};
     }
 
     void addCommonOptions()

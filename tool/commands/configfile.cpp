@@ -242,6 +242,23 @@ std::vector<Setting> settingsOf(const CLI::App& app)
     return settings;
 }
 
+std::string originOfLocation(const std::vector<Setting>& settings)
+{
+    constexpr std::pair<const char*, const char*> kNames[] = {{"--device", "node"}, {"--address", "address"}};
+    std::string origin;
+    for (const auto& [option, name] : kNames) {
+        const std::string wanted = option;
+        const auto setting =
+            std::find_if(settings.begin(), settings.end(), [&](const Setting& each) { return each.option == wanted; });
+        if (setting == settings.end())
+            continue;
+        const std::string in = setting->place.rfind("in ", 0) == 0 ? "" : "in ";
+        origin += (origin.empty() ? "The " + std::string(name) + " was given " : ", the " + std::string(name) + " ") +
+                  in + setting->place;
+    }
+    return origin.empty() ? "" : origin + ".";
+}
+
 Failure withOrigin(const Failure& failure, const std::vector<Setting>& settings)
 {
     Failure told = failure;

@@ -36,6 +36,8 @@ void declareConfigFile(CLI::App& app, std::function<void()> declareAll);
 /// The lines of the file and the variables that count in this command line. Requires: the command line has been parsed,
 /// or failed so.
 std::vector<Setting> settingsOf(const CLI::App& app);
+/// Where device and address come from: "The address was given in AUTHCHIP_ADDRESS."; empty: from the command line.
+std::string originOfLocation(const std::vector<Setting>& settings);
 /// The same failure, with its origin if it is about what one of the settings says.
 Failure withOrigin(const Failure& failure, const std::vector<Setting>& settings);
 /// Throws Failure (ExitStatus::Usage) if there is a file of options that cannot be read.

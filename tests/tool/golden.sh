@@ -96,6 +96,16 @@ make_pki() {
             -extfile <(printf '%s = none\n' subjectKeyIdentifier authorityKeyIdentifier) # which newer versions add
     } 2>"$TMPDIR/openssl.log"
 }
+# The same, and an issuer of the same name with another key (renewed.pem). Each certificate tells its issuer's key.
+make_renewed_pki() {
+    make_pki
+    {
+        openssl x509 -req -in "$TMPDIR/chip.csr" -CA "$TMPDIR/issuer.pem" -CAkey "$TMPDIR/issuer.key" -days 365 \
+            -set_serial 0x01f3 -out "$TMPDIR/chip.pem" -extfile <(echo "authorityKeyIdentifier = keyid:always")
+        openssl req -x509 -newkey rsa:2048 -nodes -days 365 -subj "/CN=Test issuer" -keyout "$TMPDIR/renewed.key" \
+            -out "$TMPDIR/renewed.pem"
+    } 2>"$TMPDIR/openssl.log"
+}
 # Lets a simulated chip with them answer a challenge, and runs 'authchip verify' with that answer, without a chip.
 verify_recorded() { # OPTION...
     local challenge signature
@@ -177,7 +187,7 @@ interrupted_when_it_waits() {
     cat "$TMPDIR/told" >&2
     return $result
 }
-export -f make_pki lock_number remove_lock key_file set_tokens while_held while_held_in while_stopped stop_process nobody as_nobody without_proc
+export -f make_pki make_renewed_pki lock_number remove_lock key_file set_tokens while_held while_held_in while_stopped stop_process nobody as_nobody without_proc
 export -f with_a_tiny_disk with_a_disk_of in_a_container beside_a_seed without_semaphores interrupted_when_it_waits
 export -f verify_recorded revoke in_a_private_tmp
 export -f as_root_of_a_container as_root_without_rights

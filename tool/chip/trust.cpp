@@ -14,6 +14,7 @@
 #include <openssl/pem.h>
 #include <openssl/pkcs7.h>
 #include <openssl/x509_vfy.h>
+#include <openssl/x509v3.h>
 
 #include "common/filecontent.h"
 #include "common/generations.h"
@@ -52,6 +53,13 @@ constexpr char kCompareTheIssuer[] =
     "If --issuer names a certificate of the same name with another key, name the right one ('openssl x509 -noout\n"
     "-fingerprint' tells them apart). Otherwise do not trust this accessory.";
 constexpr char kFromNobodyGiven[] = "comes from none of the given issuers: its issuer is {issuer}";
+constexpr char kFromANamesake[] =
+    "comes from none of the given issuers: the given {issuer} has the name of its issuer, and another key";
+constexpr char kNameTheFormerKey[] =
+    "If your issuer has renewed its certificate, name that of the chip's series with --issuer, too: the option is\n"
+    "repeatable. 'openssl x509 -noout -ext subjectKeyIdentifier,authorityKeyIdentifier' shows which keys belong "
+    "together.\n"
+    "Otherwise do not trust this accessory.";
 constexpr char kDoNotTrust[] = "Do not trust this accessory, unless --issuer names the wrong issuers.";
 constexpr char kNameTheIssuer[] = "If that issuer is yours, or one that your issuer has appointed, name its "
                                   "certificate with --issuer, too: the option\n"
@@ -77,6 +85,7 @@ constexpr Fault kFaults[] = {
     {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT, kIssuer, "unknown issuer", kFromNobodyGiven, kNameTheIssuer},
     {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, kIssuer, "unknown issuer", kFromNobodyGiven, kNameTheIssuer},
     {X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE, kIssuer, "unknown issuer", kFromNobodyGiven, kNameTheIssuer},
+    {X509_V_ERR_AKID_SKID_MISMATCH, kIssuer, "unknown issuer", kFromANamesake, kNameTheFormerKey},
     {X509_V_ERR_INVALID_CA, kIssuer, "issuer is no CA", "may not issue certificates: it is no CA", kDoNotTrust},
     {X509_V_ERR_KEYUSAGE_NO_CERTSIGN, kIssuer, "issuer is no CA", "may not issue certificates: its key usage says so",
      kDoNotTrust},
@@ -111,10 +120,32 @@ struct FoundFault
     std::string issuer;
 };
 
+void releaseCertificates(STACK_OF(X509) * certificates)
+{
+    sk_X509_pop_free(certificates, X509_free);
+}
+
 int indexOfFaults()
 {
     static const int index = X509_STORE_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
     return index;
+}
+
+using CertificatesPointer = OpensslPointer<STACK_OF(X509), releaseCertificates>;
+
+/// If no issuer was found: why one of the issuer's name is not the issuer, if there is one. OpenSSL does not tell.
+int explainMissingIssuer(X509_STORE_CTX* context, X509* certificate)
+{
+    const int error = X509_STORE_CTX_get_error(context);
+    const Fault* fault = findFault(error);
+    if (certificate == nullptr || fault == nullptr || fault->found != kFromNobodyGiven)
+        return error;
+    const CertificatesPointer namesakes(X509_STORE_CTX_get1_certs(context, X509_get_issuer_name(certificate)));
+    for (int i = 0; i < sk_X509_num(namesakes.get()); ++i) {
+        if (X509_check_issued(sk_X509_value(namesakes.get(), i), certificate) == X509_V_ERR_AKID_SKID_MISMATCH)
+            return X509_V_ERR_AKID_SKID_MISMATCH; // the two name different keys
+    }
+    return error;
 }
 
 /// Notes each fault and goes on, so that every check gets its own answer.
@@ -122,10 +153,10 @@ int noteFault(int isGood, X509_STORE_CTX* context)
 {
     if (isGood != 1) {
         auto* faults = static_cast<std::vector<FoundFault>*>(X509_STORE_CTX_get_ex_data(context, indexOfFaults()));
-        const X509* certificate = X509_STORE_CTX_get_current_cert(context);
+        X509* certificate = X509_STORE_CTX_get_current_cert(context);
         const std::string subject = certificate != nullptr ? nameAsText(X509_get_subject_name(certificate)) : "";
         const std::string issuer = certificate != nullptr ? nameAsText(X509_get_issuer_name(certificate)) : "";
-        faults->push_back({X509_STORE_CTX_get_error(context), subject, issuer});
+        faults->push_back({explainMissingIssuer(context, certificate), subject, issuer});
     }
     return 1;
 }

@@ -374,6 +374,8 @@ private:
                     faults.readLimit),
             intoRow("--gone-after", "N", kDoubleWordMaximum,
                     "Answer N messages and then none, as a chip that loses its supply", faults.messagesLeft),
+            intoRow("--other-program", "N", kDoubleWordMaximum,
+                    "Let another program name register 0x00 before one read in N", faults.otherProgram),
             {"--restart-while-signing", nullptr, "Restart at each start command, instead of signing",
              [this](const std::string&) { m_options.simulation.chip.restartsWhileSigning = true; }},
             {"--corrupt-signature", nullptr, "Flip a bit in every signature",

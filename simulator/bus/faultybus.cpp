@@ -62,6 +62,7 @@ Transfer FaultyBus::read(unsigned address, AL::U8* data, std::size_t length)
         return {Outcome::Refused, 0, fault(&Faults::error)};
     if (hits(m_register, &Faults::failedReads))
         return {Outcome::Failed, 0, fault(&Faults::error)};
+    letOtherProgramIn(address);
     Transfer transfer = m_next.read(address, data, length);
     if (transfer.outcome != Outcome::Done)
         return transfer;
@@ -86,6 +87,17 @@ bool FaultyBus::isGone()
         return true;
     --*m_faults.messagesLeft;
     return false;
+}
+
+/// Moves the chip's register pointer.
+void FaultyBus::letOtherProgramIn(unsigned address)
+{
+    const unsigned every = fault(&Faults::otherProgram);
+    if (every == 0 || ++m_reads % every != 0)
+        return;
+    const AL::U8 reg = ACD::kRegisterDeviceVersion;
+    if (m_next.write(address, &reg, sizeof(reg)).outcome == Outcome::Done)
+        m_register = reg;
 }
 
 /// Whether a counted fault hits this message; decrements its count.

@@ -37,6 +37,8 @@ struct Faults
     std::size_t readLimit = 0;
     /// How many more messages the chip answers before it is gone, as one that loses its supply; empty: all.
     std::optional<unsigned> messagesLeft;
+    /// Before one read in this many, another program names register 0x00. 0: none does.
+    unsigned otherProgram = 0;
     bool corruptSignature = false; // one bit in the last byte of the response is flipped
     /// Set: nothing gets through, and every message times out after this time, the adapter's own timeout.
     std::optional<std::chrono::milliseconds> stuckTime;
@@ -77,6 +79,7 @@ private:
         return m_faults.*one;
     }
     bool isGone();
+    void letOtherProgramIn(unsigned address);
     bool hits(std::optional<AL::U8> reg, int Faults::*count);
     std::optional<Transfer> stuck();
     enum class Strike
@@ -93,6 +96,7 @@ private:
     Bus& m_next;
     Clock& m_clock;
     std::optional<AL::U8> m_register; // named last; only the node's thread looks at it
+    unsigned m_reads = 0;             // the same
     std::mt19937 m_random;            // only the node's thread uses it, and the counts
     RandomFaultCounts m_randomFaults;
     mutable std::mutex m_mutex;

@@ -17,9 +17,9 @@ assertions() { grep -hoP '^ *assert\(\K.*(?=\);)' authchipdriver/*.cpp abstracti
 
 causes_of_doctor() {
     grep -hoP '\{Step::\w+, \w+, "\K[^"]+' tool/chip/advice.cpp
-    grep -hoP '(kBitErrors\[\] = |Difference\{|throw Failure\(.* : )"\K[^"]+' tool/chip/storedcertificate.h tool/chip/storedcertificate.cpp
+    grep -hoP '(kBitErrors\[\] = |kBusShared\[\] = |throw Failure\(.* : )"\K[^"]+' tool/chip/rereading.h tool/chip/storedcertificate.cpp
     grep -hoP '(kNoI2cNode\[\] = |kChipGone\[\] = |push_back\(\{|return \{\{|return \{|refused\(|ExchangeStopped\(\{)"\K[^"]+' tool/chip/advice.h tool/doctor/*.cpp tool/doctor/*.h
-    grep -hoP '^ *\{"\K[a-z ]+(?=",)' tool/doctor/*check.cpp
+    grep -hoP '^ *\{"\K[a-z ]+(?=",)' tool/doctor/*check.cpp tool/doctor/exchange.cpp
     grep -hoP ', "\K[a-z ]+(?=",$)' tool/lock/conditions.cpp | grep -vx unreadable # a condition, not a cause
 }
 causes() {

@@ -12,12 +12,14 @@
 
 #include "authchipdriver/bustransaction.h"
 #include "authchipdriver/registermap.h"
+#include "common/bits.h"
 #include "common/hex.h"
 #include "common/numbers.h"
 #include "common/patience.h"
 #include "tool/chip/advice.h"
 #include "tool/chip/driverlines.h"
 #include "tool/chip/i2cnode.h"
+#include "tool/chip/rereading.h"
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -97,7 +99,8 @@ public:
     Bytes sign(const Bytes& challenge) override;
 
 private:
-    void requireFittingCertificate(int length) const;
+    /// Refuses a length that no certificate of the protocol has, after a second look at it.
+    [[noreturn]] void refuseLength(int length);
     /// Refuses the answer length of a failed signing if no answer of the protocol has it.
     void requireFittingAnswer(ACD::Error error, int length) const;
     void check(ACD::Error error, const char* tried, const char* next);
@@ -142,7 +145,8 @@ Bytes LibraryChip::certificate()
     m_log.forget();
     int length = 0;
     check(m_driver->getAccessoryCertificateDataLength(length), "read the certificate's length from", kRetry);
-    requireFittingCertificate(length);
+    if (length > m_generation->certificatePages * kCertificatePageSize)
+        refuseLength(length);
     Bytes certificate(static_cast<std::size_t>(length));
     const Error error = m_driver->getAccessoryCertificateData(certificate.data(), length);
     check(error,
@@ -152,14 +156,21 @@ Bytes LibraryChip::certificate()
     return certificate;
 }
 
-void LibraryChip::requireFittingCertificate(int length) const
+void LibraryChip::refuseLength(int length)
 {
+    const std::string tried = "read the certificate of the chip at " + at(m_location);
     const int longest = m_generation->certificatePages * kCertificatePageSize;
-    if (length > longest)
-        throw Failure("wrong length", "read the certificate of the chip at " + at(m_location),
-                      "The chip reports " + inBytes(static_cast<std::size_t>(length)) + " (register 0x30); protocol " +
-                          m_generation->protocol + " has room for " + std::to_string(longest),
-                      kRetry);
+    int again = 0;
+    if (m_driver->getAccessoryCertificateDataLength(again) == Success && again <= longest) {
+        const auto difference =
+            findDifferenceOf("Its length (register 0x30)", bigEndian16(static_cast<std::size_t>(length)),
+                             bigEndian16(static_cast<std::size_t>(again)));
+        throw Failure(difference->cause, tried, difference->found, difference->next);
+    }
+    throw Failure("wrong length", tried,
+                  "The chip reports " + inBytes(static_cast<std::size_t>(length)) + " (register 0x30); protocol " +
+                      m_generation->protocol + " has room for " + std::to_string(longest),
+                  kRetry);
 }
 
 void LibraryChip::requireFittingAnswer(Error error, int length) const

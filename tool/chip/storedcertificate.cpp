@@ -113,11 +113,6 @@ std::string explain(const Bytes& stored, const CertificateError& error)
            std::to_string(*length) + ": " + error.what();
 }
 
-constexpr char kStopTheOtherProgram[] =
-    "A program that reads the chip past the lock moves its register pointer: i2cget, i2cdump, a monitor, a kernel\n"
-    "driver. 'fuser -v /dev/i2c-*' shows who has a node open; stop it. If there is none, try a slower bus clock, and\n"
-    "check the pull-ups.";
-
 std::string describeDifference(const Bytes& first, const Bytes& second)
 {
     if (first.size() != second.size())
@@ -129,22 +124,16 @@ std::string describeDifference(const Bytes& first, const Bytes& second)
            toHex(*differing.second, 2);
 }
 
-/// Whether more than a quarter of the bits differ: of unrelated bytes half do, and of a bad bus few. Requires: bytes of
-/// the same length.
-bool isUnrelated(const Bytes& first, const Bytes& second)
-{
-    return countDifferingBits(first, second) > first.size() * kBitsOfAByte / 4;
-}
-
 /// Whether a page, or the length, was read from another register one time.
 bool isOfAnotherRegister(const Bytes& first, const Bytes& second)
 {
+    constexpr std::size_t kQuarter = 4;
     if (first.size() != second.size())
-        return isUnrelated(bigEndian16(first.size()), bigEndian16(second.size()));
+        return isUnrelated(bigEndian16(first.size()), bigEndian16(second.size()), kQuarter);
     const std::vector<Bytes> pages = pagesOf(first);
     const std::vector<Bytes> again = pagesOf(second);
     return !std::equal(pages.begin(), pages.end(), again.begin(),
-                       [](const Bytes& one, const Bytes& other) { return !isUnrelated(one, other); });
+                       [](const Bytes& one, const Bytes& other) { return !isUnrelated(one, other, kQuarter); });
 }
 
 } // namespace
@@ -210,10 +199,7 @@ std::optional<Difference> findDifference(const Bytes& first, const Bytes& second
 {
     if (first == second)
         return std::nullopt;
-    const std::string found = describeDifference(first, second);
-    if (isOfAnotherRegister(first, second))
-        return Difference{"bus shared", found + ", as if another register had been read", kStopTheOtherProgram};
-    return Difference{kBitErrors, found, kHowToMendTheBus};
+    return explainDifference(describeDifference(first, second), isOfAnotherRegister(first, second));
 }
 
 } // namespace VorelKestrel::Tool

@@ -6,6 +6,7 @@
 
 #include "common/bytes.h"
 #include "tool/chip/certificate.h"
+#include "tool/chip/rereading.h"
 #include "tool/report/failure.h"
 
 namespace VorelKestrel::Tool {
@@ -25,19 +26,7 @@ Failure explainReadLimit(const ReadLimit& limit);
 /// What the bytes of a file hold in PEM, in DER; bytes that are no certificate in PEM come back as they are.
 Bytes fromPem(const Bytes& content);
 
-/// The cause of what comes over the bus differently each time.
-inline constexpr char kBitErrors[] = "bit errors";
-inline constexpr char kHowToMendTheBus[] =
-    "Bits change on the bus: try a slower bus clock, and check the pull-ups, the length of the lines and the chip's\n"
-    "supply.";
-/// How two readings of one certificate differ.
-struct Difference
-{
-    const char* cause;
-    std::string found;
-    const char* next;
-};
-/// None if the readings are the same.
+/// How two readings of one certificate differ; none if they are the same.
 std::optional<Difference> findDifference(const Bytes& first, const Bytes& second);
 
 } // namespace VorelKestrel::Tool

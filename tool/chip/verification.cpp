@@ -193,13 +193,32 @@ bool mayBeToldApart(const SignatureFlaw& flaw)
     return cause == kWrongSignature || cause == kAnotherChallenge;
 }
 
+bool mayBeAnotherRegister(const Bytes& signature)
+{
+    constexpr std::ptrdiff_t kLongestByChance = 7; // behind the registers a chip delivers a filler
+    const auto end = signature.end();
+    for (auto begin = signature.begin(); begin != end;) {
+        const auto next = std::find_if(begin, end, [&](std::uint8_t byte) { return byte != *begin; });
+        const bool isAll =
+            begin == signature.begin() && next == end; // an idle bus, or a chip that answers nothing else
+        if (next - begin > kLongestByChance && !isAll)
+            return true;
+        begin = next;
+    }
+    return false;
+}
+
 SignatureFlaw tellApart(const Generation& generation, EVP_PKEY* key, const SignatureFlaw& first,
                         const Bytes& firstSignature, const SignedChallenge& second)
 {
-    if (second.signature == firstSignature)
+    if (mayBeToldApart(first) && second.signature == firstSignature)
         return {"recorded signature", "the chip answers two challenges with the same signature: it is a recorded one"};
-    if (!findFlaw(generation, key, second.challenge, second.signature))
+    if (!findFlaw(generation, key, second.challenge, second.signature)) {
+        if (mayBeAnotherRegister(firstSignature))
+            return {kBusShared, "the first signature is none, as if another register had been read, and one over "
+                                "another challenge matches"};
         return {kBitErrors, "the first signature does not match, and one over another challenge does"};
+    }
     return first;
 }
 

@@ -35,7 +35,10 @@ struct SignedChallenge
 
 /// Whether a second signature, over another challenge, tells more about a flaw of the first.
 bool mayBeToldApart(const SignatureFlaw& flaw);
-/// What the second one tells: that the first is a recorded one, or that bits changed on its way.
+/// The same, for what has arrived in place of a signature that does not match: the content of another register.
+bool mayBeAnotherRegister(const Bytes& signature);
+/// What the second one tells: that the first is a recorded one, that bits changed on its way, or that another register
+/// was read in its place.
 SignatureFlaw tellApart(const Generation& generation, EVP_PKEY* key, const SignatureFlaw& first,
                         const Bytes& firstSignature, const SignedChallenge& second);
 

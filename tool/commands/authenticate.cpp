@@ -42,13 +42,13 @@ void examineFlaw(Chip& chip, const Evidence& evidence, TrustReport& examination,
     if (ofSignature.result != TrustCheck::Result::Failed)
         return;
     const SignatureFlaw flaw = {ofSignature.cause, ofSignature.found};
-    if (!mayBeToldApart(flaw))
+    if (!mayBeToldApart(flaw) && !mayBeAnotherRegister(evidence.signature))
         return;
     const Bytes challenge = randomChallenge(evidence.generation);
     const SignatureFlaw told = tellApart(evidence.generation, evidence.certificate.publicKey(), flaw,
                                          evidence.signature, {challenge, chip.sign(challenge)});
-    if (std::string(told.cause) == kBitErrors)
-        throw Failure(kBitErrors, "verify the chip on " + describe(location), told.found, kHowToMendTheBus);
+    if (const char* next = howToMend(told.cause))
+        throw Failure(told.cause, "verify the chip on " + describe(location), told.found, next);
     examination.checks.front() = failedCheck(told);
     if (mayBeToldApart(told) && evidence.signature.size() == evidence.generation.responseLength)
         examination.checks.front().next = "Run 'authchip doctor': it finds out whether the challenge arrives altered. "

@@ -9,6 +9,7 @@
 #include "common/numbers.h"
 #include "common/patience.h"
 #include "tool/chip/advice.h"
+#include "tool/chip/rereading.h"
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -42,6 +43,12 @@ std::string named(std::uint8_t reg)
     return "register " + toHex(reg, 2);
 }
 
+/// Of a register of two bytes.
+std::size_t numberOf(const Bytes& content)
+{
+    return static_cast<std::size_t>(content[0] * 256 + content[1]);
+}
+
 /// Requires: the access failed.
 Step failedStep(const Access& access)
 {
@@ -65,16 +72,19 @@ Exchange::Exchange(Examination& examination) : m_examination(examination), m_bus
 
 Bytes Exchange::certificate(const Generation& generation)
 {
-    const std::size_t length = readLength(kRegisterCertificateLength, "the certificate's length");
+    const std::string lengthName = "the certificate's length";
+    const std::size_t length = readLength(kRegisterCertificateLength, lengthName);
     const std::size_t room = static_cast<std::size_t>(generation.certificatePages) * kCertificatePageSize;
     if (length == 0)
         throw ExchangeStopped({"no certificate", "the chip reports a certificate of 0 bytes (register 0x30)",
                                "The chip was delivered without a certificate, or lost it: replace it."});
     if (length > room)
-        throw ExchangeStopped({"wrong length",
-                               "the chip reports a certificate of " + inBytes(length) + " (register 0x30); protocol " +
-                                   generation.protocol + " has room for " + std::to_string(room),
-                               kLookAtTheBus});
+        stopAt({kRegisterCertificateLength, lengthName, bigEndian16(length)},
+               [=](const Bytes& again) { return numberOf(again) <= room; },
+               {"wrong length",
+                "the chip reports a certificate of " + inBytes(length) + " (register 0x30); protocol " +
+                    generation.protocol + " has room for " + std::to_string(room),
+                kLookAtTheBus});
     Bytes certificate;
     for (int page = 1; certificate.size() < length; ++page) {
         const std::size_t rest = std::min<std::size_t>(length - certificate.size(), kCertificatePageSize);
@@ -92,22 +102,39 @@ Bytes Exchange::signature(const Generation& generation, const Bytes& challenge)
         write(kRegisterChallengeLength, bigEndian16(challenge.size()), "the challenge's length");
     }
     write(kRegisterChallenge, challenge, "the challenge");
-    if (!generation.hostWritesLengths) {
-        const std::size_t counted = readLength(kRegisterChallengeLength, "the challenge's length");
-        if (counted != challenge.size())
-            throw ExchangeStopped({"wrong length",
-                                   "the chip counted " + inBytes(counted) + " of the challenge (register 0x20); " +
-                                       std::to_string(challenge.size()) + " were sent",
-                                   kLookAtTheBus});
-    }
+    if (!generation.hostWritesLengths)
+        requireCounted(challenge);
     write(kRegisterControlAndStatus, {kCommandGenerateResponse}, "the start command");
     requireSigned(generation);
-    const std::size_t length = readLength(kRegisterResponseLength, "the signature's length");
-    if (length != generation.responseLength)
-        throw ExchangeStopped({"wrong length",
-                               "the chip reports a signature of " + inBytes(length) + " (register 0x11); protocol " +
-                                   generation.protocol + " has " + std::to_string(generation.responseLength),
-                               kResetTheChip});
+    return readSignature(generation);
+}
+
+void Exchange::requireCounted(const Bytes& challenge)
+{
+    const std::string what = "the challenge's length";
+    const std::size_t sent = challenge.size();
+    const std::size_t counted = readLength(kRegisterChallengeLength, what);
+    if (counted != sent)
+        stopAt({kRegisterChallengeLength, what, bigEndian16(counted)},
+               [=](const Bytes& again) { return numberOf(again) == sent; },
+               {"wrong length",
+                "the chip counted " + inBytes(counted) + " of the challenge (register 0x20); " + std::to_string(sent) +
+                    " were sent",
+                kLookAtTheBus});
+}
+
+Bytes Exchange::readSignature(const Generation& generation)
+{
+    const std::string what = "the signature's length";
+    const std::size_t wanted = generation.responseLength;
+    const std::size_t length = readLength(kRegisterResponseLength, what);
+    if (length != wanted)
+        stopAt({kRegisterResponseLength, what, bigEndian16(length)},
+               [=](const Bytes& again) { return numberOf(again) == wanted; },
+               {"wrong length",
+                "the chip reports a signature of " + inBytes(length) + " (register 0x11); protocol " +
+                    generation.protocol + " has " + std::to_string(wanted),
+                kResetTheChip});
     return read(kRegisterResponse, length, "the signature");
 }
 
@@ -123,10 +150,12 @@ void Exchange::requireSigned(const Generation& generation)
     if (status == 0 && hasForgottenTheChallenge(generation))
         throw ExchangeStopped(restarted());
     if (resultOfStatus(status) != kResultGenerated)
-        throw ExchangeStopped({"wrong status",
-                               "the chip did not sign: its status (register 0x10) is " + toHex(status, 2) +
-                                   "; bits 6 to 4 have to be 001",
-                               kResetTheChip});
+        stopAt({kRegisterControlAndStatus, "the status", access.data},
+               [](const Bytes& again) { return resultOfStatus(again[0]) == kResultGenerated; },
+               {"wrong status",
+                "the chip did not sign: its status (register 0x10) is " + toHex(status, 2) +
+                    "; bits 6 to 4 have to be 001",
+                kResetTheChip});
 }
 
 /// Requires: the chip refused every attempt to read its status after the start command.
@@ -188,8 +217,18 @@ Bytes Exchange::read(std::uint8_t reg, std::size_t length, const std::string& wh
 
 std::size_t Exchange::readLength(std::uint8_t reg, const std::string& what)
 {
-    const Bytes data = read(reg, 2, what);
-    return static_cast<std::size_t>(data[0] * 256 + data[1]);
+    return numberOf(read(reg, 2, what));
+}
+
+void Exchange::stopAt(const Reading& reading, const std::function<bool(const Bytes&)>& isRight, const Finding& finding)
+{
+    const std::size_t length = reading.content.size();
+    const Access again = m_bus.read(reading.reg, length);
+    if (!again.isDone(length) || !isRight(again.data))
+        throw ExchangeStopped(finding);
+    const auto difference =
+        findDifferenceOf(reading.what + " (" + named(reading.reg) + ")", reading.content, again.data);
+    throw ExchangeStopped(difference ? Finding{difference->cause, difference->found, difference->next} : finding);
 }
 
 void Exchange::write(std::uint8_t reg, const Bytes& data, const std::string& what)

@@ -3,7 +3,9 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "common/bytes.h"
@@ -48,8 +50,21 @@ public:
     std::optional<Bytes> heldChallenge(std::size_t length);
 
 private:
+    /// What a register delivered.
+    struct Reading
+    {
+        std::uint8_t reg;
+        std::string what;
+        Bytes content;
+    };
+
     Bytes read(std::uint8_t reg, std::size_t length, const std::string& what);
     std::size_t readLength(std::uint8_t reg, const std::string& what);
+    void requireCounted(const Bytes& challenge);
+    Bytes readSignature(const Generation& generation);
+    /// Stops at what a register delivered. If it is right when it is read again, that is the finding.
+    [[noreturn]] void stopAt(const Reading& reading, const std::function<bool(const Bytes&)>& isRight,
+                             const Finding& finding);
     void write(std::uint8_t reg, const Bytes& data, const std::string& what);
     void requireSigned(const Generation& generation);
     Finding explainSilence();

@@ -51,7 +51,7 @@ Finding explainFlaw(Exchange& exchange, const Examination& examination, const Si
                     const SignedChallenge& first)
 {
     SignatureFlaw told = flaw;
-    if (mayBeToldApart(flaw)) {
+    if (mayBeToldApart(flaw) || mayBeAnotherRegister(first.signature)) {
         const auto held = exchange.heldChallenge(first.challenge.size());
         const auto alteration = held ? findAlteration(first.challenge, *held) : std::nullopt;
         if (alteration)
@@ -61,7 +61,8 @@ Finding explainFlaw(Exchange& exchange, const Examination& examination, const Si
         told = tellApart(*examination.generation, examination.certificate->publicKey(), flaw, first.signature,
                          {challenge, signature});
     }
-    return {told.cause, told.found, std::string(told.cause) == kBitErrors ? kHowToMendTheBus : kReplaceTheChip};
+    const char* next = howToMend(told.cause);
+    return {told.cause, told.found, next != nullptr ? next : kReplaceTheChip};
 }
 
 Finding haveSigned(Examination& examination)

@@ -234,6 +234,17 @@ TEST_F(FaultyBusTest, RefusesEveryMessageOfAChipThatIsGone)
     EXPECT_EQ("write 2a 00; read 2a 0", m_next.conversation());
 }
 
+TEST_F(FaultyBusTest, LetsAnotherProgramNameARegisterBeforeOneReadInSoMany)
+{
+    Faults faults;
+    faults.otherProgram = 2;
+    m_bus.inject(faults);
+
+    for (int i = 0; i < 4; ++i)
+        m_bus.read(kAddress, m_read.data(), 0);
+    EXPECT_EQ("read 2a 0; write 2a 00; read 2a 0; read 2a 0; write 2a 00; read 2a 0", m_next.conversation());
+}
+
 TEST_F(FaultyBusTest, TimesOutOnAStuckBusAfterItsTimeAndLetsNothingThrough)
 {
     Faults faults;

@@ -131,6 +131,39 @@ TEST_P(SecondSignatureTest, IsNotAskedForWhereTheFirstTellsAll)
     EXPECT_FALSE(mayBeToldApart(*flaw));
 }
 
+TEST_P(SecondSignatureTest, ThatMatchesAfterTheContentOfAnotherRegisterShowsAnotherProgram)
+{
+    Bytes registers(m_generation.responseLength, 0xff);
+    registers[0] = 7;
+    EXPECT_TRUE(mayBeAnotherRegister(registers));
+    const auto first = findFlaw(m_generation, m_key.get(), m_challenge, registers);
+    ASSERT_TRUE(first);
+    const Bytes good = signAs(m_generation, m_key.get(), m_secondChallenge);
+    EXPECT_STREQ("bus shared",
+                 tellApart(m_generation, m_key.get(), *first, registers, {m_secondChallenge, good}).cause);
+    EXPECT_FALSE(mayBeAnotherRegister(good));
+}
+
+TEST_P(SecondSignatureTest, ThatIsOutOfRangeAsTheFirstIsNotCalledRecorded)
+{
+    const bool mayBeOfSomeKey = m_generation.keyGroup == nullptr; // any RSA number but that of all ones
+    Bytes registers(m_generation.responseLength, 0xff);
+    registers[0] = 7;
+    const auto first = findFlaw(m_generation, m_key.get(), m_challenge, registers);
+    ASSERT_TRUE(first);
+    EXPECT_STREQ(mayBeOfSomeKey ? "recorded signature" : "signature out of range",
+                 tellApart(m_generation, m_key.get(), *first, registers, {m_secondChallenge, registers}).cause);
+}
+
+TEST(AnotherRegisterTest, ShowsInEightEqualBytesAmongOthers)
+{
+    EXPECT_FALSE(mayBeAnotherRegister(Bytes(64, 0x00)));
+    EXPECT_FALSE(mayBeAnotherRegister({1, 2, 3, 0, 0, 0, 0, 0, 0, 0, 4}));
+    EXPECT_TRUE(mayBeAnotherRegister({1, 2, 3, 0, 0, 0, 0, 0, 0, 0, 0, 4}));
+    EXPECT_TRUE(mayBeAnotherRegister({0, 0, 0, 0, 0, 0, 0, 0, 4}));
+    EXPECT_FALSE(mayBeAnotherRegister({}));
+}
+
 TEST_P(VerificationTest, FindsASignatureOfZerosOrOnes)
 {
     EXPECT_EQ(kOutOfRange, flawOf(m_challenge, Bytes(m_generation.responseLength, 0x00)));

@@ -55,8 +55,8 @@ constexpr Refusal kRefusals[] = {
     {Step::OpenNode, EACCES, "no permission",
      "Run as root, or join the group that owns the node ('ls -l {device}'; on Debian: 'adduser USER i2c')."},
     {Step::OpenNode, EPERM, "no permission",
-     "Run as root. If you are root, a container or a security module refuses it: hand the node into the container\n"
-     "('--device {device}'), or look at the audit log."},
+     "Run as root. If you are root, a container, a service or a security module refuses it: hand the node into the\n"
+     "container ('--device {device}'), allow it in the unit ('DeviceAllow={device} rw'), or look at the audit log."},
     {Step::OpenNode, ENXIO, "no driver behind the node", kLoadTheDriver},
     {Step::OpenNode, ENODEV, "no driver behind the node", kLoadTheDriver},
     {Step::OpenNode, EMFILE, "out of descriptors",
@@ -93,7 +93,8 @@ constexpr Refusal kRefusals[] = {
      "This adapter speaks SMBus only, and the chip needs plain I2C messages ('i2cdetect -F {bus}' lists what the\n"
      "adapter can do). Use another bus."},
     {Step::SetRegister, EAGAIN, "bus busy",
-     "Another master keeps the bus busy, or a line is held low. Check what else is on the bus."},
+     "Another master keeps the bus busy, or a line stays low, as without pull-ups or with a short. Measure both lines\n"
+     "while nobody sends: they have to be high. Then check what else is on the bus."},
     {Step::SetRegister, kAnyError, "bus fails", "See the kernel's messages ('dmesg') for the bus controller."},
 
     {Step::ReadRegister, ETIMEDOUT, "bus stuck",

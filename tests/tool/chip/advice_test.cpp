@@ -64,7 +64,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Refusal{Step::OpenNode, ENOENT, "open /dev/i2c-1", "No such file or directory (ENOENT)", "modprobe i2c-dev"},
         Refusal{Step::OpenNode, EACCES, "open /dev/i2c-1", "Permission denied (EACCES)", "ls -l /dev/i2c-1"},
-        Refusal{Step::OpenNode, EPERM, "open /dev/i2c-1", "Operation not permitted (EPERM)", "Run as root"},
+        Refusal{Step::OpenNode, EPERM, "open /dev/i2c-1", "Operation not permitted (EPERM)",
+                "container ('--device /dev/i2c-1'), allow it in the unit ('DeviceAllow=/dev/i2c-1 rw')"},
         Refusal{Step::OpenNode, ENXIO, "open /dev/i2c-1", "No such device or address (ENXIO)", "modprobe i2c-dev"},
         Refusal{Step::OpenNode, ENODEV, "open /dev/i2c-1", "No such device (ENODEV)", "shows no i2c-1"},
         Refusal{Step::OpenNode, EMFILE, "open /dev/i2c-1", "Too many open files (EMFILE)", "ulimit -n"},

@@ -51,6 +51,15 @@ void requireUnexchanged(const Generation& generation, const Bytes& challenge, co
                       "Exchange the values of --challenge and --signature.");
 }
 
+/// What was recorded stays as it is: no other attempt tells more.
+void adviseOnRecording(TrustCheck& ofSignature)
+{
+    if (ofSignature.result == TrustCheck::Result::Failed)
+        ofSignature.next =
+            "Check that certificate, challenge and signature are of the same chip and the same exchange. "
+            "If they are, do not trust that\naccessory.";
+}
+
 /// The two generations have keys of different kinds.
 const Generation& generationOf(const Certificate& certificate)
 {
@@ -90,7 +99,8 @@ public:
         Report report;
         report.row("protocol", "protocol", generation.protocol);
         const Evidence evidence = {generation, certificate, m_challenge, m_signature};
-        const TrustReport examination = examine(evidence, trust);
+        TrustReport examination = examine(evidence, trust);
+        adviseOnRecording(examination.checks.front());
         addVerdict(report, evidence, examination);
         answer(context, report, examination, "verify the answer to the challenge");
         return ExitStatus::Success;

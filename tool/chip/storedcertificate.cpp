@@ -54,10 +54,26 @@ std::vector<Bytes> pagesOf(const Bytes& stored)
     return pages;
 }
 
+/// Whether more stands behind this place of the pages than a certificate holds of one value by chance. Several pages
+/// that end alike show a short filler, too.
+bool isFillerBehind(std::size_t place, const std::vector<Bytes>& pages)
+{
+    constexpr std::size_t kLeastInOnePage = 16;
+    constexpr std::size_t kLeastInSeveral = 8;
+    std::size_t filled = 0;
+    int count = 0;
+    for (const Bytes& page : pages) {
+        if (page.size() <= place)
+            continue;
+        filled += page.size() - place;
+        ++count;
+    }
+    return filled >= (count > 1 ? kLeastInSeveral : kLeastInOnePage);
+}
+
 /// Where the filler begins, if that is the same place in every page that is long enough; otherwise 0.
 std::size_t commonPlaceOfFiller(const std::vector<Bytes>& pages, std::uint8_t filler)
 {
-    constexpr std::size_t kShortestFill = 16;
     constexpr std::size_t kByChance = 4; // bytes before the filler that happen to be the same
     std::size_t latest = 0;
     for (const Bytes& page : pages)
@@ -65,7 +81,7 @@ std::size_t commonPlaceOfFiller(const std::vector<Bytes>& pages, std::uint8_t fi
     const bool isSame = std::all_of(pages.begin(), pages.end(), [&](const Bytes& page) {
         return page.size() <= latest || placeOfFiller(page, filler) + kByChance >= latest;
     });
-    return pages.size() > 1 && isSame && latest + kShortestFill <= ACD::kCertificatePageSize ? latest : 0;
+    return pages.size() > 1 && isSame && isFillerBehind(latest, pages) ? latest : 0;
 }
 
 /// The byte that fills the certificate; none if there are others in it. A memory that nobody wrote holds one only.

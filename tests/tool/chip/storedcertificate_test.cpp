@@ -160,6 +160,20 @@ TEST(StoredCertificateTest, ShowsTheLimitOfABusControllerInTheSamePlaceOfEachPag
     EXPECT_FALSE(findReadLimit(begun)); // a chip that holds nothing more
 }
 
+TEST(StoredCertificateTest, ShowsALimitNearTheEndOfAPageIfSeveralPagesEndAlike)
+{
+    const Bytes whole = readTestFile("chip30.p7"); // six pages of 128 bytes, and a part of one
+    for (std::size_t bytes = 113; bytes <= 126; ++bytes) {
+        const auto limit = findReadLimit(cutAt(bytes, 0xff, whole));
+        ASSERT_TRUE(limit) << bytes;
+        EXPECT_EQ(bytes, limit->bytes);
+    }
+    EXPECT_FALSE(findReadLimit(cutAt(127, 0xff, whole))); // by chance a certificate ends its pages so
+    const Bytes onePage(whole.begin(), whole.begin() + 200);
+    EXPECT_TRUE(findReadLimit(cutAt(112, 0xff, onePage)));
+    EXPECT_FALSE(findReadLimit(cutAt(113, 0xff, onePage)));
+}
+
 TEST(StoredCertificateTest, SaysWhichLengthItsOwnHeaderHas)
 {
     try {

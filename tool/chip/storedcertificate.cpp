@@ -190,8 +190,8 @@ Failure explainReadLimit(const ReadLimit& limit)
 
 Bytes fromPem(const Bytes& content)
 {
-    constexpr std::string_view kKinds[] = {PEM_STRING_X509, PEM_STRING_X509_OLD, PEM_STRING_PKCS7,
-                                           PEM_STRING_PKCS7_SIGNED, PEM_STRING_CMS};
+    constexpr std::string_view kPemKinds[] = {PEM_STRING_X509, PEM_STRING_X509_OLD, PEM_STRING_PKCS7,
+                                              PEM_STRING_PKCS7_SIGNED, PEM_STRING_CMS};
     const BioPointer text = readerOf(content);
     Bytes found = content;
     bool isFound = false;
@@ -200,7 +200,7 @@ Bytes fromPem(const Bytes& content)
     unsigned char* data = nullptr;
     long length = 0;
     while (!isFound && PEM_read_bio(text.get(), &name, &header, &data, &length) == 1) {
-        isFound = std::count(std::begin(kKinds), std::end(kKinds), name) > 0;
+        isFound = std::count(std::begin(kPemKinds), std::end(kPemKinds), name) > 0;
         if (isFound)
             found.assign(data, data + length);
         OPENSSL_free(name);

@@ -30,6 +30,10 @@ constexpr char kRetry[] = "Try again. If it fails again, check the bus clock, th
 constexpr char kSignAgain[] =
     "Try again. If it fails again, run 'authchip doctor', which tells why. -vv shows every message to the chip.";
 
+constexpr char kFindTheSilent[] = "Try again. If it fails again, run 'authchip doctor': it tells a chip that is busy "
+                                  "from one that refuses this register\n"
+                                  "and from one that is gone, because it lost its supply or is held in reset.";
+
 struct FreeBlock
 {
     void operator()(AL::U8* block) const { std::free(block); }
@@ -204,10 +208,13 @@ void LibraryChip::check(Error error, const char* tried, const char* next)
     DriverComplaint complaint = m_log.complaint();
     if (complaint.text.empty())
         complaint.systemError = errno; // the version queries do not use the drivers' log
-    const bool isTooLong = error == ErrorI2C && complaint.systemError == EOPNOTSUPP;
+    std::string advice = next;
+    if (error == ErrorI2C && complaint.systemError == EOPNOTSUPP)
+        advice = explainRefusal(Step::ReadRegister, EOPNOTSUPP, m_location).next();
+    else if (error == ErrorI2C && isNoAnswer(Step::SetRegister, complaint.systemError))
+        advice = kFindTheSilent;
     throw Failure(causeOf(complaint, error), std::string(tried) + " the chip at " + at(m_location),
-                  describe(complaint, error),
-                  isTooLong ? explainRefusal(Step::ReadRegister, EOPNOTSUPP, m_location).next() : next)
+                  describe(complaint, error), advice)
         .withSystemError(complaint.systemError);
 }
 

@@ -12,6 +12,8 @@ trimmed() { sed "s/^ *//; s/ *$//" <<<"$1"; }
 file_of() {
     case $1 in
         RefusalTest) echo chip/advice_test.cpp ;;
+        MissingNodeTest) echo chip/missingnode_test.cpp ;;
+        ValuesTest) echo commands/values_test.cpp ;;
         TrustTest) echo chip/trust_test.cpp ;;
         StoredCertificateTest) echo chip/storedcertificate_test.cpp ;;
         SecondSignatureTest) echo chip/verification_test.cpp ;;

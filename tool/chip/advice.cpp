@@ -9,6 +9,7 @@
 #include "common/generations.h"
 #include "common/hex.h"
 #include "tool/chip/bitslip.h"
+#include "tool/chip/missingnode.h"
 #include "tool/chip/permission.h"
 #include "tool/report/filledin.h"
 
@@ -33,7 +34,16 @@ constexpr char kLoadTheDriver[] =
     "such bus: enable it in the device tree, or use another node.";
 constexpr char kNameANode[] = "{device} is no I2C bus. Name a node such as /dev/i2c-1.";
 constexpr char kCheckTheChip[] =
-    "No chip answers there. Check address, supply, reset line and pull-ups; 'i2cdetect -y {bus}' shows who answers.";
+    "No chip answers there; 'i2cdetect -y {bus}' shows who does. If others do, check the chip's address (a strap may\n"
+    "change it), supply and reset line. If nobody does, check that this is its bus ('i2cdetect -l': numbers change "
+    "with\n"
+    "the kernel, and each channel of a multiplexer is a bus of its own), pull-ups and level shifters, and that SDA "
+    "and\n"
+    "SCL are not exchanged.";
+constexpr char kFiltered[] =
+    "The node is open, and a filter refuses what is done with it: a service's SystemCallFilter=, the seccomp profile "
+    "of\n"
+    "a container, or a security module ('ausearch -m avc,seccomp'). Let ioctl(), read() and write() pass.";
 constexpr char kUseAnotherController[] =
     "The bus controller refuses messages of this length: a limit of the controller or its driver, which 'dmesg' names\n"
     "('adapter quirk'). The library reads a certificate in pages of up to 128 bytes and cannot split them. Use\n"
@@ -49,9 +59,7 @@ constexpr char kControllerGone[] = "The bus controller is gone, suspended or wit
 
 // The first row that fits counts.
 constexpr Refusal kRefusals[] = {
-    {Step::OpenNode, ENOENT, "node missing",
-     "'ls /dev/i2c-*' shows the nodes there are. If there is none, load the driver ('modprobe i2c-dev') and enable\n"
-     "the bus in the device tree."},
+    {Step::OpenNode, ENOENT, "node missing", "'ls /dev/i2c-*' shows the nodes there are."}, // of which more is said
     {Step::OpenNode, EACCES, "no permission",
      "Run as root, or join the group that owns the node ('ls -l {device}'; on Debian: 'adduser USER i2c')."},
     {Step::OpenNode, EPERM, "no permission",
@@ -67,6 +75,8 @@ constexpr Refusal kRefusals[] = {
     {Step::OpenNode, kAnyError, "node does not open", "See 'ls -l {device}' and the kernel's messages ('dmesg')."},
 
     {Step::SetTimeout, ENOTTY, kNoI2cNode, kNameANode},
+    {Step::SetTimeout, EPERM, "no permission", kFiltered},
+    {Step::SetTimeout, EACCES, "no permission", kFiltered},
     {Step::SetTimeout, kAnyError, "timeout refused",
      "Leave --bus-timeout out; the bus controller keeps its own timeout then."},
 
@@ -76,14 +86,18 @@ constexpr Refusal kRefusals[] = {
     {Step::SelectAddress, EINVAL, "address refused",
      "The bus takes no such address; look the chip's 7-bit address up in the schematic."},
     {Step::SelectAddress, ENOTTY, kNoI2cNode, kNameANode},
+    {Step::SelectAddress, EPERM, "no permission", kFiltered},
+    {Step::SelectAddress, EACCES, "no permission", kFiltered},
     {Step::SelectAddress, kAnyError, "address refused", "See the kernel's messages ('dmesg')."},
 
     {Step::SetRegister, ENXIO, "no answer", kCheckTheChip},
     {Step::SetRegister, EREMOTEIO, "no answer", kCheckTheChip},
     {Step::SetRegister, ETIMEDOUT, "bus stuck",
      "Either a line is held low, or this adapter reports a missing acknowledgement as a timeout. Try an address that\n"
-     "no chip has ('i2cdetect -y {bus}'): if it fails at once, only this chip is missing; if each address takes long,\n"
-     "the bus is stuck: check the pull-ups and what else is on the bus, and reset the chip."},
+     "no chip has ('i2cdetect -y {bus}'): if it fails at once, only this chip is missing. If each address takes long,\n"
+     "the bus is stuck: switch the chips off and on (a restart in the middle of a read leaves one that holds SDA "
+     "low),\n"
+     "check the pull-ups, and that the device tree gives both pins to the controller (pinctrl)."},
     {Step::SetRegister, EIO, "bus fails", kMaybeNoAnswer},
     {Step::SetRegister, EPROTO, "bus fails", kMaybeNoAnswer},
     {Step::SetRegister, ENODEV, "bus fails", kControllerGone},
@@ -95,16 +109,19 @@ constexpr Refusal kRefusals[] = {
     {Step::SetRegister, EAGAIN, "bus busy",
      "Another master keeps the bus busy, or a line stays low, as without pull-ups or with a short. Measure both lines\n"
      "while nobody sends: they have to be high. Then check what else is on the bus."},
+    {Step::SetRegister, EPERM, "no permission", kFiltered},
     {Step::SetRegister, kAnyError, "bus fails", "See the kernel's messages ('dmesg') for the bus controller."},
 
     {Step::ReadRegister, ETIMEDOUT, "bus stuck",
      "The chip holds the clock for longer than the bus controller waits. Check the bus clock and the controller's\n"
      "support for clock stretching."},
     {Step::ReadRegister, EOPNOTSUPP, "message too long", kUseAnotherController},
+    {Step::ReadRegister, EPERM, "no permission", kFiltered},
     {Step::ReadRegister, kAnyError, "nothing delivered",
      "The chip took the register number and delivered nothing. Try a slower bus clock and check the pull-ups."},
 
     {Step::WriteRegister, EOPNOTSUPP, "message too long", kUseAnotherController},
+    {Step::WriteRegister, EPERM, "no permission", kFiltered},
     {Step::WriteRegister, kAnyError, "bus fails", "See the kernel's messages ('dmesg') for the bus controller."},
 };
 
@@ -164,15 +181,6 @@ std::string adviceAboutAddress(const ChipLocation& location)
     return advice;
 }
 
-/// For "1" or "i2c-1", as i2cdetect takes and shows a bus: the node that is meant.
-std::string adviceAboutName(const std::string& device)
-{
-    const auto digits = device.find_last_not_of("0123456789") + 1; // npos + 1 is 0
-    const std::string before = device.substr(0, digits);
-    const bool isShort = digits < device.size() && (before.empty() || before == "i2c-");
-    return isShort ? "\nIf you mean /dev/i2c-" + device.substr(digits) + ", name it so." : "";
-}
-
 /// Whether a version with a driver makes this one when it arrives a bit late, behind one of the idle data line.
 bool isShiftedVersion(std::uint8_t version)
 {
@@ -204,7 +212,7 @@ Failure explainRefusal(Step step, int error, const ChipLocation& location)
     if (isNoAnswer(step, error))
         next += adviceAboutAddress(location);
     if (step == Step::OpenNode && error == ENOENT)
-        next += adviceAboutName(location.device);
+        next = adviceAbout(lookForNode(location.device));
     if (!location.origin.empty() && (isNoAnswer(step, error) || (step == Step::OpenNode && error == ENOENT)))
         next += "\n" + location.origin;
     const char* permission =
@@ -242,8 +250,10 @@ Failure explainVersion(std::uint8_t deviceVersion, const ChipLocation& location)
                               kHowToMendTheSlip);
     return versionFailure(
         location, answer + ", which is unknown",
-        "Check that the chip at this address is the authentication coprocessor; 'authchip read' lists its\n"
-        "registers.");
+        fillIn("Another device may have this address, alone or beside the chip. Hold the chip in reset: if "
+               "'i2cdetect -y {bus}'\nstill shows {address}, another one answers there. 'authchip read' lists its "
+               "registers.",
+               location));
 }
 
 } // namespace VorelKestrel::Tool

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <ostream>
-#include <set>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -11,6 +10,7 @@
 #include "tool/commands/configfile.h"
 #include "tool/commands/nearest.h"
 #include "tool/commands/repeatarguments.h"
+#include "tool/commands/strayword.h"
 #include "tool/commands/table.h"
 #include "tool/commands/values.h"
 #include "tool/report/failure.h"
@@ -43,7 +43,7 @@ std::string footer()
 class Parser
 {
 public:
-    Parser(int argc, const char* const* argv) : m_words(argv, argv + argc)
+    Parser(int argc, const char* const* argv) : m_words(argv + std::min(argc, 1), argv + argc)
     {
         addCommonOptions();
         m_app.require_subcommand(1);
@@ -143,7 +143,7 @@ private:
             return;
         }
         m_entries.push_back({&row, &app, nullptr, nullptr});
-        if (m_words.count(app.get_name()) > 0)
+        if (std::count(m_words.begin(), m_words.end(), app.get_name()) > 0)
             make(m_entries.back());
     }
 
@@ -164,8 +164,7 @@ private:
     {
         for (const char* option : {"--device", "--address"}) {
             if (m_app.get_option(option)->count() == 0)
-                throw Failure(kWrongUsage, "", std::string(option) + " is required",
-                              "'authchip --help' lists the commands and options.");
+                throw explainMissing(option, m_app.get_option(option)->get_envname());
         }
         requirePlainPath(m_options.location.device);
     }
@@ -194,18 +193,41 @@ private:
     {
         const std::string help = "'authchip --help' lists the commands and options.";
         const std::string text = error.what();
+        const std::vector<std::string> strays = m_app.remaining(true);
+        const bool hasDash = std::any_of(strays.begin(), strays.end(), beginsWithADash);
+        if (hasDash || dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
+            const StrayWord stray = explainStray(m_words, strays, optionsOfCommand());
+            return {kWrongUsage, "", stray.found, stray.next};
+        }
         if (text != "A subcommand is required")
             return {kWrongUsage, "", text, help};
         const CLI::App* group = &m_app;
         for (const CLI::App* parsed : m_app.get_subcommands())
             group = parsed;
         const std::string place = group == &m_app ? "authchip" : "authchip " + group->get_name();
-        for (const std::string& word : m_app.remaining(true)) {
+        for (const std::string& word : strays) {
             if (word.rfind('-', 0) != 0)
                 return {kWrongUsage, "", "unknown command '" + word + "'", adviseOn(word, *group, place)};
         }
         return {kWrongUsage, "", "no command given",
                 "Name one: " + commaSeparated(commandsOf(*group)) + ". '" + place + " --help' explains them."};
+    }
+
+    /// The long options of the program and of the command that was named.
+    std::vector<std::string> optionsOfCommand() const
+    {
+        std::vector<std::string> names;
+        std::vector<const CLI::App*> apps = {&m_app};
+        for (std::size_t next = 0; next < apps.size(); ++next) {
+            for (const CLI::Option* option : apps[next]->get_options()) {
+                if (!option->get_lnames().empty())
+                    names.push_back("--" + option->get_lnames().front());
+            }
+            const CLI::App* app = apps[next]; // the list grows
+            for (const CLI::App* command : app->get_subcommands())
+                apps.push_back(command);
+        }
+        return names;
     }
 
     static std::vector<std::string> commandsOf(const CLI::App& group)
@@ -230,7 +252,7 @@ private:
                " --help' lists the commands.";
     }
 
-    const std::set<std::string> m_words; // of the command line
+    const std::vector<std::string> m_words; // of the command line
     CLI::App m_app{"Authenticates the accessory coprocessor on an I2C bus, and finds faults.", "authchip"};
     CommonOptions m_options;
     std::string m_address;

@@ -35,6 +35,18 @@ std::string chosenFile()
     return valueOf(kVariable).value_or(kConfigFile);
 }
 
+/// A variable that is set and may be the other one with a typing error; empty: none.
+std::string misspelt(const std::string& variable)
+{
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+        const std::string text = *entry;
+        const std::string name = text.substr(0, text.find('='));
+        if (name != variable && isNear(name, variable))
+            return name;
+    }
+    return "";
+}
+
 /// The program or a command, and the words that lead to it.
 struct NamedApp
 {
@@ -71,6 +83,8 @@ std::string requireFile(const std::string& path)
     const bool isNull = S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3);
     if (exists && !S_ISREG(status.st_mode) && !isNull)
         throw unreadable(path, "It is no regular file");
+    if (path != chosenFile() && access(path.c_str(), R_OK) != 0) // that one is looked at when its origin is known
+        throw unreadable(path, describeSystemError(errno));
     return ""; // nothing to complain about for CLI11
 }
 
@@ -148,6 +162,7 @@ public:
     {
         std::ostringstream text;
         text << input.rdbuf();
+        requireText(text.str());
         std::istringstream again(text.str());
         Items found;
         m_settings.clear();
@@ -161,6 +176,13 @@ public:
                 throw explainLine(line, place);
         }
         return found;
+    }
+
+    void requireText(const std::string& text) const
+    {
+        if (text.find('\0') != std::string::npos)
+            throw Failure(kWrongUsage, "use " + pathOf(m_app), "It is no plain text: it has bytes of 0, as UTF-16 has",
+                          "Save the file as UTF-8 without a byte order mark.");
     }
 
     Failure explainLine(const CLI::ConfigItem& line, const std::string& place) const
@@ -272,6 +294,18 @@ Failure withOrigin(const Failure& failure, const std::vector<Setting>& settings)
     if (failure.status() == ExitStatus::Usage && setting != settings.end())
         told.withPlace(setting->place);
     return told;
+}
+
+Failure explainMissing(const std::string& option, const std::string& variable)
+{
+    const std::string other = misspelt(variable);
+    const std::string found = option + " is required";
+    if (!other.empty())
+        return {kWrongUsage, "", found + ", and " + other + " is no variable of authchip",
+                "Did you mean " + variable + "?"};
+    return {kWrongUsage, "", found,
+            "Give it, set " + variable + ", or write it into " + kConfigFile +
+                ". (sudo drops variables, unless it has\n" + "'--preserve-env=" + variable + "'.)"};
 }
 
 void requireConfigFile(const CLI::App& app)

@@ -40,6 +40,8 @@ std::vector<Setting> settingsOf(const CLI::App& app);
 std::string originOfLocation(const std::vector<Setting>& settings);
 /// The same failure, with its origin if it is about what one of the settings says.
 Failure withOrigin(const Failure& failure, const std::vector<Setting>& settings);
+/// An option that is required, and not given. A variable that may be its own with a typing error is named.
+Failure explainMissing(const std::string& option, const std::string& variable);
 /// Throws Failure (ExitStatus::Usage) if there is a file of options that cannot be read.
 /// Requires: the command line has been parsed.
 void requireConfigFile(const CLI::App& app);

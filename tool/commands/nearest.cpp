@@ -33,4 +33,10 @@ std::string nearestWord(const std::string& word, const std::vector<std::string>&
     });
 }
 
+bool isNear(const std::string& word, const std::string& other)
+{
+    constexpr std::size_t kFew = 3;
+    return distance(word, other) <= kFew;
+}
+
 } // namespace VorelKestrel::Tool

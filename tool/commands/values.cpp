@@ -1,5 +1,7 @@
 #include "tool/commands/values.h"
 
+#include <algorithm>
+#include <cctype>
 #include <sstream>
 
 #include <unistd.h>
@@ -39,6 +41,62 @@ std::string describeSurroundings(const std::string& text)
     return text.find_first_of(kQuotes) != std::string::npos ? "It has quotes around it" : "It has blanks around it";
 }
 
+bool isBase64(const std::string& text)
+{
+    const auto padding = std::min(text.find('='), text.size());
+    return text.size() - padding <= 2 && std::all_of(text.begin(), text.end(), [](unsigned char each) {
+               return std::isalnum(each) != 0 || each == '+' || each == '/' || each == '=';
+           });
+}
+
+/// The address in a text with something else around it, such as "2ah", "Ox2a" or "0x2a,": its first two hexadecimal
+/// digits or more. Empty: that does not show.
+std::string addressIn(const std::string& text)
+{
+    constexpr char kHexadecimalDigits[] = "0123456789abcdefABCDEF";
+    for (auto begin = text.find_first_of(kHexadecimalDigits); begin != std::string::npos;) {
+        const auto end = std::min(text.find_first_not_of(kHexadecimalDigits, begin), text.size());
+        const auto address = parseNumber("0x" + text.substr(begin, end - begin), kEightBitMaximum);
+        if (end - begin > 1 && address)
+            return toHex(*address, 2);
+        begin = text.find_first_of(kHexadecimalDigits, end);
+    }
+    return "";
+}
+
+Failure noNumber(const std::string& tried, const std::string& text)
+{
+    const std::string next = "Give the chip's 7-bit address, for example 0x2a.";
+    if (text.find('/') == 0)
+        return usageFailure(tried, "That is the path of a node, and no number", "--device names the node. " + next);
+    const std::string address = addressIn(text);
+    const bool isAscii =
+        std::all_of(text.begin(), text.end(), [](char each) { return static_cast<unsigned char>(each) < 0x80; });
+    const std::string found = "That is not a number";
+    return usageFailure(tried, isAscii ? found : found + ": not all of its characters are ASCII",
+                        address.empty() ? next : "If you mean " + address + ", write it so. " + next);
+}
+
+/// Why a text is no sequence of hexadecimal bytes, and what to write.
+Failure notHexadecimal(const std::string& tried, const std::string& text)
+{
+    const std::string found = "'" + text + "' is not a sequence of hexadecimal bytes";
+    if (text.rfind("0x", 0) == 0 || text.find(",0x") != std::string::npos)
+        return usageFailure(tried, found + ": it has 0x", "Leave each 0x and comma out: two digits for each byte.");
+    if (access(text.c_str(), F_OK) == 0)
+        return usageFailure(tried, found + ", but the name of a file",
+                            "Give the bytes in it: $(od -An -v -tx1 '" + text + "').");
+    const auto wrong = text.find_first_not_of("0123456789abcdefABCDEF: \t\r\n");
+    if (wrong == std::string::npos)
+        return usageFailure(tried, found + ": a digit is missing",
+                            "Give two digits for each byte, for example 00ff10.");
+    constexpr std::size_t kDigitsOfAGroup = 4; // of base64
+    if (text.size() % kDigitsOfAGroup == 0 && text.size() > kDigitsOfAGroup && isBase64(text))
+        return usageFailure(tried, found + ", but may be base64",
+                            "'echo TEXT | base64 -d | od -An -v -tx1' shows its bytes in hexadecimal.");
+    return usageFailure(tried, found, "Give two digits for each byte, for example 00ff10.");
+}
+
 } // namespace
 
 void requirePlainPath(const std::string& device)
@@ -58,7 +116,7 @@ int parseAddress(const std::string& text, int maximum)
     if (!address && parseNumber(meant, kLargestNumber))
         throw usageFailure(tried, describeSurroundings(text), "Write " + meant + " only.");
     if (!address)
-        throw usageFailure(tried, "That is not a number", "Give the chip's 7-bit address, for example 0x2a.");
+        throw noNumber(tried, text);
     if (*address <= static_cast<std::uint32_t>(maximum))
         return static_cast<int>(*address);
     if (*address <= kEightBitMaximum)
@@ -139,8 +197,7 @@ Bytes parseBytes(const std::string& text, const std::string& tried)
 {
     const auto bytes = fromHex(text);
     if (!bytes)
-        throw usageFailure(tried, "'" + text + "' is not a sequence of hexadecimal bytes",
-                           "Give two digits for each byte, for example 00ff10.");
+        throw notHexadecimal(tried, text);
     return *bytes;
 }
 

@@ -23,4 +23,11 @@ TEST(NearestWordTest, IsTheFirstOfSeveral)
     EXPECT_EQ("ab", nearestWord("", {"ab", "cd", "efg"}));
 }
 
+TEST(NearWordTest, DiffersInAFewLetters)
+{
+    EXPECT_TRUE(isNear("AUTHCHIP_ADRESS", "AUTHCHIP_ADDRESS"));
+    EXPECT_TRUE(isNear("AUTHCHIP_DEV", "AUTHCHIP_DEVICE"));
+    EXPECT_FALSE(isNear("AUTHCHIP_DE", "AUTHCHIP_DEVICE"));
+}
+
 } // namespace

@@ -17,7 +17,7 @@ struct ChipLocation
     /// Another address, which the same digits have in hexadecimal: for an address that was typed in decimal.
     std::optional<int> inHexadecimal = std::nullopt;
     /// Where it was written that node and address are these, as a sentence; empty: on the command line.
-    std::string origin = "";
+    std::string origin{};
 };
 
 /// "0x2a": an address as people write it.

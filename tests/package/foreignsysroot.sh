@@ -21,7 +21,8 @@ cp -al "$sysroot"/lib* "$sysroot/usr" "$PRODUCT_SYSROOT"
 log4cplus=$(echo "$PRODUCT_SYSROOT"/usr/lib/*/cmake/log4cplus/log4cplusTargets.cmake)
 libraries=${log4cplus#"$PRODUCT_SYSROOT"}
 libraries=${libraries%/cmake/*}
-sed -E "/INTERFACE_LINK_LIBRARIES/s#\"rt;nsl\"#\"$libraries/librt.a;$libraries/libnsl.so\"#" "$log4cplus" >"$scratch/log4cplus"
+# Debian 12 names both, Debian 13 the first only.
+sed "/INTERFACE_LINK_LIBRARIES/{s#\"rt#\"$libraries/librt.a#; s#;nsl\"#;$libraries/libnsl.so\"#}" "$log4cplus" >"$scratch/log4cplus"
 grep -q "$libraries/librt.a" "$scratch/log4cplus" || { echo "$log4cplus is not what it was" >&2; exit 1; }
 rm "$log4cplus"
 mv "$scratch/log4cplus" "$log4cplus"

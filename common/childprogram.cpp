@@ -24,7 +24,11 @@ public:
     {
         posix_spawnattr_init(&m_attributes);
         posix_spawnattr_setsigmask(&m_attributes, &mask);
-        posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETSIGMASK);
+        sigset_t ignoredHere; // and not to be ignored by the program
+        sigemptyset(&ignoredHere);
+        sigaddset(&ignoredHere, SIGXFSZ);
+        posix_spawnattr_setsigdefault(&m_attributes, &ignoredHere);
+        posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     }
     ~SpawnAttributes() { posix_spawnattr_destroy(&m_attributes); }
     SpawnAttributes(const SpawnAttributes&) = delete;

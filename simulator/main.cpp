@@ -32,9 +32,20 @@ void print(const std::string& text)
         throw FrontError("cannot write to standard output; look for a full disk or a closed pipe");
 }
 
+/// What a program's name that is none may be.
+const char* adviceAbout(const std::string& program)
+{
+    if (program.front() == '-')
+        return "  next: Options of authchip-sim stand before '--', the program and its options behind it.\n";
+    if (program.find(' ') != std::string::npos)
+        return "  next: Leave the quotes out: the program and its arguments are words of their own.\n";
+    return "";
+}
+
 int reportNotStarted(const std::string& program, int error)
 {
-    std::cerr << "authchip-sim: cannot run '" << escaped(program) << "': " << std::strerror(error) << '\n';
+    std::cerr << "authchip-sim: cannot run '" << escaped(program) << "': " << std::strerror(error) << '\n'
+              << (program.empty() ? "" : adviceAbout(program));
     return exitStatusOfNotStarted(error);
 }
 

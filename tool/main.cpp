@@ -1,5 +1,6 @@
 // authchip: shows a chip to whoever brings a board up, and proves it.
 
+#include <csignal>
 #include <iostream>
 #include <string>
 
@@ -132,6 +133,7 @@ ExitStatus run(const CommandLine& line, std::ostream& answer)
 int main(int argc, const char* const* argv)
 {
     VorelKestrel::occupyStandardDescriptors();
+    std::signal(SIGXFSZ, SIG_IGN); // so that a file above the limit is an error that can be explained
     ConsoleToStandardError console;
     return runTool(argc, argv, console.answer(), run);
 }

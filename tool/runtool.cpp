@@ -37,7 +37,7 @@ ExitStatus run(int argc, const char* const* argv, std::ostream& answer, bool& js
     answer.flush();
     if (!answer)
         throw Failure("file not written", "write the answer", "Standard output takes no more",
-                      "Look for a full disk or a program behind the pipe that has ended.");
+                      "Look for a full disk, a limit ('ulimit -f') or a program behind the pipe that has ended.");
     return status;
 }
 

@@ -52,6 +52,7 @@ normalised() {
         s/\b0x51[0-9a-f]{6}\b/KEY/g;
         s/^(owner +)[\w-]+,/$1USER,/gm;
         s/\b(until )\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ/$1DATE/g;
+        s/(this board\x27s clock says )\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ/$1DATE/g;
         s/("owner":)"[\w-]+"/$1"USER"/g;
         s/[\w-]+ (has put it there)/USER $1/g;
         s/; systemd removes it when [\w-]+ logs out, unless it has RemoveIPC=no//g; # a seed by another user than root
@@ -137,6 +138,11 @@ as_nobody() {
     cp "$(command -v authchip)" "$build"/tool/libauthchip-*.so "$TMPDIR"
     nobody "$TMPDIR/authchip" "$@"
 }
+# The same, where it can start no thread.
+as_nobody_without_threads() {
+    cp "$(command -v authchip)" "$build"/tool/libauthchip-*.so "$TMPDIR"
+    nobody bash -c 'ulimit -u 1; exec "$0" "$@"' "$TMPDIR/authchip" "$@"
+}
 # Authchip in a container that another user has started, and where that user is called root.
 as_root_of_a_container() {
     cp "$(command -v authchip)" "$build"/tool/libauthchip-*.so "$TMPDIR"
@@ -160,6 +166,8 @@ with_a_disk_of() {
 }
 # Where the system's semaphores are others than those of whoever has made the lock.
 in_a_container() { unshare --ipc "$@"; }
+# Where the processes outside are not visible.
+where_others_are_invisible() { unshare --pid --fork --mount-proc "$@"; }
 # Where $TMPDIR is what systemd gives to a service with PrivateTmp=.
 in_a_private_tmp() {
     mkdir -p "$TMPDIR/systemd-private-1-test.service-2/tmp" "$TMPDIR/tmp"
@@ -190,7 +198,7 @@ interrupted_when_it_waits() {
 export -f make_pki make_renewed_pki lock_number remove_lock key_file set_tokens while_held while_held_in while_stopped stop_process nobody as_nobody without_proc
 export -f with_a_tiny_disk with_a_disk_of in_a_container beside_a_seed without_semaphores interrupted_when_it_waits
 export -f verify_recorded revoke in_a_private_tmp
-export -f as_root_of_a_container as_root_without_rights
+export -f as_nobody_without_threads where_others_are_invisible as_root_of_a_container as_root_without_rights
 
 # Neither a container without the right nor a folder mounted with "nodev" lets a node be opened.
 makes_nodes() {
@@ -226,6 +234,10 @@ for name in "$@"; do
             { echo "$name: skipped, no user can be called root here"; exit 77; } ;;
         *as_root_without_rights*) as_root_without_rights true 2>/dev/null ||
             { echo "$name: skipped, only root gives rights up"; exit 77; } ;;
+    esac
+    case $command in
+        *where_others_are_invisible*) where_others_are_invisible true 2>/dev/null ||
+            { echo "$name: skipped, only root hides processes"; exit 77; } ;;
     esac
     case $command in
         *without_proc*) without_proc true 2>/dev/null || { echo "$name: skipped, only root hides /proc"; exit 77; } ;;

@@ -1,12 +1,15 @@
 #include "tool/chip/knowncontent.h"
 
 #include <algorithm>
+#include <cctype>
 #include <iterator>
 #include <string>
+#include <string_view>
 
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
+#include <openssl/pkcs12.h>
 #include <openssl/pkcs7.h>
 #include <openssl/x509.h>
 
@@ -24,15 +27,39 @@ bool isInDer(const Bytes& bytes)
     return object != nullptr;
 }
 
+bool isNothing(const Bytes& /*bytes*/)
+{
+    return false;
+}
+
+bool isCertificateInBase64(const Bytes& bytes)
+{
+    Bytes text;
+    std::copy_if(bytes.begin(), bytes.end(), std::back_inserter(text),
+                 [](std::uint8_t byte) { return std::isspace(byte) == 0; });
+    constexpr std::size_t kLongest = std::size_t{1} << 20U;
+    if (text.empty() || text.size() > kLongest)
+        return false;
+    Bytes decoded(text.size());
+    const int length = EVP_DecodeBlock(decoded.data(), text.data(), static_cast<int>(text.size()));
+    decoded.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+    return length > 0 && isInDer<X509, d2i_X509_bio, X509_free>(decoded);
+}
+
+using namespace std::string_view_literals;
+constexpr std::string_view kDashesInUtf16 = "-\0-\0-"sv; // in both orders of bytes
+
 struct Kind
 {
     KnownContent content;
-    const char* label; // the end of the line with which it begins in PEM
+    std::string_view label; // the end of the line with which it begins in PEM; empty: none
     bool (*isHeldInDer)(const Bytes& bytes);
 };
 
 constexpr Kind kKinds[] = {
-    {{"a certificate", true, "Name the issuer's certificate."},
+    {{"a certificate", true,
+      "Each certificate begins with the line '-----BEGIN CERTIFICATE-----' and ends with '-----END CERTIFICATE-----'.",
+      true},
      " CERTIFICATE-----",
      isInDer<X509, d2i_X509_bio, X509_free>},
     {{"a certificate request", false, "Name the certificate that was issued for this request."},
@@ -52,6 +79,16 @@ constexpr Kind kKinds[] = {
       "Take the issuer's certificate out of it: 'openssl pkcs7 -print_certs', for DER with '-inform DER'."},
      "PKCS7-----",
      isInDer<PKCS7, d2i_PKCS7_bio, PKCS7_free>},
+    {{"a PKCS #12 container", false,
+      "Take the issuer's certificate out of it: 'openssl pkcs12 -cacerts -nokeys -in FILE' (or -clcerts)."},
+     "",
+     isInDer<PKCS12, d2i_PKCS12_bio, PKCS12_free>},
+    {{"PEM in UTF-16", false, "Convert it: 'iconv -f UTF-16 -t UTF-8 FILE'."}, kDashesInUtf16, isNothing},
+    {{"a certificate in base64 without the lines around it", false,
+      "Put the line '-----BEGIN CERTIFICATE-----' before it and '-----END CERTIFICATE-----' behind it."},
+     "",
+     isCertificateInBase64},
+    {{"a web page", false, "The download has failed: fetch the issuers' certificates again."}, "<html", isNothing},
 };
 
 } // namespace
@@ -61,7 +98,7 @@ const KnownContent* recognise(const Bytes& bytes)
     const std::string text(bytes.begin(), bytes.end());
     const auto* end = std::end(kKinds);
     const auto* kind = std::find_if(std::begin(kKinds), end, [&](const Kind& each) {
-        return text.find(each.label) != std::string::npos || each.isHeldInDer(bytes);
+        return (!each.label.empty() && text.find(each.label) != std::string::npos) || each.isHeldInDer(bytes);
     });
     return kind == end ? nullptr : &kind->content;
 }

@@ -120,9 +120,29 @@ std::optional<Failure> explainContent(const Bytes& stored)
     return std::nullopt;
 }
 
+/// The number of the first page that one byte fills, as of a part of the memory that is empty or defective; 0: none.
+std::size_t findFilledPage(const std::vector<Bytes>& pages)
+{
+    constexpr std::size_t kShortest = 16; // the last page may be cut
+    const auto page = std::find_if(pages.begin(), pages.end(),
+                                   [](const Bytes& each) { return each.size() >= kShortest && onlyByteOf(each); });
+    return page == pages.end() ? 0 : static_cast<std::size_t>(page - pages.begin()) + 1;
+}
+
+constexpr char kCompareReadings[] =
+    "'authchip certificate -o FILE' stores what arrived. If it differs each time, check the bus. If it is always the\n"
+    "same, the chip's memory is defective, or another device has the chip's address, too ('i2cdetect' while the chip "
+    "is\n"
+    "held in reset). If these bytes come from a file, name the right one.";
+
 std::string explain(const Bytes& stored, const CertificateError& error)
 {
     const auto length = derLength(stored);
+    const std::vector<Bytes> pages = pagesOf(stored);
+    const std::size_t filled = findFilledPage(pages);
+    if ((!length || *length == stored.size()) && filled > 0)
+        return "Page " + std::to_string(filled) + " holds nothing but " + toHex(pages[filled - 1].front(), 2) + ": " +
+               error.what();
     if (!length || *length == stored.size())
         return error.what();
     return "The chip reports " + inBytes(stored.size()) + ", and the certificate's own header says " +
@@ -163,8 +183,7 @@ Certificate parseCertificate(const Bytes& stored)
             throw Failure(*failure);
         throw Failure(stored.empty() ? "no certificate" : "unreadable certificate",
                       "parse the " + inBytes(stored.size()) + " of the chip's certificate", explain(stored, error),
-                      "'authchip certificate -o FILE' stores what arrived; runs of ff or 00 come from the bus. "
-                      "If these bytes come from a file, name the right one.");
+                      kCompareReadings);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <iterator>
 #include <new>
+#include <set>
 #include <system_error>
 #include <utility>
 
@@ -45,14 +46,15 @@ struct Fault
     int error;
     const char* check;
     const char* cause;
-    const char* found; // behind the name of the certificate; {issuer} is the name of the issuer that it names
+    const char* found; // behind the name of the certificate; {issuer} is the name of the issuer that it names,
+                       // {given} those of the given issuers, and {lists} those of the issuers of the given lists
     const char* next;
 };
 
 constexpr char kCompareTheIssuer[] =
     "If --issuer names a certificate of the same name with another key, name the right one ('openssl x509 -noout\n"
     "-fingerprint' tells them apart). Otherwise do not trust this accessory.";
-constexpr char kFromNobodyGiven[] = "comes from none of the given issuers: its issuer is {issuer}";
+constexpr char kFromNobodyGiven[] = "comes from none of the given issuers ({given}): its issuer is {issuer}";
 constexpr char kFromANamesake[] =
     "comes from none of the given issuers: the given {issuer} has the name of its issuer, and another key";
 constexpr char kNameTheFormerKey[] =
@@ -63,7 +65,8 @@ constexpr char kNameTheFormerKey[] =
 constexpr char kDoNotTrust[] = "Do not trust this accessory, unless --issuer names the wrong issuers.";
 constexpr char kNameTheIssuer[] = "If that issuer is yours, or one that your issuer has appointed, name its "
                                   "certificate with --issuer, too: the option\n"
-                                  "is repeatable. Otherwise do not trust this accessory.";
+                                  "is repeatable. Samples, and each generation of the chip, may have an issuer of "
+                                  "their own.\nOtherwise do not trust this accessory.";
 constexpr char kSetTheClock[] = "If this board's clock is wrong, set it, or give the time with --at. Without a clock, "
                                 "--no-time-check leaves the dates unchecked.";
 constexpr char kTheClockIsWrong[] = "Set this board's clock and try again. On a board without a clock, 'authchip "
@@ -81,7 +84,8 @@ constexpr Fault kFaults[] = {
      kCompareTheIssuer},
     {X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT, kIssuer, "self-made", "is signed by its own key, not by an issuer",
      kDoNotTrust},
-    {X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN, kIssuer, "unknown issuer", "is none of the given issuers", kNameTheIssuer},
+    {X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN, kIssuer, "unknown issuer", "is none of the given issuers ({given})",
+     kNameTheIssuer},
     {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT, kIssuer, "unknown issuer", kFromNobodyGiven, kNameTheIssuer},
     {X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, kIssuer, "unknown issuer", kFromNobodyGiven, kNameTheIssuer},
     {X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE, kIssuer, "unknown issuer", kFromNobodyGiven, kNameTheIssuer},
@@ -97,8 +101,8 @@ constexpr Fault kFaults[] = {
     {X509_V_ERR_CERT_NOT_YET_VALID, kValidity, "not yet valid", "is not valid yet", kSetTheClock},
     {X509_V_ERR_CERT_HAS_EXPIRED, kValidity, "expired", "has expired", kSetTheClock},
     {X509_V_ERR_CERT_REVOKED, kRevocation, "revoked", "is revoked", kRevoked},
-    {X509_V_ERR_UNABLE_TO_GET_CRL, kRevocation, "no revocation list", "has an issuer for which no list is given",
-     kFetchTheList},
+    {X509_V_ERR_UNABLE_TO_GET_CRL, kRevocation, "no revocation list",
+     "has the issuer {issuer}, of which no list is given: the lists are of {lists}", kFetchTheList},
     {X509_V_ERR_CRL_SIGNATURE_FAILURE, kRevocation, "list altered", "has a list that does not match its signature",
      kFetchTheList},
     {X509_V_ERR_CRL_NOT_YET_VALID, kRevocation, "list not yet valid", "has a list that is not valid yet", kSetTheClock},
@@ -253,7 +257,10 @@ void addIssuersOf(X509_STORE* store, const std::string& path)
     if (addCertificates(store, content, path) > 0)
         return;
     if (const KnownContent* other = recognise(content))
-        failReading(path, "It holds " + std::string(other->name) + ", and no certificate", other->inPlaceOfIssuer);
+        failReading(path,
+                    other->isDamagedIssuer ? "The lines around its certificate are damaged"
+                                           : "It holds " + std::string(other->name) + ", and no certificate",
+                    other->inPlaceOfIssuer);
     failReading(path, kNoCertificate, kNameIssuers);
 }
 
@@ -361,7 +368,39 @@ struct Verdict
 {
     std::vector<FoundFault> faults;
     std::vector<X509*> chain; // borrowed from the context
+    std::string given;        // the names of the given issuers ...
+    std::string lists;        // ... and of the issuers of the given lists
 };
+
+/// "CN=One; CN=Two": the first few names.
+std::string listed(const std::set<std::string>& names)
+{
+    constexpr std::size_t kMost = 4;
+    std::string text;
+    std::size_t count = 0;
+    for (const std::string& name : names) {
+        if (++count > kMost)
+            return text + " and " + std::to_string(names.size() - kMost) + " more";
+        text += (count == 1 ? "" : "; ") + name;
+    }
+    return text;
+}
+
+void nameWhatIsGiven(Verdict& verdict, X509_STORE* store)
+{
+    std::set<std::string> issuers;
+    std::set<std::string> lists;
+    const STACK_OF(X509_OBJECT)* objects = X509_STORE_get0_objects(store);
+    for (int i = 0; i < sk_X509_OBJECT_num(objects); ++i) {
+        X509_OBJECT* object = sk_X509_OBJECT_value(objects, i);
+        if (const X509* issuer = X509_OBJECT_get0_X509(object))
+            issuers.insert(nameAsText(X509_get_subject_name(issuer)));
+        if (const X509_CRL* list = X509_OBJECT_get0_X509_CRL(object))
+            lists.insert(nameAsText(X509_CRL_get_issuer(list)));
+    }
+    verdict.given = listed(issuers);
+    verdict.lists = listed(lists);
+}
 
 /// The certificates of a chip's container, for the time of one verification. It owns none of them.
 class Companions
@@ -415,7 +454,10 @@ TrustCheck judge(const char* name, const Verdict& verdict, const std::string& go
         const Fault* fault = findFault(each.error);
         if (fault != nullptr && fault->check == name)
             return {name, TrustCheck::Result::Failed, fault->cause,
-                    each.subject + " " + filledIn(fault->found, {{"{issuer}", each.issuer}}), fault->next};
+                    each.subject + " " +
+                        filledIn(fault->found,
+                                 {{"{issuer}", each.issuer}, {"{given}", verdict.given}, {"{lists}", verdict.lists}}),
+                    fault->next};
         if (fault == nullptr && name == kIssuer)
             return {name, TrustCheck::Result::Failed, "not trusted",
                     each.subject + ": " + X509_verify_cert_error_string(each.error), kDoNotTrust};
@@ -439,7 +481,10 @@ TrustCheck checkValidity(TrustReport& report, const Verdict& verdict, const Trus
 {
     TrustCheck check = judge(kValidity, verdict, good);
     const std::time_t now = options.clock(nullptr);
-    report.isClockWrong = check.result == TrustCheck::Result::Failed && !options.at && now < kEarliestNow;
+    const bool isByTheClock = check.result == TrustCheck::Result::Failed && !options.at;
+    report.isClockWrong = isByTheClock && now < kEarliestNow;
+    if (isByTheClock && !report.isClockWrong)
+        check.found += "; this board's clock says " + dateAndTime(now) + "Z";
     if (report.isClockWrong) {
         check.found += "; this board's clock says " + dateAndTime(now) + "Z, which cannot be";
         check.next = kTheClockIsWrong;
@@ -495,7 +540,8 @@ TrustReport Trust::examine(const Certificate& certificate) const
     if (!context || X509_STORE_CTX_init(context.get(), m_store.get(), certificate.x509(), companions.get()) != 1)
         throw std::bad_alloc();
     setTerms(context.get(), m_options);
-    const Verdict verdict = verify(context.get());
+    Verdict verdict = verify(context.get());
+    nameWhatIsGiven(verdict, m_store.get());
 
     TrustReport report;
     const bool knowsIssuers = !m_options.issuers.empty();

@@ -11,6 +11,7 @@
 #include <openssl/objects.h>
 #include <openssl/rsa.h>
 
+#include "common/numbers.h"
 #include "common/opensslpointer.h"
 #include "tool/chip/storedcertificate.h"
 
@@ -139,6 +140,27 @@ bool isOverAnyChallenge(const Generation& generation, EVP_PKEY* key, const Bytes
            EVP_PKEY_verify_recover(context.get(), recovered.data(), &length, signature.data(), signature.size()) == 1;
 }
 
+/// Whether the chip has signed the digest of the challenge: whoever sent it has hashed it first.
+bool isOverDigest(const Generation& generation, EVP_PKEY* key, const Bytes& challenge, const Bytes& signature)
+{
+    Bytes digest(EVP_MAX_MD_SIZE);
+    std::size_t length = 0;
+    if (EVP_Q_digest(nullptr, generation.digest, nullptr, challenge.data(), challenge.size(), digest.data(), &length) !=
+        1)
+        return false;
+    digest.resize(length);
+    const bool isOver = signature.size() == generation.responseLength && matches(generation, key, digest, signature);
+    ERR_clear_error();
+    return isOver;
+}
+
+SignatureFlaw overDigest(const Generation& generation, const Bytes& challenge)
+{
+    return {kAnotherChallenge, "the signature is over the " + std::string(generation.digest) + " digest of these " +
+                                   inBytes(challenge.size()) +
+                                   ": the digest was the challenge that the chip got, and not these bytes"};
+}
+
 /// Of a signature that does not match.
 SignatureFlaw explainMismatch(const Generation& generation, EVP_PKEY* key, const Bytes& challenge,
                               const Bytes& signature)
@@ -147,6 +169,8 @@ SignatureFlaw explainMismatch(const Generation& generation, EVP_PKEY* key, const
         return {"signature out of range", "the signature is no signature of any key: a number in it is out of range"};
     if (generation.keyGroup != nullptr && matches(generation, key, challenge, exchanged(signature)))
         return {"r and s exchanged", "the signature has s before r"};
+    if (isOverDigest(generation, key, challenge, signature))
+        return overDigest(generation, challenge);
     if (generation.keyGroup != nullptr) // ECDSA does not tell the two apart
         return {kWrongSignature, "the signature is of another key than the certificate's, or over another challenge"};
     if (isOverAnyChallenge(generation, key, signature))
@@ -170,6 +194,8 @@ std::optional<SignatureFlaw> findFlaw(const Generation& generation, EVP_PKEY* ke
 {
     if (auto wrongKey = findWrongKey(generation, key))
         return wrongKey;
+    if (challenge.size() != generation.challengeLength && isOverDigest(generation, key, challenge, signature))
+        return overDigest(generation, challenge);
     if (challenge.size() != generation.challengeLength)
         return SignatureFlaw{kWrongSignature, "the challenge has " + std::to_string(challenge.size()) +
                                                   " bytes instead of " + std::to_string(generation.challengeLength)};

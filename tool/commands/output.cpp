@@ -26,6 +26,9 @@ Failure unwritable(const std::string& path)
 {
     const int error = errno;
     const bool isFull = error == ENOSPC || error == EDQUOT;
+    if (error == EFBIG)
+        return {"file not written", "write " + path, describeSystemError(error),
+                "The size of files is limited here: raise 'ulimit -f', or the service's LimitFSIZE=."};
     return {"file not written", "write " + path, describeSystemError(error),
             isFull ? "Make room on that disk ('df' shows which is full), or name a file on another one." : kNameAFile};
 }

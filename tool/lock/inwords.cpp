@@ -52,12 +52,14 @@ struct Halt
 {
     const char* word; // behind its name; empty: nothing
     pid_t debugger;   // 0: none
+    bool isInKernel;  // where no signal reaches it
 };
 
 Halt findHalt(pid_t process)
 {
     constexpr char kStopped = 'T'; // by a signal
     constexpr char kTraced = 't';
+    constexpr char kInKernel = 'D';
     std::ifstream status(folderOf(process) + "/status");
     char state = 0;
     pid_t tracer = 0;
@@ -71,8 +73,10 @@ Halt findHalt(pid_t process)
             words >> tracer;
     }
     if (state == kTraced)
-        return {", stopped by its debugger", tracer};
-    return {state == kStopped ? ", stopped" : "", 0};
+        return {", stopped by its debugger", tracer, false};
+    if (state == kInKernel)
+        return {", waiting in the kernel", 0, true};
+    return {state == kStopped ? ", stopped" : "", 0, false};
 }
 
 const ObstacleRow& rowOf(LockObstacle obstacle)
@@ -125,7 +129,7 @@ std::string adviceAbout(LockObstacle obstacle)
 std::string describeProcess(pid_t process)
 {
     if (process == 0)
-        return "a process that is not visible here";
+        return "0 (outside of this container)";
     if (!isAlive(process))
         return std::to_string(process) + ", which has ended";
     std::ifstream file(folderOf(process) + "/comm");
@@ -133,16 +137,24 @@ std::string describeProcess(pid_t process)
     std::getline(file, name, '\0');
     if (!name.empty() && name.back() == '\n') // the kernel's; others are part of the name
         name.pop_back();
-    return std::to_string(process) + (name.empty() ? "" : " (" + escaped(name) + findHalt(process).word + ")");
+    if (name.empty())
+        return std::to_string(process) + " (hidden from this user; root may see its name)";
+    return std::to_string(process) + " (" + escaped(name) + findHalt(process).word + ")";
 }
 
 std::string howToEnd(pid_t process)
 {
+    if (process == 0)
+        return "Run 'authchip doctor' outside of the container: it names the process. When that ends, the system "
+               "releases the lock.";
     const Halt halt = findHalt(process);
     const std::string number = std::to_string(process);
     const std::string orEndIt = ", or end it ('kill -KILL " + number + "'): the system then releases the lock.";
     if (halt.debugger != 0)
         return "Continue it in the debugger, process " + describeProcess(halt.debugger) + orEndIt;
+    if (halt.isInKernel)
+        return "If it stays so, its bus controller does not answer, and no signal ends it: 'dmesg' and '/proc/" +
+               number + "/stack' tell more.";
     if (*halt.word != '\0')
         return "Continue it, as after Ctrl-Z ('fg' in its shell, or 'kill -CONT " + number + "')" + orEndIt;
     return "If that process hangs, end it: the system then releases the lock.";

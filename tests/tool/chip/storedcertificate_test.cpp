@@ -53,6 +53,18 @@ TEST(StoredCertificateTest, OfAnEmptyMemoryIsNone)
     EXPECT_EQ("unreadable certificate", causeOf({0xff})) << "a byte is no memory";
 }
 
+TEST(StoredCertificateTest, NamesAPageThatOneByteFills)
+{
+    Bytes certificate(397, 0x42); // of three pages of 128 bytes, and a bit
+    for (std::size_t i = 0; i < certificate.size(); ++i)
+        certificate[i] = static_cast<std::uint8_t>(i);
+    EXPECT_EQ(std::string::npos, explanationOf(certificate).find("Page"));
+    std::fill_n(certificate.begin() + 256, 128, std::uint8_t{0xff});
+    EXPECT_EQ(0U, explanationOf(certificate).find("Page 3 holds nothing but 0xff: "));
+    std::fill_n(certificate.begin(), 128, std::uint8_t{0});
+    EXPECT_EQ(0U, explanationOf(certificate).find("Page 1 holds nothing but 0x00: "));
+}
+
 TEST(StoredCertificateTest, ThatIsShiftedByOneBitIsNamed)
 {
     // 30 82 a bit late behind a 0 or a 1, and a bit early before a 0 or a 1.

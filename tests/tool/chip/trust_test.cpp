@@ -216,12 +216,34 @@ TEST_F(TrustTest, BlamesTheClockForDatesThatFailWhereItCannotBeRight)
     EXPECT_EQ(nullptr, examine({m_chip.certificate.get()}, options).failure());
 }
 
+TEST_F(TrustTest, SaysWhatTheClockSaysWhereTheDatesDoNotFit)
+{
+    constexpr std::time_t kInTheFarFuture = 4070908800; // no certificate of these tests is valid then
+    TrustOptions options;
+    options.clock = [](std::time_t*) { return kInTheFarFuture; };
+    EXPECT_EQ("CN=Chip has expired; this board's clock says 2099-01-01T00:00:00Z",
+              check(examine({m_chip.certificate.get()}, options), "validity").found);
+    options.at = kInTheFarFuture; // which somebody has chosen
+    EXPECT_EQ("CN=Chip has expired", check(examine({m_chip.certificate.get()}, options), "validity").found);
+}
+
+TEST_F(TrustTest, NamesAFewOfManyIssuers)
+{
+    std::string bundle;
+    for (const char* name : {"A", "B", "C", "D", "E", "F"})
+        bundle += testpki::inPem(testpki::makeRoot(name).certificate.get());
+    const TrustReport report = examine({m_chip.certificate.get()}, {{store("bundle.pem", bundle)}, {}, true, {}});
+    EXPECT_EQ("CN=Chip comes from none of the given issuers (CN=A; CN=B; CN=C; CN=D and 2 more): its issuer is CN=Root",
+              check(report, "issuer").found);
+}
+
 TEST_F(TrustTest, NamesTheIssuerThatItLooksFor)
 {
     const auto stranger = testpki::makeRoot("Stranger");
     const TrustReport report =
         examine({testpki::makeIssued(stranger, "Chip").certificate.get()}, {{storeIssuer(m_root)}, {}, true, {}});
-    EXPECT_EQ("CN=Chip comes from none of the given issuers: its issuer is CN=Stranger", check(report, "issuer").found);
+    EXPECT_EQ("CN=Chip comes from none of the given issuers (CN=Root): its issuer is CN=Stranger",
+              check(report, "issuer").found);
 }
 
 TEST_F(TrustTest, ChecksTheDatesAtAGivenTime)
@@ -292,6 +314,8 @@ TEST_F(TrustTest, NamesAMissingListOfTheIssuer)
     const TrustReport report = examine({m_chip.certificate.get()}, {{storeIssuer(m_root)}, {list}, true, {}});
     ASSERT_NE(nullptr, report.failure());
     EXPECT_STREQ("no revocation list", report.failure()->cause);
+    EXPECT_EQ("CN=Chip has the issuer CN=Root, of which no list is given: the lists are of CN=Other root",
+              report.failure()->found);
 }
 
 TEST_F(TrustTest, NamesAnIssuerThatIsNoCa)

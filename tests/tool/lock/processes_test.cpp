@@ -1,13 +1,16 @@
 #include "tool/lock/processes.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <set>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
@@ -210,6 +213,49 @@ TEST_F(HaltedProcessTest, ARunningProcessIsEndedOnlyIfItHangs)
 {
     EXPECT_EQ(std::string::npos, describeProcess(getpid()).find("stopped"));
     EXPECT_EQ("If that process hangs, end it: the system then releases the lock.", howToEnd(getpid()));
+}
+
+/// A process that waits in the kernel for a child that does not end.
+class ProcessInKernelTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_child = fork();
+        if (m_child == 0) {
+            alignas(16) static char stack[16384];
+            // With CLONE_VFORK alone, the child has its own memory.
+            clone(waitForEver, stack + sizeof(stack), CLONE_VFORK | SIGCHLD, nullptr);
+            _exit(0);
+        }
+    }
+    void TearDown() override
+    {
+        kill(m_child, SIGKILL);
+        waitpid(m_child, nullptr, 0);
+    }
+    static int waitForEver(void* /*unused*/)
+    {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        return pause();
+    }
+
+    pid_t m_child = 0;
+};
+
+TEST_F(ProcessInKernelTest, IsNotToBeEnded)
+{
+    while (describeProcess(m_child).find(", waiting in the kernel)") == std::string::npos)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_EQ("If it stays so, its bus controller does not answer, and no signal ends it: 'dmesg' and '/proc/" +
+                  std::to_string(m_child) + "/stack' tell more.",
+              howToEnd(m_child));
+}
+
+TEST(NamesTest, AProcessOutsideOfTheContainerHasNoNumber)
+{
+    EXPECT_EQ("0 (outside of this container)", describeProcess(0));
+    EXPECT_EQ(0U, howToEnd(0).find("Run 'authchip doctor' outside of the container"));
 }
 
 TEST(NamesTest, AProcessCannotWriteToTheTerminalByItsName)

@@ -237,7 +237,9 @@ std::vector<Setting> settingsOfEnvironment(const CLI::App& app)
     for (const NamedApp& each : appsOf(app)) {
         for (const CLI::Option* option : each.app->get_options()) {
             const auto value = valueOf(option->get_envname());
-            if (value && option->results() == CLI::results_t{*value})
+            // Older versions of CLI11 have no results of the file of options yet when they check its name.
+            const bool isUnset = option == each.app->get_config_ptr() && option->results().empty();
+            if (value && (isUnset || option->results() == CLI::results_t{*value}))
                 settings.push_back({option->get_name(), *value, "in " + option->get_envname()});
         }
     }

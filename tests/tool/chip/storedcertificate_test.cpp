@@ -181,6 +181,10 @@ TEST(StoredCertificateTest, ShowsALimitNearTheEndOfAPageIfSeveralPagesEndAlike)
         EXPECT_EQ(bytes, limit->bytes);
     }
     EXPECT_FALSE(findReadLimit(cutAt(127, 0xff, whole))); // by chance a certificate ends its pages so
+    const Bytes fourPages(whole.begin(), whole.begin() + 512);
+    EXPECT_TRUE(findReadLimit(cutAt(126, 0xff, fourPages)));
+    const Bytes oneByteLess(whole.begin(), whole.begin() + 511);
+    EXPECT_FALSE(findReadLimit(cutAt(126, 0xff, oneByteLess)));
     const Bytes onePage(whole.begin(), whole.begin() + 200);
     EXPECT_TRUE(findReadLimit(cutAt(112, 0xff, onePage)));
     EXPECT_FALSE(findReadLimit(cutAt(113, 0xff, onePage)));

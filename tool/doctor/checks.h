@@ -36,7 +36,8 @@ Finding eightBitAddress(const ChipLocation& location, const std::string& found);
 std::optional<std::string> findAlteration(const Bytes& sent, const Bytes& held);
 
 /// What to know about a bus that refused messages, and about one that is slow; empty if there is nothing to know.
-std::vector<Finding> notesOnRefusals(int retries);
+/// @p other explains the last refusal that was no missing acknowledgement, if there was one.
+std::vector<Finding> notesOnRefusals(int retries, const std::optional<Failure>& other = std::nullopt);
 std::vector<Finding> notesOnSpeed(std::chrono::nanoseconds timeOfAByte);
 
 } // namespace VorelKestrel::Tool

@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <thread>
 
 #include <unistd.h>
@@ -77,14 +78,38 @@ Finding explainSilence(const Examination& examination)
     return refused(causeOfRefusal(step, answer.error), explainRefusal(step, answer.error, location));
 }
 
+/// Whether the next message may do what this one did not. Another master may be done then, or a controller awake.
+bool mayPass(const VersionAnswer& answer)
+{
+    return !answer.registerSet && (answer.error == ETIMEDOUT || answer.error == EAGAIN || answer.error == EIO);
+}
+
+Finding noteOnFirstMessage(int error, const ChipLocation& location)
+{
+    const Failure failure = explainRefusal(Step::SetRegister, error, location);
+    return note(
+        "the first message failed, and the next one did not: " + failure.answer(),
+        "If the first one after a pause fails, the bus controller is suspended in between: 'echo on "
+        ">/sys/bus/i2c/devices/i2c-N/../power/control', with the number of the bus, keeps it awake. Otherwise: " +
+            failure.next());
+}
+
 } // namespace
 
 std::vector<Finding> checkChip(Examination& examination)
 {
-    const int refusals = askPatiently(examination);
+    int refusals = askPatiently(examination);
+    const VersionAnswer first = examination.answer;
+    if (mayPass(first)) {
+        ++examination.effort.retries;
+        std::this_thread::sleep_for(kRetryPause);
+        refusals += askPatiently(examination);
+    }
     if (!examination.answer.registerRead)
         return {explainSilence(examination)};
     std::vector<Finding> findings = notesOnRefusals(refusals);
+    if (mayPass(first))
+        findings.push_back(noteOnFirstMessage(first.error, examination.location));
     findings.insert(findings.begin(), healthy(afterRefusals(refusals)));
     return findings;
 }

@@ -21,14 +21,17 @@ std::string rounded(double number, int digits)
 
 } // namespace
 
-std::vector<Finding> notesOnRefusals(int retries)
+std::vector<Finding> notesOnRefusals(int retries, const std::optional<Failure>& other)
 {
     if (retries == 0)
         return {};
-    return {
-        note(std::to_string(retries) + (retries == 1 ? " message was" : " messages were") + " refused, and repeated",
-             "'authchip info --repeat 1000' counts how often that happens. If it is not only a chip that wakes up, "
-             "check the bus clock, the pull-ups and what else is on the bus.")};
+    const std::string found =
+        std::to_string(retries) + (retries == 1 ? " message was" : " messages were") + " refused, and repeated";
+    const std::string next = "'authchip info --repeat 1000' counts how often that happens. ";
+    if (other)
+        return {note(found + "; one with " + other->answer(), next + other->next())};
+    return {note(found, next + "If it is not only a chip that wakes up, check the bus clock, the pull-ups and what "
+                               "else is on the bus.")};
 }
 
 std::vector<Finding> notesOnSpeed(std::chrono::nanoseconds timeOfAByte)

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "common/patience.h"
+#include "tool/chip/advice.h"
 
 namespace VorelKestrel::Tool {
 
@@ -33,12 +34,19 @@ Access PatientBus::write(std::uint8_t reg, const Bytes& data)
     return access;
 }
 
+void PatientBus::noteRetry(int error)
+{
+    ++m_effort.retries;
+    if (error != 0 && !isNoAnswer(Step::SetRegister, error))
+        m_effort.error = error;
+}
+
 bool PatientBus::send(const Bytes& message)
 {
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         if (attempt > 0) {
+            noteRetry(errno);
             std::this_thread::sleep_for(kRetryPause);
-            ++m_effort.retries;
         }
         ++m_effort.messages;
         errno = 0; // a transfer that moves nothing leaves it alone
@@ -51,7 +59,8 @@ bool PatientBus::send(const Bytes& message)
 void PatientBus::receive(Access& access)
 {
     for (int attempt = 0; attempt < kAttempts && access.received == -1; ++attempt) {
-        m_effort.retries += attempt > 0 ? 1 : 0;
+        if (attempt > 0)
+            noteRetry(errno);
         ++m_effort.messages;
         const auto begin = std::chrono::steady_clock::now();
         errno = 0;

@@ -14,6 +14,7 @@ struct Effort
 {
     int messages = 0; // each try counts
     int retries = 0;
+    int error = 0; // errno of the last message that failed otherwise than by a missing acknowledgement; 0: none
 };
 
 /// How an access ended.
@@ -47,6 +48,8 @@ private:
     /// False, and errno is set, if the chip refused each try.
     bool send(const Bytes& message);
     void receive(Access& access);
+    /// Counts a try that failed with this error and comes again.
+    void noteRetry(int error);
 
     const ScopedDescriptor& m_node;
     Effort& m_effort;

@@ -3,6 +3,7 @@
 
 #include "common/bits.h"
 #include "common/hex.h"
+#include "tool/chip/advice.h"
 #include "tool/chip/storedcertificate.h"
 #include "tool/chip/trust.h"
 #include "tool/chip/verification.h"
@@ -37,12 +38,20 @@ Finding examine(const Certificate& certificate)
     return healthy(certificate.subject() + ", " + certificate.keyDescription() + ", until " + certificate.notAfter());
 }
 
+std::optional<Failure> otherRefusal(const Examination& examination)
+{
+    if (examination.effort.error == 0)
+        return std::nullopt;
+    return explainRefusal(Step::SetRegister, examination.effort.error, examination.location);
+}
+
 /// What is known of a certificate that could be read, and of the bus that it came over.
 std::vector<Finding> examineAll(Examination& examination, const Bytes& stored, int retries)
 {
     examination.certificate.emplace(parseCertificate(stored));
     std::vector<Finding> findings = {examine(*examination.certificate)};
-    for (const auto& notes : {notesOnRefusals(retries), notesOnSpeed(examination.timeOfAByte)})
+    for (const auto& notes :
+         {notesOnRefusals(retries, otherRefusal(examination)), notesOnSpeed(examination.timeOfAByte)})
         findings.insert(findings.end(), notes.begin(), notes.end());
     return findings;
 }

@@ -240,6 +240,9 @@ TEST(NotesTest, CountTheMessagesThatWereRefused)
     EXPECT_EQ("1 message was refused, and repeated", notesOnRefusals(1).front().found);
     EXPECT_EQ("2 messages were refused, and repeated", notesOnRefusals(2).front().found);
     EXPECT_TRUE(notesOnRefusals(2).front().isNote());
+    const Finding other = notesOnRefusals(2, Failure("bus busy", "", "lost (EAGAIN)", "Measure.")).front();
+    EXPECT_EQ("2 messages were refused, and repeated; one with lost (EAGAIN)", other.found);
+    EXPECT_EQ("'authchip info --repeat 1000' counts how often that happens. Measure.", other.next);
 }
 
 TEST(NotesTest, CallABusSlowOnWhichAByteTakesMoreThanTwiceTheTimeOfTheSlowestUsualClock)

@@ -189,9 +189,9 @@ public:
             m_options.help = m_app.help();
         } catch (const CLI::CallForVersion&) {
             m_options.help = m_app.version() + "\n";
-        } catch (const CLI::ExtrasError& error) {
-            throw UsageError(std::string(error.what()) +
-                             "\nIf it is the program: authchip-sim [OPTIONS] -- PROGRAM [ARGS...]");
+        } catch (const CLI::ExtrasError&) {
+            throw UsageError("'" + m_app.remaining(true).front() +
+                             "' is no option\nIf it is the program: authchip-sim [OPTIONS] -- PROGRAM [ARGS...]");
         } catch (const CLI::ParseError& error) {
             throw UsageError(error.what());
         }

@@ -40,7 +40,7 @@ std::string misspelt(const std::string& variable)
 {
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
         const std::string text = *entry;
-        const std::string name = text.substr(0, text.find('='));
+        std::string name = text.substr(0, text.find('=')); // which is returned
         if (name != variable && isNear(name, variable))
             return name;
     }

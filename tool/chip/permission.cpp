@@ -31,9 +31,8 @@ constexpr char kReadableOnly[] = "This user may read the node, and has to write 
 
 constexpr char kWithoutTheGroup[] =
     "This user is in the node's group ('ls -l {device}'), but this process is not: its session began before the user\n"
-    "joined the group, or a container gives it no groups. Log in again, restart the service, or give the container "
-    "the\n"
-    "group ('--group-add').";
+    "joined the group, or a container gives it no groups. Log in again, restart the service, or give the\n"
+    "container the group ('--group-add').";
 
 bool isMountedWithoutNodes(const std::string& device)
 {

@@ -59,14 +59,13 @@ constexpr char kFromANamesake[] =
     "comes from none of the given issuers: the given {issuer} has the name of its issuer, and another key";
 constexpr char kNameTheFormerKey[] =
     "If your issuer has renewed its certificate, name that of the chip's series with --issuer, too: the option is\n"
-    "repeatable. 'openssl x509 -noout -ext subjectKeyIdentifier,authorityKeyIdentifier' shows which keys belong "
-    "together.\n"
-    "Otherwise do not trust this accessory.";
+    "repeatable. 'openssl x509 -noout -ext subjectKeyIdentifier,authorityKeyIdentifier' shows which keys belong\n"
+    "together. Otherwise do not trust this accessory.";
 constexpr char kDoNotTrust[] = "Do not trust this accessory, unless --issuer names the wrong issuers.";
-constexpr char kNameTheIssuer[] = "If that issuer is yours, or one that your issuer has appointed, name its "
-                                  "certificate with --issuer, too: the option\n"
-                                  "is repeatable. Samples, and each generation of the chip, may have an issuer of "
-                                  "their own.\nOtherwise do not trust this accessory.";
+constexpr char kNameTheIssuer[] =
+    "If that issuer is yours, or one that your issuer has appointed, name its certificate with --issuer, too: the "
+    "option\nis repeatable. Samples, and each generation of the chip, may have an issuer of their own.\n"
+    "Otherwise do not trust this accessory.";
 constexpr char kSetTheClock[] = "If this board's clock is wrong, set it, or give the time with --at. Without a clock, "
                                 "--no-time-check leaves the dates unchecked.";
 constexpr char kTheClockIsWrong[] = "Set this board's clock and try again. On a board without a clock, 'authchip "

@@ -56,8 +56,8 @@ void adviseOnRecording(TrustCheck& ofSignature)
 {
     if (ofSignature.result == TrustCheck::Result::Failed)
         ofSignature.next =
-            "Check that certificate, challenge and signature are of the same chip and the same exchange. "
-            "If they are, do not trust that\naccessory.";
+            "Check that certificate, challenge and signature are of the same chip and the same exchange. If they are,\n"
+            "do not trust that accessory.";
 }
 
 /// The two generations have keys of different kinds.

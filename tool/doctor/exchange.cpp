@@ -26,11 +26,10 @@ constexpr char kLookAtTheSupply[] = "Look at the chip's supply while it signs, w
                                     "capacitors beside it, and a regulator that\n"
                                     "delivers enough. Then look at its reset line for glitches.";
 
-constexpr char kFindTheLoss[] = "Look at the chip's supply and its reset line, and for a loose contact. A regulator "
-                                "that no driver uses is switched\n"
-                                "off by the kernel about 30 seconds after boot, unless the device tree gives it "
-                                "'regulator-always-on'; 'dmesg' shows\n"
-                                "it (\"disabling\").";
+constexpr char kFindTheLoss[] =
+    "Look at the chip's supply and its reset line, and for a loose contact. A regulator that no driver uses is\n"
+    "switched off by the kernel about 30 seconds after boot, unless the device tree gives it 'regulator-always-on';\n"
+    "'dmesg' shows it (\"disabling\").";
 
 /// How often a silent chip is asked as patiently as the library asks, to tell one that is busy from one that is gone.
 constexpr int kRoundsOfAttempts = 4;

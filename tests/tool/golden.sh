@@ -166,6 +166,13 @@ with_a_disk_of() {
 }
 # Where the system's semaphores are others than those of whoever has made the lock.
 in_a_container() { unshare --ipc "$@"; }
+# Another user's authchip, where users see only their own processes; in a name space for processes of its own, since an
+# older kernel hides them everywhere in it.
+as_nobody_without_others() {
+    cp "$(command -v authchip)" "$build"/tool/libauthchip-*.so "$TMPDIR"
+    unshare --mount sh -c 'mount -t proc -o hidepid=2 none /proc && exec "$@"' sh \
+        setpriv --reuid=65534 --regid=65534 --clear-groups "$TMPDIR/authchip" "$@"
+}
 # Where the processes outside are not visible.
 where_others_are_invisible() { unshare --pid --fork --mount-proc "$@"; }
 # Where $TMPDIR is what systemd gives to a service with PrivateTmp=.
@@ -198,7 +205,7 @@ interrupted_when_it_waits() {
 export -f make_pki make_renewed_pki lock_number remove_lock key_file set_tokens while_held while_held_in while_stopped stop_process nobody as_nobody without_proc
 export -f with_a_tiny_disk with_a_disk_of in_a_container beside_a_seed without_semaphores interrupted_when_it_waits
 export -f verify_recorded revoke in_a_private_tmp
-export -f as_nobody_without_threads where_others_are_invisible as_root_of_a_container as_root_without_rights
+export -f as_nobody_without_others as_nobody_without_threads where_others_are_invisible as_root_of_a_container as_root_without_rights
 
 # Neither a container without the right nor a folder mounted with "nodev" lets a node be opened.
 makes_nodes() {
@@ -234,6 +241,10 @@ for name in "$@"; do
             { echo "$name: skipped, no user can be called root here"; exit 77; } ;;
         *as_root_without_rights*) as_root_without_rights true 2>/dev/null ||
             { echo "$name: skipped, only root gives rights up"; exit 77; } ;;
+    esac
+    case $command in
+        *as_nobody_without_others*) where_others_are_invisible unshare --mount mount -t proc -o hidepid=2 none /proc 2>/dev/null ||
+            { echo "$name: skipped, only root mounts /proc"; exit 77; } ;;
     esac
     case $command in
         *where_others_are_invisible*) where_others_are_invisible true 2>/dev/null ||

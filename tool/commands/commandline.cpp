@@ -194,8 +194,10 @@ private:
         const std::string help = "'authchip --help' lists the commands and options.";
         const std::string text = error.what();
         const std::vector<std::string> strays = m_app.remaining(true);
-        const bool hasDash = std::any_of(strays.begin(), strays.end(), beginsWithADash);
-        if (hasDash || dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
+        const bool hasOption = std::any_of(strays.begin(), strays.end(), [](const std::string& word) {
+            return word.rfind('-', 0) == 0 || beginsWithADash(word);
+        });
+        if (hasOption || dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
             const StrayWord stray = explainStray(m_words, strays, optionsOfCommand());
             return {kWrongUsage, "", stray.found, stray.next};
         }

@@ -5,6 +5,8 @@
 
 #include <QMutex>
 
+#include "abstractionlibrary/timedtake.h"
+
 namespace VorelKestrel { namespace AL {
 
 /// Two mutexes used as binary semaphores: each is taken by one thread and released by another. One of them is held at
@@ -45,7 +47,7 @@ EventVoid::~EventVoid()
 void* EventVoid::wait(int timeout)
 {
     assert(m_data);
-    if (!m_data->m_waitMutex.tryLock(timeout))
+    if (!takeWithin(timeout, [this](int time) { return m_data->m_waitMutex.tryLock(time); }))
         return nullptr;
     assert(m_value);
     void* const value = m_value;

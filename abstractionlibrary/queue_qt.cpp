@@ -10,6 +10,8 @@
 #include <QSemaphore>
 #include <QTime>
 
+#include "abstractionlibrary/timedtake.h"
+
 namespace VorelKestrel { namespace AL {
 namespace {
 
@@ -56,7 +58,7 @@ void* QueueVoid::pop(int& timeout)
     // The time of day, not a monotonic clock: callers are told so.
     const QTime start = QTime::currentTime();
     void* result = nullptr;
-    if (m_data->m_semaphore.tryAcquire(1, timeout)) {
+    if (takeWithin(timeout, [this](int time) { return m_data->m_semaphore.tryAcquire(1, time); })) {
         const QMutexLocker locker(&m_data->m_mutex);
         result = m_data->m_list.first();
         assert(result);

@@ -28,6 +28,7 @@ using ReadFunction = ssize_t(int, void*, std::size_t);
 using ReadCheckedFunction = ssize_t(int, void*, std::size_t, std::size_t);
 using WriteFunction = ssize_t(int, const void*, std::size_t);
 using VectorFunction = ssize_t(int, const iovec*, int);
+using ReceiveFunction = ssize_t(int, msghdr*, int);
 
 __attribute__((constructor)) void start()
 {
@@ -132,6 +133,14 @@ void noticeReceived(const msghdr& message)
     }
 }
 
+ssize_t recordedReceive(Next<ReceiveFunction>& next, int socket, msghdr* message, int flags)
+{
+    const ssize_t result = next(socket, message, flags);
+    if (result >= 0 && isRecording() && message->msg_controllen > 0)
+        noticeReceived(*message);
+    return result;
+}
+
 /// The optional last argument.
 template<typename Argument>
 Argument optionalArgument(va_list arguments)
@@ -168,6 +177,7 @@ ssize_t spelledWrite(int descriptor, const void* data, std::size_t count) SPELLI
 ssize_t spelledReadVector(int descriptor, const iovec* pieces, int count) SPELLING("readv");
 ssize_t spelledWriteVector(int descriptor, const iovec* pieces, int count) SPELLING("writev");
 ssize_t spelledReceive(int socket, msghdr* message, int flags) SPELLING("recvmsg");
+ssize_t spelledReceiveTime64(int socket, msghdr* message, int flags) SPELLING("__recvmsg64");
 
 int spelledOpen(const char* path, int flags, ...)
 {
@@ -368,11 +378,14 @@ ssize_t spelledWriteVector(int descriptor, const iovec* pieces, int count)
 
 ssize_t spelledReceive(int socket, msghdr* message, int flags)
 {
-    static Next<ssize_t(int, msghdr*, int)> next("recvmsg");
-    const ssize_t result = next(socket, message, flags);
-    if (result >= 0 && isRecording() && message->msg_controllen > 0)
-        noticeReceived(*message);
-    return result;
+    static Next<ReceiveFunction> next("recvmsg");
+    return recordedReceive(next, socket, message, flags);
+}
+
+ssize_t spelledReceiveTime64(int socket, msghdr* message, int flags)
+{
+    static Next<ReceiveFunction> next("__recvmsg64");
+    return recordedReceive(next, socket, message, flags);
 }
 
 } // extern "C"

@@ -137,6 +137,7 @@ int fakeOpenAtChecked(int folder, const char* path, int flags) SPELLING("__opena
 int fakeOpenAt64Checked(int folder, const char* path, int flags) SPELLING("__openat64_2");
 int fakeStatus(int descriptor, struct stat* status) SPELLING("fstat");
 int fakeStatus64(int descriptor, struct stat64* status) SPELLING("fstat64");
+int fakeStatusTime64(int descriptor, struct stat64* status) SPELLING("__fstat64_time64");
 int fakeIoctl(int descriptor, unsigned long request, void* argument) SPELLING("ioctl");
 int fakeIoctlTime64(int descriptor, unsigned long request, void* argument) SPELLING("__ioctl_time64");
 ssize_t fakeRead(int descriptor, void* data, std::size_t count) SPELLING("read");
@@ -184,6 +185,10 @@ int fakeStatus(int descriptor, struct stat* status)
 int fakeStatus64(int descriptor, struct stat64* status)
 {
     return statusOf("fstat64", descriptor, status);
+}
+int fakeStatusTime64(int descriptor, struct stat64* status)
+{
+    return statusOf("__fstat64_time64", descriptor, status);
 }
 int fakeIoctl(int descriptor, unsigned long request, void* argument)
 {

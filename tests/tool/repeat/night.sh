@@ -24,8 +24,10 @@ authchip-sim --busy-ms 0 --random-faults 300 -- bash -c '
     tool=$!
     while kill -0 $tool 2>/dev/null; do
         sample $tool >sample 2>/dev/null || true
-        if [[ $(<sample) =~ ^[0-9]+\ [1-9] ]]; then # it has not ended meanwhile
-            [ -e early ] || [ "$(wc -l <lines)" -lt $((attempts / 10)) ] || cp sample early
+        ended=$(wc -l <lines)
+        # It has not ended meanwhile, nor does it write its report yet, which takes memory of its own.
+        if [[ $(<sample) =~ ^[0-9]+\ [1-9] ]] && [ "$ended" -lt "$attempts" ]; then
+            [ -e early ] || [ "$ended" -lt $((attempts / 10)) ] || cp sample early
             mv sample late
         fi
         sleep 0.1

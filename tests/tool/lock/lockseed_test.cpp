@@ -11,6 +11,7 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -761,10 +762,11 @@ TEST_F(LockSeedAgainstAnotherUserTest, IsRootsOrRefusedWhateverTheOtherPutsThere
             if (!becomeNobody())
                 _exit(1);
             const std::string place = m_folder.keyFile();
+            std::error_code anyway; // root makes files there as well
             while (!enough.hasWord()) {
                 close(open(place.c_str(), O_CREAT | O_EXCL | O_CLOEXEC, kModeOfSeed));
                 unlink(place.c_str());
-                symlink("/etc/passwd", place.c_str());
+                fs::create_symlink("/etc/passwd", place, anyway);
                 unlink(place.c_str());
             }
             unlink(place.c_str());
@@ -796,7 +798,10 @@ TEST_F(LockSeedAgainstAnotherUserTest, IsRootsOrRefusedWhateverTheOtherPutsThere
         putForgedLock,
         [&] { close(open(place.c_str(), O_CREAT | O_EXCL | O_CLOEXEC, kModeOfSeed)); },
         [&] { mkfifo(place.c_str(), 0666); },
-        [&] { symlink(victim.c_str(), place.c_str()); },
+        [&] {
+            std::error_code anyway; // root's may be there already
+            fs::create_symlink(victim, place, anyway);
+        },
         [&] { mkdir(place.c_str(), 0777); },
     };
     for (const auto& obstruct : obstacles) {
@@ -826,7 +831,10 @@ TEST_F(LockSeedAgainstAnotherUserTest, WritesIntoNoFileThatIsLinkedToItsPlaceAtA
         makeVictim(victim);
         const auto run = stopAtSystemCall(
             stop, [this] { _exit(refusal().empty() ? 0 : 1); },
-            [&](pid_t /*process*/) { link(victim.c_str(), m_folder.keyFile().c_str()); });
+            [&](pid_t /*process*/) {
+                std::error_code anyway; // the key file may be there already
+                fs::create_hard_link(victim, m_folder.keyFile(), anyway);
+            });
         if (!run)
             GTEST_SKIP() << "this system lets no process be traced";
         wasStopped = run->wasStopped;

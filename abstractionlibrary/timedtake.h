@@ -1,4 +1,5 @@
-#pragma once
+#ifndef ABSTRACTIONLIBRARY_TIMEDTAKE_H
+#define ABSTRACTIONLIBRARY_TIMEDTAKE_H
 
 #include <ctime>
 
@@ -28,3 +29,5 @@ bool takeWithin(int timeout, Take take)
 }
 
 }} // namespace VorelKestrel::AL
+
+#endif

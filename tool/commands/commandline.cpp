@@ -194,7 +194,8 @@ private:
         const std::string help = "'authchip --help' lists the commands and options.";
         const std::string text = error.what();
         const std::vector<std::string> strays = m_app.remaining(true);
-        const bool hasOption = std::any_of(strays.begin(), strays.end(), [](const std::string& word) {
+        const auto program = std::find(strays.begin(), strays.end(), "--"); // with options of its own
+        const bool hasOption = std::any_of(strays.begin(), program, [](const std::string& word) {
             return word.rfind('-', 0) == 0 || beginsWithADash(word);
         });
         if (hasOption || dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {

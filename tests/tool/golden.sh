@@ -168,10 +168,10 @@ with_a_disk_of() {
 in_a_container() { unshare --ipc "$@"; }
 # Another user's authchip, where users see only their own processes; in a name space for processes of its own, since an
 # older kernel hides them everywhere in it.
-as_nobody_without_others() {
+as_nobody_without_others() { # without the simulated bus, which Debian 13's umockdev opens to its owner only
     cp "$(command -v authchip)" "$build"/tool/libauthchip-*.so "$TMPDIR"
     unshare --mount sh -c 'mount -t proc -o hidepid=2 none /proc && exec "$@"' sh \
-        setpriv --reuid=65534 --regid=65534 --clear-groups "$TMPDIR/authchip" "$@"
+        env --unset=LD_PRELOAD setpriv --reuid=65534 --regid=65534 --clear-groups "$TMPDIR/authchip" "$@"
 }
 # Where the processes outside are not visible.
 where_others_are_invisible() { unshare --pid --fork --mount-proc "$@"; }

@@ -239,7 +239,10 @@ Failure explainVersion(std::uint8_t deviceVersion, const ChipLocation& location)
                               "A chip of protocol " + supportedProtocols() + " is needed.");
     if (deviceVersion == kNobodyPullsDown)
         return versionFailure(location, answer + ", which is what an idle bus reads",
-                              "Check the data line, the chip's supply and its reset line.");
+                              "Check the data line, the chip's supply and its reset line. Or another device has this "
+                              "address, perhaps on\n"
+                              "another bus than you think: " +
+                                  std::string(kNumbersChange));
     if (deviceVersion == kHeldLow)
         return versionFailure(
             location, answer + ", which is what a data line that is held low reads",
@@ -252,7 +255,8 @@ Failure explainVersion(std::uint8_t deviceVersion, const ChipLocation& location)
         location, answer + ", which is unknown",
         fillIn("Another device may have this address, alone or beside the chip. Hold the chip in reset: if "
                "'i2cdetect -y {bus}'\nstill shows {address}, another one answers there. 'authchip read' lists its "
-               "registers.",
+               "registers.\nOr this is another bus than you think: " +
+                   std::string(kNumbersChange),
                location));
 }
 

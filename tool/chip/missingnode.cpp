@@ -28,7 +28,6 @@ constexpr char kTheDriverIsMissing[] =
 constexpr char kNoNodes[] =
     "There is no /dev/i2c-* at all. Load the driver ('modprobe i2c-dev'), and enable the bus in the device tree. A\n"
     "container gets a node with '--device /dev/i2c-N', a service without PrivateDevices=.";
-constexpr char kNumbersChange[] = "'i2cdetect -l' tells which bus is which: their numbers may change with the kernel.";
 constexpr char kEnableTheBus[] = "If yours is none of them, enable it in the device tree.";
 constexpr char kAnAddress[] =
     "{device} looks like an address: --device names the node, such as /dev/i2c-1, and --address the chip.";

@@ -6,6 +6,9 @@
 
 namespace VorelKestrel::Tool {
 
+inline constexpr char kNumbersChange[] =
+    "'i2cdetect -l' tells which bus is which: their numbers may change with the kernel.";
+
 /// A node that does not exist, and what the system shows about it.
 struct MissingNode
 {

@@ -29,14 +29,16 @@ std::string findModule(const std::string& file)
     }
 }
 
-ElfW(Ehdr) headerOf(const std::string& path)
+using ElfHeader = ElfW(Ehdr);
+
+ElfHeader headerOf(const std::string& path)
 {
-    ElfW(Ehdr) header = {};
+    ElfHeader header = {};
     std::ifstream(path, std::ios::binary).read(reinterpret_cast<char*>(&header), sizeof(header));
     return header;
 }
 
-bool isElf(const ElfW(Ehdr) & header)
+bool isElf(const ElfHeader& header)
 {
     return std::equal(header.e_ident, header.e_ident + SELFMAG, ELFMAG);
 }

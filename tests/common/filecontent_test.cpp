@@ -1,13 +1,14 @@
 #include "common/filecontent.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <thread>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+
+#include "tests/support/temporarydirectory.h"
 
 namespace {
 
@@ -22,7 +23,8 @@ protected:
         return path;
     }
 
-    const std::string folder = std::getenv("TMPDIR");
+    const testsupport::TemporaryDirectory directory;
+    const std::string folder = directory.path();
     const std::string path = folder + "/file";
 };
 

@@ -6,12 +6,14 @@
 #include <climits>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <filesystem>
+#include <system_error>
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include "common/numbers.h"
+
+namespace fs = std::filesystem;
 
 namespace VorelKestrel::Tool {
 namespace {
@@ -68,9 +70,9 @@ std::string targetOf(const std::string& link)
 std::vector<std::string> findNodes()
 {
     std::vector<std::string> nodes;
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/dev"), closedir);
-    for (const dirent* entry = nullptr; folder != nullptr && (entry = readdir(folder.get())) != nullptr;) {
-        const std::string node = std::string("/dev/") + entry->d_name;
+    std::error_code error;
+    for (fs::directory_iterator entry("/dev", error), end; !error && entry != end; entry.increment(error)) {
+        const std::string node = entry->path();
         if (node.rfind(kNodes, 0) == 0)
             nodes.push_back(node);
     }
